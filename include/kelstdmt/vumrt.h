@@ -1,0 +1,170 @@
+// The runtime underneath: memory, internal errors, locks, texts and time values.
+// Stream buffers, pipes and files are in vumrt_stream.h, waitable conditions in vumrt_event.h.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <new>
+
+#include <kelstdmt/export.h>
+#include <kelstdmt/xtypes.h>
+
+// Memory ---------------------------------------------------------------------------------------
+
+// Where the system's objects, descriptors and string buffers come from. What the default manager
+// gives is freed by the plain operator delete; a manager of one's own must keep to that.
+class KELSTDMT_API btkMemMgr {
+public:
+    virtual ~btkMemMgr();
+    virtual void *Allocate(std::size_t bytes);  // throws std::bad_alloc, never null
+};
+
+extern KELSTDMT_API btkMemMgr *const pDefMemMgr;
+
+KELSTDMT_API void *operator new(std::size_t bytes, btkMemMgr *manager);
+KELSTDMT_API void operator delete(void *block, btkMemMgr *manager) noexcept;
+
+// A heap copy of the text that operator delete frees; a null pointer gives null.
+KELSTDMT_API char *Strnew__(const char *text);
+
+// Length in units before the terminator; 0 for a null pointer and for the text markers 1 and 2.
+KELSTDMT_API unsigned Strlen(const char *text);
+KELSTDMT_API unsigned Strlen(const unsigned short *text);
+
+// Internal errors ------------------------------------------------------------------------------
+
+// Reports a case that must not occur and returns: callers go on with their own fallback. The
+// default reporter writes one line "kelstdmt: internal error: MESSAGE (SOURCE:LINE)" to standard
+// error. message may be null. Any thread.
+KELSTDMT_API void _Abort(const char *message, const char *source, int line);
+
+using btkAbortHandler = void (*)(const char *message, const char *source, int line);
+
+// Replaces the reporter (null: the default one) and answers the one before.
+KELSTDMT_API btkAbortHandler btkSetAbortHandler(btkAbortHandler handler);
+
+// Locks ----------------------------------------------------------------------------------------
+
+// True from the start; a program without threads may clear it before it uses the library.
+extern KELSTDMT_API bool s_bThreadingEnabled;
+
+// A thread unlocked what it does not hold, or locked a plain mutex twice: throws thrXIllegalAccess.
+[[noreturn]] KELSTDMT_API void throwXIllegalAccess();
+
+class KELSTDMT_API thrXIllegalAccess {
+public:
+    virtual ~thrXIllegalAccess();
+    const char *what() const noexcept;
+};
+
+// A mutex that knows its owner. Type 0 (plain): a second Lock by the owner is an illegal access;
+// type 1 (recursive): it is counted. Trivially destructible state, so that a static one may be
+// used by objects that die after it.
+class KELSTDMT_API thrMutex {
+public:
+    enum Type : int { Plain = 0, Recursive = 1 };
+
+    explicit constexpr thrMutex(int type) noexcept : m_type(type) {}
+    thrMutex(const thrMutex &) = delete;
+    thrMutex &operator=(const thrMutex &) = delete;
+
+    void Lock();
+    void Unlock();
+    bool IsOwner() const noexcept;
+    bool IsActive() const noexcept { return true; }
+    int GetType() const noexcept { return m_type; }
+    unsigned GetDepth() const noexcept { return m_depth; }  // meaningful to the owner only
+
+private:
+    void wait();
+
+    std::atomic<int> m_state{0};  // 0 free, 1 held, 2 held and awaited
+    std::atomic<const void *> m_owner{nullptr};
+    unsigned m_depth = 0;
+    int m_type;
+};
+
+// Holds a mutex for a scope, only while threading is on.
+class thrLock {
+public:
+    explicit thrLock(thrMutex &mutex) : m_mutex(s_bThreadingEnabled ? &mutex : nullptr) {
+        if (m_mutex) m_mutex->Lock();
+    }
+    ~thrLock() {
+        if (m_mutex) m_mutex->Unlock();
+    }
+    thrLock(const thrLock &) = delete;
+    thrLock &operator=(const thrLock &) = delete;
+
+private:
+    thrMutex *m_mutex;
+};
+
+// Time values ----------------------------------------------------------------------------------
+
+// Seconds and microseconds; always normal (0 <= usec < 1,000,000).
+class KELSTDMT_API btkTimeval {
+public:
+    constexpr btkTimeval() noexcept = default;
+    constexpr btkTimeval(std::int64_t seconds, std::int32_t micros) noexcept
+        : m_sec(seconds), m_usec(micros) {}
+
+    // From seconds, rounded to the nearest microsecond. Not-a-number is 0; what lies beyond the range
+    // of plus or minus 2^30 seconds is cut to it.
+    void init(double seconds) noexcept;
+    static btkTimeval GetTimeOfDay() noexcept;  // the wall clock
+
+    constexpr std::int64_t GetSec() const noexcept { return m_sec; }
+    constexpr std::int32_t GetUsec() const noexcept { return m_usec; }
+    double ToSeconds() const noexcept;
+
+    friend constexpr auto operator<=>(const btkTimeval &, const btkTimeval &) noexcept = default;
+
+private:
+    std::int64_t m_sec = 0;
+    std::int32_t m_usec = 0;
+};
+
+// Counts ---------------------------------------------------------------------------------------
+
+// Told by the C library: true while this process has only one thread.
+extern "C" char __libc_single_threaded;
+
+namespace kel::detail {
+
+// Reference and holder counts are touched on every copy of every value. A process with one thread
+// pays a plain increment; otherwise the count is changed by one atomic step, so that two threads
+// that copy two different objects never wait for each other.
+inline bool counts_are_private() noexcept {
+    return __libc_single_threaded || !s_bThreadingEnabled;
+}
+
+template <class Int>
+inline Int count_load(const Int &count) noexcept {
+    return __atomic_load_n(&count, __ATOMIC_ACQUIRE);
+}
+
+template <class Int>
+inline void count_store(Int &count, Int value) noexcept {
+    __atomic_store_n(&count, value, __ATOMIC_RELEASE);
+}
+
+// Adds and answers the count before.
+template <class Int>
+inline Int count_add(Int &count, Int by) noexcept {
+    if (counts_are_private()) {
+        Int before = count;
+        count = static_cast<Int>(before + by);
+        return before;
+    }
+    return __atomic_fetch_add(&count, by, __ATOMIC_ACQ_REL);
+}
+
+// Replaces the count if it still is `expected`; otherwise tells the present one in `expected`.
+template <class Int>
+inline bool count_swap(Int &count, Int &expected, Int wanted) noexcept {
+    return __atomic_compare_exchange_n(&count, &expected, wanted, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);
+}
+
+}  // namespace kel::detail
