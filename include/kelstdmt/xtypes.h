@@ -72,9 +72,9 @@ inline bool is_nil(xrstring v) noexcept {
 inline bool is_text(xrstring v) noexcept {
     return reinterpret_cast<std::uintptr_t>(v) > 2;
 }
-// True for a pointer to an object: not null, not the uninit marker.
+// True for a pointer to an object: neither null nor the uninit marker, below which nothing can lie.
 inline bool is_object(const void *v) noexcept {
-    return v != nullptr && reinterpret_cast<std::uintptr_t>(v) != 22;
+    return reinterpret_cast<std::uintptr_t>(v) > 22;
 }
 
 }  // namespace kel
