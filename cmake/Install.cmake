@@ -1,0 +1,25 @@
+# What an installation holds: the public headers, the library, and its descriptions for CMake and pkg-config.
+include(CMakePackageConfigHelpers)
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/kelstdmt)
+
+install(TARGETS kelstdmt EXPORT kelstdmtTargets)
+install(DIRECTORY include/kelstdmt DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
+install(EXPORT kelstdmtTargets NAMESPACE kelstdmt:: DESTINATION ${package_dir})
+
+configure_package_config_file(cmake/kelstdmtConfig.cmake.in ${PROJECT_BINARY_DIR}/kelstdmtConfig.cmake
+  INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/kelstdmtConfigVersion.cmake
+  COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/kelstdmtConfig.cmake ${PROJECT_BINARY_DIR}/kelstdmtConfigVersion.cmake
+  DESTINATION ${package_dir})
+
+# The .pc file finds its prefix from where it lies, so an installed tree may be moved.
+file(RELATIVE_PATH KELSTDMT_PC_TO_PREFIX
+  ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+if(KELSTDMT_STATIC)
+  set(KELSTDMT_PC_CFLAGS "-DKELSTDMT_STATIC")
+  set(KELSTDMT_PC_LIBS "-lstdc++ -lm -pthread")
+endif()
+configure_file(cmake/kelstdmt.pc.in kelstdmt.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/kelstdmt.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,0 +1,40 @@
+#!/bin/bash
+# install.sh BUILD OUTSIDE CXX STATIC [FLAG...]: installs the build into an empty folder, moves that folder, and builds
+# the program in OUTSIDE against it through find_package and through pkg-config. Then the library's own surface:
+# its SONAME, what it needs, and what it exports.
+set -euo pipefail
+build=$1 outside=$2 cxx=$3 static=$4
+shift 4
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+fail() { echo "$*"; exit 1; }
+
+cmake --install "$build" --prefix "$work/first" >/dev/null
+mv "$work/first" "$work/prefix"
+prefix=$work/prefix
+libdir=$(dirname "$(find "$prefix" -name 'libkelstdmt.*' -print -quit)")
+
+stray=$(cd "$prefix" && find . -type f ! -path './include/kelstdmt/*.h' ! -name 'libkelstdmt.*' \
+    ! -path '*/cmake/kelstdmt/kelstdmt*.cmake' ! -path '*/pkgconfig/kelstdmt.pc')
+[[ -z $stray ]] || fail "installed but not foreseen: $stray"
+
+cmake -S "$outside" -B "$work/outside" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$cxx" \
+    -DCMAKE_CXX_FLAGS="$*" >"$work/log" 2>&1 && cmake --build "$work/outside" >>"$work/log" 2>&1 ||
+    fail "find_package: $(cat "$work/log")"
+"$work/outside/outside" || fail "the program built through find_package fails"
+
+if command -v pkg-config >/dev/null; then
+    export PKG_CONFIG_PATH=$libdir/pkgconfig
+    "$cxx" "$@" -std=c++20 "$outside/main.cpp" -o "$work/program" $(pkg-config --cflags --libs kelstdmt)
+    LD_LIBRARY_PATH=$libdir "$work/program" || fail "the program built through pkg-config fails"
+fi
+
+[[ $static != ON ]] || exit 0
+library=$libdir/libkelstdmt.so
+dynamic=$(LC_ALL=C readelf -d "$library")
+grep -q 'soname: \[libkelstdmt.so.0\]' <<<"$dynamic" || fail "SONAME is not libkelstdmt.so.0"
+foreign=$(sed -n 's/.*Shared library: \[\(.*\)\]/\1/p' <<<"$dynamic" |
+    grep -vE '^(libstdc\+\+|libm|libgcc_s|libc|ld-linux.*)\.so\.[0-9]+$' || true)
+[[ -z $foreign ]] || fail "the library needs more than the standard libraries: $foreign"
+strange=$(nm -D --defined-only -C "$library" | grep -E ' (testing|benchmark)::|LLVMFuzzer|\(anonymous namespace\)' || true)
+[[ -z $strange ]] || fail "exported but not meant to be: $strange"

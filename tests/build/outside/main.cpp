@@ -1,0 +1,2 @@
+#include <kelstdmt/xtypes.h>
+int main(){}
