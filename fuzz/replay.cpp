@@ -23,13 +23,11 @@ int main(int argc, char **argv) {
     for (int i = 1; i < argc; ++i) {
         const std::filesystem::path path = argv[i];
         if (!std::filesystem::is_directory(path)) {
-            if (std::filesystem::exists(path))
-                files.push_back(path);
+            if (std::filesystem::exists(path)) files.push_back(path);
             continue;
         }
         for (const auto &entry : std::filesystem::recursive_directory_iterator(path))
-            if (entry.is_regular_file())
-                files.push_back(entry.path());
+            if (entry.is_regular_file()) files.push_back(entry.path());
     }
     std::sort(files.begin(), files.end());
     feed("");
