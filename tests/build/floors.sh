@@ -41,6 +41,7 @@ BEGIN {
     folder = file; sub(/[^\/]*$/, "", folder)
     public = file ~ /^include\//
     if (name in standard) next
+    if (name ~ /[.][.]\//) { complain("\"" name "\": write the path from src/"); next }
     if (name ~ /^kelstdmt\//) target = "include/" name
     else if ((getline line < (folder name)) >= 0) target = folder name
     else if ((getline line < ("src/" name)) >= 0) target = "src/" name
