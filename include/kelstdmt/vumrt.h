@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <new>
+#include <string>
 
 #include <kelstdmt/export.h>
 #include <kelstdmt/xtypes.h>
@@ -100,6 +101,42 @@ public:
 private:
     thrMutex *m_mutex;
 };
+
+// A lock of the library's own, usable before and after every other static object, and its scoped user:
+//     MT_LIBRARY_GUARD(interrupt_guard);
+//     ... { MT_LIBRARY_GUARD_USE(interrupt_guard); ... }
+#define MT_LIBRARY_GUARD(name) static constinit thrMutex name(thrMutex::Plain)
+#define MT_LIBRARY_GUARD_USE(name) const thrLock name##_in_use(name)
+
+// Chance ---------------------------------------------------------------------------------------
+
+// 64 bits that nobody outside the process can foresee, from the system: seeds for hashes and names.
+KELSTDMT_API std::uint64_t btkRandomSeed() noexcept;
+
+// Last error -----------------------------------------------------------------------------------
+
+// Each thread has a last error: the reason why a call of the runtime that reports failure by its
+// result failed, in the numbers that callers know: 2 no such file, 3 no such folder, 5 access denied,
+// 32 in use, 33 locked, 80 exists already, 87 wrong argument, 109 broken pipe, 112 disk full, 145 folder
+// not empty, 183 exists already (folders), 206 name too long. Success leaves it alone.
+KELSTDMT_API int Error_GetLast() noexcept;
+KELSTDMT_API void Error_SetLast(int number) noexcept;
+// From an errno value; an errno without a number of its own is 31.
+KELSTDMT_API void Error_SetLastFromSystem(int system_error) noexcept;
+// The same for a failure that concerns a host path: tells a missing file (2) from a missing folder (3).
+KELSTDMT_API void Error_SetLastFromSystem(int system_error, const char *host_path) noexcept;
+// English, one sentence without a line end; lives as long as the process. Never null.
+KELSTDMT_API const char *Error_GetText(int number) noexcept;
+
+// Host paths -----------------------------------------------------------------------------------
+
+// The host's path for a path in the callers' form. "C:\a\b", "\a\b" and "/a/b" are "/a/b"; "C:a" and "a" are
+// relative to the current folder; "D:\a" and "D:a" lie in the entry "D" or "d" of the folder that the
+// environment variable KELSTDMT_DRIVES names, and without such an entry the path is one that can neither
+// exist nor be made. Every backslash separates. A null pointer and the text markers give the empty path.
+KELSTDMT_API std::string btkHostPath(const char *path);
+// The way back: absolute paths become "C:\...", or "D:\..." below a drive's folder, also when that is a link.
+KELSTDMT_API std::string btkCallerPath(const char *host_path);
 
 // Time values ----------------------------------------------------------------------------------
 

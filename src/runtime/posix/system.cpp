@@ -1,0 +1,34 @@
+#include "runtime/posix/system.h"
+
+#include <sys/random.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace kel::system {
+
+void write_error(const char *bytes, std::size_t count) noexcept {
+    int saved = errno;
+    while (count > 0) {
+        ssize_t written = ::write(STDERR_FILENO, bytes, count);
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) break;
+        bytes += written;
+        count -= static_cast<std::size_t>(written);
+    }
+    errno = saved;
+}
+
+std::uint64_t random_bits() noexcept {
+    std::uint64_t bits = 0;
+    if (::getrandom(&bits, sizeof bits, GRND_NONBLOCK) == static_cast<ssize_t>(sizeof bits)) return bits;
+    // Too early in the machine's life, or forbidden: the clock and the address space's own randomness.
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    bits = static_cast<std::uint64_t>(now.tv_nsec) ^ reinterpret_cast<std::uintptr_t>(&now);
+    bits ^= static_cast<std::uint64_t>(now.tv_sec) << 32 ^ static_cast<std::uint64_t>(::getpid()) << 16;
+    return bits * 0x9E3779B97F4A7C15U;
+}
+
+}  // namespace kel::system

@@ -1,0 +1,14 @@
+// The system calls that the rest of the runtime needs, without their headers.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace kel::system {
+
+// To standard error in one piece as far as the system allows; failures have nobody to hear them.
+void write_error(const char *bytes, std::size_t count) noexcept;
+
+std::uint64_t random_bits() noexcept;
+
+}  // namespace kel::system
