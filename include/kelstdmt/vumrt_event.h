@@ -36,9 +36,9 @@ public:
     // What to ask the system. Default: nothing.
     virtual btkPollRequest GetPollRequest();
     // Called by a wait, for the event that it is about to report, with the btkPollInterest bits that the
-    // system told (0 for one that was ready without asking): here a condition that is to be taken is
-    // taken. False means that it is gone by now, and the wait goes on. Default: got != 0, so that a
-    // failed descriptor and a vanished peer count as signalled.
+    // system told: here a condition that is to be taken is taken. False means that it is gone by now, and
+    // the wait goes on. Not asked of one that was ready without asking. Default: got != 0, so that a failed
+    // descriptor and a vanished peer count as signalled.
     virtual bool Confirm(unsigned got);
 };
 
@@ -90,7 +90,6 @@ private:
 class KELSTDMT_API btkAlwaysEvent : public btkBaseEvent {
 public:
     bool IsReady() override;
-    bool Confirm(unsigned got) override;
 };
 
 // A descriptor has input or met its end (type 0), has room for output (1) or has out-of-band data (2).

@@ -152,6 +152,8 @@ protected:
     std::streambuf *OnGetTryIBuf() override;
     void OnFreeTryIBuf() override;
 
+    void Finish() noexcept;  // flushes and lets go of the descriptor
+
 private:
     std::unique_ptr<kel::detail::descriptor_buffer> m_buffer;
     xtrystreambuf m_try;
@@ -229,7 +231,7 @@ public:
     bool IsOpen() const noexcept { return m_fd >= 0; }
     int GetHandle() const noexcept { return m_fd; }  // -1 when closed
     // Lines end in the same way in both modes on this platform.
-    void SetMode(bool binary) noexcept { m_binary = binary; }
+    void SetMode(bool) noexcept {}
 
 protected:
     int_type underflow() override;
@@ -242,7 +244,7 @@ protected:
     int sync() override;
 
 private:
-    bool MakeBuffer();
+    void MakeBuffer();
     std::size_t Here() const noexcept;
     void Settle() noexcept;
     bool FlushDirty();
@@ -266,7 +268,6 @@ private:
     int m_fd = -1;
     int m_mode = 0;
     bool m_seekable = false;
-    bool m_binary = false;
 };
 
 // Bytes of the open file; -1 with the last error set on failure.

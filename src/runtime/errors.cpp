@@ -1,0 +1,120 @@
+// The last error of each thread, and the one table that turns the system's errors into the numbers
+// that callers know.
+#include <kelstdmt/vumrt.h>
+
+#include <cerrno>
+#include <filesystem>
+
+namespace {
+
+thread_local int last_error = 0;
+
+constexpr int no_such_file = 2, no_such_folder = 3, unnamed_error = 31;
+
+struct translation {
+    int system;
+    int number;
+};
+constexpr translation translations[] = {
+    {ENOENT, 2},           {ENOTDIR, 3},         {EMFILE, 4},         {ENFILE, 4},
+    {EACCES, 5},           {EPERM, 5},           {EISDIR, 5},         {EBADF, 6},
+    {ENOMEM, 8},           {ENOEXEC, 193},       {EXDEV, 17},         {EROFS, 19},
+    {EIO, 1117},           {EBUSY, 32},          {ETXTBSY, 32},       {EAGAIN, 33},
+    {EDEADLK, 1131},       {ENOTSUP, 50},        {EEXIST, 80},        {EINVAL, 87},
+    {EFAULT, 87},          {EPIPE, 109},         {ENOSPC, 112},       {EFBIG, 223},
+    {ENOSYS, 120},         {ETIMEDOUT, 121},     {ESRCH, 87},         {ECHILD, 128},
+    {ESPIPE, 132},         {ENOTEMPTY, 145},     {ENAMETOOLONG, 206}, {E2BIG, 206},
+    {ENXIO, 21},           {ENODEV, 20},         {EINTR, 995},        {ECANCELED, 995},
+    {EOVERFLOW, 534},      {ELOOP, 1921},        {EMLINK, 1142},      {EADDRINUSE, 1227},
+    {EADDRNOTAVAIL, 1214}, {ECONNREFUSED, 1225}, {ECONNRESET, 64},    {ECONNABORTED, 1236},
+    {EHOSTUNREACH, 1232},  {ENETUNREACH, 1231},  {ENOTCONN, 2250},    {EDQUOT, 112},
+};
+
+struct wording {
+    int number;
+    const char *text;
+};
+constexpr wording wordings[] = {
+    {0, "No error."},
+    {2, "There is no such file."},
+    {3, "There is no such folder."},
+    {4, "Too many files are open."},
+    {5, "Access is denied."},
+    {6, "The handle is not valid."},
+    {8, "There is not enough memory."},
+    {17, "The two paths are on different file systems."},
+    {19, "The file system is read-only."},
+    {20, "There is no such device."},
+    {21, "The device is not ready."},
+    {31, "The system reported a failure."},
+    {32, "It is in use by another process."},
+    {33, "It is locked by another holder."},
+    {50, "The operation is not supported here."},
+    {64, "The connection was cut by the other side."},
+    {80, "The file exists already."},
+    {87, "An argument is not valid."},
+    {109, "The other end of the pipe is closed."},
+    {112, "The disk is full."},
+    {120, "The system does not offer this function."},
+    {121, "The time ran out."},
+    {128, "There is no child process to wait for."},
+    {132, "There is no position to seek to here."},
+    {145, "The folder is not empty."},
+    {183, "It exists already."},
+    {193, "It is not a program that this system runs."},
+    {206, "The name is too long."},
+    {223, "The file would become too large."},
+    {534, "The value is too large."},
+    {995, "The operation was interrupted."},
+    {1117, "The device reported an input or output error."},
+    {1131, "Waiting for this lock would never end."},
+    {1142, "There are too many links to the file."},
+    {1214, "The network address is not available on this machine."},
+    {1225, "The other side refused the connection."},
+    {1227, "The network address is in use."},
+    {1231, "The network cannot be reached."},
+    {1232, "The host cannot be reached."},
+    {1236, "The connection was given up."},
+    {1921, "The links lead in a circle."},
+    {2250, "There is no connection."},
+};
+
+}  // namespace
+
+int Error_GetLast() noexcept {
+    return last_error;
+}
+
+void Error_SetLast(int number) noexcept {
+    last_error = number;
+}
+
+void Error_SetLastFromSystem(int system_error) noexcept {
+    last_error = unnamed_error;
+    for (const translation &entry : translations) {
+        if (entry.system == system_error) {
+            last_error = entry.number;
+            break;
+        }
+    }
+}
+
+void Error_SetLastFromSystem(int system_error, const char *host_path) noexcept {
+    Error_SetLastFromSystem(system_error);
+    if (last_error != no_such_file || !host_path) return;
+    try {
+        std::filesystem::path path(host_path);
+        if (!path.has_filename()) path = path.parent_path();
+        std::filesystem::path folder = path.parent_path();
+        std::error_code ignored;
+        if (!folder.empty() && !std::filesystem::is_directory(folder, ignored)) last_error = no_such_folder;
+    } catch (...) {
+        // No memory for the finer answer.
+    }
+}
+
+const char *Error_GetText(int number) noexcept {
+    for (const wording &entry : wordings)
+        if (entry.number == number) return entry.text;
+    return "An unknown error occurred.";
+}

@@ -1,0 +1,212 @@
+// One poll over everything that a list awaits. What is known without asking, such as bytes already read
+// ahead, joins in by turning the poll into one that does not wait, so that the order of the list decides
+// between the two kinds.
+#include <kelstdmt/vumrt_event.h>
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+btkBaseEvent::~btkBaseEvent() = default;
+bool btkBaseEvent::IsReady() {
+    return false;
+}
+btkPollRequest btkBaseEvent::GetPollRequest() {
+    return {};
+}
+bool btkBaseEvent::Confirm(unsigned got) {
+    return got != 0;
+}
+
+btkEvent::~btkEvent() = default;
+
+// Asking ---------------------------------------------------------------------------------------
+
+namespace {
+
+constexpr std::int64_t nanos_per_second = 1'000'000'000;
+constexpr std::int64_t longest = std::int64_t{1} << 30;  // seconds
+
+pollfd to_system(btkPollRequest request) {
+    int events = 0;
+    if (request.interest & btkPollIn) events |= POLLIN;
+    if (request.interest & btkPollOut) events |= POLLOUT;
+    if (request.interest & btkPollUrgent) events |= POLLPRI;
+    return {request.fd, static_cast<short>(events), 0};
+}
+
+unsigned from_system(short events) {
+    unsigned got = 0;
+    if (events & POLLIN) got |= btkPollIn;
+    if (events & POLLOUT) got |= btkPollOut;
+    if (events & POLLPRI) got |= btkPollUrgent;
+    if (events & (POLLERR | POLLNVAL)) got |= btkPollError;
+    if (events & POLLHUP) got |= btkPollHangup;
+    return got;
+}
+
+std::int64_t monotonic_nanos() {
+    timespec now{};
+    ::clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * nanos_per_second + now.tv_nsec;
+}
+
+std::int64_t to_nanos(const btkTimeval &time) {
+    if (time.GetSec() < 0) return 0;
+    if (time.GetSec() >= longest) return longest * nanos_per_second;
+    return time.GetSec() * nanos_per_second + time.GetUsec() * std::int64_t{1000};
+}
+
+// Polls until the deadline; an interrupted poll goes on with what is left of the time.
+int poll_until(pollfd *requests, std::size_t count, bool wait, std::int64_t deadline) {
+    for (;;) {
+        std::int64_t left = wait ? deadline - monotonic_nanos() : 0;
+        if (left < 0) left = 0;
+        timespec timeout{static_cast<time_t>(left / nanos_per_second),
+                         static_cast<long>(left % nanos_per_second)};
+        int result = ::ppoll(requests, static_cast<nfds_t>(count), &timeout, nullptr);
+        if (result >= 0 || errno != EINTR) return result;
+    }
+}
+
+// Room for the requests of one wait: on the stack, or kept by the thread from wait to wait.
+class request_room {
+public:
+    explicit request_room(std::size_t count) : m_requests(m_few) {
+        if (count <= few) return;
+        static thread_local std::vector<pollfd> many;
+        if (many.size() < count) many.resize(count);
+        m_requests = many.data();
+    }
+    pollfd *data() const { return m_requests; }
+
+private:
+    static constexpr std::size_t few = 64;
+    pollfd m_few[few];
+    pollfd *m_requests;
+};
+
+}  // namespace
+
+int btkEvent::Wait(List &list, const btkTimeval &timeout, const btkTimeval &) {
+    std::size_t size = list.GetSize();
+    std::int64_t nanos = to_nanos(timeout);
+    std::int64_t deadline = nanos > 0 ? monotonic_nanos() + nanos : 0;
+    request_room room(size);
+    pollfd *requests = room.data();
+    for (;;) {
+        // Events after one that is ready without asking cannot come first: they are not asked.
+        std::size_t asked = 0;
+        bool ready = false, any = false;
+        for (; asked < size && !ready; ++asked) {
+            btkBaseEvent *base = list[asked] ? list[asked]->GetBaseEvent() : nullptr;
+            ready = base && base->IsReady();
+            requests[asked] = to_system(base && !ready ? base->GetPollRequest() : btkPollRequest{});
+            any = any || requests[asked].fd >= 0;
+        }
+        int told = 0;
+        if (any || !ready) told = poll_until(requests, asked, nanos > 0 && !ready, deadline);
+        if (told < 0) {
+            Error_SetLastFromSystem(errno);
+            return -1;
+        }
+        if (told == 0 && !ready) return 0;
+        for (std::size_t at = 0; at < asked; ++at) {
+            unsigned got = from_system(requests[at].revents);
+            if (told > 0 && got && list[at]->GetBaseEvent()->Confirm(got)) return static_cast<int>(at) + 1;
+        }
+        if (ready) return static_cast<int>(asked);
+        // Another thread took the signal.
+        if (nanos == 0) return 0;
+    }
+}
+
+bool btkEvent::IsSignaled() {
+    if (!m_base) return false;
+    if (m_base->IsReady()) return true;
+    pollfd request = to_system(m_base->GetPollRequest());
+    return request.fd >= 0 && poll_until(&request, 1, false, 0) > 0;
+}
+
+// The kinds ------------------------------------------------------------------------------------
+
+bool btkAlwaysEvent::IsReady() {
+    return true;
+}
+
+btkSelectEvent::btkSelectEvent(int fd, int type) noexcept
+    : m_request{fd, type == 0   ? btkPollIn
+                    : type == 1 ? btkPollOut
+                                : btkPollUrgent} {}
+btkPollRequest btkSelectEvent::GetPollRequest() {
+    return m_request;
+}
+
+btkPollRequest btkPROCESSEvent::GetPollRequest() {
+    return {m_handle, btkPollIn};
+}
+
+// The program's own events: a handle is twice the descriptor, plus one for manual reset.
+
+namespace {
+
+constexpr int descriptor_of(btkEventHandle event) {
+    return event < 0 ? -1 : event >> 1;
+}
+constexpr bool is_manual(btkEventHandle event) {
+    return event & 1;
+}
+
+// Takes the signal; false when there was none.
+bool take(btkEventHandle event) {
+    eventfd_t count;
+    return ::eventfd_read(descriptor_of(event), &count) == 0;
+}
+
+class errno_keeper {
+public:
+    errno_keeper() noexcept : m_saved(errno) {}
+    ~errno_keeper() { errno = m_saved; }
+    errno_keeper(const errno_keeper &) = delete;
+    errno_keeper &operator=(const errno_keeper &) = delete;
+
+private:
+    int m_saved;
+};
+
+}  // namespace
+
+btkEventHandle Event_Create(bool manual_reset, bool initial) {
+    int fd = ::eventfd(initial ? 1 : 0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (fd < 0) {
+        Error_SetLastFromSystem(errno);
+        return -1;
+    }
+    return fd * 2 + (manual_reset ? 1 : 0);
+}
+
+void Event_Set(btkEventHandle event) noexcept {
+    errno_keeper keeper;
+    // A counter at its limit, the one refusal, is a signal too.
+    if (event >= 0) ::eventfd_write(descriptor_of(event), 1);
+}
+void Event_Reset(btkEventHandle event) noexcept {
+    errno_keeper keeper;
+    if (event >= 0) take(event);
+}
+void Event_Free(btkEventHandle event) noexcept {
+    errno_keeper keeper;
+    if (event >= 0) ::close(descriptor_of(event));
+}
+
+btkPollRequest btkEVENTEvent::GetPollRequest() {
+    return {descriptor_of(m_event), btkPollIn};
+}
+bool btkEVENTEvent::Confirm(unsigned got) {
+    if (is_manual(m_event) || !(got & btkPollIn)) return got != 0;
+    errno_keeper keeper;
+    return take(m_event);
+}
