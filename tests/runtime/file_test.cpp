@@ -1,0 +1,245 @@
+// The file buffer against a model in memory, and against the system: full disks, modes, other writers.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <string>
+#include <thread>
+
+#include <kelstdmt/vumtext.h>
+
+namespace {
+
+using std::ios_base;
+
+struct File : testing::Test {
+    File() {
+        char name[] = "/tmp/kelstdmt_file_XXXXXX";
+        folder = ::mkdtemp(name);
+        path = folder + "/f";
+    }
+    ~File() override { std::system(("rm -rf " + folder).c_str()); }
+    void put(const std::string &text) const { std::ofstream(path, std::ios::binary) << text; }
+    std::string get() const {
+        std::ifstream in(path, std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+    std::string folder, path;
+};
+
+std::string read(std::streambuf &from, std::size_t count) {
+    std::string text(count, '\0');
+    text.resize(static_cast<std::size_t>(from.sgetn(text.data(), static_cast<std::streamsize>(count))));
+    return text;
+}
+std::streamsize write(std::streambuf &to, const std::string &text) {
+    return to.sputn(text.data(), static_cast<std::streamsize>(text.size()));
+}
+
+// Reads, writes and seeks in any order, mostly near one another and now and then far or large, so that
+// runs begin inside, beside and away from what is not written yet.
+TEST_F(File, BehavesAsBytesInMemory) {
+    for (unsigned seed = 1; seed <= 8; ++seed) {
+        std::mt19937 random(seed);
+        auto below = [&random](std::size_t limit) { return static_cast<std::size_t>(random() % limit); };
+        std::string model;
+        std::size_t at = 0;
+        btkFileBuf file;
+        ASSERT_TRUE(file.Open(path.c_str(), btkFileBuf::In | btkFileBuf::Out | btkFileBuf::Truncate));
+        for (int step = 0; step < 6000; ++step) {
+            std::size_t count = below(50) == 0 ? below(200000) : below(40);
+            switch (below(8)) {
+                case 0:
+                case 1: {
+                    std::string text(count, static_cast<char>('a' + below(26)));
+                    ASSERT_EQ(write(file, text), static_cast<std::streamsize>(count));
+                    if (model.size() < at + count) model.resize(at + count);
+                    model.replace(at, count, text);
+                    at += count;
+                    break;
+                }
+                case 2:
+                case 3: {
+                    std::string expected = at < model.size() ? model.substr(at, count) : "";
+                    ASSERT_EQ(read(file, count), expected) << "seed " << seed << " step " << step;
+                    at += expected.size();
+                    break;
+                }
+                case 4:
+                    ASSERT_EQ(file.sbumpc(), at < model.size() ? static_cast<unsigned char>(model[at]) : -1);
+                    if (at < model.size()) ++at;
+                    break;
+                case 5:
+                    ASSERT_EQ(file.sputc('!'), '!');
+                    if (model.size() == at) model.push_back('!');
+                    model[at++] = '!';
+                    break;
+                case 6:
+                    at = std::min(model.size(), below(10) ? at + 20 - std::min<std::size_t>(at, below(40))
+                                                          : below(model.size() + 1));
+                    if (below(2)) {
+                        ASSERT_EQ(file.pubseekpos(static_cast<std::streamoff>(at)), std::streamoff(at));
+                    } else {
+                        auto back =
+                            static_cast<std::streamoff>(at) - static_cast<std::streamoff>(model.size());
+                        ASSERT_EQ(file.pubseekoff(back, ios_base::end), std::streamoff(at));
+                    }
+                    break;
+                default:
+                    ASSERT_EQ(file.pubseekoff(0, ios_base::cur), std::streamoff(at)) << "step " << step;
+                    if (below(20) == 0) {
+                        ASSERT_EQ(file.pubsync(), 0);
+                    }
+                    if (at > 0) {
+                        ASSERT_EQ(file.sungetc(), static_cast<unsigned char>(model[--at])) << "step " << step;
+                    }
+            }
+            if (model.size() > 600000) {
+                ASSERT_TRUE(file.pubsync() == 0 && File_Truncate(file.GetHandle(), 1000));
+                model.resize(1000);
+                at = 0;
+                file.pubseekpos(0);
+            }
+        }
+        ASSERT_TRUE(file.Close());
+        ASSERT_TRUE(get() == model) << "seed " << seed;
+    }
+}
+
+TEST_F(File, OpensByItsMode) {
+    struct {
+        int mode;
+        const char *before, *after;  // null: no file; after writing "X" where that is allowed
+        int error;
+    } cases[] = {
+        {1, "abc", "abc", 0},          {2, "abc", "X", 0},
+        {3, "abc", "Xbc", 0},          {1, nullptr, "", 0},
+        {2 | 4, "abc", "abcX", 0},     {8, "abc", "abcX", 0},
+        {3 | 16, "abc", "X", 0},       {1 | 32, nullptr, nullptr, 2},
+        {2 | 32, nullptr, nullptr, 2}, {2 | 64, "abc", "abc", 80},
+        {1 | 64, "abc", "abc", 80},    {3 | 64, nullptr, "X", 0},
+        {0, "abc", "abc", 87},         {3 | 32 | 64, "a", "a", 87},
+    };
+    for (auto &c : cases) {
+        SCOPED_TRACE(c.mode);
+        ::unlink(path.c_str());
+        if (c.before) put(c.before);
+        btkFileBuf file;
+        Error_SetLast(0);
+        EXPECT_EQ(file.Open(path.c_str(), c.mode), c.error == 0);
+        EXPECT_EQ(Error_GetLast(), c.error);
+        EXPECT_EQ(file.sputc('X') == 'X', c.error == 0 && (c.mode & (2 | 8)));
+        EXPECT_EQ(file.Close(), c.error == 0);
+        EXPECT_EQ(::access(path.c_str(), F_OK) == 0, c.after != nullptr);
+        EXPECT_EQ(get(), c.after ? c.after : "");
+    }
+    btkFileBuf file;
+    EXPECT_FALSE(file.Open(folder.c_str(), 1));
+    EXPECT_EQ(Error_GetLast(), 5);
+    EXPECT_FALSE(file.Open((folder + "/none/f").c_str(), 2));
+    EXPECT_EQ(Error_GetLast(), 3);
+    EXPECT_FALSE(file.Open((folder + "/" + std::string(300, 'n')).c_str(), 2));
+    EXPECT_EQ(Error_GetLast(), 206);
+    ASSERT_TRUE(file.Open(path.c_str(), 3));
+    EXPECT_TRUE(::fcntl(file.GetHandle(), F_GETFD) & FD_CLOEXEC);
+}
+
+TEST_F(File, SeesAndKeepsWhatOthersWrite) {
+    put("0123456789");
+    btkFileBuf file;
+    ASSERT_TRUE(file.Open(path.c_str(), 3));
+    EXPECT_EQ(read(file, 2), "01");
+    int other = ::open(path.c_str(), O_WRONLY);
+    EXPECT_EQ(::pwrite(other, "abcd", 4, 4), 4);
+    write(file, "X");  // beside what was only read
+    EXPECT_EQ(read(file, 5), "34567");
+    write(file, "Y");
+    EXPECT_EQ(file.pubsync(), 0);
+    EXPECT_EQ(get(), "01X3abcdY9") << "stale bytes were written back";
+    file.pubseekoff(0, ios_base::beg);
+    EXPECT_EQ(read(file, 9), "01X3abcdY");
+    EXPECT_EQ(::ftruncate(other, 5), 0);
+    EXPECT_EQ(::pwrite(other, "new", 3, 5), 3);
+    file.pubseekoff(4, ios_base::beg);
+    EXPECT_EQ(read(file, 99), "anew");
+    ::close(other);
+    EXPECT_TRUE(file.Close());
+    // Appending: to the end as it is at the time of the write, and read back in between.
+    put("ab");
+    ASSERT_TRUE(file.Open(path.c_str(), 1 | 8));
+    std::ofstream(path, std::ios::app) << "c";
+    write(file, "D");
+    file.pubseekpos(0);
+    EXPECT_EQ(read(file, 9), "abcD");
+    EXPECT_EQ(file.pubseekoff(5'000'000'000, ios_base::beg), std::streamoff(5'000'000'000))
+        << "64-bit offsets";
+    EXPECT_EQ(file.pubseekoff(-1, ios_base::beg), std::streamoff(-1));
+}
+
+TEST_F(File, TellsAFullDisk) {
+    btkFileBuf file;
+    ASSERT_TRUE(file.Open("/dev/full", 2));
+    EXPECT_EQ(write(file, "lost"), 4);
+    EXPECT_EQ(file.pubsync(), -1);
+    EXPECT_EQ(Error_GetLast(), 112);
+    EXPECT_LT(write(file, std::string(300000, 'x')), 300000);
+    EXPECT_FALSE(file.Close());
+    EXPECT_FALSE(file.IsOpen());
+    EXPECT_FALSE(File_Truncate(-1, 0));
+    EXPECT_EQ(File_GetSize(-1), -1);
+}
+
+TEST_F(File, ReadsAFifoInOrderAndSurvivesItsEnd) {
+    ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+    std::string text(200000, 'f');
+    text += "end";
+    std::thread writer([&] {
+        btkFileBuf out;
+        EXPECT_TRUE(out.Open(path.c_str(), 2 | btkFileBuf::NoCreate));
+        EXPECT_EQ(write(out, text), static_cast<std::streamsize>(text.size()));
+        EXPECT_EQ(write(out, "late"), 4);
+        while (out.pubsync() == 0)
+            write(out, "late");  // until the reader has gone: no signal
+        EXPECT_EQ(Error_GetLast(), 109);
+    });
+    btkFileBuf in;
+    EXPECT_TRUE(in.Open(path.c_str(), 1));
+    EXPECT_EQ(read(in, 10), text.substr(0, 10));
+    EXPECT_EQ(in.pubsync(), 0) << "keeps what was read ahead";
+    EXPECT_EQ(in.pubseekoff(0, ios_base::cur), std::streamoff(-1));
+    EXPECT_TRUE(read(in, text.size() - 10) == text.substr(10));
+    EXPECT_EQ(read(in, 4), "late");
+    in.Close();
+    writer.join();
+}
+
+TEST_F(File, LocksKeepOthersOut) {
+    put("a:1\n");
+    lockFileBuf first, second;
+    EXPECT_FALSE(first.Open(path.c_str(), 1));
+    EXPECT_FALSE(second.Open(path.c_str(), 1)) << "readers share";
+    second.Close();
+    EXPECT_TRUE(second.Open(path.c_str(), 2, 0666, 0)) << "a writer waits for readers";
+    EXPECT_EQ(Error_GetLast(), 33);
+    EXPECT_EQ(get(), "a:1\n") << "not emptied without the lock";
+    std::thread releases([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(80));
+        first.Close();
+    });
+    EXPECT_FALSE(second.Open(path.c_str(), 3));
+    releases.join();
+    EXPECT_EQ(read(second, 9), "a:1\n");
+    { std::ofstream(path) << "b:2\n"; }  // opened and closed elsewhere in this process: the lock stays
+    EXPECT_TRUE(first.Open(path.c_str(), 1, 0666, 0.01));
+    EXPECT_TRUE(second.Close());
+    EXPECT_TRUE(first.Open((folder + "/none").c_str(), 1));
+    EXPECT_NE(::access((folder + "/none").c_str(), F_OK), 0);
+}
+
+}  // namespace

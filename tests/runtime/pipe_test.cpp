@@ -1,0 +1,186 @@
+// Pipes, trials and the pipe signal, over real descriptors.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include <kelstdmt/vumrt_stream.h>
+
+namespace {
+
+struct Pipe : testing::Test {
+    Pipe() {
+        btkOutputPipe output;
+        btkInputPipe input;
+        EXPECT_TRUE(btkAnonymousPipe::Create(output, input));
+        EXPECT_TRUE(::fcntl(output.GetHandle(), F_GETFD) & ::fcntl(input.GetHandle(), F_GETFD) & FD_CLOEXEC);
+        raw = output.GetHandle();
+        out = std::make_unique<xopipebuf>(output.Release());
+        in = std::make_unique<xipipebuf>(input.Release());
+    }
+    void send(const std::string &text) const {
+        EXPECT_EQ(::write(raw, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    }
+    std::string look() const {
+        auto *bytes = static_cast<xtrystreambuf *>(in->GetTryIBuf());
+        std::string text(bytes->GetAvail(), '\0');
+        bytes->sgetn(text.data(), static_cast<std::streamsize>(text.size()));
+        in->FreeTryIBuf();
+        return text;
+    }
+    std::string read(std::size_t count) const {
+        std::string text(count, '\0');
+        auto got = in->GetStreamBuf()->sgetn(text.data(), static_cast<std::streamsize>(count));
+        text.resize(static_cast<std::size_t>(got));
+        return text;
+    }
+    int raw = -1;
+    std::unique_ptr<xopipebuf> out;
+    std::unique_ptr<xipipebuf> in;
+};
+
+TEST_F(Pipe, TrialsSeeAllThatArrivedAndTakeNothing) {
+    btkEvent input(in->GetInputEvent());
+    EXPECT_EQ(look(), "");
+    EXPECT_FALSE(input.IsSignaled() || in->IsEofReached());
+    send("ab");
+    EXPECT_TRUE(input.IsSignaled());
+    EXPECT_EQ(look(), "ab");
+    pollfd request{in->GetHandle(), POLLIN, 0};
+    EXPECT_EQ(::poll(&request, 1, 0), 0) << "the bytes are in the buffer, not in the system";
+    EXPECT_TRUE(input.IsSignaled());
+    send("cd");
+    EXPECT_EQ(look(), "abcd");
+    EXPECT_EQ(read(3), "abc");
+    EXPECT_TRUE(input.IsSignaled());
+    EXPECT_EQ(read(1), "d");
+    EXPECT_FALSE(input.IsSignaled());
+    send("tail");
+    out.reset();
+    EXPECT_EQ(look(), "tail");
+    EXPECT_TRUE(in->IsEofReached());
+    EXPECT_EQ(read(9), "tail");
+    EXPECT_EQ(look(), "");
+    EXPECT_TRUE(in->IsEofReached() && input.IsSignaled());
+    EXPECT_EQ(read(1), "");
+    EXPECT_TRUE(input.IsSignaled());
+    in.reset();
+    EXPECT_TRUE(input.IsSignaled()) << "an event that outlives its buffer";
+}
+
+TEST_F(Pipe, TrialsGrowWithTheBytesThatArrive) {
+    ASSERT_EQ(::fcntl(raw, F_SETPIPE_SZ, 65536), 65536);
+    std::string text, seen;
+    for (int i = 0; i < 25; ++i) {
+        std::string part(40000, static_cast<char>('a' + i));
+        send(part);
+        text += part;
+        seen = look();
+        ASSERT_TRUE(seen == text) << seen.size() << " of " << text.size();
+        if (i % 5 == 4) {
+            ASSERT_TRUE(read(7) == text.substr(0, 7));
+            text.erase(0, 7);
+            ASSERT_TRUE(look().size() >= 4 * 40000);
+        }
+    }
+    EXPECT_TRUE(read(text.size()) == text);
+    send("after");
+    EXPECT_EQ(look(), "after");
+}
+
+TEST_F(Pipe, CarriesBlocksOfAllSizesInOrder) {
+    std::thread writer([&] {
+        unsigned next = 0;
+        for (std::size_t size = 1; size < 300000; size = size * 3 + 1) {
+            std::string block(size, '\0');
+            for (char &c : block)
+                c = static_cast<char>(next++ % 251);
+            auto *to = out->GetStreamBuf();
+            EXPECT_EQ(to->sputn(block.data(), static_cast<std::streamsize>(size)),
+                      static_cast<std::streamsize>(size));
+            EXPECT_EQ(to->sputc(static_cast<char>(next % 251)), static_cast<int>(next % 251));
+            ++next;
+        }
+        out.reset();  // what is left goes out
+    });
+    unsigned next = 0;
+    for (std::size_t size = 2;; size = size * 2 % 150001) {
+        std::string block = read(size);
+        for (char c : block)
+            ASSERT_EQ(static_cast<unsigned char>(c), next++ % 251);
+        if (block.size() < size) break;
+        if (next % 3 == 0) look();
+    }
+    writer.join();
+    std::size_t expected = 0;
+    for (std::size_t size = 1; size < 300000; size = size * 3 + 1)
+        expected += size + 1;
+    EXPECT_EQ(next, expected);
+}
+
+int handled = 0;
+
+// A reader that has gone is a failed write. The program's own handling of the signal is neither called
+// nor changed, and a signal that someone else sent still arrives.
+TEST_F(Pipe, ALostReaderIsAnErrorAndNoSignal) {
+    struct sigaction before {
+    }, mine{}, after{};
+    mine.sa_handler = [](int) { ++handled; };
+    ASSERT_EQ(::sigaction(SIGPIPE, &mine, &before), 0);
+    in.reset();
+    auto *to = out->GetStreamBuf();
+    EXPECT_EQ(to->sputn("abc", 3), 3);
+    EXPECT_EQ(to->pubsync(), -1);
+    EXPECT_EQ(Error_GetLast(), 109);
+    std::string large(100000, 'x');
+    EXPECT_LT(to->sputn(large.data(), 100000), 100000);
+    EXPECT_EQ(handled, 0);
+    ::raise(SIGPIPE);
+    EXPECT_EQ(handled, 1);
+    sigset_t pipe, pending;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    ::pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
+    EXPECT_EQ(to->pubsync(), -1);
+    ::sigpending(&pending);
+    EXPECT_EQ(sigismember(&pending, SIGPIPE), 0) << "ours was taken away";
+    ::raise(SIGPIPE);
+    EXPECT_EQ(to->pubsync(), -1);
+    ::pthread_sigmask(SIG_UNBLOCK, &pipe, nullptr);
+    EXPECT_EQ(handled, 2) << "the other one arrives";
+    out.reset();
+    ::sigaction(SIGPIPE, &before, &after);
+    EXPECT_EQ(after.sa_handler, mine.sa_handler);
+}
+
+TEST_F(Pipe, BlockingReadsAndWritesOutlastDescriptorsThatDoNotBlock) {
+    ::fcntl(raw, F_SETFL, O_NONBLOCK);
+    ::fcntl(in->GetHandle(), F_SETFL, O_NONBLOCK);
+    std::thread reader([&] { EXPECT_EQ(read(500000).size(), 500000U); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    std::string large(500000, 'n');
+    EXPECT_EQ(out->GetStreamBuf()->sputn(large.data(), 500000), 500000);
+    reader.join();
+}
+
+TEST(Text, ReadsAndSeeksAView) {
+    btkStrstream text("12 abc");
+    int number;
+    std::string word;
+    text >> number >> word;
+    EXPECT_EQ(number, 12);
+    EXPECT_EQ(word, "abc");
+    EXPECT_TRUE(text.eof());
+    text.clear();
+    text.seekg(1);
+    EXPECT_EQ(text.peek(), '2');
+    EXPECT_FALSE(btkStrstream(nullptr) >> word);
+    EXPECT_FALSE(btkStrstream(xstrNullStr) >> word);
+}
+
+}  // namespace
