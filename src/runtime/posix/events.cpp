@@ -8,6 +8,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 btkBaseEvent::~btkBaseEvent() = default;
@@ -60,15 +61,15 @@ std::int64_t to_nanos(const btkTimeval &time) {
     return time.GetSec() * nanos_per_second + time.GetUsec() * std::int64_t{1000};
 }
 
-// Polls until the deadline; an interrupted poll goes on with what is left of the time.
-int poll_until(pollfd *requests, std::size_t count, bool wait, std::int64_t deadline) {
+// Polls until the deadline, which is `left` nanoseconds away; an interrupted poll goes on with what is
+// left of the time by then.
+int poll_until(pollfd *requests, std::size_t count, std::int64_t left, std::int64_t deadline) {
     for (;;) {
-        std::int64_t left = wait ? deadline - monotonic_nanos() : 0;
-        if (left < 0) left = 0;
         timespec timeout{static_cast<time_t>(left / nanos_per_second),
                          static_cast<long>(left % nanos_per_second)};
         int result = ::ppoll(requests, static_cast<nfds_t>(count), &timeout, nullptr);
         if (result >= 0 || errno != EINTR) return result;
+        if (left > 0) left = std::max<std::int64_t>(0, deadline - monotonic_nanos());
     }
 }
 
@@ -97,7 +98,7 @@ int btkEvent::Wait(List &list, const btkTimeval &timeout, const btkTimeval &) {
     std::int64_t deadline = nanos > 0 ? monotonic_nanos() + nanos : 0;
     request_room room(size);
     pollfd *requests = room.data();
-    for (;;) {
+    for (std::int64_t left = nanos;; left = std::max<std::int64_t>(0, deadline - monotonic_nanos())) {
         // Events after one that is ready without asking cannot come first: they are not asked.
         std::size_t asked = 0;
         bool ready = false, any = false;
@@ -108,7 +109,7 @@ int btkEvent::Wait(List &list, const btkTimeval &timeout, const btkTimeval &) {
             any = any || requests[asked].fd >= 0;
         }
         int told = 0;
-        if (any || !ready) told = poll_until(requests, asked, nanos > 0 && !ready, deadline);
+        if (any || !ready) told = poll_until(requests, asked, ready ? 0 : left, deadline);
         if (told < 0) {
             Error_SetLastFromSystem(errno);
             return -1;
@@ -128,7 +129,7 @@ bool btkEvent::IsSignaled() {
     if (!m_base) return false;
     if (m_base->IsReady()) return true;
     pollfd request = to_system(m_base->GetPollRequest());
-    return request.fd >= 0 && poll_until(&request, 1, false, 0) > 0;
+    return request.fd >= 0 && poll_until(&request, 1, 0, 0) > 0;
 }
 
 // The kinds ------------------------------------------------------------------------------------
