@@ -341,7 +341,8 @@ public:                                                                         
         });                                                                                      \
     }                                                                                            \
     [[noreturn]] static void Throw(KEL_COMMAS(KEL_X_PARAM, __VA_ARGS__)) {                       \
-        xthrow(xrcunihandle<xthrowable>(HOLDER(Create(KEL_COMMAS(KEL_X_PASS, __VA_ARGS__)))));   \
+        HOLDER thrown = Create(KEL_COMMAS(KEL_X_PASS, __VA_ARGS__));                             \
+        xthrow(xrcunihandle<xthrowable>(thrown));                                                \
     }                                                                                            \
     static constexpr auto kel_fields() {                                                         \
         return kel::detail::rows(KEL_COMMAS(KEL_X_FIELD, __VA_ARGS__));                          \

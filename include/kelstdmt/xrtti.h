@@ -200,8 +200,8 @@ class KELSTDMT_API xrttifield {
 public:
     using getter = xany (*)(xrttifield *, xobject *);
 
-    xrttifield(const char *name, unsigned char isoptional, xrtti *type, getter get)
-        : m_name(name), m_isoptional(isoptional), m_type(type), m_get(get) {}
+    xrttifield(const char *name, unsigned char isoptional, xrtti *type, getter read)
+        : m_name(name), m_isoptional(isoptional), m_type(type), m_get(read) {}
     const xstring &getname() const noexcept { return m_name; }
     bool getisoptional() const noexcept { return m_isoptional != 0; }
     xrtti *gettype() const noexcept { return m_type; }
