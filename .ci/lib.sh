@@ -3,6 +3,8 @@
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cd "$root"
+# Clones in different folders share what was compiled.
+export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1
 
 note() { printf '\033[1m==> %s\033[0m\n' "$*"; }
 fail() { printf '%s: %s\n' "${0##*/}" "$*" >&2; exit 1; }
