@@ -26,7 +26,7 @@ class xstring;
 // A read-only view of a text, whoever holds it.
 class KELSTDMT_API xstrbase {
 public:
-    virtual ~xstrbase();
+    virtual ~xstrbase() = default;
 
     // The text; xstrNullStr for a null string. Valid until the string is changed.
     const char *Str() const { return GiveString(); }
@@ -53,7 +53,7 @@ private:
 // A text that can be set, formatted and read from streams.
 class KELSTDMT_API xncstr : public xstrbase {
 public:
-    ~xncstr() override;
+    ~xncstr() override = default;
 
     // From wide text (16-bit units) in the locale's encoding; a null pointer gives OnSet(0).
     void Set(const unsigned short *wide);

@@ -1,0 +1,316 @@
+// Strings and their counted buffers.
+//
+// A new buffer is always filled before the old one is dropped, so a text may come from the very string that
+// it is assigned to.
+#include <kelstdmt/xstring.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <istream>
+#include <memory>
+#include <ostream>
+#include <string>
+
+#include <kelstdmt/vumtext.h>
+
+using kel::is_text;
+
+namespace {
+
+constexpr char null_assigned[] = "xstring: assignment of 0 is not supported any more.";
+
+std::size_t length(const char *text) {
+    return is_text(text) ? std::strlen(text) : 0;
+}
+
+char *buffer_of(const char *bytes, std::size_t count) {
+    char *text = kel::detail::buffer_create(count);
+    std::memcpy(text, bytes, count);
+    return text;
+}
+
+char *buffer_of(const char *first, const char *second) {
+    std::size_t before = length(first), behind = length(second);
+    char *text = kel::detail::buffer_create(before + behind);
+    if (before) std::memcpy(text, first, before);
+    if (behind) std::memcpy(text + before, second, behind);
+    return text;
+}
+
+char *report_null() {
+    _Abort(null_assigned, "strlibsrc/xstrlib", __LINE__);
+    return buffer_of("", std::size_t{0});
+}
+
+}  // namespace
+
+// Buffers --------------------------------------------------------------------------------------
+
+char *kel::detail::buffer_create(std::size_t bytes) {
+    char *block = static_cast<char *>(operator new(sizeof(std::uint32_t) + bytes + 1, pDefMemMgr));
+    char *text = block + sizeof(std::uint32_t);
+    ::new (block) std::uint32_t(1);
+    text[bytes] = 0;
+    return text;
+}
+
+void kel::detail::buffer_free(char *text) noexcept {
+    ::operator delete(text - sizeof(std::uint32_t));
+}
+
+char *xstrcreate_c(const char *text) {
+    return is_text(text) ? buffer_of(text, std::strlen(text)) : const_cast<char *>(text);
+}
+
+char *xstrlock_c(const char *text) {
+    char *buffer = const_cast<char *>(text);
+    return is_text(text) ? kel::detail::buffer_share(buffer) : buffer;
+}
+
+void xstrunlock_c(const char *text) {
+    if (is_text(text)) kel::detail::buffer_drop(const_cast<char *>(text));
+}
+
+// Any text -------------------------------------------------------------------------------------
+
+const char *xstrbase::GiveString() const {
+    _Abort(nullptr, "strlibsrc/xstring", __LINE__);
+    return nullptr;
+}
+
+unsigned xstrbase::GetSize() const {
+    return static_cast<unsigned>(length(Str()) + 1);
+}
+int xstrbase::ToInt() const {
+    const char *text = Str();
+    return is_text(text) ? std::atoi(text) : 0;
+}
+long xstrbase::ToLong() const {
+    const char *text = Str();
+    return is_text(text) ? std::atol(text) : 0;
+}
+double xstrbase::ToDouble() const {
+    const char *text = Str();
+    return is_text(text) ? std::atof(text) : 0;
+}
+
+namespace {
+
+xstring each_byte(const char *text, int (*change)(int)) {
+    if (!is_text(text)) return xstring();
+    std::size_t count = std::strlen(text);
+    char *result = kel::detail::buffer_create(count);
+    std::transform(text, text + count, result, [change](char byte) {
+        return static_cast<char>(static_cast<unsigned char>(change(static_cast<unsigned char>(byte))));
+    });
+    return xstring::Adopt(result);
+}
+
+// -1, 0 or 1: the null string, no text, texts.
+int compare(const char *a, const char *b) {
+    if (is_text(a) && is_text(b)) {
+        int order = a == b ? 0 : std::strcmp(a, b);
+        return (order > 0) - (order < 0);
+    }
+    auto rank = [](const char *text) { return is_text(text) ? 2 : text ? 0 : 1; };
+    return (rank(a) > rank(b)) - (rank(a) < rank(b));
+}
+
+}  // namespace
+
+xstring xstrbase::ToLower() const {
+    return each_byte(Str(), [](int byte) { return std::tolower(byte); });
+}
+xstring xstrbase::ToUpper() const {
+    return each_byte(Str(), [](int byte) { return std::toupper(byte); });
+}
+
+xstring xstrbase::operator()(unsigned from, unsigned to) const {
+    constexpr auto unset = static_cast<unsigned>(strUnsetPos);
+    const char *text = Str();
+    if (!is_text(text)) return xstring("");
+    if (from == unset) from = 0;
+    const char *first = stringAfterCHars(text, from);
+    if (to == unset) return xstring(first);
+    return xstring(first, to > from ? to - from : 0);
+}
+
+int operator-(const xstrbase &a, const char *b) {
+    return compare(a.Str(), b);
+}
+int operator-(const xstrbase &a, const xstrbase &b) {
+    return compare(a.Str(), b.Str());
+}
+int operator-(const char *a, const xstrbase &b) {
+    return compare(a, b.Str());
+}
+
+xstring operator+(const char *a, const xstrbase &b) {
+    return xstring(a, b.Str());
+}
+xstring operator+(const xstrbase &a, const char *b) {
+    return xstring(a.Str(), b);
+}
+xstring operator+(const xstrbase &a, const xstrbase &b) {
+    return xstring(a.Str(), b.Str());
+}
+
+std::ostream &operator<<(std::ostream &out, const xstrbase &text) {
+    return out << kel::view(text);
+}
+
+// Texts that can be set ------------------------------------------------------------------------
+
+void xncstr::OnSet(const char *) {
+    _Abort(nullptr, "strlibsrc/xstring", __LINE__);
+}
+
+void xncstr::Set(const unsigned short *wide) {
+    if (!wide) return OnSet(nullptr);
+    char *text = StrneW(wide);
+    std::unique_ptr<char, void (*)(char *)> owner(is_text(text) ? text : nullptr,
+                                                  [](char *block) { ::operator delete(block); });
+    OnSet(text);
+}
+
+void xncstr::Set(std::istream &from) {
+    std::string text;
+    std::getline(from, text, '\0');
+    OnSet(text.c_str());
+}
+
+void xncstr::Get(std::istream &from, char delimiter) {
+    std::string read;
+    std::getline(from, read, delimiter);
+    std::string_view present = kel::view(*this);
+    OnSet(present.empty() ? read.c_str() : std::string(present).append(read).c_str());
+}
+
+namespace {
+
+constexpr std::size_t brief_text = 1000;
+
+// The formatted text, in the array when it is short, else in the string.
+const char *formatted(char (&array)[brief_text], std::string &heap, const char *format,
+                      std::va_list arguments) {
+    std::va_list again;
+    va_copy(again, arguments);
+    int count = std::vsnprintf(array, sizeof array, format, arguments);
+    const char *result = array;
+    if (count < 0) {
+        _Abort("xncstr::Sprintf: the text cannot be formatted", "strlibsrc/xstring", __LINE__);
+        array[0] = 0;
+    } else if (static_cast<std::size_t>(count) >= sizeof array) {
+        bool cut = static_cast<std::size_t>(count) > xncstr::FormatLimit;
+        if (cut) _Abort("xncstr::Sprintf: the text is too long and is cut", "strlibsrc/xstring", __LINE__);
+        heap.resize(std::min(static_cast<std::size_t>(count), xncstr::FormatLimit));
+        std::vsnprintf(heap.data(), heap.size() + 1, format, again);
+        result = heap.c_str();
+    }
+    va_end(again);
+    return result;
+}
+
+}  // namespace
+
+void xncstr::Sprintf(const char *format, std::va_list arguments) {
+    char array[brief_text];
+    std::string heap;
+    OnSet(formatted(array, heap, format, arguments));
+}
+
+void xncstr::Sprintf(const char *format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    Sprintf(format, arguments);
+    va_end(arguments);
+}
+
+// The string -----------------------------------------------------------------------------------
+
+const char *xstring::GiveString() const {
+    return Str();
+}
+
+void xstring::OnSet(const char *text) {
+    Replace(Copy(text));
+}
+
+char *xstring::Copy(const char *text) {
+    if (is_text(text)) return buffer_of(text, std::strlen(text));
+    return text ? nullptr : report_null();
+}
+
+xstring::xstring(const char *first, const char *second) : m_text(buffer_of(first, second)) {}
+
+xstring::xstring(const char *text, unsigned n)
+    : m_text(is_text(text) ? buffer_of(text, static_cast<std::size_t>(stringAfterCHars(text, n) - text))
+                           : buffer_of("", std::size_t{0})) {}
+
+xstring xstring::FromBytes(const char *bytes, std::size_t count) {
+    return Adopt(buffer_of(bytes, count));
+}
+
+void xstring::Replace(char *text) noexcept {
+    kel::detail::buffer_drop(std::exchange(m_text, text));
+}
+
+bool xstring::Fits(std::size_t bytes) const noexcept {
+    constexpr std::size_t slack = 10;
+    if (!m_text || kel::detail::count_load(kel::detail::holders(m_text)) > 1) return false;
+    std::size_t present = std::strlen(m_text);
+    return bytes <= present && bytes + slack >= present;
+}
+
+xstring &xstring::operator=(const char *text) {
+    if (is_text(text)) {
+        std::size_t bytes = std::strlen(text);
+        if (Fits(bytes)) {
+            std::memmove(m_text, text, bytes + 1);
+        } else {
+            Replace(buffer_of(text, bytes));
+        }
+    } else {
+        Replace(Copy(text));
+    }
+    return *this;
+}
+
+xstring &xstring::operator=(const xstring &other) {
+    if (m_text == other.m_text) return *this;
+    if (m_text && other.m_text && std::strcmp(m_text, other.m_text) == 0) return *this;
+    return *this = other.Str();
+}
+
+xstring &xstring::operator=(const unsigned short *wide) {
+    if (reinterpret_cast<std::uintptr_t>(wide) <= 2) {
+        Replace(wide ? nullptr : report_null());
+        return *this;
+    }
+    std::unique_ptr<char, void (*)(char *)> owner(nullptr, [](char *block) { ::operator delete(block); });
+    char *text = StrneW(wide);
+    if (is_text(text)) owner.reset(text);
+    return *this = text;
+}
+
+xstring &xstring::operator+=(const char *text) {
+    if (is_text(text)) Replace(buffer_of(m_text, text));
+    return *this;
+}
+
+xstring &xstring::MkSprintf(const char *format, ...) {
+    // Never destroyed: it may be asked for while static objects die.
+    static xstring &result = *new xstring;
+    char array[brief_text];
+    std::string heap;
+    std::va_list arguments;
+    va_start(arguments, format);
+    // The old result may be among the arguments, so it lives until the new text is made.
+    const char *text = formatted(array, heap, format, arguments);
+    va_end(arguments);
+    result.OnSet(text);
+    return result;
+}
