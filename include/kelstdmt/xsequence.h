@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <new>
 #include <type_traits>
@@ -33,7 +34,9 @@ public:
     xbasesequence(const xbasesequence &) = delete;
     xbasesequence &operator=(const xbasesequence &) = delete;
 
-    // Positions and sizes are bytes. A size that 32 bits cannot hold is std::length_error.
+    // Positions and sizes are bytes, multiples of the element size. A size that 32 bits cannot hold is
+    // std::length_error, and nothing has changed. `from` may lie within this sequence. When copying an
+    // element throws, growth and gap are taken back.
     // Forgets the buffer without giving it back: for a sequence that has none.
     void Init(const xseqcontrol *control) noexcept;
     void Resize(unsigned bytes);
@@ -41,7 +44,6 @@ public:
     void BaseCopy(unsigned at, unsigned bytes, const void *from);
     // Opens a gap of elements with their default value; beyond the end, the way there is filled too.
     void BaseInsertEmpty(unsigned at, unsigned bytes);
-    // `from` may lie within this sequence.
     void BaseInsert(unsigned at, unsigned bytes, const void *from);
     // The bytes between the positions, in either order, clipped to the size.
     void BaseRemove(unsigned from, unsigned to);
@@ -64,16 +66,28 @@ protected:
     // Assigns from elements that are given up; the ranges may overlap.
     virtual void OnMove(void *to, void *from, unsigned bytes) = 0;
 
+    // Makes capacity for that many bytes more, at the end, without constructing anything there.
+    void BaseReserve(unsigned bytes);
+
     char *m_buffer = nullptr;
     unsigned m_size = 0;
     unsigned m_capacity = 0;
     xbool m_exact = 0;
     unsigned m_step = 256;
+
+private:
+    unsigned wanted_capacity(unsigned bytes) const;
+    void take_capacity(unsigned capacity);
+    bool holds(const void *from, unsigned bytes) const noexcept;
+    void assign_within(unsigned to, unsigned from, unsigned bytes);
+    void open_gap(unsigned at, unsigned bytes);
+    void close_gap(unsigned at, unsigned bytes, unsigned before);
 };
 
 namespace kel::detail {
 // kelXNegativeIndex or, at the count and beyond, kelXInvalidSeqIndex.
 [[noreturn]] KELSTDMT_API void throw_sequence_index(xobject *sequence, int index);
+[[noreturn]] KELSTDMT_API void throw_sequence_length();  // std::length_error
 // The byte position of an element; kelXNegativeIndex, and std::length_error beyond what 32 bits hold.
 KELSTDMT_API unsigned sequence_offset(int index, std::size_t elementsize);
 // Memory of a sequence's buffer, from the C heap; null for no bytes. std::bad_alloc when there is none.
@@ -81,6 +95,13 @@ KELSTDMT_API void *sequence_memory(void *block, std::size_t bytes);
 KELSTDMT_API void sequence_free(void *block) noexcept;
 // How much to take for a wanted size when the present one is too small.
 KELSTDMT_API std::size_t sequence_portion(std::size_t present, std::size_t wanted) noexcept;
+
+// Elements are counted as int.
+template <class T>
+std::size_t sequence_room(std::size_t present, unsigned capacity, bool exact) {
+    if (sizeof(T) == 1 && capacity > unsigned{std::numeric_limits<int>::max()}) throw_sequence_length();
+    return exact ? capacity : sequence_portion(present, capacity);
+}
 }  // namespace kel::detail
 
 // The typed interface. Indices and counts are elements.
@@ -94,21 +115,24 @@ public:
     int getarraysize() const noexcept { return static_cast<int>(m_size / sizeof(T)); }
     // kelXNegativeIndex below 0, kelXInvalidSeqIndex at the count and beyond.
     T get(int index) {
-        if (static_cast<unsigned>(index) >= m_size / sizeof(T)) [[unlikely]]
+        if (!has(index)) [[unlikely]]
             kel::detail::throw_sequence_index(this, index);
         return data()[index];
     }
     // Beyond the end the sequence grows; elements on the way have their default value (0, null, a nil
     // string). A negative index is kelXNegativeIndex.
-    void set(int index, T value) { BaseCopy(offset(index), sizeof(T), &value); }
+    void set(int index, T value) {
+        if (has(index)) [[likely]]
+            data()[index] = std::move(value);
+        else
+            BaseCopy(offset(index), sizeof(T), &value);
+    }
     void insert(int index, T value) { BaseInsert(offset(index), sizeof(T), &value); }
     void append(T value) {
-        if (!m_exact && m_capacity - m_size >= sizeof(T)) [[likely]] {
-            ::new (m_buffer + m_size) T(std::move(value));
-            m_size += static_cast<unsigned>(sizeof(T));
-        } else {
-            BaseInsert(m_size, sizeof(T), &value);
-        }
+        if (m_capacity - m_size < sizeof(T)) [[unlikely]]
+            BaseReserve(sizeof(T));
+        ::new (m_buffer + m_size) T(std::move(value));
+        m_size += static_cast<unsigned>(sizeof(T));
     }
     // All elements of the other sequence, in order; it may be this one.
     void insertseq(int index, const xtbsequence &other) {
@@ -126,6 +150,7 @@ public:
 
 protected:
     T *data() const noexcept { return reinterpret_cast<T *>(m_buffer); }
+    bool has(int index) const noexcept { return static_cast<unsigned>(index) < m_size / sizeof(T); }
     static unsigned offset(int index) { return kel::detail::sequence_offset(index, sizeof(T)); }
 };
 
@@ -141,7 +166,7 @@ public:
 protected:
     void *OnResize(unsigned capacity) override {
         if (capacity <= m_room && !this->m_exact) return this->m_buffer;
-        std::size_t room = this->m_exact ? capacity : kel::detail::sequence_portion(m_room, capacity);
+        std::size_t room = kel::detail::sequence_room<T>(m_room, capacity, this->m_exact);
         void *block = kel::detail::sequence_memory(this->m_buffer, room);
         m_room = room;
         return block;
@@ -168,15 +193,22 @@ public:
 protected:
     void *OnResize(unsigned capacity) override {
         if (capacity <= m_room && !this->m_exact) return this->m_buffer;
-        std::size_t room = this->m_exact ? capacity : kel::detail::sequence_portion(m_room, capacity);
+        std::size_t room = kel::detail::sequence_room<T>(m_room, capacity, this->m_exact);
+        struct memory {
+            T *block;
+            ~memory() { kel::detail::sequence_free(block); }
+        } fresh{static_cast<T *>(kel::detail::sequence_memory(nullptr, room))};
         T *old = this->data();
-        T *block = static_cast<T *>(kel::detail::sequence_memory(nullptr, room));
-        std::size_t live = this->m_size / sizeof(T), kept = std::min(live, room / sizeof(T));
-        std::uninitialized_move_n(old, kept, block);
+        std::size_t live = this->m_size / sizeof(T), kept = std::min(live, capacity / sizeof(T));
+        // A move that may throw could not be taken back.
+        if constexpr (std::is_nothrow_move_constructible_v<T> || !std::is_copy_constructible_v<T>)
+            std::uninitialized_move_n(old, kept, fresh.block);
+        else
+            std::uninitialized_copy_n(old, kept, fresh.block);
         std::destroy_n(old, live);
-        kel::detail::sequence_free(old);
         m_room = room;
-        return block;
+        std::swap(old, fresh.block);
+        return old;
     }
     void OnAllocate(void *at, unsigned bytes) override {
         std::uninitialized_value_construct_n(static_cast<T *>(at), bytes / sizeof(T));
