@@ -73,7 +73,8 @@ private:
     xstring m_function;
     bool m_wasopen;
     int m_state;
-    ioXStream *m_next = nullptr;
+    ioXStream *m_next;
+    ioXStream **m_here;  // what points at this one
 
     friend class ioStream;
 };
@@ -206,7 +207,11 @@ protected:
     [[noreturn]] void Throw(ioError error, const char *function);
     [[noreturn]] void Throw(ioError error);
     [[noreturn]] void ThrowState(int bits);  // sets the bits and throws ioStreamState
-    void CheckTryCode(ioTryCode code);       // sets the state and throws, except on success
+    // Sets the state and throws, except on success and ioWouldBlock.
+    void CheckTryCode(ioTryCode code) {
+        if (code != ioSuccess) [[unlikely]]
+            TakeCode(code);
+    }
     void SetActive() noexcept { m_active = true; }
     // A new event, owned by the caller, that owns the base event; null for a null base event.
     ioEvent *CreateEvent(btkBaseEvent *event, ioEventType type);
@@ -228,6 +233,16 @@ protected:
         if (!m_canwrite) [[unlikely]]
             Throw(ioOutputNotAllowed);
     }
+    void GuardInput() {
+        CheckOpen();
+        CheckGood();
+        CheckRead();
+    }
+    void GuardOutput() {
+        CheckOpen();
+        CheckGood();
+        CheckWrite();
+    }
     void SetState(int bits) noexcept { m_state |= bits; }
     void ClearState(int bits) noexcept { m_state &= ~bits; }
     xstreambuf *GetBuffer() const noexcept { return m_buffer; }
@@ -244,7 +259,8 @@ private:
     ioTryCode TryRead(Read read);
     template <class Write>
     ioTryCode TryWrite(Write write);
-    void Forget(ioXStream *error) noexcept;
+    void TakeCode(ioTryCode code);
+    void ForgetErrors() noexcept;
 
     ioSerializer *m_serializer;
     xstreambuf *m_buffer;
