@@ -58,7 +58,7 @@ public:
     // value. Copying an extern value clones its descriptor (kelXCannotCloneRTTI if it cannot).
     xany &operator=(const xany &other);
     xany &operator=(xany &&other);
-    xany &operator=(xobject *object) { return *this = xany(object); }
+    xany &operator=(xobject *object);
 
     Kind getkind() const noexcept { return m_kind; }
     bool isuninit() const noexcept { return m_kind == Uninit; }

@@ -110,7 +110,7 @@ inline bool count_drop(int &count) noexcept {
     }
     if (count_load(count) <= 1) return false;
     if (__atomic_fetch_sub(&count, 1, __ATOMIC_ACQ_REL) > 1) return true;
-    count_store(count, 1);  // another thread was faster: this reference is the last one
+    count_add(count, 1);  // another thread was faster: this reference is the last one
     return false;
 }
 

@@ -195,23 +195,35 @@ private:
     friend class xobject;
 };
 
+namespace kel::detail {
+// Equal names have equal keys.
+KELSTDMT_API std::uint64_t name_key(const char *name) noexcept;
+}  // namespace kel::detail
+
 // One field of a struct, or one case of a union.
 class KELSTDMT_API xrttifield {
 public:
     using getter = xany (*)(xrttifield *, xobject *);
 
     xrttifield(const char *name, unsigned char isoptional, xrtti *type, getter read)
-        : m_name(name), m_isoptional(isoptional), m_type(type), m_get(read) {}
+        : m_name(name),
+          m_isoptional(isoptional),
+          m_type(type),
+          m_get(read),
+          m_key(kel::detail::name_key(name)) {}
     const xstring &getname() const noexcept { return m_name; }
     bool getisoptional() const noexcept { return m_isoptional != 0; }
     xrtti *gettype() const noexcept { return m_type; }
-    xany get(xobject *object) { return m_get(this, object); }
+    xany get(xobject *object) { return m_get ? m_get(this, object) : xany(); }
 
 private:
     xstring m_name;
     unsigned char m_isoptional;
     xrtti *m_type;
     getter m_get;
+    std::uint64_t m_key;  // tells most names apart without a look at the text
+
+    friend class xrttifields;
 };
 
 // The array is not copied; the fields belong to whoever made them.
@@ -293,7 +305,7 @@ public:
     int *getdimensions() const noexcept { return m_dims; }
     bool getiselemoptional() const noexcept { return m_iselemoptional != 0; }
     xrtti *getelemtype() const noexcept { return m_elemtype; }
-    xany get(int *indices, xobject *object) { return m_get(this, indices, object); }
+    xany get(int *indices, xobject *object) { return m_get ? m_get(this, indices, object) : xany(); }
 
 private:
     xbool GiveIsArray() override;
@@ -318,8 +330,8 @@ public:
                     sizer size, getter get);
     bool getiselemoptional() const noexcept { return m_iselemoptional != 0; }
     xrtti *getelemtype() const noexcept { return m_elemtype; }
-    int getsize(xobject *object) { return m_size(this, object); }
-    xany get(int index, xobject *object) { return m_get(this, index, object); }
+    int getsize(xobject *object) { return m_size ? m_size(this, object) : 0; }
+    xany get(int index, xobject *object) { return m_get ? m_get(this, index, object) : xany(); }
 
 private:
     xbool GiveIsSequence() override;
@@ -345,10 +357,14 @@ public:
                     sizer size, finder find, keygetter getkey, getter get);
     bool getiselemoptional() const noexcept { return m_iselemoptional != 0; }
     xrtti *getelemtype() const noexcept { return m_elemtype; }
-    int getsize(xobject *object) { return m_size(this, object); }
-    bool find(const char *key, xobject *object, xany &elem) { return m_find(this, key, object, elem) != 0; }
-    bool getkey(int index, xobject *object, xstring &key) { return m_getkey(this, index, object, key) != 0; }
-    bool get(int index, xobject *object, xany &elem) { return m_get(this, index, object, elem) != 0; }
+    int getsize(xobject *object) { return m_size ? m_size(this, object) : 0; }
+    bool find(const char *key, xobject *object, xany &elem) {
+        return m_find && m_find(this, key, object, elem);
+    }
+    bool getkey(int index, xobject *object, xstring &key) {
+        return m_getkey && m_getkey(this, index, object, key);
+    }
+    bool get(int index, xobject *object, xany &elem) { return m_get && m_get(this, index, object, elem); }
 
 private:
     xbool GiveIsDictionary() override;
