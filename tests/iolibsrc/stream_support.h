@@ -1,0 +1,77 @@
+// What the tests of the streams share: how an operation fails, and a folder of one's own.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <ostream>
+#include <string>
+
+#include <kelstdmt/iolib.h>
+#include <kelstdmt/kel.h>
+
+// The message of the stream error that the action throws, without its prefix; "" when it throws nothing.
+template <class Action>
+std::string failure(Action action, ioStream *expected = nullptr) {
+    const std::string prefix = "Stream Error (iolib):";
+    try {
+        action();
+    } catch (xthrowable *thrown) {
+        kel::caught error(thrown);
+        auto *stream_error = error.as<ioXStream>();
+        if (!stream_error) return std::string("not a stream error: ") + error.type_name().Str();
+        if (expected && stream_error->getStream() != expected) return "of another stream";
+        std::string message = stream_error->getMsg().Str();
+        if (message.compare(0, prefix.size(), prefix) != 0) return "without its prefix: " + message;
+        return message.substr(prefix.size());
+    }
+    return "";
+}
+
+inline std::string text_of(const xstring &text) {
+    return std::string(kel::view(text));
+}
+
+struct Folder {
+    Folder() {
+        std::string name = testing::TempDir() + "kelstdmt_streams_XXXXXX";
+        path = ::mkdtemp(name.data());
+    }
+    ~Folder() { EXPECT_EQ(std::system(("rm -rf '" + path + "'").c_str()), 0); }
+    Folder(const Folder &) = delete;
+    Folder &operator=(const Folder &) = delete;
+
+    std::string operator/(const std::string &name) const { return path + "/" + name; }
+    std::string path;
+};
+
+inline void put_file(const std::string &path, const std::string &bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+inline std::string get_file(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+// Everything that a stream still holds.
+inline std::string drain(ioStream &stream) {
+    std::string all;
+    char block[777];
+    try {
+        for (;;)
+            all.append(block, stream.ReadBytes(block, sizeof block));
+    } catch (xthrowable *thrown) {
+        kel::caught error(thrown);
+        EXPECT_TRUE(stream.getIsEof());
+    }
+    return all;
+}
+
+inline void PrintTo(ioTryCode code, std::ostream *out) {
+    constexpr const char *names[] = {"ioSuccess", "ioWouldBlock",  "ioEndOfFile",
+                                     "ioIOError", "ioFormatError", "ioNotSupported"};
+    *out << (code >= 0 && code <= ioNotSupported ? names[code] : "no ioTryCode");
+}
