@@ -5,9 +5,9 @@
 
 #include <kelstdmt/iolib_stream.h>
 
-#include "iolibsrc/get_area.h"
+#include "iolibsrc/stream_area.h"
 
-using kel::detail::get_area;
+using kel::detail::stream_area;
 
 ioStream::ioStream(ioSerializer *serializer, xstreambuf *buffer, bool canwrite, bool canread)
     : m_serializer(nullptr), m_buffer(buffer), m_blocking(nullptr), m_canread(canread), m_canwrite(canwrite) {
@@ -159,12 +159,13 @@ void CopyStream(ioStream *target, ioStream *source) {
     std::streambuf &from = *source->m_blocking, &to = *target->m_blocking;
     for (;;) {
         bool more = from.sgetc() != std::streambuf::traits_type::eof();
+        const char *unread = stream_area::unread(from);
         std::streamsize count, written;
-        if (std::size_t unread = get_area::size(from); more && unread > 0) {
-            count = static_cast<std::streamsize>(std::min(unread, largest));
-            written = to.sputn(get_area::unread(from), count);
-            get_area::consume(from, written);
-        } else if (!more && get_area::exists(from)) {
+        if (std::size_t size = stream_area::unread_count(from); more && size > 0) {
+            count = static_cast<std::streamsize>(std::min(size, largest));
+            written = to.sputn(unread, count);
+            stream_area::read_up_to(from, unread + written);
+        } else if (!more && unread) {
             return;
         } else {
             char block[4096];  // a source without a buffer of its own

@@ -6,7 +6,9 @@
 
 #include <kelstdmt/iolib_stream.h>
 
-#include "iolibsrc/get_area.h"
+#include "iolibsrc/stream_area.h"
+
+using kel::detail::stream_area;
 
 namespace {
 
@@ -80,7 +82,8 @@ unsigned ioStream::PeekNBytes() {
     m_active = true;
     input_trial trial(*m_buffer);
     const std::streambuf &bytes = trial.bytes() ? *trial.bytes() : *m_blocking;
-    return static_cast<unsigned>(std::min<std::size_t>(kel::detail::get_area::size(bytes), UINT_MAX));
+    const char *from = stream_area::unread(bytes), *to = stream_area::unread_end(bytes);
+    return from < to ? static_cast<unsigned>(std::min<std::size_t>(to - from, UINT_MAX)) : 0;
 }
 
 // Output ---------------------------------------------------------------------------------------

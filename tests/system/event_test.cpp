@@ -102,7 +102,7 @@ TEST(Event, RemovesEveryOccurrence) {
     for (int round = 0; round < 200; ++round) {
         xauto<evtEventArray> events;
         std::vector<evtEvent *> model;
-        for (unsigned count = random() % 12; count > 0; --count) {
+        for (auto count = random() % 12; count > 0; --count) {
             evtEvent *event = random() % 6 == 0 ? nullptr : &own[random() % 4]->event;
             events.append(event);
             model.push_back(event);
