@@ -24,7 +24,7 @@ namespace {
 class area_cursor {
 public:
     explicit area_cursor(const std::streambuf &from)
-        : m_at(stream_area::unread(from)), m_end(stream_area::unread_end(from)) {}
+        : m_at(stream_area::unread(from)), m_end(m_at + stream_area::unread_count(from)) {}
 
     int peek() {
         if (m_at != m_end) return static_cast<unsigned char>(*m_at);
@@ -39,6 +39,7 @@ public:
 
     bool end_met() const { return m_end_met; }
     const char *position() const { return m_at; }
+    std::size_t size() const { return static_cast<std::size_t>(m_end - m_at); }
 
 private:
     const char *m_at;
@@ -148,9 +149,7 @@ ioTryCode read_field(xstring &target, std::streambuf &from, char delimiter) {
     area_cursor at(from);
     if (skip_space(at)) {
         const char *begin = at.position();
-        const char *end =
-            find(delimiter, begin, static_cast<std::size_t>(stream_area::unread_end(from) - begin));
-        if (end) {
+        if (const char *end = find(delimiter, begin, at.size())) {
             if (end != begin) target = xstring::FromBytes(begin, static_cast<std::size_t>(end - begin));
             stream_area::read_up_to(from, end);
             return end != begin ? ioSuccess : ioFormatError;

@@ -20,7 +20,8 @@ public:
     static const char *unread(const std::streambuf &from) { return (from.*(&stream_area::gptr))(); }
     static const char *unread_end(const std::streambuf &from) { return (from.*(&stream_area::egptr))(); }
     static std::size_t unread_count(const std::streambuf &from) {
-        return static_cast<std::size_t>(unread_end(from) - unread(from));
+        const char *begin = unread(from), *end = unread_end(from);
+        return begin < end ? static_cast<std::size_t>(end - begin) : 0;
     }
     // `to` lies in the get area; everything before it has been read.
     static void read_up_to(std::streambuf &from, const char *to) {
@@ -30,7 +31,8 @@ public:
 
     static char *unwritten(const std::streambuf &to) { return (to.*(&stream_area::pptr))(); }
     static std::size_t room(const std::streambuf &to) {
-        return static_cast<std::size_t>((to.*(&stream_area::epptr))() - unwritten(to));
+        const char *begin = unwritten(to), *end = (to.*(&stream_area::epptr))();
+        return begin < end ? static_cast<std::size_t>(end - begin) : 0;
     }
     static void wrote(std::streambuf &to, int count) { (to.*(&stream_area::pbump))(count); }
 };
