@@ -1,0 +1,39 @@
+// How a heavy case times its phases. One thread: processor time of the thread, which other programs of the
+// machine disturb least. Several threads: the wall clock.
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <time.h>
+
+#include <cstddef>
+#include <string>
+
+namespace bench {
+
+inline double seconds_of(clockid_t clock) {
+    timespec now;
+    clock_gettime(clock, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+// Stores nanoseconds an operation under the name of the phase, where the table finds them.
+template <class Work>
+void time_phase(benchmark::State &state, const char *phase, std::size_t operations, Work work) {
+    double begin = seconds_of(CLOCK_THREAD_CPUTIME_ID);
+    work();
+    benchmark::ClobberMemory();
+    double end = seconds_of(CLOCK_THREAD_CPUTIME_ID);
+    state.counters[phase] = (end - begin) * 1e9 / static_cast<double>(operations);
+}
+
+// A heavy case runs once for each of the runner's repetitions. `work` answers what went wrong, or null.
+template <class Work>
+void run_once(benchmark::State &state, Work work) {
+    const char *wrong = nullptr;
+    while (state.KeepRunning())
+        wrong = work();
+    if (wrong) state.SkipWithError(wrong);
+}
+
+}  // namespace bench

@@ -1,0 +1,63 @@
+// The list of cases, in the order in which they run.
+#include "suite.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+namespace bench {
+
+Suite::Suite() {
+    const auto light = Cost::Light, heavy = Cost::Heavy;
+    const std::vector<std::string> table = {"set", "find", "remove"}, sequence = {"append", "index", "walk"},
+                                   file = {"out", "in"};
+    m_cases = {
+        {"any/int", "copy and destroy a value: int", light},
+        {"any/real", "copy and destroy a value: real", light},
+        {"any/string", "copy and destroy a value: string", light},
+        {"any/object", "copy and destroy a value: object", light},
+        {"count/alone", "attach and release, 1 thread", light},
+        {"string/copy12", "copy a string of 12 bytes", light},
+        {"string/copy200", "copy a string of 200 bytes", light},
+        {"string/assign12", "assign a string of 12 bytes", light},
+        {"string/assign200", "assign a string of 200 bytes", light},
+        {"string/concat12", "concatenate strings of 12 bytes", light},
+        {"string/concat200", "concatenate strings of 200 bytes", light},
+        {"field/index", "a field of 20 by index", light},
+        {"field/name", "a field of 20 by name", light},
+        {"sequence/ints", "sequence of 1,000,000 ints", heavy, false, sequence},
+        {"sequence/strings", "sequence of 1,000,000 strings", heavy, false, sequence},
+        {"dictionary/paths", "1,000,000 keys /srv/data/file...", heavy, false, table},
+        {"dictionary/random", "1,000,000 keys of 16 random letters", heavy, false, table},
+        {"dictionary/numbers", "1,000,000 keys, decimal numbers", heavy, false, table},
+        {"file/text/ints", "text file, 1,000,000 ints", heavy, false, file},
+        {"file/text/reals", "text file, 1,000,000 reals", heavy, false, file},
+        {"file/text/strings", "text file, 1,000,000 strings", heavy, false, file},
+        {"file/binary/ints", "binary file, 1,000,000 ints", heavy, false, file},
+        {"file/binary/reals", "binary file, 1,000,000 reals", heavy, false, file},
+        {"file/binary/strings", "binary file, 1,000,000 strings", heavy, false, file},
+        {"file/xdr/ints", "XDR file, 1,000,000 ints", heavy, false, file},
+        {"file/xdr/reals", "XDR file, 1,000,000 reals", heavy, false, file},
+        {"file/xdr/strings", "XDR file, 1,000,000 strings", heavy, false, file},
+        {"print/tree", "print a tree of 100,000 fields", heavy, false, {"a field"}},
+        {"wait/1000", "wait for one of 1,000 events", light},
+        {"count/two-objects", "attach and release, 2 threads, 2 objects", heavy, true, {"a pair"}},
+        {"count/one-object", "attach and release, 2 threads, 1 object", heavy, true, {"a pair"}},
+        {"any/object-threads", "copy and destroy a value: object, after a thread", light, true},
+        {"string/copy12-threads", "copy a string of 12 bytes, after a thread", light, true},
+        {"wait/wake", "wake a thread that waits", heavy, true, {"one way"}},
+    };
+}
+
+void Suite::add(std::string_view name, Library library, std::string way,
+                std::function<void(benchmark::State &)> run) {
+    auto found = std::find_if(m_cases.begin(), m_cases.end(), [&](const Case &c) { return c.name == name; });
+    if (found == m_cases.end()) {
+        std::fprintf(stderr, "core_bench: %s names no case: %.*s\n", way.c_str(),
+                     static_cast<int>(name.size()), name.data());
+        std::abort();
+    }
+    found->ways.push_back({library, std::move(way), std::move(run)});
+}
+
+}  // namespace bench
