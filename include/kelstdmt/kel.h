@@ -42,8 +42,8 @@ concept printable_object = object_class<passed<T>>;
 template <class T>
 concept printable_value = !printable_object<T> && is_field_type<passed<T>>();
 template <class T>
-concept printable_text =
-    !printable_object<T> && !printable_value<T> && std::convertible_to<const T &, std::string_view>;
+concept printable_text = !printable_object<T> && !printable_value<T> && !std::is_null_pointer_v<T> &&
+                         std::convertible_to<const T &, std::string_view>;
 
 }  // namespace detail
 
@@ -140,10 +140,9 @@ public:
     xstring description() const;
     xstring type_name() const;  // the declared name, such as "kellib::XNoField"
 
-    // The exception with all its fields, on several lines.
-    friend std::ostream &operator<<(std::ostream &out, const caught &error) {
-        return out << printed_value(error.m_thrown, false);
-    }
+    // The exception with all its fields, on several lines. Where the printer cannot finish, the description
+    // follows on a line of its own.
+    friend KELSTDMT_API std::ostream &operator<<(std::ostream &out, const caught &error);
 
 private:
     static void release(xthrowable *thrown) noexcept;

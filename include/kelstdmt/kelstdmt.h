@@ -1,10 +1,12 @@
 // The whole C++ interface of kelstdmt.
 #pragma once
 
+#include <kelstdmt/containers.h>
 #include <kelstdmt/declare.h>
 #include <kelstdmt/eventlib.h>
 #include <kelstdmt/iolib.h>
 #include <kelstdmt/kel.h>
+#include <kelstdmt/printlib.h>
 #include <kelstdmt/vumrt.h>
 #include <kelstdmt/vumrt_event.h>
 #include <kelstdmt/vumrt_stream.h>
