@@ -1,0 +1,342 @@
+// The text encoding against an istream and an ostream, value by value: codes, values, positions.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <bit>
+#include <clocale>
+#include <cstdio>
+#include <iomanip>
+#include <locale>
+
+#include "iolibsrc/encoders.h"
+
+namespace {
+
+using namespace encoders;
+using std::string;
+
+Ascii ascii;
+
+// Texts ----------------------------------------------------------------------------------------------
+
+struct Texts : Random {
+    using Random::Random;
+
+    string digits() {
+        static constexpr std::size_t lengths[] = {0,   1,   1,   2,   3,   5,   9,   10,  11,
+                                                  15,  16,  17,  18,  19,  20,  21,  25,  40,
+                                                  310, 330, 767, 768, 769, 799, 800, 801, 1100};
+        std::size_t length = lengths[below(one_in(8) ? std::size(lengths) : 18)];
+        string text = bytes(one_in(4) ? length : 0, "0");
+        while (text.size() < length)
+            text += one_in(20) ? string(below(30), '9') : bytes(8, "0123456789");
+        return text.substr(0, length);
+    }
+    string number_like() {
+        static constexpr const char *signs[] = {"", "", "", "-", "+", "-+", "--"};
+        static constexpr const char *tails[] = {"", " ", "\n", "x", ".", "-", "e5", "f", "p3"};
+        string text = of(signs) + digits();
+        if (one_in(2)) text += '.' + digits();
+        if (one_in(2)) {
+            text += one_in(2) ? 'e' : 'E';
+            text += of(signs);
+            if (!one_in(6)) text += one_in(6) ? digits() : std::to_string(below(one_in(2) ? 30 : 400));
+        }
+        return text + of(tails);
+    }
+    // The exact middle between two neighbouring doubles, and its nearest neighbours in text.
+    string middle() {
+        std::uint64_t bits = (*this)() & 0x7FEFFFFFFFFFFFFF;
+        if (one_in(3)) bits >>= 12;  // without an exponent, or with a small one
+        long double low = std::bit_cast<double>(bits), high = std::bit_cast<double>(bits + 1);
+        std::array<char, 1500> text;
+        std::snprintf(text.data(), text.size(), "%.*Le", 1100, low + (high - low) / 2);
+        string number = text.data();
+        const std::size_t e = number.find('e'), last = number.find_last_not_of('0', e - 1);
+        const string exponent = number.substr(e);
+        number.resize(last + 1);
+        switch (below(4)) {
+            case 0:
+                return number + exponent;
+            case 1:
+                return number + string(below(40), '0') + '1' + exponent;
+            case 2:
+                return number + string(below(40), '0') + exponent;
+            default:
+                --number.back();
+                return number + string(below(900), '9') + exponent;
+        }
+    }
+    string text() {
+        static constexpr const char *words[] = {"0x1p3",
+                                                "inf",
+                                                "-inf",
+                                                "nan",
+                                                "INFINITY",
+                                                "1e",
+                                                "1e+",
+                                                "1e-",
+                                                ".",
+                                                "-.5e-3",
+                                                "+",
+                                                "-",
+                                                "+.",
+                                                "5.",
+                                                ".5",
+                                                "1.e5",
+                                                ".e5",
+                                                "1e5.5",
+                                                "0e99999999999",
+                                                "1e99999999999",
+                                                "1e-99999999999",
+                                                "2147483647",
+                                                "2147483648",
+                                                "-2147483648",
+                                                "-2147483649",
+                                                "9223372036854775808",
+                                                "-9223372036854775809",
+                                                "99999999999999999999",
+                                                "00000000000000000001",
+                                                "0x1F",
+                                                "017",
+                                                "1,234.5",
+                                                "1'000",
+                                                "T",
+                                                "F",
+                                                "t",
+                                                "True",
+                                                "hello",
+                                                "1.7976931348623157e308",
+                                                "1.7976931348623159e308",
+                                                "4.9e-324",
+                                                "2.4e-324",
+                                                "2.5e-324",
+                                                "-1e400",
+                                                "2.2250738585072011e-308",
+                                                "9007199254740993",
+                                                "9007199254740993e22"};
+        static constexpr const char *spaces[] = {"",       " ",    " ",    "\n", "\t\v\f\r ",
+                                                 "  \n\n", "\xA0", "\x85", "\b"};
+        string text;
+        for (std::size_t n = 1 + below(4); n > 0; --n) {
+            text += of(spaces);
+            switch (below(5)) {
+                case 0:
+                    text += of(words);
+                    break;
+                case 1:
+                    text += bytes(10, string("0123456789+-.eEx \t\n\0\x80\xFF", 23));
+                    break;
+                case 2:
+                    text += middle();
+                    break;
+                default:
+                    text += number_like();
+            }
+        }
+        return text;
+    }
+};
+
+string shown(const string &bytes) {
+    std::ostringstream out;
+    for (unsigned char byte : bytes.substr(0, 400)) {
+        if (byte >= ' ' && byte < 0x7F)
+            out << byte;
+        else
+            out << "\\x" << std::hex << std::setw(2) << std::setfill('0') << unsigned{byte};
+    }
+    return out.str();
+}
+
+// Text against an istream ----------------------------------------------------------------------------
+
+ioTryCode decode(char &value, std::streambuf &from) {
+    return ascii.RdByte(value, &from);
+}
+ioTryCode decode(int &value, std::streambuf &from) {
+    return ascii.RdInt(value, &from);
+}
+ioTryCode decode(unsigned char &value, std::streambuf &from) {
+    return ascii.RdBool(value, &from);
+}
+ioTryCode decode(double &value, std::streambuf &from) {
+    return ascii.RdReal(value, &from);
+}
+
+// Both read from sources of their own until one value fails.
+template <class Value>
+testing::AssertionResult reads_alike(const string &text, std::size_t piece, std::size_t broken_at) {
+    Source ours(text, piece, broken_at), theirs(text, piece, broken_at);
+    for (ioTryCode code = ioSuccess; code == ioSuccess;) {
+        Value value{77}, expected{77};
+        const ioTryCode wanted = judge(expected, theirs);
+        code = decode(value, ours);
+        if (code != wanted || std::memcmp(&value, &expected, sizeof value) != 0 ||
+            ours.position() != theirs.position())
+            return testing::AssertionFailure()
+                   << shown(text) << ", pieces of " << piece << ", broken at " << broken_at
+                   << ": expected code " << wanted << ", value " << +expected << ", at " << theirs.position()
+                   << "; saw " << code << ", " << +value << ", at " << ours.position();
+    }
+    return testing::AssertionSuccess();
+}
+
+testing::AssertionResult reads_fields_alike(const string &text, char delimiter, std::size_t piece) {
+    Source ours(text, piece), theirs(text, piece);
+    const char delimiters[] = {delimiter, 'x', 0};
+    for (ioTryCode code = ioSuccess; code == ioSuccess;) {
+        xstring value("unchanged");
+        string expected = "unchanged";
+        const ioTryCode wanted = judge(expected, theirs, delimiter);
+        code = ascii.RdString(value, &ours, delimiter == '\n' ? xstrNullStr : delimiters);
+        if (code != wanted || expected != value.Str() || ours.position() != theirs.position())
+            return testing::AssertionFailure()
+                   << shown(text) << ", delimiter " << int{delimiter} << ", pieces of " << piece
+                   << ": expected code " << wanted << ", text " << shown(expected) << ", at "
+                   << theirs.position() << "; saw " << code << ", " << shown(value.Str()) << ", at "
+                   << ours.position();
+        if (code != ioSuccess) break;
+        ours.sbumpc();  // past the delimiter
+        theirs.sbumpc();
+    }
+    return testing::AssertionSuccess();
+}
+
+void compare_with_istream(unsigned seed, int rounds) {
+    static constexpr std::size_t pieces[] = {Source::never, Source::never, 1, 0, 2, 7, 64};
+    static constexpr char delimiters[] = {'\n', ' ', ',', '5', '\xFF', 'e'};
+    Texts random(seed);
+    for (int i = 0; i < rounds; ++i) {
+        const string text = random.text();
+        const std::size_t piece = pieces[random.below(std::size(pieces))];
+        const std::size_t broken_at = random.one_in(8) ? random.below(text.size() + 1) : Source::never;
+        ASSERT_TRUE(reads_alike<int>(text, piece, broken_at));
+        ASSERT_TRUE(reads_alike<double>(text, piece, broken_at));
+        ASSERT_TRUE(reads_alike<char>(text, piece, broken_at));
+        ASSERT_TRUE(reads_alike<unsigned char>(text, piece, broken_at));
+        ASSERT_TRUE(reads_fields_alike(text, delimiters[random.below(6)], piece));
+    }
+}
+
+TEST(Text, ReadsAsAnIstreamDoes) {
+    compare_with_istream(1, 12000);
+}
+
+// To an istream, an error ahead of a value is a failure to convert.
+TEST(Text, FieldsOfABrokenSourceAreAnError) {
+    for (std::size_t broken_at = 0; broken_at < 6; ++broken_at)
+        for (std::size_t piece : {Source::never, std::size_t{0}, std::size_t{1}, std::size_t{3}}) {
+            Source from(" \tabcd", piece, broken_at);
+            xstring value("unchanged");
+            ASSERT_EQ(ascii.RdString(value, &from, " "), broken_at <= 2 ? ioFormatError : ioIOError)
+                << "broken at " << broken_at << ", pieces of " << piece;
+            ASSERT_STREQ(value, "unchanged");
+        }
+}
+
+TEST(Text, WritesAsAnOstreamDoes) {
+    Texts random(2);
+    for (int i = 0; i < 200000; ++i) {
+        const double real = i % 3 == 0 ? std::bit_cast<double>(random()) : random.real();
+        const int integer = random.integer();
+        std::ostringstream expected;
+        expected.imbue(std::locale::classic());
+        expected << integer << ' ' << real;
+        std::stringbuf out;
+        ASSERT_EQ(ascii.WrInt(integer, &out), ioSuccess);
+        ASSERT_EQ(ascii.WrByte(' ', &out), ioSuccess);
+        ASSERT_EQ(ascii.WrReal(real, &out), ioSuccess);
+        ASSERT_EQ(out.str(), expected.str());
+        ASSERT_EQ(ascii.SzInt(integer) + 1 + ascii.SzReal(real), expected.str().size()) << expected.str();
+    }
+}
+
+// A locale with a comma, grouped digits and other names for everything, in C and in C++.
+TEST(Text, DoesNotDependOnTheLocale) {
+    struct Comma : std::numpunct<char> {
+        char do_decimal_point() const override { return ','; }
+        char do_thousands_sep() const override { return '.'; }
+        string do_grouping() const override { return "\3"; }
+        string do_truename() const override { return "wahr"; }
+    };
+    struct Restore {
+        std::locale global = std::locale::global(std::locale(std::locale(), new Comma));
+        string c = std::setlocale(LC_ALL, nullptr);
+        ~Restore() {
+            std::locale::global(global);
+            std::setlocale(LC_ALL, c.c_str());
+        }
+    } restore;
+    for (const char *name : {"de_DE.UTF-8", "fr_FR.UTF-8", "C.UTF-8"})
+        if (std::setlocale(LC_ALL, name)) break;
+    ASSERT_EQ((std::ostringstream() << 1234.5).str(), "1.234,5");
+
+    std::stringbuf out;
+    ascii.WrReal(1234.5, &out);
+    ascii.WrByte(' ', &out);
+    ascii.WrInt(1234567, &out);
+    EXPECT_EQ(out.str(), "1234.5 1234567");
+    compare_with_istream(3, 500);
+}
+
+TEST(Text, LongNumbersTakeTimeInStepWithTheirLength) {
+    const std::size_t length = 4000000;
+    struct {
+        string text;
+        double value;
+        ioTryCode code;
+    } cases[] = {
+        {string(length, '7') + ' ', DBL_MAX, ioFormatError},
+        {"-0." + string(length, '0') + "1e" + std::to_string(length + 1) + ' ', -1, ioSuccess},
+        {'1' + string(length, '0') + "e-" + std::to_string(length) + ' ', 1, ioSuccess},
+        {"1e" + string(length, '9') + ' ', DBL_MAX, ioFormatError},
+        {"0." + string(length, '3'), 1.0 / 3, ioEndOfFile},
+        {string(length, ' ') + "5 ", 5, ioSuccess},
+    };
+    for (const auto &row : cases)
+        for (std::size_t piece : {std::size_t{1000}, Source::never}) {
+            Source from(row.text, piece);
+            double value = 77;
+            EXPECT_EQ(ascii.RdReal(value, &from), row.code) << shown(row.text.substr(0, 20));
+            EXPECT_EQ(value, row.value) << shown(row.text.substr(0, 20));
+        }
+}
+
+TEST(Text, FieldsEndAtTheirDelimiter) {
+    struct {
+        string text;
+        const char *delimiters;
+        ioTryCode code;
+        const char *value;
+        string rest;
+    } cases[] = {
+        {"  hello world", " ", ioSuccess, "hello", " world"},
+        {" world", " ", ioSuccess, "world", ""},
+        {"\nabc\n", xstrNullStr, ioSuccess, "abc", "\n"},
+        {"a,b\nc", "", ioSuccess, "a,b", "\nc"},
+        {"a,b\nc", ",\n", ioSuccess, "a", ",b\nc"},
+        {"abc\n", nullptr, ioSuccess, "abc", "\n"},
+        {"abc\n", kel::uninit_text(), ioSuccess, "abc", "\n"},
+        {" ,a", ",", ioFormatError, "unchanged", ",a"},
+        {" \t\n\v\f\r", ",", ioEndOfFile, "unchanged", ""},
+        {"", ",", ioEndOfFile, "unchanged", ""},
+        {string("ab\0cd,", 6), ",", ioSuccess, "ab", ","},
+        {string("\0cd", 3), ",", ioSuccess, "", ""},
+    };
+    for (const auto &row : cases)
+        for (std::size_t piece : {Source::never, std::size_t{0}, std::size_t{1}, std::size_t{4}}) {
+            Source from(row.text, piece);
+            xstring value("unchanged");
+            EXPECT_EQ(ascii.RdString(value, &from, row.delimiters), row.code) << shown(row.text);
+            EXPECT_STREQ(value, row.value) << shown(row.text);
+            EXPECT_EQ(row.text.substr(from.position()), row.rest) << shown(row.text);
+        }
+    // The string's own text as the delimiters of its next value.
+    xstring value(";");
+    std::stringbuf from("abc;");
+    EXPECT_EQ(ascii.RdString(value, &from, value), ioSuccess);
+    EXPECT_STREQ(value, "abc");
+}
+
+}  // namespace
