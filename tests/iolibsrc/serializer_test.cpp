@@ -112,8 +112,8 @@ struct Value {
         if (type == Real)
             out << std::setw(16) << std::bit_cast<std::uint64_t>(real);
         else if (type == String)
-            for (unsigned char character : text)
-                out << std::setw(2) << unsigned{character};
+            for (const char character : text)
+                out << std::setw(2) << (character & 0xFF);
         else
             out << std::dec << number;
         return out.str();

@@ -140,11 +140,11 @@ struct Texts : Random {
 
 string shown(const string &bytes) {
     std::ostringstream out;
-    for (unsigned char byte : bytes.substr(0, 400)) {
+    for (const char byte : bytes.substr(0, 400)) {
         if (byte >= ' ' && byte < 0x7F)
             out << byte;
         else
-            out << "\\x" << std::hex << std::setw(2) << std::setfill('0') << unsigned{byte};
+            out << "\\x" << std::hex << std::setw(2) << std::setfill('0') << (byte & 0xFF);
     }
     return out.str();
 }
