@@ -9,12 +9,15 @@
 #pragma once
 
 #include <compare>
+#include <concepts>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <iosfwd>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 #include <kelstdmt/export.h>
@@ -81,9 +84,26 @@ KELSTDMT_API void xstrunlock_c(const char *text);
 
 namespace kel::detail {
 
-// A counted buffer is known by its text; the holder count lies in the four bytes before it.
+// A counted buffer is known by its text; the holder count lies in the four bytes before it, and two
+// numbers that spare a walk to the terminator lie in front of that.
+struct buffer_head {
+    std::uint32_t room;  // bytes for a text, without the terminator
+    std::uint32_t size;  // bytes of the text, or unmeasured
+    std::uint32_t holders;
+
+    // Whoever asked for the buffer writes the text, and may write it again as long as he is alone; or it
+    // is 4 GB or more.
+    static constexpr std::uint32_t unmeasured = 0xFFFFFFFF;
+    static constexpr std::uint32_t measured(std::size_t bytes) noexcept {
+        return bytes < unmeasured ? static_cast<std::uint32_t>(bytes) : unmeasured;
+    }
+};
+
+inline buffer_head &head(const char *text) noexcept {
+    return reinterpret_cast<buffer_head *>(const_cast<char *>(text))[-1];
+}
 inline std::uint32_t &holders(const char *text) noexcept {
-    return reinterpret_cast<std::uint32_t *>(const_cast<char *>(text))[-1];
+    return head(text).holders;
 }
 // A new buffer for a text of `bytes` bytes, count 1, terminated, its text not set.
 KELSTDMT_API char *buffer_create(std::size_t bytes);
@@ -93,9 +113,37 @@ inline char *buffer_share(char *text) noexcept {
     if (text) count_add(holders(text), std::uint32_t{1});
     return text;
 }
+// A sole holder need not count: nobody else can become one.
 inline void buffer_drop(char *text) noexcept {
-    if (text && count_add(holders(text), std::uint32_t(-1)) <= 1) buffer_free(text);
+    if (text && (count_load(holders(text)) <= 1 || count_add(holders(text), std::uint32_t(-1)) <= 1))
+        buffer_free(text);
 }
+// The text of a buffer.
+inline std::string_view buffer_view(const char *text) noexcept {
+    std::uint32_t size = head(text).size;
+    return {text, size == buffer_head::unmeasured ? std::strlen(text) : size};
+}
+inline bool buffer_equal(const char *a, const char *b) noexcept {
+    std::uint32_t size = head(a).size, other = head(b).size;
+    if (size == other && size != buffer_head::unmeasured) return std::memcmp(a, b, size) == 0;
+    return (size == buffer_head::unmeasured || other == buffer_head::unmeasured) && std::strcmp(a, b) == 0;
+}
+// Whether a text of so many bytes may be written over a buffer: it has one holder, and a text that is not
+// shorter and at most 10 bytes longer.
+inline bool buffer_fits(const char *text, std::size_t bytes) noexcept {
+    constexpr std::size_t slack = 10;
+    return text && count_load(holders(text)) <= 1 && buffer_view(text).size() - bytes <= slack;
+}
+
+inline std::string_view any_view(const char *text) noexcept {
+    return is_text(text) ? std::string_view(text) : std::string_view();
+}
+std::string_view any_view(const xstring &text) noexcept;
+
+// What can stand beside a string in an operation that knows the string's length.
+template <class T>
+concept text_operand = std::same_as<T, xstring> ||
+    (std::convertible_to<const T &, const char *> && !std::derived_from<T, xstrbase>);
 
 }  // namespace kel::detail
 
@@ -114,26 +162,58 @@ public:
 
     // Assignment copies. The buffer is kept when this string is its sole holder and the new text is of
     // the same length or at most 10 bytes shorter; assigning an equal string changes nothing.
-    xstring &operator=(const char *text);
-    xstring &operator=(const xstring &other);
+    xstring &operator=(const char *text) {
+        if (!kel::is_text(text)) [[unlikely]]
+            return AssignMark(text);
+        std::string_view view(text);
+        return kel::detail::buffer_fits(m_text, view.size()) ? Overwrite(view) : AssignNew(view);
+    }
+    xstring &operator=(const xstring &other) {
+        if (m_text == other.m_text) return *this;
+        if (!other.m_text) return AssignMark(xstrNullStr);
+        std::string_view view = kel::detail::buffer_view(other.m_text);
+        return kel::detail::buffer_fits(m_text, view.size()) ? Overwrite(view) : AssignOther(view);
+    }
     xstring &operator=(xstring &&other) noexcept {
         char *old = std::exchange(m_text, std::exchange(other.m_text, nullptr));
         kel::detail::buffer_drop(old);
         return *this;
     }
+    // The lengths of the rule above are characters here. A text that the locale cannot show gives the null
+    // string.
     xstring &operator=(const unsigned short *wide);
-    // A null pointer and the marker add nothing.
-    xstring &operator+=(const char *text);
+
+    // A null pointer, the marker and a null string add nothing. Room for more is taken in growing portions.
+    xstring &operator+=(const char *text) {
+        return kel::is_text(text) ? Append(std::string_view(text)) : *this;
+    }
+    xstring &operator+=(const xstring &other) {
+        return other.m_text ? Append(kel::detail::buffer_view(other.m_text)) : *this;
+    }
+    // A null string or pointer counts as empty. A temporary string is extended.
+    template <kel::detail::text_operand B>
+    friend xstring operator+(const xstring &a, const B &b) {
+        return Join(a, kel::detail::any_view(b));
+    }
+    template <kel::detail::text_operand B>
+    friend xstring operator+(xstring &&a, const B &b) {
+        return std::move(a.Append(kel::detail::any_view(b)));
+    }
+    template <kel::detail::text_operand A>
+    requires(!std::same_as<A, xstring>) friend xstring operator+(const A &a, const xstring &b) {
+        return Join(kel::detail::any_view(a), b);
+    }
 
     // Formats into one string that the whole process shares: not for concurrent callers.
     static xstring &MkSprintf(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
-    const char *Str() const noexcept { return m_text ? m_text : xstrNullStr; }
+    const char *Str() const noexcept { return m_text ? m_text : kel::nil_text(); }
     operator const char *() const noexcept { return Str(); }
     // A null string gives an empty view.
     operator std::string_view() const noexcept {
-        return m_text ? std::string_view(m_text) : std::string_view();
+        return m_text ? kel::detail::buffer_view(m_text) : std::string_view();
     }
+    unsigned GetSize() const noexcept { return static_cast<unsigned>(std::string_view(*this).size() + 1); }
     bool IsNull() const noexcept { return m_text == nullptr; }
 
     // Takes over one hold on a counted buffer (of xstrcreate_c); the markers give the null string.
@@ -142,21 +222,64 @@ public:
         if (kel::is_text(text)) result.m_text = text;
         return result;
     }
-    // A string of exactly these bytes.
+    // A string of these bytes, up to a NUL among them.
     static xstring FromBytes(const char *bytes, std::size_t count);
+
+    // What the order of all strings, below, gives, without asking for the text twice.
+    template <std::same_as<xstring> S>
+    friend bool operator==(const S &a, const S &b) noexcept {
+        if (a.m_text == b.m_text) return true;
+        return a.m_text && b.m_text && kel::detail::buffer_equal(a.m_text, b.m_text);
+    }
+    template <std::same_as<xstring> S>
+    friend std::strong_ordering operator<=>(const S &a, const S &b) noexcept {
+        if (!a.m_text || !b.m_text) return (a.m_text != nullptr) <=> (b.m_text != nullptr);
+        return std::string_view(a) <=> std::string_view(b);
+    }
 
 private:
     const char *GiveString() const override;
     void OnSet(const char *text) override;
 
     static char *Copy(const char *text);
-    bool Fits(std::size_t bytes) const noexcept;
-    void Replace(char *text) noexcept;
+    static xstring Join(std::string_view a, std::string_view b);
+    void Replace(char *text) noexcept { kel::detail::buffer_drop(std::exchange(m_text, text)); }
+
+    xstring &AssignMark(const char *mark);  // null or a marker
+    xstring &AssignNew(std::string_view text);
+    xstring &AssignOther(std::string_view text);
+    xstring &AppendNew(std::string_view text);
+
+    xstring &Overwrite(std::string_view text) noexcept {
+        std::memmove(m_text, text.data(), text.size());
+        return SetSize(text.size());
+    }
+    xstring &Append(std::string_view text) {
+        if (m_text && kel::detail::count_load(kel::detail::holders(m_text)) <= 1) {
+            auto &head = kel::detail::head(m_text);
+            if (head.size != head.unmeasured && text.size() <= head.room - head.size) {
+                std::memmove(m_text + head.size, text.data(), text.size());
+                return SetSize(head.size + text.size());
+            }
+        }
+        return AppendNew(text);
+    }
+    xstring &SetSize(std::size_t size) noexcept {
+        m_text[size] = 0;
+        kel::detail::head(m_text).size = kel::detail::buffer_head::measured(size);
+        return *this;
+    }
 
     char *m_text = nullptr;  // of a counted buffer
 };
 
 static_assert(sizeof(xstring) == 2 * sizeof(void *));
+
+namespace kel::detail {
+inline std::string_view any_view(const xstring &text) noexcept {
+    return text;
+}
+}  // namespace kel::detail
 
 // -1, 0 or 1. The null string is less than all else, a null pointer less than every text; texts compare
 // byte by byte as unsigned bytes.
@@ -221,8 +344,10 @@ KELSTDMT_API xstring strNativeToNeutral(const char *native);
 
 namespace kel {
 inline std::string_view view(const xstrbase &text) {
-    const char *chars = text.Str();
-    return is_text(chars) ? std::string_view(chars) : std::string_view();
+    return detail::any_view(text.Str());
+}
+inline std::string_view view(const xstring &text) noexcept {
+    return text;
 }
 }  // namespace kel
 

@@ -22,47 +22,53 @@ namespace {
 
 constexpr char null_assigned[] = "xstring: assignment of 0 is not supported any more.";
 
-std::size_t length(const char *text) {
-    return is_text(text) ? std::strlen(text) : 0;
-}
+using kel::detail::any_view;
+using kel::detail::buffer_head;
 
-char *buffer_of(const char *bytes, std::size_t count) {
-    char *text = kel::detail::buffer_create(count);
-    std::memcpy(text, bytes, count);
+// A new buffer whose text is known to have so many bytes, and room for more.
+char *create(std::size_t size, std::size_t room) {
+    char *text = kel::detail::buffer_create(room);
+    kel::detail::head(text).size = buffer_head::measured(size);
+    text[size] = 0;
     return text;
 }
 
-char *buffer_of(const char *first, const char *second) {
-    std::size_t before = length(first), behind = length(second);
-    char *text = kel::detail::buffer_create(before + behind);
-    if (before) std::memcpy(text, first, before);
-    if (behind) std::memcpy(text + before, second, behind);
+char *buffer_of(std::string_view a, std::string_view b = {}, std::size_t spare = 0) {
+    std::size_t size = a.size() + b.size();
+    char *text = create(size, size + spare);
+    if (!a.empty()) std::memcpy(text, a.data(), a.size());
+    if (!b.empty()) std::memcpy(text + a.size(), b.data(), b.size());
     return text;
 }
 
 char *report_null() {
     _Abort(null_assigned, "strlibsrc/xstrlib", __LINE__);
-    return buffer_of("", std::size_t{0});
+    return buffer_of("");
 }
 
 }  // namespace
 
 // Buffers --------------------------------------------------------------------------------------
 
+// The memory of the default manager is the plain operator new's.
 char *kel::detail::buffer_create(std::size_t bytes) {
-    char *block = static_cast<char *>(operator new(sizeof(std::uint32_t) + bytes + 1, pDefMemMgr));
-    char *text = block + sizeof(std::uint32_t);
-    ::new (block) std::uint32_t(1);
+    std::size_t block = sizeof(buffer_head) + bytes + 1;
+    if (block < bytes) throw std::bad_alloc();
+    char *text = static_cast<char *>(::operator new(block)) + sizeof(buffer_head);
+    ::new (text - sizeof(buffer_head)) buffer_head{buffer_head::measured(bytes), buffer_head::unmeasured, 1};
     text[bytes] = 0;
     return text;
 }
 
 void kel::detail::buffer_free(char *text) noexcept {
-    ::operator delete(text - sizeof(std::uint32_t));
+    ::operator delete(text - sizeof(buffer_head));
 }
 
 char *xstrcreate_c(const char *text) {
-    return is_text(text) ? buffer_of(text, std::strlen(text)) : const_cast<char *>(text);
+    if (!is_text(text)) return const_cast<char *>(text);
+    char *copy = buffer_of(text);
+    kel::detail::head(copy).size = buffer_head::unmeasured;
+    return copy;
 }
 
 char *xstrlock_c(const char *text) {
@@ -82,7 +88,7 @@ const char *xstrbase::GiveString() const {
 }
 
 unsigned xstrbase::GetSize() const {
-    return static_cast<unsigned>(length(Str()) + 1);
+    return static_cast<unsigned>(any_view(Str()).size() + 1);
 }
 int xstrbase::ToInt() const {
     const char *text = Str();
@@ -102,7 +108,7 @@ namespace {
 xstring each_byte(const char *text, int (*change)(int)) {
     if (!is_text(text)) return xstring();
     std::size_t count = std::strlen(text);
-    char *result = kel::detail::buffer_create(count);
+    char *result = create(count, count);
     std::transform(text, text + count, result, [change](char byte) {
         return static_cast<char>(static_cast<unsigned char>(change(static_cast<unsigned char>(byte))));
     });
@@ -240,64 +246,44 @@ void xstring::OnSet(const char *text) {
 }
 
 char *xstring::Copy(const char *text) {
-    if (is_text(text)) return buffer_of(text, std::strlen(text));
+    if (is_text(text)) return buffer_of(text);
     return text ? nullptr : report_null();
 }
 
-xstring::xstring(const char *first, const char *second) : m_text(buffer_of(first, second)) {}
+xstring::xstring(const char *first, const char *second)
+    : m_text(buffer_of(any_view(first), any_view(second))) {}
 
 xstring::xstring(const char *text, unsigned n)
-    : m_text(is_text(text) ? buffer_of(text, static_cast<std::size_t>(stringAfterCHars(text, n) - text))
-                           : buffer_of("", std::size_t{0})) {}
+    : m_text(buffer_of(is_text(text) ? std::string_view(text, stringAfterCHars(text, n)) : "")) {}
 
 xstring xstring::FromBytes(const char *bytes, std::size_t count) {
-    return Adopt(buffer_of(bytes, count));
+    return Adopt(buffer_of({bytes, strnlen(bytes, count)}));
 }
 
-void xstring::Replace(char *text) noexcept {
-    kel::detail::buffer_drop(std::exchange(m_text, text));
+xstring xstring::Join(std::string_view a, std::string_view b) {
+    return Adopt(buffer_of(a, b));
 }
 
-bool xstring::Fits(std::size_t bytes) const noexcept {
-    constexpr std::size_t slack = 10;
-    if (!m_text || kel::detail::count_load(kel::detail::holders(m_text)) > 1) return false;
-    std::size_t present = std::strlen(m_text);
-    return bytes <= present && bytes + slack >= present;
-}
-
-xstring &xstring::operator=(const char *text) {
-    if (is_text(text)) {
-        std::size_t bytes = std::strlen(text);
-        if (Fits(bytes)) {
-            std::memmove(m_text, text, bytes + 1);
-        } else {
-            Replace(buffer_of(text, bytes));
-        }
-    } else {
-        Replace(Copy(text));
-    }
+xstring &xstring::AssignMark(const char *mark) {
+    Replace(Copy(mark));
     return *this;
 }
 
-xstring &xstring::operator=(const xstring &other) {
-    if (m_text == other.m_text) return *this;
-    if (m_text && other.m_text && std::strcmp(m_text, other.m_text) == 0) return *this;
-    return *this = other.Str();
+xstring &xstring::AssignNew(std::string_view text) {
+    Replace(buffer_of(text));
+    return *this;
 }
 
-xstring &xstring::operator=(const unsigned short *wide) {
-    if (reinterpret_cast<std::uintptr_t>(wide) <= 2) {
-        Replace(wide ? nullptr : report_null());
-        return *this;
-    }
-    std::unique_ptr<char, void (*)(char *)> owner(nullptr, [](char *block) { ::operator delete(block); });
-    char *text = StrneW(wide);
-    if (is_text(text)) owner.reset(text);
-    return *this = text;
+xstring &xstring::AssignOther(std::string_view text) {
+    return m_text && std::string_view(*this) == text ? *this : AssignNew(text);
 }
 
-xstring &xstring::operator+=(const char *text) {
-    if (is_text(text)) Replace(buffer_of(m_text, text));
+xstring &xstring::AppendNew(std::string_view text) {
+    // Who appends once is likely to append again.
+    constexpr std::size_t least_spare = 32;
+    std::string_view present = *this;
+    std::size_t spare = m_text ? std::max(present.size() + text.size(), least_spare) : 0;
+    Replace(buffer_of(present, text, spare));
     return *this;
 }
 

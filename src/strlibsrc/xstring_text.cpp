@@ -51,8 +51,19 @@ int step(const char *at) {
 const char *stringAfterCHars(const char *text, unsigned n) {
     if (!is_text(text)) return text;
     if (isLocaleSingle()) return text + strnlen(text, n);
-    for (; n > 0 && *text; --n)
-        text += step(text);
+    using word = std::uint64_t;
+    constexpr unsigned in_word = sizeof(word);
+    constexpr word high_bits = 0x8080808080808080;
+    std::size_t left = n >= in_word ? strnlen(text, n) : 0;  // bytes that are surely there
+    while (n > 0 && *text) {
+        word bytes = high_bits;
+        if (n >= in_word && left >= in_word) std::memcpy(&bytes, text, in_word);
+        unsigned characters = bytes & high_bits ? 1 : in_word;
+        std::size_t used = characters > 1 ? in_word : static_cast<std::size_t>(step(text));
+        text += used;
+        left -= std::min(left, used);
+        n -= characters;
+    }
     return text;
 }
 
@@ -101,6 +112,16 @@ bool is_wide(const unsigned short *wide) {
     return reinterpret_cast<std::uintptr_t>(wide) > 2;
 }
 
+// The rule of assignment, in characters.
+bool fits(const char *text, std::size_t units) {
+    constexpr std::size_t slack = 10;
+    if (!text || kel::detail::count_load(kel::detail::holders(text)) > 1) return false;
+    std::size_t present = 0;
+    for (; *text && present <= units + slack; ++present)
+        text += step(text);
+    return present - units <= slack;
+}
+
 }  // namespace
 
 char *StrneW(const unsigned short *wide) {
@@ -118,6 +139,25 @@ void WStrtoStr(const unsigned short *wide, char *out) {
     if (!is_wide(wide)) return;
     std::size_t bytes = btkWideToNative(wide, out, longest_text);
     out[bytes == not_convertible ? 0 : bytes] = 0;
+}
+
+xstring &xstring::operator=(const unsigned short *wide) {
+    if (!is_wide(wide)) return AssignMark(wide ? xstrNullStr : nullptr);
+    std::size_t units = Strlen(wide);
+    // The characters may need more bytes than those before, so the room counts too.
+    if (fits(m_text, units)) {
+        std::size_t bytes = btkWideToNative(wide, nullptr, 0);
+        if (bytes <= kel::detail::head(m_text).room && bytes <= longest_text) {
+            btkWideToNative(wide, m_text, bytes);
+            return SetSize(bytes);
+        }
+    }
+    xstring fresh = Adopt(
+        kel::detail::buffer_create(std::min(units, longest_text / longest_character) * longest_character));
+    std::size_t bytes = btkWideToNative(wide, fresh.m_text, kel::detail::head(fresh.m_text).room);
+    if (bytes == not_convertible) return AssignMark(xstrNullStr);
+    fresh.SetSize(bytes);
+    return *this = std::move(fresh);
 }
 
 xstring strNeutralToNative(const char *neutral) {
