@@ -1,0 +1,456 @@
+// Objects: the two kinds of counting, deletion and its order, construction, threads.
+#include "observing.h"
+
+#include <atomic>
+#include <memory>
+#include <random>
+#include <thread>
+
+#include "services/object_access.h"
+
+namespace {
+
+KEL_DECLARE_STRUCT(Counted)
+class Counted : public xobject {
+    KEL_CLASS(Counted, xobject)
+public:
+    Counted() { ++living; }
+    ~Counted() override { --living; }
+    static inline std::atomic<int> living = 0;
+};
+KEL_DEFINE_STRUCT(Counted, "object::Counted", kel::counted)
+
+KEL_DECLARE_STRUCT(Owned)
+class Owned : public xobject {
+    KEL_CLASS(Owned, xobject)
+public:
+    Owned() { ++living; }
+    ~Owned() override { --living; }
+    static inline std::atomic<int> living = 0;
+};
+KEL_DEFINE_STRUCT(Owned, "object::Owned", kel::uncounted)
+
+class Nameless : public xobject {
+    xrtticlass *givertti() override { return nullptr; }
+};
+
+int count_of(xobject *object) {
+    return xrcgetcount(object);
+}
+
+// Counts ---------------------------------------------------------------------------------------
+
+using Operation = void (*)(xobject *);
+
+struct Expected {
+    int before;
+    int after;
+    bool dies;
+    const char *report;
+};
+
+// Every operation at every kind of count, on objects that may be deleted and on those that may not.
+template <class Object>
+void check_table(Operation operation, std::initializer_list<Expected> rows) {
+    internal_errors errors;
+    for (const Expected &row : rows) {
+        {
+            auto *object = new Object;
+            kel_object_access::count(object) = row.before;
+            operation(object);
+            EXPECT_EQ(Object::living == 0, row.dies) << "from " << row.before;
+            if (Object::living == 1) {
+                EXPECT_EQ(count_of(object), row.after) << "from " << row.before;
+                delete object;
+            }
+        }
+        EXPECT_EQ(errors.take(), row.report) << "from " << row.before;
+        xauto<Object> kept;
+        kel_object_access::count(&kept) = row.before;
+        operation(&kept);
+        EXPECT_EQ(Object::living, 1);
+        EXPECT_EQ(count_of(&kept), row.dies ? 0 : row.after) << "xauto, from " << row.before;
+        errors.take();
+    }
+}
+
+TEST(Counts, FollowTheTable) {
+    constexpr const char *no_attach = "xrcattach: Invalid value of refcount. (services/xobject)";
+    constexpr const char *no_release = "xrcrelease: Invalid value of refcount. (services/xobject)";
+    std::initializer_list<Expected> attach = {{-1, 0, false, ""}, {0, 1, false, ""}, {1, 2, false, ""}};
+    check_table<Counted>(xrcattach, attach);
+    check_table<Owned>(xrcattach, attach);
+    std::initializer_list<Expected> release = {{-5, 0, true, ""}, {-1, 0, true, ""}, {0, 0, true, ""},
+                                               {1, 0, true, ""},  {2, 1, false, ""}, {9, 8, false, ""}};
+    check_table<Counted>(xrcrelease, release);
+    check_table<Owned>(xrcrelease, release);
+    check_table<Counted>(
+        xrcuniattach,
+        {{-2, -2, false, no_attach}, {-1, -1, false, ""}, {0, 1, false, ""}, {3, 4, false, ""}});
+    check_table<Owned>(
+        xrcuniattach,
+        {{-2, -2, false, no_attach}, {-1, -1, false, ""}, {0, -1, false, ""}, {3, 4, false, ""}});
+    std::initializer_list<Expected> unirelease = {{-2, -2, false, no_release},
+                                                  {-1, -1, false, ""},
+                                                  {0, 0, false, ""},
+                                                  {1, 0, true, ""},
+                                                  {2, 1, false, ""}};
+    check_table<Counted>(xrcunirelease, unirelease);
+    check_table<Owned>(xrcunirelease, unirelease);
+
+    for (xobject *none : {static_cast<xobject *>(nullptr), kel::uninit_object()}) {
+        for (Operation operation : {xrcattach, xrcrelease, xrcuniattach, xrcunirelease})
+            operation(none);
+        EXPECT_EQ(xrcgetcount(none), 0);
+    }
+}
+
+TEST(Counts, CountabilityIsTheCountsOrElseTheClasss) {
+    Counted counted;
+    Owned owned;
+    EXPECT_TRUE(counted.isrefcountable());
+    EXPECT_FALSE(owned.isrefcountable());
+    kel_object_access::count(&counted) = -1;
+    kel_object_access::count(&owned) = 1;
+    EXPECT_FALSE(counted.isrefcountable());
+    EXPECT_TRUE(owned.isrefcountable());
+}
+
+TEST(Counts, AnObjectWithoutDescriptorIsUnknown) {
+    Nameless object;
+    auto check = [&](auto call) {
+        kel_object_access::count(&object) = 0;
+        EXPECT_TRUE(thrown_by<kelXUnknownType>(call)->getObject() == xany(&object));
+        EXPECT_EQ(count_of(&object), -1);
+    };
+    check([&] { object.isrefcountable(); });
+    check([&] { xany value(&object); });
+    check([&] { xrcunihandle<Nameless> handle(&object); });
+    check([&] { xdelete(&object); });
+    check([&] { object.isstruct(); });
+    check([&] { object.getfield(0); });
+    check([&] { object.haskey("k"); });
+    check([&] { object.gettypename(); });
+    check([&] { Counted::cast(&object); });
+}
+
+TEST(Counts, XdeleteIsForObjectsThatAreNotCounted) {
+    xdelete(nullptr);
+    thrown_by<kelXNotInitialized>([] { xdelete(kel::uninit_object()); });
+    xrchandle<Counted> counted(new Counted);
+    auto refused = thrown_by<kelXRefCountable>([&] { xdelete(counted); });
+    EXPECT_TRUE(refused->getObject() == xany(counted));
+    for (bool held : {false, true}) {
+        auto *owned = new Owned;
+        if (held) xany placed(owned);
+        xdelete(owned);
+        EXPECT_EQ(Owned::living, 0);
+    }
+    xauto<Owned> kept;
+    xdelete(&kept);
+    EXPECT_EQ(Owned::living, 1);
+}
+
+TEST(Handles, OwnPointOrShareAsTheySay) {
+    auto *object = new Counted;
+    xrchandle<Counted> owner(object);
+    {
+        xrchandle<xobject> base(owner);
+        xrcunihandle<xobject> uni(object), same(uni);
+        EXPECT_EQ(count_of(object), 4);
+        xrchandle<Counted> moved(std::move(owner));
+        xrcunihandle<xobject> unimoved(std::move(uni));
+        EXPECT_EQ(count_of(object), 4);
+        EXPECT_TRUE(owner.get() == nullptr && uni.get() == nullptr);
+        owner = moved;
+        owner = *&owner;
+        same = unimoved;
+        EXPECT_EQ(count_of(object), 5);
+        xrcbasehandle<Counted> pointer;
+        EXPECT_EQ(pointer.get(), nullptr);
+    }
+    EXPECT_EQ(count_of(object), 1);
+    xrcrelease(owner.detach());
+    EXPECT_EQ(Counted::living, 0);
+
+    // A uni handle made while the object was not counted never releases it.
+    Owned owned;
+    { xrcunihandle<Owned> handle(&owned); }
+    EXPECT_EQ(count_of(&owned), -1);
+    static_assert(sizeof(xrchandle<Owned>) == sizeof(void *));
+}
+
+TEST(Handles, AnXautoMayBeHandedOutAgainAndAgain) {
+    xauto<Counted> object;
+    for (int round = 0; round < 3; ++round) {
+        {
+            xany value(&object);
+            xrchandle<Counted> handle(&object);
+            EXPECT_EQ(count_of(&object), 2);
+        }
+        EXPECT_EQ(count_of(&object), 0);
+        EXPECT_EQ(Counted::living, 1);
+    }
+}
+
+// Deletion -------------------------------------------------------------------------------------
+
+std::string events;
+
+// Takes and gives references on itself at every moment of its life.
+KEL_DECLARE_STRUCT(Selfish)
+class Selfish : public xobject {
+    KEL_CLASS(Selfish, xobject)
+public:
+    explicit Selfish(const char *name, bool fails = false) : m_name(name) {
+        touch();
+        if (fails) throw 5;
+    }
+    ~Selfish() override {
+        touch();
+        events += "~" + m_name;
+        m_child = {};
+    }
+    xrchandle<Selfish> m_child;
+
+private:
+    void ondelete() override {
+        touch();
+        events += "on:" + m_name + " ";
+    }
+    void touch() {
+        { xany value(this); }
+        { xrchandle<Selfish> handle(this); }
+        { xrcunihandle<Selfish> uni(this); }
+        xrchandle<Counted> other(new Counted);
+    }
+    std::string m_name;
+};
+KEL_DEFINE_STRUCT(Selfish, "object::Selfish", kel::counted)
+
+KEL_DECLARE_STRUCT(SelfishOwned)
+class SelfishOwned : public Selfish {
+    KEL_CLASS(SelfishOwned, Selfish)
+public:
+    SelfishOwned() : Selfish("o") {}
+};
+KEL_DEFINE_STRUCT(SelfishOwned, "object::SelfishOwned", kel::uncounted)
+
+TEST(Deletion, RunsOnceAndOndeleteComesFirst) {
+    events.clear();
+    { xrchandle<Selfish> handle(kel::construct<Selfish>("a")); }
+    EXPECT_EQ(events, "on:a ~a");
+
+    events.clear();
+    xrcrelease(kel::construct<Selfish>("b"));
+    EXPECT_EQ(events, "on:b ~b") << "released at count 0";
+
+    events.clear();
+    auto *owned = kel::construct<SelfishOwned>();
+    xdelete(owned);
+    EXPECT_EQ(events, "on:o ~o");
+
+    events.clear();
+    EXPECT_THROW(kel::construct<Selfish>("c", true), int);
+    EXPECT_EQ(events, "") << "neither ondelete nor a destructor of an object that did not come to be";
+    { xauto<Selfish> local("d"); }
+    EXPECT_EQ(events, "~d") << "its storage is not deleted";
+    EXPECT_EQ(Counted::living, 0);
+}
+
+TEST(Deletion, AChildIsDeadWhenTheReleaseOfItsParentReturns) {
+    events.clear();
+    xrchandle<Selfish> parent(kel::construct<Selfish>("p"));
+    parent->m_child = kel::construct<Selfish>("c");
+    parent->m_child->m_child = kel::construct<Selfish>("g");
+    parent = {};
+    EXPECT_EQ(events, "on:p ~pon:c ~con:g ~g");
+}
+
+KEL_DECLARE_STRUCT(Node)
+class Node : public xobject {
+    KEL_CLASS(Node, xobject)
+public:
+    ~Node() override {
+        ++died;
+        if (id >= 0) order.push_back(id);
+    }
+    std::vector<xrchandle<Node>> children;
+    xany next;
+    int id = -1;
+    static inline std::size_t died = 0;
+    static inline std::vector<int> order;
+};
+KEL_DEFINE_STRUCT(Node, "object::Node", kel::counted)
+
+TEST(Deletion, AChainOfAMillionNeedsNoStack) {
+    constexpr int length = 1'000'000;
+    Node::died = 0;
+    std::thread([] {
+        xrchandle<Node> head;
+        for (int i = 0; i < length; ++i) {
+            xrchandle<Node> node(new Node);
+            // Through handles and through values.
+            if (head && i % 2)
+                node->children.push_back(std::move(head));
+            else if (head)
+                node->next = static_cast<xobject *>(head);
+            head = std::move(node);
+        }
+        EXPECT_EQ(Node::died, 0U);
+    }).join();
+    EXPECT_EQ(Node::died, std::size_t{length});
+}
+
+// A random tree, deeper than deletions nest, dies in the order of plain recursion below every node that
+// the recursion reaches; and all of it dies.
+TEST(Deletion, TreesDieWhole) {
+    std::mt19937 random(3);
+    for (int depth : {10, 150, 1000}) {
+        Node::died = 0;
+        Node::order.clear();
+        std::vector<Node *> all{new Node};
+        all[0]->id = 0;
+        xrchandle<Node> root(all[0]);
+        for (int i = 1; i < 3 * depth; ++i) {
+            std::size_t low = all.size() > 3 ? all.size() - 3 : 0;
+            Node *parent = all[low + random() % (all.size() - low)];
+            all.push_back(new Node);
+            all.back()->id = i;
+            parent->children.emplace_back(all.back());
+        }
+        std::vector<int> expected;
+        auto visit = [&](auto &self, Node *node) -> void {
+            expected.push_back(node->id);
+            for (auto &child : node->children)
+                self(self, child);
+        };
+        visit(visit, root);
+        root = {};
+        EXPECT_EQ(Node::died, all.size());
+        EXPECT_EQ(Node::order, expected) << "a parent's destructor runs first, then its children's";
+    }
+}
+
+// Reflection -----------------------------------------------------------------------------------
+
+TEST(Reflection, LeavesTheCountOfAFreshObjectAlone) {
+    auto *object = new Counted;
+    EXPECT_EQ(object->getnfields(), 0);
+    EXPECT_TRUE(object->isstruct() && !object->issequence() && !object->isarray() && !object->isdictionary());
+    EXPECT_TRUE(object->issameas(xrtti_get_p_Counted()) && !object->iskindof(xrtti_get_p_Owned()));
+    EXPECT_EQ(text(object->gettypename()), "object::Counted");
+    thrown_by<kelXInvalidFieldIndex>([&] { object->getfield(0); });
+    EXPECT_EQ(count_of(object), 0);
+    EXPECT_EQ(Counted::living, 1);
+    // An exception that carries the object keeps it like any other value.
+    {
+        EXPECT_TRUE(thrown_by<kelXNoField>([&] { object->lookupfield("none"); })->getObject().isobject());
+    }
+    EXPECT_EQ(Counted::living, 0);
+}
+
+TEST(Reflection, CastsByDescriptor) {
+    Counted counted;
+    xobject *object = &counted;
+    xrcattach(object);
+    EXPECT_EQ(Counted::cast(object), &counted);
+    EXPECT_EQ(xobject::cast(object), object);
+    EXPECT_EQ(Counted::cast(nullptr), nullptr);
+    EXPECT_EQ(static_cast<void *>(Counted::cast(kel::uninit_object())), kel::uninit_pointer());
+    EXPECT_EQ(object->dyndowncast(get_xrttiobject()), object);
+    EXPECT_EQ(object->dyndowncast(xrtti_get_p_Counted()), &counted);
+    // A cast names the class, a down-cast the declared type.
+    EXPECT_EQ(text(thrown_by<kelXTypeMismatch>([&] { Owned::cast(object); })->getTypeName()), "Owned");
+    EXPECT_EQ(
+        text(thrown_by<kelXTypeMismatch>([&] { object->dyndowncast(xrtti_get_p_Owned()); })->getTypeName()),
+        "object::Owned");
+    xobject plain;
+    EXPECT_EQ(
+        text(thrown_by<kelXTypeMismatch>([&] { plain.dyndowncast(xrtti_get_p_Owned()); })->getTypeName()),
+        "object::Owned");
+    EXPECT_EQ(plain.dyndowncast(get_xrttiobject()), &plain);
+}
+
+// Threads --------------------------------------------------------------------------------------
+
+template <class Work>
+void in_threads(int count, Work work) {
+    std::vector<std::thread> threads;
+    for (int t = 0; t < count; ++t)
+        threads.emplace_back(work, t);
+    for (auto &thread : threads)
+        thread.join();
+}
+
+TEST(Threads, CountsOfASharedObjectAddUp) {
+    xrchandle<Counted> shared(new Counted);
+    in_threads(4, [&](int) {
+        for (int i = 0; i < 20000; ++i) {
+            xany value(shared), copy(value);
+            xrchandle<Counted> handle(shared);
+            xrcunihandle<Counted> uni(handle);
+        }
+    });
+    EXPECT_EQ(count_of(shared), 1);
+}
+
+TEST(Threads, TheLastOfTwoReleasesDeletes) {
+    for (int round = 0; round < 3000; ++round) {
+        constexpr int threads = 2, objects = 8;
+        xrchandle<Counted> handles[threads][objects];
+        for (int i = 0; i < objects; ++i) {
+            handles[0][i] = new Counted;
+            handles[1][i] = handles[0][i];
+        }
+        std::atomic<int> ready = 0;
+        in_threads(threads, [&](int t) {
+            ++ready;
+            while (ready < threads) {
+            }
+            for (auto &handle : handles[t])
+                handle = {};
+        });
+        ASSERT_EQ(Counted::living, 0) << round;
+        if (round >= 300 && kel::detail::counts_are_private()) break;
+    }
+}
+
+KEL_DECLARE_STRUCT(Slow)
+class Slow : public xobject {
+    KEL_CLASS(Slow, xobject)
+public:
+    explicit Slow(std::atomic<int> &stage) : m_stage(stage) {}
+    ~Slow() override {
+        // The other thread has had its chance to end its own release.
+        EXPECT_EQ(Counted::living, 1);
+        m_stage = 2;
+    }
+
+private:
+    void ondelete() override {
+        m_stage = 1;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        EXPECT_EQ(Counted::living, 1);
+    }
+    std::atomic<int> &m_stage;
+};
+KEL_DEFINE_STRUCT(Slow, "object::Slow", kel::counted)
+
+TEST(Threads, OneDeletionAtATime) {
+    std::atomic<int> stage = 0;
+    auto *object = new Counted;
+    xrcattach(object);
+    xrchandle<Slow> slow(kel::construct<Slow>(stage));
+    std::thread other([&] {
+        while (stage == 0)
+            std::this_thread::yield();
+        xrcrelease(object);
+        EXPECT_EQ(stage, 2) << "the last release waits for the deletion that is under way";
+    });
+    slow = {};
+    other.join();
+    EXPECT_EQ(Counted::living, 0);
+}
+
+}  // namespace

@@ -1,0 +1,62 @@
+// What the tests of the core look at from outside: internal errors, thrown exceptions, the lives of objects.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include <kelstdmt/declare.h>
+
+// Collects internal errors as "MESSAGE (SOURCE)" while it lives. One at a time.
+class internal_errors {
+public:
+    internal_errors() : m_before(btkSetAbortHandler(&report)) { list().clear(); }
+    ~internal_errors() { btkSetAbortHandler(m_before); }
+    internal_errors(const internal_errors &) = delete;
+    internal_errors &operator=(const internal_errors &) = delete;
+
+    // Those since the last call, one behind the other.
+    std::string take() {
+        std::string all;
+        for (const std::string &one : list())
+            all += (all.empty() ? "" : "; ") + one;
+        list().clear();
+        return all;
+    }
+
+private:
+    static std::vector<std::string> &list() {
+        static std::vector<std::string> reports;
+        return reports;
+    }
+    static void report(const char *message, const char *source, int line) {
+        EXPECT_GT(line, 0);
+        list().push_back(std::string(message) + " (" + source + ")");
+    }
+
+    btkAbortHandler m_before;
+};
+
+// The exception of a counted class that a call throws, with the reference of its flight. Anything else is a
+// failure and gives null.
+template <class X, class Call>
+xrchandle<X> thrown_by(Call call) {
+    try {
+        call();
+    } catch (xthrowable *flight) {
+        auto held = xrchandle<xthrowable>::adopt(flight);
+        if (held->iskindof(X::getclassrtti())) {
+            EXPECT_EQ(xrcgetcount(flight), 1) << "references of the flight";
+            return xrchandle<X>::adopt(X::cast(held.detach()));
+        }
+        ADD_FAILURE() << "threw " << held->gettypename().Str();
+        return {};
+    }
+    ADD_FAILURE() << "threw nothing";
+    return {};
+}
+
+inline std::string text(const xstring &string) {
+    return string.IsNull() ? "(null)" : string.Str();
+}
