@@ -291,7 +291,7 @@ public:                                                   \
     using kel_self = T;                                   \
     using kel_base = Base;                                \
     static xrtticlass *getclassrtti();                    \
-    static T *cast(xobject *object);                      \
+    [[maybe_unused]] static T *cast(xobject *object);     \
     void *dyndowncast(const xrtticlass *wanted) override; \
                                                           \
 private:                                                  \

@@ -13,6 +13,7 @@
 #include <compare>
 #include <cstddef>
 #include <functional>
+#include <type_traits>
 #include <utility>
 
 #include <kelstdmt/export.h>
@@ -165,7 +166,7 @@ namespace kel::detail {
 // `new` still holds it. The factories hold one of these around the constructor.
 class KELSTDMT_API construction {
 public:
-    construction(const void *begin, std::size_t size) noexcept;
+    construction(void *begin, std::size_t size) noexcept;
     ~construction();
     construction(const construction &) = delete;
     construction &operator=(const construction &) = delete;
@@ -301,12 +302,24 @@ private:
 
 // An object whose storage belongs to somebody else, such as a member or a local: it may be handed
 // out as a counted reference, and its last release sets the count back to 0 instead of deleting it.
+// The arguments go to the constructor of T.
 template <class T>
 class xauto : public T {
 public:
-    using T::T;
+    template <class... Args>
+    requires std::is_constructible_v<T, Args...>
+    explicit(sizeof...(Args) == 1) xauto(Args &&...args)
+        : xauto(during(), kel::detail::construction(this, sizeof(xauto)), std::forward<Args>(args)...) {}
+    xauto(const xauto &) = default;
+    xauto &operator=(const xauto &) = default;
+    // T's own destructor may take and give references: none of them is the last.
+    ~xauto() override { xrcattach(this); }
 
 private:
+    struct during {};
+    template <class... Args>
+    xauto(during, const kel::detail::construction &, Args &&...args) : T(std::forward<Args>(args)...) {}
+
     xbool isdeletable() override { return false; }
 };
 

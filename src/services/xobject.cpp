@@ -152,8 +152,8 @@ void xdelete(xobject *object) {
 
 namespace kel::detail {
 
-construction::construction(const void *begin, std::size_t size) noexcept
-    : m_begin(static_cast<const char *>(begin)), m_size(size), m_outer(innermost) {
+construction::construction(void *begin, std::size_t size) noexcept
+    : m_begin(static_cast<char *>(begin)), m_size(size), m_outer(innermost) {
     innermost = this;
 }
 construction::~construction() {

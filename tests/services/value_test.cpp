@@ -8,7 +8,7 @@
 
 namespace {
 
-enum Colour { red, green, blue };
+enum Colour : int { red, green, blue };
 KEL_DECLARE_ENUM(Colour)
 KEL_DEFINE_ENUM(Colour, "value::Colour", "red", "green", "blue")
 
