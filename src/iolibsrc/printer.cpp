@@ -136,6 +136,7 @@ void printer::PrintPart(routine what, brtti &type, ioStream *stream, xany &&valu
 
 void printer::Report() {
     try {
+        m_out.begin();
         LineBreak(m_options.m_Indent);
         Indentation(m_options.m_Indent);
         m_out.text("Can not finish printing");

@@ -1,0 +1,290 @@
+// Declared types of every kind for the tests of the printer, and a stream that tells what is done to it.
+#pragma once
+
+#include <kelstdmt/iolib.h>
+#include <kelstdmt/printlib.h>
+
+#include <algorithm>
+#include <new>
+#include <optional>
+#include <string>
+
+enum Color { red, green, blue };
+KEL_DECLARE_ENUM(Color)
+KEL_DEFINE_ENUM(Color, "test::Color", "red", "green", "blue")
+
+KEL_DECLARE_STRUCT(Point)
+class Point : public xobject {
+    KEL_CLASS(Point, xobject)
+public:
+    explicit Point(int left = 5, int right = 6) : x(left), y(right) {}
+    int x, y;
+};
+KEL_DEFINE_STRUCT(Point, "test::Point", kel::counted, kel::field<&Point::x>("x"), kel::field<&Point::y>("y"))
+
+KEL_DECLARE_STRUCT(Everything)
+class Everything : public xobject {
+    KEL_CLASS(Everything, xobject)
+public:
+    xrchandle<Point> point;
+    Color color = red;
+    xstring text;
+    bool flag = false;
+    xany any;
+    std::optional<int> absent;
+};
+KEL_DEFINE_STRUCT(Everything, "test::Everything", kel::counted, kel::field<&Everything::point>("point"),
+                  kel::field<&Everything::color>("color"), kel::field<&Everything::text>("text"),
+                  kel::field<&Everything::flag>("flag"), kel::field<&Everything::any>("any"),
+                  kel::optional_field<&Everything::absent>("absent"))
+
+KEL_DECLARE_STRUCT(Root)
+class Root : public xobject {
+    KEL_CLASS(Root, xobject)
+public:
+    int root = 1;
+};
+KEL_DEFINE_STRUCT(Root, "test::Root", kel::counted, kel::field<&Root::root>("root"))
+KEL_DECLARE_STRUCT(Child)
+class Child : public Root {
+    KEL_CLASS(Child, Root)
+public:
+    int child = 2;
+};
+KEL_DEFINE_STRUCT(Child, "test::Child", kel::counted, kel::field<&Child::child>("child"))
+KEL_DECLARE_STRUCT(Grandchild)
+class Grandchild : public Child {
+    KEL_CLASS(Grandchild, Child)
+public:
+    int grandchild = 3;
+};
+KEL_DEFINE_STRUCT(Grandchild, "test::Grandchild", kel::counted,
+                  kel::field<&Grandchild::grandchild>("grandchild"))
+
+// An object with a descriptor that was made by hand. As a Grandchild and as a Point it is what it is.
+class Both : public Grandchild {
+public:
+    Point point;
+    void *dyndowncast(const xrtticlass *wanted) override {
+        return wanted == xrtti_get_p_Point() ? &point : Grandchild::dyndowncast(wanted);
+    }
+};
+template <class Base>
+class Shaped : public Base {
+public:
+    explicit Shaped(xrtticlass *type) : m_type(type) {}
+
+private:
+    xrtticlass *givertti() override { return m_type; }
+    xrtticlass *m_type;
+};
+
+KEL_SEQUENCE(Numbers, int)
+KEL_DEFINE_SEQUENCE(Numbers, "test::Numbers", kel::counted)
+KEL_SEQUENCE(Points, xrchandle<Point>)
+KEL_DEFINE_SEQUENCE(Points, "test::Points", kel::counted)
+KEL_DICTIONARY(Ages, int)
+KEL_DEFINE_DICTIONARY(Ages, "test::Ages", kel::counted)
+
+KEL_DECLARE_UNION(Shape)
+class Shape : public xobject {
+    KEL_CLASS(Shape, xobject)
+public:
+    xany kind = 1;
+    int radius = 1;
+    double side = 2.5;
+};
+KEL_DEFINE_UNION(Shape, "test::Shape", kel::counted, kel::field<&Shape::kind>("Kind"),
+                 kel::field<&Shape::radius>("Radius"), kel::field<&Shape::side>("Side"))
+
+KEL_DECLARE_ARRAY(Row)
+class Row : public xobject {
+    KEL_CLASS(Row, xobject)
+public:
+    int At(int i) { return i; }
+};
+KEL_DEFINE_ARRAY(Row, "test::Row", kel::counted, kel::elements<&Row::At, 3>())
+KEL_DECLARE_ARRAY(Cube)
+class Cube : public xobject {
+    KEL_CLASS(Cube, xobject)
+public:
+    int At(int i, int j, int k) { return 100 * i + 10 * j + k; }
+};
+KEL_DEFINE_ARRAY(Cube, "test::Cube", kel::counted, kel::elements<&Cube::At, 2, 1, 2>())
+
+KEL_DECLARE_STRUCT(Node)
+class Node : public xobject {
+    KEL_CLASS(Node, xobject)
+public:
+    explicit Node(int number) : value(number) { ++alive; }
+    ~Node() override { --alive; }
+    int value;
+    xrchandle<Node> next;
+    static inline int alive = 0;
+};
+KEL_DEFINE_STRUCT(Node, "test::Node", kel::counted, kel::field<&Node::value>("value"),
+                  kel::field<&Node::next>("next"))
+
+KEL_DECLARE_STRUCT(Broken)
+class Broken : public xobject {
+    KEL_CLASS(Broken, xobject)
+public:
+    int good = 1, last = 2;
+    bool absent = false, standard = false;
+    int bad() {
+        if (standard) throw std::bad_alloc();
+        if (absent) kelXNoField::Throw(xany("bad"), xany(this));
+        kelXNotInitialized::Throw();
+    }
+};
+KEL_DEFINE_STRUCT(Broken, "test::Broken", kel::counted, kel::field<&Broken::good>("good"),
+                  kel::field<&Broken::bad>("bad"), kel::field<&Broken::last>("last"))
+
+KEL_DECLARE_STRUCT(Holder)
+class Holder : public xobject {
+    KEL_CLASS(Holder, xobject)
+public:
+    xrcunihandle<xobject> held;
+    int after = 5;
+};
+KEL_DEFINE_STRUCT(Holder, "test::Holder", kel::counted, kel::field<&Holder::held>("held"),
+                  kel::field<&Holder::after>("after"))
+
+// Prints itself in its own way.
+KEL_DECLARE_STRUCT(Signed)
+class Signed : public xobject {
+    KEL_CLASS(Signed, xobject)
+public:
+    xrchandle<xobject> inner;
+
+private:
+    void onprint(ioStream *stream, printData *options) override {
+        stream->WriteString("<");
+        inner->print(stream, options);
+        stream->WriteString(">");
+    }
+};
+KEL_DEFINE_STRUCT(Signed, "test::Signed", kel::counted, kel::field<&Signed::inner>("inner"))
+
+// Prints itself inside its own print.
+KEL_DECLARE_STRUCT(Mirror)
+class Mirror : public xobject {
+    KEL_CLASS(Mirror, xobject)
+public:
+    int depth = 0;
+    bool fresh = false;
+
+private:
+    void onprint(ioStream *stream, printData *options) override {
+        ++depth;
+        stream->WriteString("<");
+        print(stream, fresh ? nullptr : options);
+        stream->WriteString(">");
+    }
+};
+KEL_DEFINE_STRUCT(Mirror, "test::Mirror", kel::counted, kel::field<&Mirror::depth>("depth"))
+
+// A getter that prints something else with the same options.
+KEL_DECLARE_STRUCT(Talkative)
+class Talkative : public xobject {
+    KEL_CLASS(Talkative, xobject)
+public:
+    printData *options = nullptr;
+    ioStream *other = nullptr;
+    int said() {
+        xrchandle<Point>(kel::construct<Point>(1, 2))->print(other, options);
+        return 3;
+    }
+};
+KEL_DEFINE_STRUCT(Talkative, "test::Talkative", kel::counted, kel::field<&Talkative::said>("said"))
+
+// Goes its own way to the printer.
+class Routing : public xrttistruct {
+public:
+    Routing() { initialize("test::Routing", 0, nullptr, nullptr); }
+    bool mismatch = false;
+
+private:
+    void OnRoutePrint(ioStream *stream, xany value, printData *options) override {
+        stream->WriteString("(");
+        if (mismatch)
+            PrintClassImpl(stream, xany(5), options);
+        else
+            PrintImpl(stream, value, options);
+        stream->WriteString(")");
+    }
+};
+
+class ForeignNumber : public xrtti {
+public:
+    ForeignNumber() { initialize("foreign::Number"); }
+
+private:
+    brtti *Clone() override { return new ForeignNumber; }
+};
+
+// One field, which is a number, or this very value again.
+class ForeignStruct : public xrtticlass {
+public:
+    explicit ForeignStruct(bool endless = false) : m_endless(endless) { initialize("foreign::Struct", 0); }
+
+private:
+    brtti *Clone() override { return new ForeignStruct(m_endless); }
+    xbool GiveIsStruct() override { return true; }
+    int GiveNFields() override { return 1; }
+    xstring GiveFieldName(int) override { return "inner"; }
+    brtti *GiveFieldType(int) override { return nullptr; }
+    xany GiveField(int, xany value) override {
+        void *data = static_cast<xextern>(value).value;
+        return m_endless ? xany(data, new ForeignStruct(true)) : xany(data, new ForeignNumber);
+    }
+
+    bool m_endless;
+};
+
+// A stream that takes so many bytes and no more.
+class WatchedBuffer : public xstreambuf, public std::streambuf {
+public:
+    explicit WatchedBuffer(std::size_t limit) : m_limit(limit) { InitStreamBuf(this); }
+    std::string bytes;
+    int flushes = 0;
+    std::size_t unflushed = 0, longest = 0;
+
+protected:
+    std::streamsize xsputn(const char *from, std::streamsize count) override {
+        std::streamsize taken = 0;
+        while (taken < count && overflow(static_cast<unsigned char>(from[taken])) != -1)
+            ++taken;
+        return taken;
+    }
+    int_type overflow(int_type byte) override {
+        if (bytes.size() >= m_limit) return -1;
+        bytes.push_back(static_cast<char>(byte));
+        longest = std::max(longest, ++unflushed);
+        return byte;
+    }
+    int sync() override {
+        ++flushes;
+        unflushed = 0;
+        return 0;
+    }
+
+private:
+    std::size_t m_limit;
+};
+struct WatchedBufferFirst {
+    explicit WatchedBufferFirst(std::size_t limit) : watched(limit) {}
+    WatchedBuffer watched;
+};
+class WatchedStream : private WatchedBufferFirst, public ioStream {
+public:
+    explicit WatchedStream(std::size_t limit = SIZE_MAX)
+        : WatchedBufferFirst(limit), ioStream(ioSerializer::getAscii(), &watched, true, false) {}
+    ~WatchedStream() override { Close(); }
+    const std::string &text() const { return watched.bytes; }
+    int flushed() const { return watched.flushes; }
+    std::size_t longest_unflushed() const { return watched.longest; }
+
+private:
+    void OnClose() override {}
+};
