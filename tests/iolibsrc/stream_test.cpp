@@ -213,7 +213,9 @@ TEST(Stream, ANewOneAndWhatItDoesNotOffer) {
     EXPECT_EQ(failure([&] { stream.Ignore(); }), unsupported("Ignore"));
     EXPECT_EQ(failure([&] { stream.getWouldDataLost(); }), unsupported("getWouldDataLost"));
     EXPECT_EQ(failure([&] { stream.Flush(false); }), unsupported("non-blocking Flush"));
-    EXPECT_EQ(failure([&] { Stream(true, true, nullptr); }), "not a stream error: kellib::XNotInitialized");
+    Buffer unused;
+    EXPECT_EQ(failure([&] { Stream(true, true, nullptr, &unused); }),
+              "not a stream error: kellib::XNotInitialized");
     EXPECT_EQ(failure([&] { stream.setSerializer(nullptr); }), "not a stream error: kellib::XNotInitialized");
     Stream blind(true, false);
     EXPECT_EQ(failure([&] { blind.Ignore(); }), "input denied");
