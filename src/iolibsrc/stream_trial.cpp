@@ -82,8 +82,7 @@ unsigned ioStream::PeekNBytes() {
     m_active = true;
     input_trial trial(*m_buffer);
     const std::streambuf &bytes = trial.bytes() ? *trial.bytes() : *m_blocking;
-    const char *from = stream_area::unread(bytes), *to = stream_area::unread_end(bytes);
-    return from < to ? static_cast<unsigned>(std::min<std::size_t>(to - from, UINT_MAX)) : 0;
+    return static_cast<unsigned>(std::min<std::size_t>(stream_area::unread_count(bytes), UINT_MAX));
 }
 
 // Output ---------------------------------------------------------------------------------------

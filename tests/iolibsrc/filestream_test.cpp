@@ -107,10 +107,10 @@ struct Rehearsal {
             ioDirection direction;
             int whence;
         } ways[] = {{ioBegin, SEEK_SET}, {ioCur, SEEK_CUR}, {ioEnd, SEEK_END}};
-        auto [direction, whence] = ways[below(3)];
-        int offset = static_cast<int>(below(300)) - (whence == SEEK_SET ? 20 : 150);
-        off_t expected = system.seek(offset, whence);
-        EXPECT_EQ(failure([&] { stream->SeekOff(offset, direction); }), expected < 0 ? "I/O error" : "");
+        const auto &way = ways[below(3)];
+        int offset = static_cast<int>(below(300)) - (way.whence == SEEK_SET ? 20 : 150);
+        off_t expected = system.seek(offset, way.whence);
+        EXPECT_EQ(failure([&] { stream->SeekOff(offset, way.direction); }), expected < 0 ? "I/O error" : "");
         if (expected >= 0) return;
         EXPECT_TRUE(stream->getIsBad());
         stream->setIsBad(false);

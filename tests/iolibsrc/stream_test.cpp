@@ -278,21 +278,21 @@ TEST(Stream, CodesBecomeStatesAndMessages) {
                  {ioIOError, "I/O error", 4},
                  {ioFormatError, "conversion error", 2},
                  {ioNotSupported, "function \"\" not supported", 0}};
-    for (auto [code, message, state] : cases) {
+    for (const auto &one : cases) {
         Stream stream(true, true, &coder);
         stream.buffer->plain.data = std::string(64, '\0');
         for (int way = 0; way < 3; ++way) {
-            coder.code = code;
+            coder.code = one.code;
             EXPECT_EQ(failure([&] {
                           if (way == 0) stream.ReadInt();
                           if (way == 1) stream.WriteInt(1);
-                          if (way == 2) stream.CheckTryCode(code);
+                          if (way == 2) stream.CheckTryCode(one.code);
                       }),
-                      message);
+                      one.message);
             EXPECT_EQ(
                 (stream.getIsEof() ? 1 : 0) | (stream.getIsFail() ? 2 : 0) | (stream.getIsBad() ? 4 : 0),
-                state);
-            EXPECT_EQ(stream.getIsGood(), state == 0);
+                one.state);
+            EXPECT_EQ(stream.getIsGood(), one.state == 0);
             stream.setIsFail(false);
         }
     }
@@ -352,7 +352,7 @@ TEST(Stream, ErrorsAndStreamsMayDieInAnyOrder) {
             EXPECT_STREQ(error->getMsg(), "Stream Error (iolib):EOF reached");
             stream->setIsBad(false);
             EXPECT_STREQ(error->getMsg(), "Stream Error (iolib):unknown error") << "as it is now";
-            if (random() % 3 == 0) errors.erase(errors.begin() + random() % static_cast<int>(errors.size()));
+            if (random() % 3 == 0) errors.erase(errors.begin() + static_cast<int>(random() % errors.size()));
         }
         stream->Close();
         for (auto &error : errors) {
@@ -636,8 +636,8 @@ TEST(Declared, TypesOfTheModule) {
         "bool, BufferSize int, ITimeout real?, OTimeout real?, IsEof bool, IsFail bool, IsBad bool, IsGood "
         "bool, IsTimeout bool, IsDataLost bool, WouldDataLost bool, Stdin iolib::Stream, Stdout "
         "iolib::Stream, Stderr iolib::Stream",
-        "iolib::Error: ioStreamState, ioInputNotAllowed, ioOutputNotAllowed, ioIncompatibleFormat, "
-        "ioImproperFunction, ioUnsupportedFunction",
+        ("iolib::Error: ioStreamState, ioInputNotAllowed, ioOutputNotAllowed, ioIncompatibleFormat, "
+         "ioImproperFunction, ioUnsupportedFunction"),
         "iolib::XStream: Stream iolib::Stream, Error iolib::Error, Msg string?",
         "iolib::OpenMode: ioReadOnly, ioWriteOnly, ioReadWrite",
         "iolib::Direction: ioBegin, ioEnd, ioCur",
