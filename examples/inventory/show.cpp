@@ -1,0 +1,89 @@
+#include "show.h"
+
+#include <ostream>
+
+#include "coding.h"
+#include "reading.h"
+
+namespace {
+
+// Fits on a screen, whatever the account files hold.
+bool IsShort(const Account &account) {
+    std::size_t length = account.Name.GetSize() + account.Home.GetSize() + account.Shell.Path.GetSize();
+    if (account.FullName) length += account.FullName->GetSize();
+    for (const xstring &group : account.Groups)
+        length += group.GetSize();
+    return length < 400;
+}
+
+xrchandle<Account> MadeUp() {
+    return ParseAccount("ada:x:1000:1000:Ada Lovelace:/home/ada:/bin/bash", "an example", 1);
+}
+
+// The first one that is fit to be shown.
+xrchandle<Account> Shown(Inventory &inventory) {
+    for (const xrchandle<Account> &account : inventory.Accounts)
+        if (IsShort(*account)) return account;
+    return MadeUp();
+}
+
+}  // namespace
+
+void ShowValues(std::ostream &out, Inventory &inventory) {
+    constexpr int shown_lines = 3;
+    xrchandle<Account> first = Shown(inventory);
+    out << "\n1. Declared values print themselves\n\nAn account on several lines:\n\n"
+        << kel::printed(first) << "\n\nOthers on one line each:\n\n";
+    int lines = 0;
+    for (const xrchandle<Account> &account : inventory.Accounts) {
+        if (lines == shown_lines) break;
+        if (account.get() == first.get() || !IsShort(*account)) continue;
+        out << kel::printed(account, true) << '\n';
+        ++lines;
+    }
+    if (lines == 0) out << "(there are no others)\n";
+
+    out << "\nThe dictionary of groups, asked by name for the first group of \"" << first->Name << "\":\n\n";
+    xrchandle<Group> group;
+    if (first->Groups.getarraysize() == 0 || !inventory.Groups.find(first->Groups.get(0), group))
+        out << "(it belongs to none)\n";
+    else if (group->Members.getarraysize() > 10)
+        out << group->Name << " has " << group->Members.getarraysize() << " members\n";
+    else
+        out << kel::printed(group, true) << '\n';
+}
+
+void ShowFailures(std::ostream &out, Inventory &inventory, const DataFolder &folder) {
+    out << "\n2. What goes wrong is a value too\n\nA malformed line:\n\n";
+    try {
+        ParseAccount("ada:x:1000", "example", 1);
+    } catch (xthrowable *thrown) {
+        kel::caught error(thrown);
+        out << error << '\n';
+    }
+
+    out << "\nA field name that no account has:\n\n";
+    try {
+        Shown(inventory)->lookupfield("Nmae");
+    } catch (xthrowable *thrown) {
+        kel::caught error(thrown);
+        out << kel::printed(error.get(), true) << '\n';
+    }
+
+    std::unique_ptr<ioFileStream> file = folder.Create("cut");
+    WriteFile(*file, ioSerializer::getXDR(), inventory);
+    int size = file->TellSize();
+    out << "\nA file in XDR, cut from " << size << " to " << size / 2 << " bytes and read again:\n\n";
+    file->Truncate(size / 2);
+    file->SeekOff(0, ioBegin);
+    xrchandle<Inventory> found(kel::construct<Inventory>());
+    try {
+        Progress progress("reading the cut file");
+        ReadInventory(*file, *found, progress);
+    } catch (xthrowable *thrown) {
+        kel::caught error(thrown);
+        out << kel::printed(error.get(), true) << '\n';
+    }
+    out << "(" << found->Accounts.getarraysize() << " of " << inventory.Accounts.getarraysize()
+        << " accounts were whole)\n";
+}

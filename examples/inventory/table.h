@@ -1,0 +1,13 @@
+// The closing table.
+#pragma once
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+#include "transport.h"
+
+std::string WithSeparators(long long number);  // 1234567 as 1,234,567
+std::string Duration(double seconds);          // in the unit that fits
+
+void PrintTable(std::ostream &out, const std::vector<Journey> &journeys);
