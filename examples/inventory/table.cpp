@@ -7,7 +7,7 @@
 std::string WithSeparators(long long number) {
     std::string text = std::to_string(number);
     for (std::size_t i = text.size(); i > 3; i -= 3)
-        text.insert(i - 3, ",");
+        text.insert(i - 3, 1, ',');
     return text;
 }
 

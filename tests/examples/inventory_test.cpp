@@ -1,0 +1,304 @@
+// examples/inventory as its users meet it: the built program, with generated files, in a process of its own.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool sanitized = true;
+#else
+constexpr bool sanitized = false;
+#endif
+
+const char *const program = KELSTDMT_BINARY_DIR "/examples/inventory";
+
+struct Outcome {
+    int code;  // 128 and the signal's number when one ended the program, 124 when it took too long
+    std::string out, err;
+};
+
+std::string Contents(const fs::path &path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+class inventory_test : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::string name = fs::temp_directory_path() / "inventory_test.XXXXXX";
+        ASSERT_NE(mkdtemp(name.data()), nullptr);
+        folder = name;
+        fs::create_directory(folder / "tmp");
+    }
+    void TearDown() override {
+        EXPECT_TRUE(fs::is_empty(folder / "tmp")) << "files are left in the temporary folder";
+        fs::remove_all(folder);
+    }
+
+    std::string Write(const char *name, const std::string &text) const {
+        std::ofstream(folder / name, std::ios::binary) << text;
+        return folder / name;
+    }
+
+    // The rest of a shell's command line, behind the program's name; `before` stands ahead of it.
+    Outcome Run(const std::string &arguments, const std::string &before = "") const {
+        std::string err = folder / "stderr", command = "export TMPDIR=" + std::string(folder / "tmp");
+        // What a sanitizer finds has a code of its own.
+        for (const char *tool : {"ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"})
+            command += std::string(" ") + tool + "=\"$" + tool + ":exitcode=99\"";
+        command +=
+            "; { " + before + " timeout 120 " + program + ' ' + arguments + "; } 2>" + err + " </dev/null";
+        Outcome outcome;
+        std::FILE *pipe = popen(command.c_str(), "r");
+        if (!pipe) return {-1, "", "no popen"};
+        char block[4096];
+        while (std::size_t count = std::fread(block, 1, sizeof block, pipe))
+            outcome.out.append(block, count);
+        int status = pclose(pipe);
+        outcome.code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        outcome.err = Contents(err);
+        EXPECT_EQ(outcome.err.find("Sanitizer"), std::string::npos) << outcome.err;
+        EXPECT_EQ(outcome.err.find("internal error"), std::string::npos) << outcome.err;
+        return outcome;
+    }
+    Outcome RunOn(const std::string &passwd, const std::string &group) const {
+        return Run(Write("passwd", passwd) + ' ' + Write("group", group));
+    }
+
+    fs::path folder;
+};
+
+#define EXPECT_SAYS(text, part) EXPECT_NE((text).find(part), std::string::npos) << "it says:\n" << (text)
+
+constexpr const char *some_passwd =
+    "root:x:0:0:root:/root:/bin/bash\n"
+    "daemon:x:1:1:daemon:/usr/sbin:/usr/sbin/nologin\n"
+    "ada:x:1000:1000:Ada Lovelace,Room 1,,:/home/ada:\n";
+constexpr const char *some_group = "root:x:0:\nadm:x:4:ada,root\nada:x:1000:\n";
+
+TEST_F(inventory_test, PrintsAndCarriesWhatTheFilesSay) {
+    Outcome outcome = RunOn(some_passwd, some_group);
+    EXPECT_EQ(outcome.code, 0) << outcome.err;
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_SAYS(outcome.out, "3 accounts from ");
+    EXPECT_SAYS(outcome.out, "3 groups from ");
+    EXPECT_SAYS(outcome.out, "inventory::Account\n {\n  Name: \"root\";\n  Uid: 0;\n");
+    EXPECT_SAYS(outcome.out,
+                "inventory::Account { Name: \"ada\"; Uid: 1000; Gid: 1000; FullName: \"Ada Lovelace\"; "
+                "Home: \"/home/ada\"; Shell: inventory::LoginShell { Path: \"\"; Kind: shellDefault; }; "
+                "Groups: inventory::Names [ \"ada\", \"adm\" ]; }");
+    EXPECT_SAYS(outcome.out, "kellib::XNoField { ");
+    EXPECT_SAYS(outcome.out, "FieldId: \"Nmae\"");
+    EXPECT_SAYS(outcome.out, "inventory::XMalformedLine\n {\n  Description: \"Malformed line.\";\n");
+    EXPECT_SAYS(outcome.out, "iolib::XStream { ");
+    EXPECT_SAYS(outcome.out, "9 of 9 came back equal");
+}
+
+TEST_F(inventory_test, TextsThatAreHardToCarryComeBack) {
+    // Empty, with blanks at both ends, quotes, backslashes, what looks like an escape, bytes beyond ASCII.
+    Outcome outcome = RunOn(
+        " lead:x:1:1: \" :\\n:\\\\\n"
+        "trail :x:2:2:,::\"\n"
+        "\xc3\xa9\xff:x:3:3:\ttab\t: : \n",
+        " g :x:1: lead,\"\n");
+    EXPECT_EQ(outcome.code, 0) << outcome.err;
+    EXPECT_SAYS(outcome.out, "9 of 9 came back equal");
+}
+
+TEST_F(inventory_test, MalformedLinesAreNamedAndSkipped) {
+    Outcome outcome = RunOn(
+        "# a comment, then an empty line\n\n"
+        "good:x:1:1::/:\r\n"
+        "few:x:1\n"
+        "many:x:1:1:::::\n"
+        ":x:1:1:::\n"
+        "big:x:4294967294:1:::\n"
+        "word:x:1:users:::\n"
+        "bell:x:1:1:\a::\n"
+        "good:x:2:2:::\n"
+        "last:x:1:1:::",
+        "wheel:x:nobody\n");
+    EXPECT_EQ(outcome.code, 0) << outcome.err;
+    std::string file = folder / "passwd", expected;
+    for (const char *line : {
+             ":4: skipped: expected 7 fields between colons, found 3",
+             ":5: skipped: expected 7 fields between colons, found 9",
+             ":6: skipped: the name is empty",
+             ":7: skipped: the user id \"4294967294\" is no number from 0 to 2147483647",
+             ":8: skipped: the group id \"users\" is no number from 0 to 2147483647",
+             ":9: skipped: byte 12 is the control character 7",
+             ":10: skipped: there is an account \"good\" already",
+         })
+        expected += file + line + '\n';
+    expected += std::string(folder / "group") + ":1: skipped: expected 4 fields between colons, found 3\n";
+    EXPECT_EQ(outcome.err, expected);
+    EXPECT_SAYS(outcome.out, "2 accounts from " + file + " (7 malformed lines skipped)");
+    EXPECT_SAYS(outcome.out, "0 groups from ");
+}
+
+TEST_F(inventory_test, RandomBytesDoNoHarm) {
+    std::mt19937 chance(1);
+    for (int round = 0; round < 6; ++round) {
+        std::string noise(200000, '\0');
+        for (char &byte : noise)
+            byte = static_cast<char>(chance());
+        Outcome outcome = RunOn(noise, noise.substr(1));
+        EXPECT_EQ(outcome.code, 1) << outcome.err;
+        EXPECT_SAYS(outcome.err, "more lines are malformed and skipped");
+        EXPECT_SAYS(outcome.err, "there is no account and no group to go on with");
+        for (char byte : outcome.err)
+            ASSERT_TRUE(byte == '\n' || static_cast<unsigned char>(byte) >= 0x20) << int(byte);
+    }
+    // Lines that are nearly right.
+    for (int round = 0; round < 6; ++round) {
+        std::string passwd, group;
+        for (int i = 0; i < 200; ++i) {
+            passwd += some_passwd;
+            group += some_group;
+        }
+        for (std::string *text : {&passwd, &group})
+            for (std::size_t i = 0; i < text->size() / 20; ++i)
+                (*text)[chance() % text->size()] = ":\n,0ab\0\"\\ "[chance() % 10];
+        Outcome outcome = RunOn(passwd, group);
+        EXPECT_EQ(outcome.code, 0) << outcome.err;
+        EXPECT_SAYS(outcome.out, "9 of 9 came back equal");
+    }
+}
+
+TEST_F(inventory_test, WhatCannotBeReadIsNamed) {
+    std::string passwd = Write("passwd", some_passwd), group = Write("group", some_group),
+                empty = Write("empty", ""), missing = folder / "missing";
+    struct Case {
+        std::string arguments, says;
+        int code;
+    };
+    for (const Case &wrong : std::vector<Case>{
+             {empty + ' ' + empty, "there is no account and no group", 1},
+             {missing + ' ' + group, "cannot read accounts from " + missing + ": ", 1},
+             {passwd + ' ' + missing, "cannot read groups from " + missing + ": ", 1},
+             {folder.string() + ' ' + folder.string(), "cannot read accounts from " + folder.string() + ": ",
+              1},
+             {"/proc/self/mem " + group, "cannot read accounts from /proc/self/mem: ", 1},
+             {"/dev/zero " + group, "/dev/zero: line 1 is longer than 16777216 bytes", 0},
+             {"/dev/null " + group, "", 0},
+             {passwd + " /dev/null", "", 0},
+             {"\"\" " + group, "cannot read accounts from ", 1},
+             {passwd, "expected two files", 2},
+             {passwd + ' ' + group + ' ' + group, "expected two files", 2},
+             {"--nonsense", "there is no option --nonsense", 2},
+             {"--keep", "--keep needs a folder", 2},
+             {"--keep " + passwd, passwd + ": ", 1},
+             {"--keep /dev/full", "/dev/full: ", 1},
+             {"--keep /proc/none", "/proc/none: ", 1},
+         }) {
+        Outcome outcome = Run(wrong.arguments);
+        EXPECT_EQ(outcome.code, wrong.code) << wrong.arguments << '\n' << outcome.err;
+        EXPECT_SAYS(outcome.err, wrong.says);
+    }
+    Outcome help = Run("--help");
+    EXPECT_EQ(help.code, 0);
+    EXPECT_SAYS(help.out, "Usage: inventory");
+}
+
+TEST_F(inventory_test, KeepsTheFilesThatItIsAskedToKeep) {
+    std::string files = Write("passwd", some_passwd) + ' ' + Write("group", some_group);
+    std::string first = folder / "first", again = folder / "a/new/folder";
+    EXPECT_EQ(Run("--keep " + first + ' ' + files).code, 0);
+    EXPECT_EQ(Run("--keep " + again + ' ' + files).code, 0);
+    std::ofstream(again + "/inventory.xdr", std::ios::app) << "what stood there before";
+    EXPECT_EQ(Run("--keep " + again + ' ' + files).code, 0);
+    for (const char *name : {"/inventory.text", "/inventory.binary", "/inventory.xdr"}) {
+        std::string kept = Contents(first + name);
+        EXPECT_GT(kept.size(), 100U) << name;
+        EXPECT_EQ(kept, Contents(again + name)) << name;
+    }
+    EXPECT_SAYS(Contents(first + "/inventory.text"),
+                "\"kelstdmt inventory 1\"\n3\n\"root\"\n0\n0\nT\n\"root\"\n");
+}
+
+TEST_F(inventory_test, SaysSoWhenNothingCanBeWritten) {
+    std::string files = Write("passwd", some_passwd) + ' ' + Write("group", some_group);
+    fs::create_directory(folder / "full");
+    fs::create_symlink("/dev/full", folder / "full/inventory.binary");
+    Outcome outcome = Run("--keep " + std::string(folder / "full") + ' ' + files);
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_SAYS(outcome.err, std::string(folder / "full/inventory.binary") + ": ");
+    EXPECT_SAYS(outcome.out, "8 of 9 came back equal");
+
+    outcome = Run(files, "TMPDIR=" + std::string(folder / "none"));
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_SAYS(outcome.err, "TMPDIR");
+
+    for (const char *closed : {" >/dev/full", " >&-"}) {
+        outcome = Run(files + closed);
+        EXPECT_EQ(outcome.code, 1) << closed;
+        EXPECT_SAYS(outcome.err, "standard output: ");
+    }
+    // A reader that goes away ends the program, quietly, or finds it at its end.
+    outcome = Run(files + " | head -n 1");
+    EXPECT_EQ(outcome.out, "kelstdmt inventory: accounts and groups as declared values\n");
+    EXPECT_EQ(outcome.err, "");
+}
+
+class many_accounts : public inventory_test {
+protected:
+    static constexpr int count = sanitized ? 20000 : 200000;
+
+    // One group that all belong to, and one for each.
+    void SetUp() override {
+        inventory_test::SetUp();
+        std::string passwd, group = "all:x:1:", name;
+        for (int i = 0; i < count; ++i) {
+            name = "account" + std::to_string(i);
+            std::string number = std::to_string(i);
+            passwd += name + ":x:" + number + ":1:Account number " + number + ":/home/" + name + ":/bin/sh\n";
+            group += name + ',';
+        }
+        group += '\n';
+        for (int i = 0; i < count; i += 2)
+            group += "group" + std::to_string(i) + ":x:" + std::to_string(i + 2) + ":account" +
+                     std::to_string(i) + '\n';
+        files = Write("passwd", passwd) + ' ' + Write("group", group);
+    }
+
+    std::string files;
+};
+
+TEST_F(many_accounts, AreCarriedInTime) {
+    Outcome outcome = Run(files, "timeout 60");
+    EXPECT_EQ(outcome.code, 0) << outcome.err;
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_SAYS(outcome.out, sanitized ? "20,000 accounts" : "200,000 accounts");
+    EXPECT_SAYS(outcome.out, "9 of 9 came back equal");
+}
+
+TEST_F(many_accounts, EndInAnErrorWithoutMemory) {
+    if (sanitized) GTEST_SKIP() << "a sanitizer needs the address space";
+    bool refused = false;
+    for (int megabytes : {20, 40, 60, 80, 120, 200}) {
+        Outcome outcome = Run(files, "ulimit -v " + std::to_string(megabytes * 1024) + ';');
+        if (outcome.code == 127 || outcome.code == 126) continue;  // too little to start at all
+        EXPECT_TRUE(outcome.code == 0 || outcome.code == 1) << megabytes << " MB: " << outcome.code;
+        if (outcome.code == 1) EXPECT_SAYS(outcome.err, "memory");
+        refused = refused || outcome.code == 1;
+    }
+    EXPECT_TRUE(refused) << "no limit was low enough to be met";
+}
+
+}  // namespace
