@@ -43,11 +43,13 @@ bool Lines::Fill() {
     }
     std::array<char, 65536> block;
     unsigned count = 0;
+    Error_SetLast(0);
     try {
         count = m_stream->ReadBytes(block.data(), static_cast<unsigned>(block.size()));
     } catch (xthrowable *thrown) {
+        // The stream ends here. Only the last error tells why, where it is not the end of the file.
         kel::caught error(thrown);
-        if (!m_stream->getIsEof()) XFile::Throw(m_path, error.description());
+        if (int reason = Error_GetLast()) XFile::Throw(m_path, Error_GetText(reason));
         m_ended = true;
         return false;
     }

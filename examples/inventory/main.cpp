@@ -88,7 +88,7 @@ bool ReadFile(Read read, const char *path, Inventory &into, const char *what) {
         kel::caught error(thrown);
         auto *file = error.as<XFile>();
         if (!file) error.rethrow();
-        Complain(std::string("cannot read ") + what + " from " + std::string(file->getPath()) + ": " +
+        Complain(std::string("cannot read ") + what + " from \"" + std::string(file->getPath()) + "\": " +
                  std::string(file->getReason()) + " Name a file in the form of /etc/passwd or /etc/group.");
         return false;
     }

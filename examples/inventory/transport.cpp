@@ -1,6 +1,7 @@
 #include "transport.h"
 
 #include <chrono>
+#include <cstdlib>
 #include <exception>
 #include <new>
 #include <sstream>
@@ -152,7 +153,13 @@ std::unique_ptr<ioFileStream> DataFolder::Create(const std::string &ending) cons
         file->Truncate(0);
         return file;
     }
-    std::filesystem::path path = std::filesystem::temp_directory_path();
+    std::error_code error;
+    std::filesystem::path path = std::filesystem::temp_directory_path(error);
+    if (error) {
+        const char *folder = std::getenv("TMPDIR");
+        XFile::Throw(folder ? folder : "/tmp",
+                     "It is no folder for temporary files. TMPDIR may name another.");
+    }
     path /= "inventory-" + std::to_string(btkRandomSeed()) + '.' + ending;
     file.reset(ioFileStream::Create(path.c_str(), ioReadWrite, false));
     if (!file)
