@@ -18,12 +18,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool sanitized = true;
-#else
-constexpr bool sanitized = false;
-#endif
-
 const char *const program = KELSTDMT_BINARY_DIR "/examples/inventory";
 
 struct Outcome {
@@ -254,52 +248,6 @@ TEST_F(inventory_test, SaysSoWhenNothingCanBeWritten) {
     outcome = Run(files + " | head -n 1");
     EXPECT_EQ(outcome.out, "kelstdmt inventory: accounts and groups as declared values\n");
     EXPECT_EQ(outcome.err, "");
-}
-
-class many_accounts : public inventory_test {
-protected:
-    static constexpr int count = sanitized ? 20000 : 200000;
-
-    // One group that all belong to, and one for each.
-    void SetUp() override {
-        inventory_test::SetUp();
-        std::string passwd, group = "all:x:1:", name;
-        for (int i = 0; i < count; ++i) {
-            name = "account" + std::to_string(i);
-            std::string number = std::to_string(i);
-            passwd += name + ":x:" + number + ":1:Account number " + number + ":/home/" + name + ":/bin/sh\n";
-            group += name + ',';
-        }
-        group += '\n';
-        for (int i = 0; i < count; i += 2)
-            group += "group" + std::to_string(i) + ":x:" + std::to_string(i + 2) + ":account" +
-                     std::to_string(i) + '\n';
-        files = Write("passwd", passwd) + ' ' + Write("group", group);
-    }
-
-    std::string files;
-};
-
-TEST_F(many_accounts, AreCarriedInTime) {
-    Outcome outcome = Run(files, "timeout 60");
-    EXPECT_EQ(outcome.code, 0) << outcome.err;
-    EXPECT_EQ(outcome.err, "");
-    EXPECT_SAYS(outcome.out, sanitized ? "20,000 accounts" : "200,000 accounts");
-    EXPECT_SAYS(outcome.out, "9 of 9 came back equal");
-}
-
-TEST_F(many_accounts, EndInAnErrorWithoutMemory) {
-    if (sanitized) GTEST_SKIP() << "a sanitizer needs the address space";
-    bool refused = false;
-    for (int megabytes : {20, 40, 60, 80, 120, 200}) {
-        Outcome outcome = Run(files, "ulimit -v " + std::to_string(megabytes * 1024) + ';');
-        if (outcome.code == 127 || outcome.code == 126) continue;  // too little to start at all
-        EXPECT_TRUE(outcome.code == 0 || outcome.code == 1) << megabytes << " MB: " << outcome.code;
-        if (outcome.code == 0) continue;
-        EXPECT_SAYS(outcome.err, "memory");
-        refused = true;
-    }
-    EXPECT_TRUE(refused) << "no limit was low enough to be met";
 }
 
 }  // namespace
