@@ -68,24 +68,15 @@ private:
 };
 
 // False if the printer could not finish.
-bool print_on(std::ostream &out, const xany &value, bool single_line) {
+bool print_on(std::ostream &out, xany value, bool single_line) {
     std::ostream::sentry ready(out);
     if (!ready) return true;
     out.width(0);
-    bool complete = false, taken;
-    {
-        ostream_stream stream(*out.rdbuf());
-        std::unique_ptr<printData> options(printData::Create(single_line ? printIndentSameLine : 0));
-        brtti *type = value.getrtti();
-        try {
-            complete = printer::Print(type ? *type : *get_xrttiany(), &stream, xany(value), options.get());
-        } catch (xthrowable *thrown) {
-            kel::caught uncopied(thrown);
-            stream.WriteString("Can not finish printing\n");
-        }
-        taken = stream.finish();
-    }
-    if (!taken) out.setstate(std::ios_base::badbit);
+    ostream_stream stream(*out.rdbuf());
+    std::unique_ptr<printData> options(printData::Create(single_line ? printIndentSameLine : 0));
+    brtti *type = value.getrtti();
+    bool complete = printer::Print(type ? *type : *get_xrttiany(), &stream, std::move(value), options.get());
+    if (!stream.finish()) out.setstate(std::ios_base::badbit);
     return complete;
 }
 
@@ -93,7 +84,13 @@ bool print_on(std::ostream &out, xobject *object, bool single_line) {
     // An object that nobody holds yet, such as a local one, outlives its print.
     std::optional<kel::detail::construction> fresh;
     if (kel::is_object(object) && xrcgetcount(object) == 0) fresh.emplace(object, 1U);
-    return print_on(out, xany(object), single_line);
+    try {
+        return print_on(out, xany(object), single_line);
+    } catch (xthrowable *thrown) {
+        kel::caught untyped(thrown);
+        out << "Can not finish printing\n";
+        return false;
+    }
 }
 
 }  // namespace
