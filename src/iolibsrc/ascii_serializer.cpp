@@ -14,6 +14,8 @@
 using kel::detail::guarded;
 using kel::detail::is_space;
 using kel::detail::put;
+using kel::detail::put_short;
+using kel::detail::short_text;
 using kel::detail::stream_area;
 using kel::detail::text_end;
 
@@ -160,11 +162,12 @@ ioTryCode read_field(xstring &target, std::streambuf &from, char delimiter) {
 
 // Writing a number -----------------------------------------------------------------------------------
 
-template <std::size_t Longest, class Value>
+static_assert(kel::detail::longest_int <= short_text && kel::detail::longest_real <= short_text);
+
+template <class Value>
 ioTryCode write(Value value, std::streambuf &to, std::size_t (*encode)(Value, char *)) {
-    // Not straight into the put area: the bytes behind a number may be data that was read ahead.
-    char text[Longest];
-    return put(to, text, encode(value, text)) ? ioSuccess : ioIOError;
+    char text[short_text];
+    return put_short(to, text, encode(value, text)) ? ioSuccess : ioIOError;
 }
 
 }  // namespace
@@ -190,7 +193,7 @@ ioTryCode ioAsciiSerializer::RdInt(int &value, std::streambuf *from) {
     return read(value, *from, [](auto &at, int &number) { return kel::detail::decode_int(at, number); });
 }
 ioTryCode ioAsciiSerializer::WrInt(int value, std::streambuf *to) {
-    return write<kel::detail::longest_int>(value, *to, &kel::detail::encode_int);
+    return write(value, *to, &kel::detail::encode_int);
 }
 unsigned ioAsciiSerializer::SzInt(int value) {
     char text[kel::detail::longest_int];
@@ -217,7 +220,7 @@ ioTryCode ioAsciiSerializer::RdReal(double &value, std::streambuf *from) {
     return read(value, *from, [](auto &at, double &number) { return kel::detail::decode_real(at, number); });
 }
 ioTryCode ioAsciiSerializer::WrReal(double value, std::streambuf *to) {
-    return write<kel::detail::longest_real>(value, *to, &kel::detail::encode_real);
+    return write(value, *to, &kel::detail::encode_real);
 }
 unsigned ioAsciiSerializer::SzReal(double value) {
     char text[kel::detail::longest_real];

@@ -6,8 +6,11 @@
 
 #include <cxxabi.h>
 
+#include <algorithm>
+#include <array>
 #include <climits>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <streambuf>
 
@@ -25,8 +28,11 @@ public:
     }
     // `to` lies in the get area; everything before it has been read.
     static void read_up_to(std::streambuf &from, const char *to) {
-        (from.*(&stream_area::setg))((from.*(&stream_area::eback))(), const_cast<char *>(to),
-                                     (from.*(&stream_area::egptr))());
+        if (const std::ptrdiff_t count = to - unread(from); count <= INT_MAX)
+            (from.*(&stream_area::gbump))(static_cast<int>(count));
+        else
+            (from.*(&stream_area::setg))((from.*(&stream_area::eback))(), const_cast<char *>(to),
+                                         (from.*(&stream_area::egptr))());
     }
 
     static char *unwritten(const std::streambuf &to) { return (to.*(&stream_area::pptr))(); }
@@ -65,6 +71,37 @@ inline std::ptrdiff_t take(std::streambuf &from, char *bytes, std::size_t count)
 inline bool put(std::streambuf &to, const char *bytes, std::size_t count) {
     if (count > stream_area::room(to) || count > INT_MAX) return put_slowly(to, bytes, count);
     if (count > 0) std::memcpy(stream_area::unwritten(to), bytes, count);
+    stream_area::wrote(to, static_cast<int>(count));
+    return true;
+}
+
+// At most so many characters, in a place of so many.
+inline constexpr std::size_t short_text = 16;
+
+// From `count` on, a selection of all bits for as many bytes as a short text has, then of none.
+inline constexpr auto short_text_masks = [] {
+    std::array<unsigned char, 2 * short_text> masks{};
+    std::fill_n(masks.begin(), short_text, 0xFF);
+    return masks;
+}();
+
+// Texts whose lengths change from one to the next mislead the processor's guesses at a copy of so many bytes.
+// Where there is room, the whole place is copied, and what lay behind the text is stored again: it may be
+// data that was read ahead.
+inline bool put_short(std::streambuf &to, const char (&text)[short_text], std::size_t count) {
+    if (stream_area::room(to) < short_text) return put_slowly(to, text, count);
+    struct words {
+        std::uint64_t low, high;
+    };
+    static_assert(sizeof(words) == short_text);
+    words fresh, old, mask;
+    char *place = stream_area::unwritten(to);
+    std::memcpy(&fresh, text, short_text);
+    std::memcpy(&old, place, short_text);
+    std::memcpy(&mask, short_text_masks.data() + (short_text - count), short_text);
+    old.low ^= (old.low ^ fresh.low) & mask.low;
+    old.high ^= (old.high ^ fresh.high) & mask.high;
+    std::memcpy(place, &old, short_text);
     stream_area::wrote(to, static_cast<int>(count));
     return true;
 }

@@ -1,8 +1,11 @@
 // The parts of numbers as text that do not depend on where the characters come from.
 #include "iolibsrc/text_number.h"
 
+#include <bit>
 #include <cfloat>
 #include <charconv>
+#include <climits>
+#include <cstring>
 
 namespace kel::detail {
 
@@ -26,6 +29,22 @@ bool convert_exactly(std::uint64_t mantissa, std::int64_t power, double &value) 
 // Beyond these scales every number is too large, or nearest to 0.
 constexpr std::int64_t largest_scale = DBL_MAX_10_EXP + 1;
 constexpr std::int64_t smallest_scale = -330;
+
+// Digits are made eight at a time, as the bytes of one word: no step depends on how many there are.
+constexpr std::uint32_t hundred_million = 100'000'000;
+constexpr std::size_t eight = 8;
+constexpr std::uint64_t ascii_zeros = 0x3030303030303030, last_digit = std::uint64_t{1} << 56;
+static_assert(std::endian::native == std::endian::little, "the first digit is the lowest byte");
+
+// The digits 0 to 9 of a number below 100,000,000, with leading zeros. Each step splits all lanes of the
+// word in two; dividing a small number is multiplying and shifting.
+std::uint64_t eight_digits(std::uint32_t number) {
+    const std::uint64_t fours = number / 10000 | std::uint64_t{number % 10000} << 32;
+    const std::uint64_t hundreds = (fours * 10486 >> 20) & 0x0000007F0000007F;
+    const std::uint64_t twos = hundreds | (fours - hundreds * 100) << 16;
+    const std::uint64_t tens = (twos * 103 >> 10) & 0x000F000F000F000F;
+    return tens | (twos - tens * 10) << 8;
+}
 
 }  // namespace
 
@@ -54,7 +73,26 @@ bool decimal::convert(double &value) {
 }
 
 std::size_t encode_int(int value, char *to) {
-    return static_cast<std::size_t>(std::to_chars(to, to + longest_int, value).ptr - to);
+    const bool negative = value < 0;
+    const std::uint32_t magnitude =
+        negative ? -static_cast<std::uint32_t>(value) : static_cast<std::uint32_t>(value);
+    char *at = to;
+    *at = '-';
+    at += negative;
+    const std::uint32_t high = magnitude / hundred_million;
+    const std::uint64_t digits = eight_digits(magnitude % hundred_million);
+    std::uint64_t text = digits | ascii_zeros;
+    std::size_t length = eight;
+    if (high == 0) {
+        const int zeros = std::countr_zero(digits | last_digit) / CHAR_BIT;
+        text >>= zeros * CHAR_BIT;
+        length -= static_cast<std::size_t>(zeros);
+    } else {
+        if (high >= 10) *at++ = static_cast<char>('0' + high / 10);
+        *at++ = static_cast<char>('0' + high % 10);
+    }
+    std::memcpy(at, &text, eight);
+    return static_cast<std::size_t>(at - to) + length;
 }
 
 std::size_t encode_real(double value, char *to) {

@@ -110,8 +110,8 @@ bool decode_real(Cursor &at, double &value) {
     return found && whole && number.convert(value);
 }
 
-// What an ostream writes for a number: characters put at `to`, which has room for the longest, and how
-// many. Reals have 6 significant digits.
+// What an ostream writes for a number: characters put at `to`, which has room for the longest, and how many.
+// Reals have 6 significant digits.
 inline constexpr std::size_t longest_int = 11;
 inline constexpr std::size_t longest_real = 13;
 std::size_t encode_int(int value, char *to);

@@ -220,6 +220,28 @@ TEST(Bytes, ThatAreNotTakenAreAnError) {
     fill_sinks(xdr, 8);
 }
 
+// A put area may hold what was read ahead: of that, nothing behind a value may change.
+TEST(Bytes, BehindAValueStayAsTheyAre) {
+    struct Area : std::streambuf {
+        explicit Area(std::size_t size) : bytes(size, '#') { setp(bytes.data(), bytes.data() + size); }
+        string bytes;
+    };
+    Random random(11);
+    for (int i = 0; i < 20000; ++i) {
+        const Value value = Value::random(random, 20);
+        const auto write = [&](auto &encoder) {
+            const string text = encoded(encoder, value);
+            Area area(text.size() + random.below(30));
+            ASSERT_EQ(value.write(encoder, area), ioSuccess) << value.line();
+            ASSERT_EQ(area.bytes.substr(0, text.size()), text) << value.line();
+            ASSERT_EQ(area.bytes.find_first_not_of('#', text.size()), string::npos) << value.line();
+        };
+        write(ascii);
+        write(binary);
+        write(xdr);
+    }
+}
+
 TEST(Bytes, OfABrokenSourceAreAnError) {
     for (std::size_t piece : {Source::never, std::size_t{0}, std::size_t{2}})
         for (std::size_t broken_at = 0; broken_at < 7; ++broken_at)
