@@ -89,7 +89,8 @@ void add_ours_containers(Suite &suite) {
         std::vector<xstring> texts;
         for (const std::string &text : different_texts())
             texts.emplace_back(text.c_str());
-        append_and_read<List<xstring>>(state, texts, [](const xstring &text) { return text.Str()[0]; });
+        append_and_read<List<xstring>>(state, texts,
+                                       [](const xstring &text) { return std::string_view(text)[0]; });
     });
     add_dictionaries<Table>(suite, ours, "dictionary");
     suite.add("print/tree", ours, "print", [](benchmark::State &state) {

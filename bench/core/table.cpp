@@ -86,14 +86,9 @@ void Collector::Store(const Run &run, bool warmed_up) {
     }
     if (!warmed_up) return;
     auto &phases = m_samples[name];
-    double operations = 1;
-    for (const auto &[counter, value] : run.counters) {
-        if (counter == "operations")
-            operations = value;
-        else
-            phases[counter].push_back(value);
-    }
-    phases[""].push_back(run.GetAdjustedCPUTime() / operations);
+    for (const auto &[counter, value] : run.counters)
+        phases[counter].push_back(value);
+    phases[""].push_back(run.GetAdjustedCPUTime());
 }
 
 std::vector<double> Collector::samples(const std::string &benchmark, const std::string &phase) const {
