@@ -1,0 +1,365 @@
+// Types declared from outside the library: one of each kind, and what the declarations make of them.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <optional>
+#include <thread>
+
+#include "observing.h"
+
+// As an interface's header would show them ------------------------------------------------------
+
+enum demoShell : int { demoShellNone, demoShellBash, demoShellOther };
+KEL_DECLARE_ENUM(demoShell)
+
+KEL_DECLARE_STRUCT(demoPlace)
+class demoPlace : public xobject {
+    KEL_CLASS(demoPlace, xobject)
+public:
+    double Height = 1.5;
+};
+
+KEL_DECLARE_STRUCT(demoPerson)
+class demoPerson : public xobject {
+    KEL_CLASS(demoPerson, xobject)
+public:
+    xstring Name;
+    std::optional<int> Age;
+    std::optional<xstring> Nickname;
+    bool Active = true;
+    xrchandle<demoPerson> Friend;
+    xauto<demoPlace> Home;
+
+    int getLength() const { return static_cast<int>(kel::view(Name).size()); }
+    static int getHowMany() { return 7; }
+};
+
+KEL_DECLARE_STRUCT(demoAdmin)
+class demoAdmin : public demoPerson {
+    KEL_CLASS(demoAdmin, demoPerson)
+public:
+    demoShell Shell = demoShellBash;
+    xany Extra;
+    xbool Flag = kel::nil_bool;
+    const char *Motto = "none";
+
+    xany getSecret() { kelXNoField::Throw("Secret", this); }
+};
+int initial_of(demoAdmin &admin);
+
+// A class that lies beside other bases and has its object base virtually.
+struct demoMixin {
+    virtual ~demoMixin() = default;
+    int padding = 1;
+};
+KEL_DECLARE_STRUCT(demoDevice)
+class demoDevice : public demoMixin, public virtual xobject {
+    KEL_CLASS(demoDevice, xobject)
+public:
+    int Port = 3;
+};
+KEL_DECLARE_STRUCT(demoModem)
+class demoModem : public demoDevice {
+    KEL_CLASS(demoModem, demoDevice)
+public:
+    int Speed = 9600;
+};
+
+KEL_DECLARE_STRUCT(demoXBadLine)
+class demoXBadLine : public kelXException {
+    KEL_EXCEPTION(demoXBadLine, kelXException, "Malformed line.", (xstring, File), (int, Line),
+                  (demoShell, Shell))
+};
+
+KEL_SEQUENCE(demoPeople, xrchandle<demoPerson>)
+KEL_SEQUENCE(demoNumbers, int)
+KEL_SEQUENCE(demoMaybes, std::optional<int>)
+KEL_DICTIONARY(demoPeopleByName, xrchandle<demoPerson>)
+KEL_DICTIONARY(demoTexts, xstring)
+
+KEL_DECLARE_UNION(demoShape)
+class demoShape : public xobject {
+    KEL_CLASS(demoShape, xobject)
+public:
+    int Kind = 0;
+    double getRadius() {
+        if (Kind != 0) kelXNoField::Throw("Radius", this);
+        return 2.5;
+    }
+    int Side = 4;
+};
+
+KEL_DECLARE_ARRAY(demoMatrix)
+class demoMatrix : public xobject {
+    KEL_CLASS(demoMatrix, xobject)
+public:
+    int At(int row, int column) const { return cells[static_cast<std::size_t>(row * 3 + column)]; }
+    std::array<int, 6> cells{0, 1, 2, 10, 11, 12};
+};
+
+// Two types that refer to each other, and a third that both need.
+KEL_DECLARE_STRUCT(demoLeft)
+KEL_DECLARE_STRUCT(demoRight)
+KEL_SEQUENCE(demoLefts, xrchandle<demoLeft>)
+class demoLeft : public xobject {
+    KEL_CLASS(demoLeft, xobject)
+public:
+    static demoRight *getOther() { return nullptr; }
+    static demoLeft *getSelf() { return nullptr; }
+};
+class demoRight : public xobject {
+    KEL_CLASS(demoRight, xobject)
+public:
+    static demoLefts *getOthers() { return nullptr; }
+};
+
+// As its source file would define them ----------------------------------------------------------
+
+KEL_DEFINE_ENUM(demoShell, "demo::Shell", "demoShellNone", "demoShellBash", "demoShellOther")
+KEL_DEFINE_STRUCT(demoPlace, "demo::Place", kel::counted, kel::field<&demoPlace::Height>("Height"))
+KEL_DEFINE_STRUCT(demoPerson, "demo::Person", kel::counted, kel::field<&demoPerson::Name>("Name"),
+                  kel::optional_field<&demoPerson::Age>("Age"),
+                  kel::optional_field<&demoPerson::Nickname>("Nickname"),
+                  kel::field<&demoPerson::Active>("Active"),
+                  kel::optional_field<&demoPerson::Friend>("Friend"), kel::field<&demoPerson::Home>("Home"),
+                  kel::field<&demoPerson::getLength>("Length"),
+                  kel::field<&demoPerson::getHowMany>("HowMany"))
+KEL_DEFINE_STRUCT(demoAdmin, "demo::Admin", kel::counted, kel::field<&demoAdmin::Shell>("Shell"),
+                  kel::field<&demoAdmin::Extra>("Extra"), kel::field<&demoAdmin::Flag>("Flag"),
+                  kel::field<&demoAdmin::Motto>("Motto"),
+                  kel::optional_field<&demoAdmin::getSecret>("Secret"), kel::field<&initial_of>("Initial"))
+KEL_DEFINE_STRUCT(demoDevice, "demo::Device", kel::uncounted, kel::field<&demoDevice::Port>("Port"))
+KEL_DEFINE_STRUCT(demoModem, "demo::Modem", kel::uncounted, kel::field<&demoModem::Speed>("Speed"))
+KEL_DEFINE_EXCEPTION(demoXBadLine, "demo::XBadLine", kel::counted)
+KEL_DEFINE_SEQUENCE(demoPeople, "demo::People", kel::counted)
+KEL_DEFINE_SEQUENCE(demoNumbers, "demo::Numbers", kel::uncounted)
+KEL_DEFINE_SEQUENCE(demoMaybes, "demo::Maybes", kel::counted, kel::optional_elements)
+KEL_DEFINE_DICTIONARY(demoPeopleByName, "demo::PeopleByName", kel::counted)
+KEL_DEFINE_DICTIONARY(demoTexts, "demo::Texts", kel::counted, kel::optional_elements)
+KEL_DEFINE_UNION(demoShape, "demo::Shape", kel::counted, kel::field<&demoShape::Kind>("Kind"),
+                 kel::field<&demoShape::getRadius>("Radius"), kel::field<&demoShape::Side>("Side"))
+KEL_DEFINE_ARRAY(demoMatrix, "demo::Matrix", kel::counted, kel::elements<&demoMatrix::At, 2, 3>())
+KEL_DEFINE_STRUCT(demoLeft, "demo::Left", kel::counted, kel::field<&demoLeft::getOther>("Other"),
+                  kel::field<&demoLeft::getSelf>("Self"))
+KEL_DEFINE_STRUCT(demoRight, "demo::Right", kel::counted, kel::field<&demoRight::getOthers>("Others"))
+KEL_DEFINE_SEQUENCE(demoLefts, "demo::Lefts", kel::counted)
+
+int initial_of(demoAdmin &admin) {
+    return admin.Name.IsNull() ? 0 : admin.Name.Str()[0];
+}
+
+namespace {
+
+// Types ------------------------------------------------------------------------------------------
+
+// First in this program: nothing has been built yet, and several threads come at once from two sides.
+TEST(Builders, AreSafeFromSeveralThreadsAtOnce) {
+    std::atomic<int> ready = 0;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&, t] {
+            ++ready;
+            while (ready < 4)
+                std::this_thread::yield();
+            xrttistruct *type = t % 2 ? xrtti_get_p_demoLeft() : xrtti_get_p_demoRight();
+            EXPECT_EQ(text(type->getname()), t % 2 ? "demo::Left" : "demo::Right");
+            brtti *lefts = xrtti_get_p_demoRight()->getfieldtype(0);
+            EXPECT_EQ(text(lefts->gettypename()), "demo::Lefts");
+            EXPECT_EQ(lefts->getseqtype(), xrtti_get_p_demoLeft());
+            EXPECT_EQ(xrtti_get_p_demoLeft()->getfieldtype(0), xrtti_get_p_demoRight());
+            EXPECT_EQ(xrtti_get_p_demoLeft()->getfieldtype(1), xrtti_get_p_demoLeft());
+        });
+    for (auto &thread : threads)
+        thread.join();
+}
+
+TEST(Builders, AnswerTheSameDescriptorEverywhere) {
+    demoAdmin admin;
+    EXPECT_EQ(admin.getrtti(), xrtti_get_p_demoAdmin());
+    EXPECT_EQ(demoAdmin::getclassrtti(), xrtti_get_p_demoAdmin());
+    EXPECT_EQ(xrtti_get_p_demoAdmin()->getparenttype(0), xrtti_get_p_demoPerson());
+    EXPECT_EQ(xrtti_get_p_demoAdmin()->getnparents(), 1);
+    EXPECT_EQ(xrtti_get_p_demoPerson()->getnparents(), 0);
+    EXPECT_EQ(xrtti_get_p_demoPerson()->getfieldtype(4), xrtti_get_p_demoPerson());
+    EXPECT_EQ(kel_descriptor(demoShellNone), xrtti_get_p_demoShell());
+    EXPECT_EQ(xrtti_get_p_demoXBadLine()->getparenttype(0), xrtti_get_p_kelXException());
+    EXPECT_TRUE(xrtti_get_p_demoPerson()->getisrefcount() && !xrtti_get_p_demoDevice()->getisrefcount());
+}
+
+// Structs ----------------------------------------------------------------------------------------
+
+TEST(Structs, ReadEveryKindOfField) {
+    xrchandle<demoAdmin> admin(kel::construct<demoAdmin>());
+    EXPECT_TRUE(demoPerson::getclassrtti()->lookupfield("Name", admin.get()).isnil());
+    admin->Name = "ada";
+    admin->Age = 36;
+    admin->Friend = kel::construct<demoPerson>();
+    brtti *person = xrtti_get_p_demoPerson(), *type = xrtti_get_p_demoAdmin();
+    auto read = [&](const char *name) { return person->lookupfield(name, admin.get()); };
+    EXPECT_TRUE(read("Name") == "ada");
+    EXPECT_EQ(static_cast<xrstring>(read("Name")), admin->Name.Str());
+    EXPECT_TRUE(read("Age") == xany(36) && read("Nickname").isnil() && read("Active") == xany(true));
+    EXPECT_TRUE(read("Friend") == xany(admin->Friend) && read("Home") == xany(&admin->Home));
+    EXPECT_TRUE(read("Length") == xany(3) && read("HowMany") == xany(7));
+    EXPECT_EQ(xrcgetcount(admin->Friend), 1);
+    EXPECT_EQ(xrcgetcount(&admin->Home), 0);
+    EXPECT_TRUE(static_cast<xobject *>(read("Home"))->getfield(0) == xany(1.5));
+
+    EXPECT_EQ(type->getnfields(), 6) << "without those of the parent";
+    EXPECT_TRUE(admin->lookupfield("Shell") == xany(1, xrtti_get_p_demoShell()));
+    EXPECT_TRUE(admin->lookupfield("Extra").isuninit() && admin->lookupfield("Flag").isnil());
+    EXPECT_TRUE(admin->lookupfield("Motto") == "none" && admin->lookupfield("Initial") == xany(int{'a'}));
+    EXPECT_TRUE(admin->getfield(4).isuninit());
+    thrown_by<kelXNoField>([&] { admin->lookupfield("Secret"); });
+    EXPECT_FALSE(admin->hasfield("Name"));
+    admin->Shell = static_cast<demoShell>(3);
+    EXPECT_TRUE(admin->lookupfield("Shell").isnil());
+
+    auto *fields = xrtti_get_p_demoPerson()->getfields();
+    EXPECT_TRUE(!fields->getbyindex(0)->getisoptional() && fields->getbyindex(1)->getisoptional());
+    EXPECT_EQ(fields->getbyindex(1)->gettype(), get_xrttiint());
+    EXPECT_EQ(fields->getbyindex(5)->gettype(), xrtti_get_p_demoPlace());
+    EXPECT_EQ(xrcgetcount(admin), 1);
+
+    // An absent object is no object to read from.
+    thrown_by<kelXNotInitialized>([&] { fields->getbyindex(0)->get(nullptr); });
+    thrown_by<kelXNotInitialized>([&] { fields->getbyindex(0)->get(kel::uninit_object()); });
+    EXPECT_TRUE(thrown_by<kelXTypeMismatch>([&] { fields->getbyindex(0)->get(&admin->Home); })->getObject() ==
+                xany(&admin->Home));
+}
+
+TEST(Structs, CastThroughAVirtualBase) {
+    demoModem modem;
+    xobject *object = &modem;
+    EXPECT_EQ(demoModem::cast(object), &modem);
+    EXPECT_EQ(demoDevice::cast(object), &modem);
+    EXPECT_TRUE(object->getfield(0) == xany(9600));
+    EXPECT_TRUE(xrtti_get_p_demoDevice()->getfield(0, object) == xany(3));
+    EXPECT_EQ(text(thrown_by<kelXTypeMismatch>([&] { demoPerson::cast(object); })->getTypeName()),
+              "demoPerson");
+    EXPECT_EQ(text(thrown_by<kelXTypeMismatch>([&] {
+                       object->dyndowncast(xrtti_get_p_demoPerson());
+                   })->getTypeName()),
+              "demo::Person");
+    thrown_by<kelXTypeMismatch>([&] { object->dyndowncast(nullptr); });
+    demoDevice device;
+    thrown_by<kelXTypeMismatch>([&] { demoModem::cast(&device); });
+}
+
+TEST(Structs, ExceptionsOfOnesOwnThrowWithTheirFields) {
+    auto thrown = thrown_by<demoXBadLine>([] { demoXBadLine::Throw("f", 3, demoShellOther); });
+    EXPECT_EQ(text(thrown->getDescription()), "Malformed line.");
+    EXPECT_TRUE(thrown->lookupfield("File") == "f" && thrown->lookupfield("Line") == xany(3));
+    EXPECT_EQ(text(xrtti_get_p_demoShell()->getenumvalue(thrown->lookupfield("Shell"))), "demoShellOther");
+}
+
+// The other kinds --------------------------------------------------------------------------------
+
+TEST(Kinds, SequencesReadTheirElements) {
+    xrchandle<demoPeople> people(demoPeople::create());
+    EXPECT_EQ(xrcgetcount(people), 1);
+    for (const char *name : {"a", "b", "c"}) {
+        people->append(kel::construct<demoPerson>());
+        people->get(people->getarraysize() - 1)->Name = name;
+    }
+    xobject *object = people;
+    EXPECT_EQ(object->getnseqelems(), 3);
+    EXPECT_EQ(people->getrtti()->getseqtype(), xrtti_get_p_demoPerson());
+    EXPECT_TRUE(static_cast<xobject *>(object->getseqelem(2))->getfield(0) == "c");
+    EXPECT_TRUE(object->hasindex(2) && !object->hasindex(3));
+    thrown_by<kelXNoField>([&] { object->getseqelem(3); });
+    auto *type = xrtti_get_p_demoPeople();
+    thrown_by<kelXNegativeIndex>([&] { type->get(-1, object); });
+    EXPECT_EQ(thrown_by<kelXInvalidSeqIndex>([&] { type->get(3, object); })->getIndex(), 3);
+    thrown_by<kelXTypeMismatch>([&] { type->get(0, people->get(0)); });
+    EXPECT_EQ(demoPeople::cast(object), people.get());
+
+    demoNumbers numbers;
+    numbers.append(5);
+    numbers.append(kel::nil_int);
+    EXPECT_TRUE(numbers.getseqelem(0) == xany(5) && numbers.getseqelem(1).isnil());
+    EXPECT_FALSE(xrtti_get_p_demoNumbers()->getiselemoptional());
+    xrchandle<demoMaybes> maybes(demoMaybes::create());
+    maybes->append(std::nullopt);
+    maybes->append(4);
+    EXPECT_TRUE(maybes->getseqelem(0).isnil() && maybes->getseqelem(1) == xany(4));
+    EXPECT_TRUE(xrtti_get_p_demoMaybes()->getiselemoptional());
+}
+
+TEST(Kinds, DictionariesReadTheirEntries) {
+    xrchandle<demoPeopleByName> people(demoPeopleByName::create());
+    people->set("ada", kel::construct<demoPerson>());
+    people->set("bob", kel::construct<demoPerson>());
+    xobject *object = people;
+    int live = 0;
+    xstring key;
+    xany elem;
+    for (int i = 0; i < object->getndictelems(); ++i) {
+        xany value;
+        bool has = object->getdictkey(i, key);
+        EXPECT_EQ(object->getdictelem(i, value), has);
+        if (has) {
+            ++live;
+            EXPECT_TRUE(object->lookupdict(key) == value && object->haskey(key));
+        }
+    }
+    EXPECT_EQ(live, 2);
+    EXPECT_FALSE(object->haskey("eve"));
+    thrown_by<kelXNoField>([&] { object->lookupdict("eve"); });
+    thrown_by<kelXNegativeIndex>([&] { object->getdictkey(-1, key); });
+    thrown_by<kelXNegativeIndex>([&] { object->getdictelem(-1, elem); });
+    thrown_by<kelXInvalidDictIndex>([&] { object->getdictkey(object->getndictelems(), key); });
+    EXPECT_FALSE(xrtti_get_p_demoPeopleByName()->getkey(object->getndictelems(), object, key));
+
+    demoTexts texts;
+    xrcattach(&texts);
+    texts.set("k", "v");
+    EXPECT_TRUE(texts.lookupdict("k") == "v");
+    EXPECT_EQ(xrtti_get_p_demoTexts()->getdicttype(), get_xrttistring());
+    EXPECT_TRUE(xrtti_get_p_demoTexts()->getiselemoptional());
+}
+
+TEST(Kinds, UnionsArraysAndEnums) {
+    xrchandle<demoShape> shape(kel::construct<demoShape>());
+    brtti *type = shape->getrtti();
+    EXPECT_EQ(type->getnunioncases(), 2);
+    EXPECT_EQ(text(type->getcasename(0)), "Radius");
+    EXPECT_TRUE(type->getcurcasevalue(shape.get()) == xany(2.5));
+    shape->Kind = 1;
+    EXPECT_TRUE(type->getcurcasevalue(shape.get()) == xany(4));
+    EXPECT_TRUE(type->getcasevalue(0, shape.get()).isuninit());
+    EXPECT_EQ(type->getdiscrtype(), get_xrttiint());
+
+    xrchandle<demoMatrix> matrix(kel::construct<demoMatrix>());
+    EXPECT_EQ(matrix->getnarraydims(), 2);
+    for (int row = 0; row < matrix->getnarrayelems(0); ++row)
+        for (int column = 0; column < matrix->getnarrayelems(1); ++column) {
+            int at[] = {row, column};
+            EXPECT_TRUE(matrix->getarrayelem(at) == xany(row * 10 + column));
+        }
+    int outside[] = {0, 3};
+    EXPECT_EQ(thrown_by<kelXInvalidArrayIndex>([&] { matrix->getarrayelem(outside); })->getDimension(), 1);
+
+    EXPECT_EQ(xrtti_get_p_demoShell()->getnenumvalues(), 3);
+    EXPECT_EQ(text(xrtti_get_p_demoShell()->getenumvaluebyindex(2)), "demoShellOther");
+}
+
+// The end of the process ---------------------------------------------------------------------------
+
+// A static object that dies after everything else of this program still finds its descriptor.
+struct Late {
+    xrchandle<demoPerson> person;
+    ~Late() {
+        if (!person) return;
+        if (!person->hasfield("Name") || !(person->getfield(6) == xany(2))) std::abort();
+        person->getrtti()->getfieldtype(4)->gettypename();
+        xrtti_get_p_demoTexts()->getdicttype();
+    }
+} late;
+
+TEST(End, StaticObjectsMayUseDescriptors) {
+    late.person = kel::construct<demoPerson>();
+    late.person->Name = "zz";
+}
+
+}  // namespace

@@ -1,0 +1,554 @@
+// Descriptors built by hand, as generated code builds them: kinds, checks, kinship, absent values.
+#include "observing.h"
+
+#include <functional>
+#include <memory>
+
+namespace {
+
+// The subjects: a class for each kind whose descriptor the test supplies.
+class Subject : public xobject {
+public:
+    explicit Subject(xrtticlass *type) : m_type(type) {}
+    int number = 0;
+
+private:
+    xrtticlass *givertti() override { return m_type; }
+    xrtticlass *m_type;
+};
+
+xany number_of(xrttifield *, xobject *object) {
+    return static_cast<Subject *>(object)->number;
+}
+xany absent(xrttifield *field, xobject *object) {
+    kelXNoField::Throw(xany(field->getname()), object);
+}
+xany broken(xrttifield *, xobject *) {
+    kelXNotInitialized::Throw();
+}
+xany foreign_failure(xrttifield *, xobject *) {
+    throw 5;
+}
+
+template <class Descriptor, class... Args>
+std::unique_ptr<Descriptor> make(Args... args) {
+    auto type = std::make_unique<Descriptor>();
+    type->initialize(args...);
+    return type;
+}
+
+constexpr unsigned char no = 0, yes = 1;
+
+const char *colour_names[] = {"red", "green", "blue"};
+xrttienumvalues colours(3, colour_names);
+
+// One struct, enum, union, array, sequence and dictionary.
+struct Types {
+    std::unique_ptr<xrttienum> colour = make<xrttienum>("t::Colour", &colours);
+
+    xrttifield number{"Number", 0, get_xrttiint(), number_of};
+    xrttifield missing{"Missing", 1, get_xrttistring(), absent};
+    xrttifield failing{"Failing", 0, get_xrttiint(), broken};
+    xrttifield alien{"Alien", 0, get_xrttiint(), foreign_failure};
+    xrttifield *list[4] = {&number, &missing, &failing, &alien};
+    xrttifields fields{4, list};
+    std::unique_ptr<xrttistruct> base = make<xrttistruct>("t::Base", no, nullptr, nullptr);
+    xrttistruct *parent_list[1] = {base.get()};
+    xrttistructs parents{1, parent_list};
+    std::unique_ptr<xrttistruct> record = make<xrttistruct>("t::Record", no, &parents, &fields);
+
+    xrttifield *case_list[3] = {&number, &missing, &failing};
+    xrttifields cases{3, case_list};
+    static inline xany discriminator;
+    xrttifield kind{"Kind", 0, get_xrttiint(), [](xrttifield *, xobject *) { return discriminator; }};
+    std::unique_ptr<xrttiunion> choice = make<xrttiunion>("t::Choice", no, &kind, &cases);
+
+    int sizes[2] = {2, 3};
+    std::unique_ptr<xrttiarray> matrix =
+        make<xrttiarray>("t::Matrix", no, 2, sizes, yes, get_xrttiint(),
+                         [](xrttiarray *, int *at, xobject *) { return xany(at[0] * 10 + at[1]); });
+
+    std::unique_ptr<xrttisequence> sequence = make<xrttisequence>(
+        "t::Sequence", no, no, get_xrttiint(), [](xrttisequence *, xobject *) { return 3; },
+        [](xrttisequence *, int index, xobject *object) {
+            if (index < 0) kelhThrowNegativeIndex(index);
+            if (index == 1) kelhThrowNoField(index, object);
+            if (index == 2) kelhThrowNotInitialized();
+            return xany(index);
+        });
+
+    std::unique_ptr<xrttidictionary> dictionary = make<xrttidictionary>(
+        "t::Dictionary", no, no, get_xrttiint(), [](xrttidictionary *, xobject *) { return 2; },
+        [](xrttidictionary *, const char *key, xobject *, xany &elem) -> unsigned char {
+            if (std::string(key) != "k") return 0;
+            elem = 7;
+            return 1;
+        },
+        [](xrttidictionary *, int index, xobject *, xstring &key) -> unsigned char {
+            if (index < 0) kelhThrowNegativeIndex(index);
+            key = "k";
+            return index == 0;
+        },
+        [](xrttidictionary *, int index, xobject *, xany &elem) -> unsigned char {
+            if (index < 0) kelhThrowNegativeIndex(index);
+            elem = 7;
+            return index == 0;
+        });
+
+    std::vector<xrtti *> all{get_xrttiint(), colour.get(),   record.get(),     choice.get(),
+                             matrix.get(),   sequence.get(), dictionary.get(), get_xrttiobject()};
+};
+
+// Every query of a kind throws that kind's exception, with the name, on a descriptor of any other kind.
+template <class X>
+void refuse_others(const Types &types, brtti *own, std::vector<std::function<void(brtti *)>> queries) {
+    for (xrtti *type : types.all)
+        for (std::size_t i = 0; type != own && i < queries.size(); ++i) {
+            SCOPED_TRACE(std::string(type->getname()) + ", query " + std::to_string(i));
+            auto refused = thrown_by<X>([&] { queries[i](type); });
+            ASSERT_TRUE(refused);
+            EXPECT_EQ(text(refused->getTypeName()), text(type->getname()));
+        }
+}
+
+TEST(Kinds, RefuseTheQueriesOfOtherKinds) {
+    Types t;
+    xstring key;
+    xany value(1), elem;
+    int at[2] = {};
+    refuse_others<kelXNotEnumType>(
+        t, t.colour.get(),
+        {[](brtti *d) { d->getnenumvalues(); }, [](brtti *d) { d->getenumvaluebyindex(0); },
+         [&](brtti *d) { d->getenumindex(value); }, [&](brtti *d) { d->getenumindex(xany()); },
+         [&](brtti *d) { d->getenumvalue(value); }});
+    refuse_others<kelXNotStructType>(
+        t, t.record.get(),
+        {[](brtti *d) { d->getnparents(); }, [](brtti *d) { d->getparenttype(0); },
+         [](brtti *d) { d->getnfields(); }, [](brtti *d) { d->getfieldname(0); },
+         [](brtti *d) { d->getfieldtype(0); }, [&](brtti *d) { d->getfield(0, value); },
+         [&](brtti *d) { d->lookupfield("n", value); }, [](brtti *d) { d->hasfield("n"); }});
+    refuse_others<kelXNotArrayType>(
+        t, t.matrix.get(),
+        {[](brtti *d) { d->getnarraydims(); }, [](brtti *d) { d->getnarrayelems(0); },
+         [](brtti *d) { d->getarraytype(); }, [&](brtti *d) { d->getarrayelem(at, value); }});
+    refuse_others<kelXNotSequenceType>(
+        t, t.sequence.get(),
+        {[&](brtti *d) { d->getnseqelems(value); }, [](brtti *d) { d->getseqtype(); },
+         [&](brtti *d) { d->getseqelem(0, value); }, [&](brtti *d) { d->hasindex(0, value); }});
+    refuse_others<kelXNotDictionaryType>(
+        t, t.dictionary.get(),
+        {[&](brtti *d) { d->getndictelems(value); }, [](brtti *d) { d->getdicttype(); },
+         [&](brtti *d) { d->getdictkey(0, value, key); }, [&](brtti *d) { d->getdictelem(0, value, elem); },
+         [&](brtti *d) { d->lookupdict("k", value); }, [&](brtti *d) { d->haskey("k", value); }});
+    refuse_others<kelXNotUnionType>(
+        t, t.choice.get(),
+        {[](brtti *d) { d->getnunioncases(); }, [](brtti *d) { d->getcasetype(0); },
+         [](brtti *d) { d->getcasename(0); }, [&](brtti *d) { d->getcasevalue(0, value); },
+         [](brtti *d) { d->getdiscrtype(); }, [&](brtti *d) { d->getdiscrvalue(value); },
+         [&](brtti *d) { d->getcurcasevalue(value); }});
+}
+
+TEST(Kinds, SayWhatTheyAre) {
+    Types t;
+    auto kind = [](brtti *d) {
+        return std::string() + "-e"[d->isenum()] + "-c"[d->isclass()] + "-s"[d->isstruct()] +
+               "-a"[d->isarray()] + "-q"[d->issequence()] + "-d"[d->isdictionary()] + "-u"[d->isunion()];
+    };
+    EXPECT_EQ(kind(get_xrttistring()), "-------");
+    EXPECT_EQ(kind(get_xrttiobject()), "-c-----");
+    EXPECT_EQ(kind(t.colour.get()), "e------");
+    EXPECT_EQ(kind(t.record.get()), "-cs----");
+    EXPECT_EQ(kind(t.matrix.get()), "-c-a---");
+    EXPECT_EQ(kind(t.sequence.get()), "-c--q--");
+    EXPECT_EQ(kind(t.dictionary.get()), "-c---d-");
+    EXPECT_EQ(kind(t.choice.get()), "-c----u");
+    EXPECT_EQ(text(get_xrttibool()->gettypename()) + text(get_xrttiint()->gettypename()) +
+                  text(get_xrttireal()->gettypename()) + text(get_xrttistring()->gettypename()) +
+                  text(get_xrttiany()->gettypename()) + text(get_xrttiobject()->gettypename()),
+              "boolintrealstringanyobject");
+    EXPECT_FALSE(get_xrttiobject()->getisrefcount());
+}
+
+// Values of no type and of another type are told apart before anything is read.
+TEST(Values, AreCheckedAgainstTheDescriptor) {
+    Types t;
+    Subject wrong(t.base.get());
+    int at[2] = {};
+    xstring key;
+    xany elem;
+    std::pair<xrtti *, std::function<void(xany)>> queries[] = {
+        {t.record.get(), [&](xany v) { t.record->getfield(99, v); }},
+        {t.record.get(), [&](xany v) { t.record->lookupfield("none", v); }},
+        {t.choice.get(), [&](xany v) { t.choice->getcasevalue(99, v); }},
+        {t.choice.get(), [&](xany v) { t.choice->getdiscrvalue(v); }},
+        {t.choice.get(), [&](xany v) { t.choice->getcurcasevalue(v); }},
+        {t.matrix.get(), [&](xany v) { t.matrix->getarrayelem(at, v); }},
+        {t.sequence.get(), [&](xany v) { t.sequence->getnseqelems(v); }},
+        {t.sequence.get(), [&](xany v) { t.sequence->getseqelem(99, v); }},
+        {t.sequence.get(), [&](xany v) { t.sequence->hasindex(0, v); }},
+        {t.dictionary.get(), [&](xany v) { t.dictionary->getndictelems(v); }},
+        {t.dictionary.get(), [&](xany v) { t.dictionary->getdictkey(99, v, key); }},
+        {t.dictionary.get(), [&](xany v) { t.dictionary->getdictelem(99, v, elem); }},
+        {t.dictionary.get(), [&](xany v) { t.dictionary->lookupdict("k", v); }},
+        {t.dictionary.get(), [&](xany v) { t.dictionary->haskey("k", v); }},
+        {t.colour.get(), [&](xany v) { t.colour->getenumindex(v.isobject() ? xany(1) : v); }},
+    };
+    for (auto &[type, query] : queries) {
+        SCOPED_TRACE(type->getname().Str());
+        if (type != t.colour.get()) {
+            auto unknown = thrown_by<kelXUnknownType>([&, &q = query] { q(xany()); });
+            EXPECT_TRUE(unknown->getObject() == xany());
+        }
+        auto mismatch = thrown_by<kelXTypeMismatch>([&, &q = query] { q(&wrong); });
+        EXPECT_EQ(text(mismatch->getTypeName()), text(type->getname()));
+        EXPECT_TRUE(mismatch->getObject() == (type == t.colour.get() ? xany(1) : xany(&wrong)));
+    }
+}
+
+template <class X>
+void refuse_index(int index, const char *name, std::function<void(int)> query) {
+    SCOPED_TRACE(index);
+    auto refused = thrown_by<X>([&] { query(index); });
+    ASSERT_TRUE(refused);
+    EXPECT_EQ(refused->getIndex(), index);
+    EXPECT_EQ(text(refused->getTypeName()), name);
+}
+
+TEST(Indexes, OutsideTheCountAreRefusedWithTheirException) {
+    Types t;
+    Subject record(t.record.get()), choice(t.choice.get()), matrix(t.matrix.get()),
+        dictionary(t.dictionary.get());
+    internal_errors errors;
+    for (int i : {-1, INT_MIN, INT_MIN + 1, 4, INT_MAX}) {
+        refuse_index<kelXInvalidEnumIndex>(i, "t::Colour", [&](int k) { t.colour->getenumvaluebyindex(k); });
+        refuse_index<kelXInvalidParentIndex>(i, "t::Record", [&](int k) { t.record->getparenttype(k); });
+        refuse_index<kelXInvalidFieldIndex>(i, "t::Record", [&](int k) { t.record->getfieldname(k); });
+        refuse_index<kelXInvalidFieldIndex>(i, "t::Record", [&](int k) { t.record->getfieldtype(k); });
+        refuse_index<kelXInvalidFieldIndex>(i, "t::Record", [&](int k) { t.record->getfield(k, &record); });
+        refuse_index<kelXInvalidFieldIndex>(i, "t::Record", [&](int k) { record.getfield(k); });
+        refuse_index<kelXInvalidArrayDimIndex>(i, "t::Matrix", [&](int k) { t.matrix->getnarrayelems(k); });
+        refuse_index<kelXInvalidUnionIndex>(i, "t::Choice", [&](int k) { t.choice->getcasename(k); });
+        refuse_index<kelXInvalidUnionIndex>(i, "t::Choice", [&](int k) { t.choice->getcasetype(k); });
+        refuse_index<kelXInvalidUnionIndex>(i, "t::Choice",
+                                            [&](int k) { t.choice->getcasevalue(k, &choice); });
+        for (int d : {0, 1}) {
+            int at[2] = {1, 1};
+            at[d] = i;
+            auto refused = thrown_by<kelXInvalidArrayIndex>([&] { matrix.getarrayelem(at); });
+            EXPECT_TRUE(refused->getDimension() == d && refused->getIndex() == i);
+            EXPECT_EQ(text(refused->getTypeName()), "t::Matrix");
+        }
+    }
+    thrown_by<kelXInvalidArrayIndex>([&] { matrix.getarrayelem(nullptr); });
+
+    xstring key;
+    xany elem;
+    auto beyond = thrown_by<kelXInvalidDictIndex>([&] { dictionary.getdictelem(2, elem); });
+    EXPECT_TRUE(beyond->getObject() == xany(&dictionary) && beyond->getIndex() == 2);
+    thrown_by<kelXInvalidDictIndex>([&] { dictionary.getdictkey(2, key); });
+    EXPECT_EQ(thrown_by<kelXNegativeIndex>([&] { dictionary.getdictelem(-1, elem); })->getIndex(), -1);
+    EXPECT_EQ(errors.take(), "");
+
+    // The lists themselves report and answer null.
+    for (int i : {-1, 4}) {
+        EXPECT_EQ(t.fields.getbyindex(i), nullptr);
+        EXPECT_EQ(errors.take(), "Invalid field index. (services/xrtti)");
+        EXPECT_EQ(t.parents.getbyindex(i), nullptr);
+        EXPECT_EQ(errors.take(), "Invalid index. (services/xrtti)");
+        EXPECT_EQ(colours.get(i), nullptr);
+    }
+    EXPECT_EQ(xrttifields(7, nullptr).getmapsize(), 0);
+    EXPECT_EQ(xrttistructs(7, nullptr).getsize(), 0);
+    EXPECT_EQ(xrttienumvalues(7, nullptr).getarraysize(), 0);
+}
+
+TEST(Enums, NameTheirValues) {
+    Types t;
+    EXPECT_EQ(t.colour->getnenumvalues(), 3);
+    EXPECT_EQ(text(t.colour->getenumvaluebyindex(2)), "blue");
+    EXPECT_EQ(text(t.colour->getenumvalue(xany(1, t.colour.get()))), "green");
+    EXPECT_EQ(t.colour->getenumindex(xany(1, t.colour.get())), 1);
+    EXPECT_EQ(t.colour->getenumindex(xany(kel::nil_int)), kel::nil_int);
+    EXPECT_EQ(t.colour->getenumindex(xany(3, t.colour.get())), kel::nil_int);
+    EXPECT_EQ(t.colour->getenumindex(xany()), kel::uninit_int);
+    thrown_by<kelXInvalidEnumIndex>([&] { t.colour->getenumvalue(xany(9, t.colour.get())); });
+    EXPECT_EQ(make<xrttienum>("t::Empty", nullptr)->getnenumvalues(), 0);
+}
+
+TEST(Fields, AreReadByIndexAndByName) {
+    Types t;
+    Subject record(t.record.get());
+    record.number = 42;
+    EXPECT_EQ(record.getnfields(), 4);
+    EXPECT_EQ(text(record.getfieldname(1)), "Missing");
+    EXPECT_EQ(t.record->getfieldtype(1), get_xrttistring());
+    EXPECT_TRUE(record.getfield(0) == xany(42));
+    EXPECT_TRUE(record.lookupfield("Number") == xany(42));
+    EXPECT_TRUE(record.hasfield("Number") && !record.hasfield("number"));
+    EXPECT_TRUE(t.record->getfields()->getbyindex(1)->getisoptional());
+    EXPECT_EQ(t.base->getnfields(), 0);
+    for (const char *none : {"number", "Numbe", "Number1", "", static_cast<const char *>(nullptr),
+                             kel::nil_text(), kel::uninit_text()}) {
+        EXPECT_FALSE(record.hasfield(none));
+        auto refused = thrown_by<kelXNoField>([&] { record.lookupfield(none); });
+        EXPECT_TRUE(refused->getFieldId() == xany(none) && refused->getObject() == xany(&record));
+        thrown_by<kelXNoField>([&] { t.base->lookupfield(none, &record); });
+    }
+}
+
+// Names of every length up to twice the width that the search looks at first, differing at one place.
+TEST(Fields, AreFoundByTheWholeName) {
+    std::vector<std::string> names{""};
+    for (std::size_t length = 1; length <= 20; ++length)
+        for (std::size_t at = 0; at < length; ++at) {
+            names.emplace_back(length, 'x');
+            names.back()[at] = 'y';
+        }
+    std::vector<std::unique_ptr<xrttifield>> owned;
+    std::vector<xrttifield *> list;
+    for (auto &name : names) {
+        owned.push_back(std::make_unique<xrttifield>(name.c_str(), 0, get_xrttiint(), number_of));
+        list.push_back(owned.back().get());
+    }
+    // Of two fields with one name the first counts.
+    xrttifield twin("xy", 0, get_xrttiint(), broken);
+    list.push_back(&twin);
+    xrttifields fields(static_cast<int>(list.size()), list.data());
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        xrttifield *found = nullptr;
+        ASSERT_TRUE(fields.find(names[i].c_str(), found)) << names[i];
+        EXPECT_EQ(found, list[i]);
+        EXPECT_FALSE(fields.find((names[i] + "z").c_str(), found));
+    }
+}
+
+TEST(Absent, ReadsAsUninitAndOtherFailuresPass) {
+    Types t;
+    Subject record(t.record.get()), choice(t.choice.get()), sequence(t.sequence.get());
+    EXPECT_TRUE(record.getfield(1).isuninit());
+    EXPECT_TRUE(t.choice->getcasevalue(1, &choice).isuninit());
+    thrown_by<kelXNotInitialized>([&] { record.getfield(2); });
+    thrown_by<kelXNotInitialized>([&] { t.choice->getcasevalue(2, &choice); });
+    EXPECT_THROW(record.getfield(3), int);
+    // By name the exception is the answer.
+    EXPECT_TRUE(thrown_by<kelXNoField>([&] { record.lookupfield("Missing"); })->getFieldId() == "Missing");
+
+    EXPECT_TRUE(sequence.hasindex(0) && !sequence.hasindex(1) && !sequence.hasindex(3));
+    thrown_by<kelXNotInitialized>([&] { sequence.hasindex(2); });
+    thrown_by<kelXNegativeIndex>([&] { sequence.hasindex(-1); });
+    thrown_by<kelXNegativeIndex>([&] { sequence.getseqelem(-1); });
+    auto beyond = thrown_by<kelXNoField>([&] { sequence.getseqelem(3); });
+    EXPECT_TRUE(beyond->getFieldId() == xany(3) && beyond->getObject() == xany(&sequence));
+    EXPECT_EQ(xrcgetcount(&sequence), -1);
+}
+
+// An exception that is not counted and calls itself absence is disposed of, and one that does not passes.
+KEL_DECLARE_STRUCT(LooseNoField)
+class LooseNoField : public kelXException {
+    KEL_UNCOUNTED_EXCEPTION(LooseNoField, kelXException, "loose")
+public:
+    LooseNoField(const LooseNoField &) = delete;
+    ~LooseNoField() override { ++died; }
+    static inline int died = 0;
+};
+KEL_DEFINE_EXCEPTION(LooseNoField, "kellib::XNoField", kel::uncounted)
+
+TEST(Absent, MayBeSaidByAnExceptionThatIsNotCounted) {
+    xrttifield loose("Loose", 0, get_xrttiint(),
+                     [](xrttifield *, xobject *) -> xany { LooseNoField::Throw(); });
+    xrttifield timeout("Timeout", 0, get_xrttiint(),
+                       [](xrttifield *, xobject *) -> xany { xportXTimeout::Throw("op"); });
+    xrttifield *list[] = {&loose, &timeout};
+    xrttifields fields(2, list);
+    auto type = make<xrttistruct>("t::Loose", no, nullptr, &fields);
+    Subject subject(type.get());
+    EXPECT_TRUE(subject.getfield(0).isuninit());
+    EXPECT_EQ(LooseNoField::died, 1);
+    try {
+        subject.getfield(1);
+        ADD_FAILURE() << "nothing thrown";
+    } catch (xthrowable *flight) {
+        EXPECT_EQ(xrcgetcount(flight), -1);
+        EXPECT_EQ(text(xportXTimeout::cast(flight)->getOpName()), "op");
+        xdelete(flight);
+    }
+}
+
+TEST(Containers, AnswerThroughTheirFunctions) {
+    Types t;
+    Subject matrix(t.matrix.get()), sequence(t.sequence.get()), dictionary(t.dictionary.get());
+    int at[2] = {1, 2};
+    EXPECT_TRUE(matrix.getarrayelem(at) == xany(12));
+    EXPECT_EQ(matrix.getnarraydims(), 2);
+    EXPECT_EQ(matrix.getnarrayelems(1), 3);
+    EXPECT_EQ(t.matrix->getarraytype(), get_xrttiint());
+    EXPECT_TRUE(t.matrix->getiselemoptional());
+    EXPECT_EQ(sequence.getnseqelems(), 3);
+    EXPECT_TRUE(sequence.getseqelem(0) == xany(0));
+    EXPECT_EQ(t.sequence->getseqtype(), get_xrttiint());
+    EXPECT_EQ(dictionary.getndictelems(), 2);
+    EXPECT_EQ(t.dictionary->getdicttype(), get_xrttiint());
+    EXPECT_TRUE(dictionary.lookupdict("k") == xany(7) && dictionary.haskey("k") && !dictionary.haskey("q"));
+    xstring key;
+    xany elem;
+    EXPECT_TRUE(dictionary.getdictkey(0, key) && !dictionary.getdictkey(1, key));
+    EXPECT_TRUE(dictionary.getdictelem(0, elem) && !dictionary.getdictelem(1, elem));
+    EXPECT_TRUE(key == "k" && elem == xany(7));
+    auto none = thrown_by<kelXNoField>([&] { dictionary.lookupdict("q"); });
+    EXPECT_TRUE(none->getFieldId() == "q" && none->getObject() == xany(&dictionary));
+}
+
+TEST(Unions, FollowTheirDiscriminator) {
+    Types t;
+    Subject choice(t.choice.get());
+    choice.number = 5;
+    EXPECT_EQ(t.choice->getnunioncases(), 3);
+    EXPECT_EQ(text(t.choice->getcasename(1)), "Missing");
+    EXPECT_EQ(t.choice->getcasetype(1), get_xrttistring());
+    EXPECT_EQ(t.choice->getdiscrtype(), get_xrttiint());
+    struct {
+        xany discriminator;
+        xany expected;
+    } cases[] = {{false, 5}, {true, {}}, {0, 5}, {1, {}}, {xany(0, t.colour.get()), 5}};
+    for (auto &c : cases) {
+        Types::discriminator = c.discriminator;
+        EXPECT_TRUE(t.choice->getcurcasevalue(&choice) == c.expected);
+    }
+    for (const xany &none : {xany(), xany(kel::nil_int), xany(1.0), xany("0"), xany(3, t.colour.get())}) {
+        Types::discriminator = none;
+        auto refused = thrown_by<kelXInvalidUnionDiscr>([&] { t.choice->getcurcasevalue(&choice); });
+        EXPECT_TRUE(refused->getDiscr() == none && refused->getObject() == xany(&choice));
+    }
+    for (int none : {-1, 3}) {
+        Types::discriminator = none;
+        thrown_by<kelXInvalidUnionIndex>([&] { t.choice->getcurcasevalue(&choice); });
+    }
+    Types::discriminator = {};
+}
+
+TEST(Kinship, IsByNameAndThroughParents) {
+    Types t;
+    xrttistruct *record_list[] = {t.record.get()};
+    xrttistructs record_parents(1, record_list);
+    auto derived = make<xrttistruct>("t::Derived", no, &record_parents, nullptr);
+    auto same_name = make<xrttistruct>("t::Base", no, nullptr, nullptr);
+    auto same_enum = make<xrtti>("t::Record");
+    EXPECT_TRUE(derived->iskindof(derived.get()) && derived->iskindof(t.base.get()));
+    EXPECT_TRUE(derived->iskindof(same_name.get()) && derived->iskindof(same_enum.get()));
+    EXPECT_TRUE(t.base->issameas(same_name.get()) && !derived->issameas(t.base.get()));
+    EXPECT_FALSE(t.base->iskindof(derived.get()) || derived->iskindof(nullptr) || derived->issameas(nullptr));
+    EXPECT_FALSE(derived->iskindof(get_xrttiobject()));
+    // Descriptors without a name are one type.
+    xrtti unnamed, other;
+    EXPECT_TRUE(unnamed.issameas(&other) && !unnamed.issameas(t.base.get()));
+}
+
+// A tower of structs, each with the two below it as parents twice over: 2^40 ways lead down.
+TEST(Kinship, CostsNoMoreThanThereAreParents) {
+    struct Level {
+        xrttistruct type;
+        xrttistruct *list[2];
+        std::unique_ptr<xrttistructs> parents;
+    };
+    auto tower = [](int height, auto below) {
+        std::vector<Level> levels(static_cast<std::size_t>(height));
+        for (int i = 0; i < height; ++i) {
+            Level &level = levels[static_cast<std::size_t>(i)];
+            auto [first, second] = below(i);
+            if (first >= 0 && first < height) {
+                level.list[0] = &levels[static_cast<std::size_t>(first)].type;
+                level.list[1] = &levels[static_cast<std::size_t>(second)].type;
+                level.parents = std::make_unique<xrttistructs>(first == second ? 1 : 2, level.list);
+            }
+            level.type.initialize(("t::L" + std::to_string(i)).c_str(), 0, level.parents.get(), nullptr);
+        }
+        return levels;
+    };
+    xrtti stranger;
+    stranger.initialize("t::Stranger");
+
+    auto wide = tower(40, [](int i) { return std::pair(i - 1, std::max(i - 2, 0)); });
+    EXPECT_TRUE(wide.back().type.iskindof(&wide.front().type));
+    EXPECT_FALSE(wide.back().type.iskindof(&stranger));
+
+    auto deep = tower(100'000, [](int i) { return std::pair(i - 1, i - 1); });
+    EXPECT_TRUE(deep.back().type.iskindof(&deep.front().type));
+    EXPECT_FALSE(deep.back().type.iskindof(&stranger));
+
+    for (int size : {1, 2, 50}) {
+        auto circle = tower(size, [&](int i) { return std::pair((i + 1) % size, (i + 1) % size); });
+        EXPECT_TRUE(circle.front().type.iskindof(&circle.back().type));
+        EXPECT_FALSE(circle.front().type.iskindof(&stranger));
+    }
+}
+
+// A descriptor that only says of which kind it is answers with the defaults, and one that was never
+// initialised is empty; neither crashes.
+class Claims : public brtti {
+public:
+    explicit Claims(char kind) : m_kind(kind) {}
+
+private:
+    xstring GiveTypeName() override { return "t::Claims"; }
+    void OnRoutePrint(ioStream *, xany, printData *) override {}
+    xbool GiveIsEnum() override { return m_kind == 'e'; }
+    xbool GiveIsStruct() override { return m_kind == 's'; }
+    xbool GiveIsArray() override { return m_kind == 'a'; }
+    xbool GiveIsSequence() override { return m_kind == 'q'; }
+    xbool GiveIsDictionary() override { return m_kind == 'd'; }
+    xbool GiveIsUnion() override { return m_kind == 'u'; }
+    brtti *Clone() override { return new Claims(m_kind); }
+    char m_kind;
+};
+
+xany claimed(char kind) {
+    static int place;
+    return {&place, new Claims(kind)};
+}
+
+TEST(Defaults, AreTheMarkersOfTheirTypes) {
+    Claims e('e'), s('s'), a('a'), q('q'), d('d'), u('u');
+    xstring key;
+    xany elem;
+    EXPECT_EQ(e.getnenumvalues(), kel::uninit_int);
+    EXPECT_EQ(e.getenumindex(claimed('e')), kel::uninit_int);
+    thrown_by<kelXInvalidEnumIndex>([&] { e.getenumvaluebyindex(0); });
+    EXPECT_EQ(s.getnparents(), 0);
+    EXPECT_EQ(s.getnfields(), kel::uninit_int);
+    EXPECT_TRUE(s.lookupfield("n", claimed('s')).isuninit());
+    EXPECT_FALSE(s.hasfield("n"));
+    EXPECT_EQ(a.getnarraydims(), kel::nil_int);
+    EXPECT_EQ(a.getarraytype(), nullptr);
+    EXPECT_TRUE(a.getarrayelem(nullptr, claimed('a')).isnil());
+    EXPECT_EQ(q.getnseqelems(claimed('q')), kel::nil_int);
+    EXPECT_TRUE(q.getseqelem(0, claimed('q')).isnil());
+    EXPECT_FALSE(q.hasindex(0, claimed('q')));
+    EXPECT_EQ(q.getseqtype(), nullptr);
+    EXPECT_EQ(d.getndictelems(claimed('d')), kel::uninit_int);
+    EXPECT_TRUE(d.lookupdict("k", claimed('d')).isuninit());
+    EXPECT_FALSE(d.haskey("k", claimed('d')) || d.getdicttype());
+    EXPECT_EQ(u.getnunioncases(), 0);
+    EXPECT_EQ(u.getdiscrtype(), nullptr);
+    EXPECT_TRUE(u.getdiscrvalue(claimed('u')).isuninit());
+
+    // A foreign value under the name of a struct is no object to read fields from.
+    Types t;
+    internal_errors errors;
+    thrown_by<kelXTypeMismatch>([&] { t.record->getfield(0, claimed('s')); });
+    EXPECT_EQ(errors.take(), "");
+
+    xrttistruct record;
+    xrttienum colours_of;
+    xrttiunion choice;
+    xrttiarray matrix;
+    xrttisequence sequence;
+    xrttidictionary dictionary;
+    Subject in_sequence(&sequence), in_dictionary(&dictionary), in_choice(&choice), in_matrix(&matrix);
+    EXPECT_EQ(record.getnfields() + colours_of.getnenumvalues() + choice.getnunioncases(), 0);
+    EXPECT_EQ(in_sequence.getnseqelems() + in_dictionary.getndictelems() + matrix.getnarraydims(), 0);
+    EXPECT_FALSE(in_sequence.hasindex(0) || in_dictionary.haskey("k"));
+    EXPECT_TRUE(choice.getdiscrvalue(&in_choice).isuninit() && in_matrix.getarrayelem(nullptr).isuninit());
+    thrown_by<kelXNoField>([&] { in_dictionary.lookupdict("k"); });
+}
+
+}  // namespace
