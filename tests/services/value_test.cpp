@@ -246,11 +246,11 @@ TEST(Value, ObjectsAreCountedByTheirClass) {
     }
     EXPECT_EQ(alive, 0);
 
-    Owned owned;
+    Owned owned, other;
     {
         xany value(&owned), copy(value);
         EXPECT_EQ(xrcgetcount(&owned), -1);
-        EXPECT_FALSE(value == xany(static_cast<xobject *>(counted)) && false);
+        EXPECT_TRUE(value == copy && !(value == xany(&other)));
     }
     EXPECT_EQ(xrcgetcount(&owned), -1);
 }
