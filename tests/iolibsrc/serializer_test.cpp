@@ -165,6 +165,39 @@ TEST(Bytes, AreThoseOfTheFormats) {
     }
 }
 
+// The bytes in the next block of the page: two-digit numbers, up to two spaces on each line.
+string next_block(std::istream &page) {
+    string line, bytes;
+    while (std::getline(page, line) && line != "```text") {
+    }
+    while (std::getline(page, line) && line != "```") {
+        std::istringstream numbers(line.substr(0, line.find("  ")));
+        for (unsigned byte; numbers >> std::hex >> byte;)
+            bytes += static_cast<char>(byte);
+    }
+    return bytes;
+}
+
+TEST(Bytes, AreThoseOfTheExampleInTheDocument) {
+    std::ifstream page(KELSTDMT_SOURCE_DIR "/doc/streams.md");
+    for (string line; std::getline(page, line) && line != "## The three encodings byte by byte";) {
+    }
+    const Value values[] = {{Value::Byte, 'k', 0, ""},
+                            {Value::Bool, 1, 0, ""},
+                            {Value::Int, -2, 0, ""},
+                            {Value::Real, 0, 0.5, ""},
+                            {Value::String, 0, 0, "abc"}};
+    string in_binary, in_xdr, in_text;
+    for (const Value &value : values) {
+        in_binary += encoded(binary, value);
+        in_xdr += encoded(xdr, value);
+        in_text += encoded(ascii, value) + (value.type == Value::String ? '\n' : ' ');
+    }
+    EXPECT_EQ(next_block(page), in_binary);
+    EXPECT_EQ(next_block(page), in_xdr);
+    EXPECT_EQ(next_block(page), in_text);
+}
+
 // What is left of a value is never taken for one, wherever it is cut and however it arrives.
 template <class Encoder>
 void cut_everywhere(Encoder &encoder, unsigned seed, const char *name) {
