@@ -2,6 +2,7 @@
 #include "iolibsrc/print_memory.h"
 
 #include <algorithm>
+#include <bit>
 #include <climits>
 
 // Entries and their references -----------------------------------------------------------------
@@ -54,8 +55,9 @@ print_memory::~print_memory() {
 
 // The slot that holds the pointer, or the vacant one where it would go. At most half the slots are taken.
 std::size_t print_memory::slot_of(const void *pointer) const noexcept {
+    // The top bits of this product spread addresses evenly, be they near each other or in steps.
     std::uint64_t mixed = reinterpret_cast<std::uintptr_t>(pointer) * std::uint64_t{0x9E3779B97F4A7C15};
-    std::size_t mask = m_table.size() - 1, slot = static_cast<std::size_t>(mixed >> 32) & mask;
+    std::size_t mask = m_table.size() - 1, slot = static_cast<std::size_t>(mixed >> m_shift);
     while (m_table[slot] != vacant && m_entries[m_table[slot]].pointer != pointer)
         slot = (slot + 1) & mask;
     return slot;
@@ -76,6 +78,7 @@ void print_memory::grow() {
     std::vector<std::uint32_t> larger(std::max<std::size_t>(m_table.size() * 2, 1024), vacant);
     m_entries.reserve(larger.size() / 2);  // so that no addition until then fails halfway
     m_table.swap(larger);
+    m_shift = std::countl_zero(std::uint64_t{m_table.size()}) + 1;
     for (std::size_t i = 0; i < m_entries.size(); ++i)
         m_table[slot_of(m_entries[i].pointer)] = static_cast<std::uint32_t>(i);
 }

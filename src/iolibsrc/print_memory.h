@@ -28,4 +28,5 @@ private:
 
     std::vector<printLoopCheckEntry> m_entries;
     std::vector<std::uint32_t> m_table;  // positions; its size is a power of two
+    int m_shift = 0;
 };

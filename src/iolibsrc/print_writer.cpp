@@ -38,6 +38,19 @@ void print_writer::text(const char *text) {
     else if (kel::is_text(text))
         write(text, std::strlen(text));
 }
+void print_writer::text(const xstring &text) {
+    if (!m_gathers)
+        m_stream->WriteString(text);
+    else
+        write(std::string_view(text).data(), std::string_view(text).size());
+}
+void print_writer::mark(char character) {
+    const char text[] = {character, 0};
+    if (!m_gathers)
+        m_stream->WriteString(text);
+    else
+        write(text, 1);
+}
 void print_writer::byte(char character) {
     if (!m_gathers)
         m_stream->WriteByte(character);
@@ -48,6 +61,12 @@ void print_writer::spaces(int count) {
     if (!m_gathers) {
         for (; count > 0; --count)
             m_stream->WriteByte(' ');
+        return;
+    }
+    static constexpr char few[] = "                ";
+    if (count < static_cast<int>(sizeof few) && sizeof few <= sizeof m_text - m_used) {
+        std::memcpy(m_text + m_used, few, sizeof few);
+        m_used += static_cast<std::size_t>(std::max(count, 0));
         return;
     }
     while (count > 0) {
@@ -89,7 +108,7 @@ inline char *print_writer::room(std::size_t count) {
 }
 inline void print_writer::write(const char *bytes, std::size_t count) {
     if (count > sizeof m_text - m_used) return write_long(bytes, count);
-    std::memcpy(m_text + m_used, bytes, count);
+    if (count > 0) std::memcpy(m_text + m_used, bytes, count);
     m_used += count;
 }
 void print_writer::write_long(const char *bytes, std::size_t count) {

@@ -21,6 +21,8 @@ public:
     void begin();
 
     void text(const char *text);  // a marker is the empty text
+    void text(const xstring &text);
+    void mark(char character);  // a text of one character
     void byte(char character);
     void spaces(int count);
     void number(int value);

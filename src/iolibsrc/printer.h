@@ -52,7 +52,7 @@ public:
 
 private:
     // What a composite value consists of, in the order in which it is written.
-    enum contents : unsigned { Array = 1, Sequence = 2, Struct = 4, Dictionary = 8, Union = 16 };
+    enum contents : unsigned char { Array = 1, Sequence = 2, Struct = 4, Dictionary = 8, Union = 16 };
 
     // The place in an array. Dimensions ahead of the last stand in brackets of their own.
     struct grid {
@@ -64,24 +64,29 @@ private:
         bool at_last() const noexcept { return at[dimension] == sizes[dimension] - 1; }
     };
 
+    // A composite value that is being written. There may be millions.
     struct frame {
-        frame(brtti &described, xany &&composite, unsigned content, const char *bracket, int around)
-            : type(&described), value(std::move(composite)), left(content), closing(bracket), outer(around) {}
+        frame(brtti &described, xany &&composite, unsigned content, char bracket, int around)
+            : type(&described),
+              value(std::move(composite)),
+              outer(around),
+              left(static_cast<unsigned char>(content)),
+              closing(bracket) {}
 
         brtti *type;
         xany value;
-        unsigned left;         // contents still to be written
-        unsigned present = 0;  // the one that is being written
-        const char *closing;
-        int outer;       // Indent around the composite
-        int indent = 0;  // of the items
-        int index = 0;   // of the item
-        int count = 0;
-        bool initem = false;     // its value is not complete
         brtti *level = nullptr;  // the struct, itself or a parent, whose fields are being written
         std::size_t levels = 0;  // where the levels that follow begin
+        int outer;               // Indent around the composite
+        int indent = 0;          // of the items
+        int index = 0;           // of the item
+        int count = 0;
+        unsigned char left;         // contents still to be written
+        unsigned char present = 0;  // the one that is being written
+        char closing;
+        bool initem = false;  // its value is not complete
         std::unique_ptr<grid> place;
-        xany discriminator;
+        std::unique_ptr<xany> discriminator;
     };
 
     class scope;

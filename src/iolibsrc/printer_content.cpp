@@ -144,16 +144,19 @@ void printer::Composite(brtti &type, xany &&value) {
         m_out.text(" <printed>");
         return;
     }
-    unsigned content = (type.isarray() ? Array : 0U) | (type.issequence() ? Sequence : 0U) |
-                       (type.isstruct() ? Struct : 0U) | (type.isdictionary() ? Dictionary : 0U) |
-                       (type.isunion() ? Union : 0U);
+    unsigned content = 0;
+    if (type.isarray()) content |= Array;
+    if (type.issequence()) content |= Sequence;
+    if (type.isstruct()) content |= Struct;
+    if (type.isdictionary()) content |= Dictionary;
+    if (type.isunion()) content |= Union;
     bool square = (content & (Array | Sequence)) != 0 && (content & (Struct | Union)) == 0 &&
                   ((content & Dictionary) == 0 || type.getndictelems(value) <= 0);
-    const char *opening = square ? "[" : "{", *closing = square ? "]" : "}";
+    char opening = square ? '[' : '{', closing = square ? ']' : '}';
     if (m_options.m_Depth == 1) {
-        m_out.text(opening);
+        m_out.mark(opening);
         m_out.text(" ... skipped ... ");
-        m_out.text(closing);
+        m_out.mark(closing);
         return;
     }
     Remember(entry);
@@ -162,7 +165,7 @@ void printer::Composite(brtti &type, xany &&value) {
     indent = Raised(indent);
     LineBreak(indent);
     Indentation(indent);
-    m_out.text(opening);
+    m_out.mark(opening);
     indent = Raised(indent);
     LineBreak(indent);
 }
@@ -191,8 +194,9 @@ void printer::Advance() {
 // The next of the contents, and false when there is none.
 bool printer::OpenContent(frame &at) {
     if (at.left == 0) return false;
-    at.present = at.left & (~at.left + 1);
-    at.left &= ~at.present;
+    unsigned left = at.left, rest = left & (left - 1);
+    at.present = static_cast<unsigned char>(left - rest);
+    at.left = static_cast<unsigned char>(rest);
     at.indent = m_options.m_Indent;
     at.index = at.count = 0;
     switch (at.present) {
@@ -221,7 +225,7 @@ void printer::Close(frame &at) {
     indent = Raised(at.outer);
     Indentation(indent);
     indent = at.outer;
-    m_out.text(at.closing);
+    m_out.mark(at.closing);
     m_out.flush();
     frame last = std::move(m_frames.back());
     m_frames.pop_back();
@@ -249,9 +253,9 @@ bool printer::BeginItem(frame &at, xany &value, brtti *&declared) {
 void printer::EndItem(frame &at) {
     at.initem = false;
     if ((at.present & (Array | Sequence)) == 0)
-        m_out.byte(';');
+        m_out.mark(';');
     else if (at.present == Array ? !at.place->at_last() : at.index < at.count - 1)
-        m_out.byte(',');
+        m_out.mark(',');
     ++(at.present == Array ? at.place->at[at.place->dimension] : at.index);
     LineBreak(at.indent);
 }
@@ -320,22 +324,23 @@ bool printer::BeginCase(frame &at, xany &value, brtti *&declared) {
     if (at.index == 0) {
         Indentation(at.indent);
         m_out.text("Discriminator: ");
-        at.discriminator = at.type->getdiscrvalue(at.value);
+        at.discriminator = std::make_unique<xany>(at.type->getdiscrvalue(at.value));
         declared = at.type->getdiscrtype();
-        value = xany(at.discriminator);
+        value = xany(*at.discriminator);
         return true;
     }
+    const xany &discriminator = *at.discriminator;
     int chosen = 0;
-    switch (at.discriminator.getkind()) {
+    switch (discriminator.getkind()) {
         case xany::Bool:
-            chosen = at.discriminator.getbool() ? 1 : 0;
+            chosen = discriminator.getbool() ? 1 : 0;
             break;
         case xany::Int:
         case xany::Enum:
-            chosen = at.discriminator;
+            chosen = discriminator;
             break;
         default:
-            kelXInvalidUnionDiscr::Throw(at.value, at.discriminator);
+            kelXInvalidUnionDiscr::Throw(at.value, discriminator);
     }
     Indentation(at.indent);
     m_out.text(at.type->getcasename(chosen));
@@ -362,7 +367,7 @@ bool printer::BeginCell(frame &at, xany &value, brtti *&declared) {
     while (!place.in_last() || !place.more()) {
         if (place.more()) {
             Indentation(indent);
-            m_out.byte('[');
+            m_out.mark('[');
             indent = Raised(indent);
             LineBreak(indent);
             place.at[++place.dimension] = 0;
@@ -373,8 +378,8 @@ bool printer::BeginCell(frame &at, xany &value, brtti *&declared) {
             --place.dimension;
             if (indent != printIndentSameLine) --indent;
             Indentation(indent);
-            m_out.byte(']');
-            if (!place.at_last()) m_out.byte(',');
+            m_out.mark(']');
+            if (!place.at_last()) m_out.mark(',');
             LineBreak(indent);
             ++place.at[place.dimension];
         }
