@@ -19,7 +19,7 @@
 
 class printer {
 public:
-    explicit printer(printData &options) noexcept : m_options(options) {}
+    explicit printer(printData &options) : m_options(options) {}
     printer(const printer &) = delete;
     printer &operator=(const printer &) = delete;
 

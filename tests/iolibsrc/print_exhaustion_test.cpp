@@ -1,0 +1,75 @@
+// Printing while memory runs out: each allocation of a print fails once, and every time the caller hears of
+// it as std::bad_alloc, or the print finds its way without.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <new>
+#include <sstream>
+#include <string>
+
+#include <kelstdmt/kelstdmt.h>
+
+namespace {
+
+long allocations_left = -1;  // before one fails; -1: none does
+
+bool fails() {
+    return allocations_left >= 0 && allocations_left-- == 0;
+}
+
+}  // namespace
+
+void *operator new(std::size_t bytes) {
+    void *block = fails() ? nullptr : std::malloc(bytes);
+    if (!block) throw std::bad_alloc();
+    return block;
+}
+void operator delete(void *block) noexcept {
+    std::free(block);
+}
+void operator delete(void *block, std::size_t) noexcept {
+    std::free(block);
+}
+
+KEL_DECLARE_STRUCT(Leaf)
+class Leaf : public xobject {
+    KEL_CLASS(Leaf, xobject)
+public:
+    xstring Text = "leaf";
+    int Number = 7;
+};
+KEL_DEFINE_STRUCT(Leaf, "test::Leaf", kel::counted, kel::field<&Leaf::Text>("Text"),
+                  kel::field<&Leaf::Number>("Number"))
+KEL_SEQUENCE(Leaves, xrchandle<Leaf>)
+KEL_DEFINE_SEQUENCE(Leaves, "test::Leaves", kel::counted)
+
+namespace {
+
+TEST(print_exhaustion_test, IsAnExceptionAndNoEnd) {
+    xrchandle<Leaves> leaves(Leaves::create());
+    for (int i = 0; i < 3; ++i)
+        leaves->append(kel::construct<Leaf>());
+    const std::string whole = kel::printed(leaves).str();
+    int failures = 0;
+    for (long before = 0;; ++before) {
+        std::string text;
+        bool exhausted = false;
+        allocations_left = before;
+        try {
+            text = kel::printed(leaves).str();
+        } catch (const std::bad_alloc &) {
+            exhausted = true;
+        }
+        bool unused = allocations_left >= 0;
+        allocations_left = -1;
+        if (unused) break;
+        if (exhausted)
+            ++failures;
+        else
+            EXPECT_TRUE(text == whole || text.ends_with("Can not finish printing\n")) << text;
+        EXPECT_EQ(kel::printed(leaves).str(), whole) << "after a failure of allocation " << before;
+    }
+    EXPECT_GT(failures, 3);
+}
+
+}  // namespace
