@@ -19,15 +19,16 @@ bool fails() {
 
 }  // namespace
 
-void *operator new(std::size_t bytes) {
+// Not inlined: a compiler that sees through one of them takes the pair for a mismatch.
+[[gnu::noinline]] void *operator new(std::size_t bytes) {
     void *block = fails() ? nullptr : std::malloc(bytes);
     if (!block) throw std::bad_alloc();
     return block;
 }
-void operator delete(void *block) noexcept {
+[[gnu::noinline]] void operator delete(void *block) noexcept {
     std::free(block);
 }
-void operator delete(void *block, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void *block, std::size_t) noexcept {
     std::free(block);
 }
 
