@@ -111,7 +111,7 @@ bool Conclude(const std::vector<Journey> &journeys, Inventory &inventory, const 
         auto compared = std::max_element(journeys.begin(), journeys.end(), [](auto &a, auto &b) {
                             return a.compared < b.compared;
                         })->compared;
-        std::cout << ", " << WithSeparators(compared) << " values each";
+        std::cout << "; " << WithSeparators(compared) << " values were compared each time";
     }
     std::cout << ".\n";
     CheckOutput();
@@ -123,7 +123,9 @@ bool Conclude(const std::vector<Journey> &journeys, Inventory &inventory, const 
 }
 
 int Run(const Options &options) {
-    std::cout << "kelstdmt inventory: accounts and groups as declared values\n\n";
+    std::cout << "kelstdmt inventory: account files become declared values, which print themselves, travel "
+                 "through\n"
+                 "every stream in every encoding, and are compared with what was sent.\n\n";
     CheckOutput();
     DataFolder folder = options.keep ? DataFolder(options.keep) : DataFolder();
     xrchandle<Inventory> inventory(kel::construct<Inventory>());

@@ -56,7 +56,9 @@ void ShowCutFile(std::ostream &out, Inventory &inventory, const DataFolder &fold
 void ShowValues(std::ostream &out, Inventory &inventory) {
     constexpr int shown_lines = 3;
     xrchandle<Account> first = Shown(inventory);
-    out << "\n1. Declared values print themselves\n\nAn account on several lines:\n\n"
+    out << "\n1. Declared values print themselves\n\n"
+           "The types are declared in examples/inventory/types.cpp; no code of theirs prints them.\n"
+           "An account on several lines:\n\n"
         << kel::printed(first) << "\n\nOthers on one line each:\n\n";
     int lines = 0;
     for (const xrchandle<Account> &account : inventory.Accounts) {
@@ -78,7 +80,9 @@ void ShowValues(std::ostream &out, Inventory &inventory) {
 }
 
 void ShowFailures(std::ostream &out, Inventory &inventory, const DataFolder &folder) {
-    out << "\n2. What goes wrong is a value too\n\nA malformed line:\n\n";
+    out << "\n2. What goes wrong is a value too\n\n"
+           "An exception is declared like any other type, and prints with its fields.\n"
+           "A malformed line:\n\n";
     try {
         ParseAccount("ada:x:1000", "example", 1);
     } catch (xthrowable *thrown) {
