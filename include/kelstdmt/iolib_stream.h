@@ -48,7 +48,8 @@ private:
     friend class ioStream;
 };
 
-// The stream error. Not counted: the catcher deletes it with xdelete.
+// The stream error. Not counted: the catcher deletes it with xdelete, in any thread. Its stream and its
+// message are for the thread that uses the stream.
 KEL_DECLARE_STRUCT(ioXStream)
 class KELSTDMT_API ioXStream : public xthrowable {
     KEL_CLASS(ioXStream, xthrowable)
@@ -73,8 +74,8 @@ private:
     xstring m_function;
     bool m_wasopen;
     int m_state;
-    ioXStream *m_next;
-    ioXStream **m_here;  // what points at this one
+    ioXStream *m_next = nullptr;
+    ioXStream **m_here = nullptr;  // what points at this one
 
     friend class ioStream;
 };

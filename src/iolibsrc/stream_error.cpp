@@ -1,29 +1,38 @@
 // The stream error. Its message tells what is the matter with the stream now, so an error knows its
 // stream, and a stream the errors that are still alive: when it dies, they keep the state that they threw
-// with.
+// with. The lists are locked, because an error may have been handed to another thread, which deletes it.
 #include <string>
+#include <utility>
 
 #include <kelstdmt/iolib_stream.h>
+
+namespace {
+
+MT_LIBRARY_GUARD(errors_guard);
+
+}  // namespace
 
 ioXStream::ioXStream(ioStream *stream, ioError error, const char *function)
     : m_stream(stream),
       m_error(error),
       m_function(function ? function : ""),
       m_wasopen(stream->m_open),
-      m_state(stream->m_state),
-      m_next(stream->m_errors),
-      m_here(&stream->m_errors) {
+      m_state(stream->m_state) {
+    MT_LIBRARY_GUARD_USE(errors_guard);
+    m_next = std::exchange(stream->m_errors, this);
+    m_here = &stream->m_errors;
     if (m_next) m_next->m_here = &m_next;
-    *m_here = this;
 }
 
 ioXStream::~ioXStream() {
+    MT_LIBRARY_GUARD_USE(errors_guard);
     if (!m_stream) return;
     if (m_next) m_next->m_here = m_here;
     *m_here = m_next;
 }
 
 void ioStream::ForgetErrors() noexcept {
+    MT_LIBRARY_GUARD_USE(errors_guard);
     for (ioXStream *error = m_errors; error; error = error->m_next)
         error->m_stream = nullptr;
     m_errors = nullptr;

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -215,6 +216,18 @@ TEST_F(Pipe, ACopyDoesNotHoldBytesBack) {
     }
     out().Close();
     copier.join();
+}
+
+TEST_F(Pipe, IsNotMadeWhenTheSystemRefuses) {
+    rlimit before{}, none{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    none.rlim_max = before.rlim_max;
+    ::setrlimit(RLIMIT_NOFILE, &none);
+    std::unique_ptr<ioPipe> refused(ioPipe::Create());
+    std::unique_ptr<ioFileStream> file(ioFileStream::Open("/dev/null", ioReadOnly));
+    ::setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_EQ(refused, nullptr);
+    EXPECT_EQ(file, nullptr);
 }
 
 // Children -------------------------------------------------------------------------------------

@@ -85,6 +85,14 @@ int report() {
     return 0;
 }
 
+int close() {
+    ioStream *out = ioStream::getStdout();
+    out->WriteString("text\n");
+    out->Close();
+    std::fputs(out->getIsBad() ? "bad" : "good", stderr);
+    return out->GetInheritHandle() == -1 ? 0 : 1;
+}
+
 int closed_error() {
     std::string message;
     for (int i = 0; i < 3; ++i) {
@@ -120,7 +128,7 @@ int answer() {
 const std::map<std::string, int (*)()> parts = {
     {"echo", echo},       {"sum", sum},       {"unflushed", unflushed},       {"late", late},
     {"aborted", aborted}, {"report", report}, {"closed_error", closed_error}, {"flood", flood},
-    {"answer", answer},
+    {"answer", answer},   {"close", close},
 };
 
 // The tests ------------------------------------------------------------------------------------
@@ -221,6 +229,8 @@ TEST(StandardStreams, AreFlushedAtTheEnd) {
 TEST(StandardStreams, ChannelsThatCannotBeUsed) {
     EXPECT_EQ(shell("\"$ME\" report 3>&1 2>&3 <&- >&-"), (Outcome{"EOF reached; ; bad\n", 0}));
     EXPECT_EQ(shell("\"$ME\" report 2>&1 >/dev/full </dev/null"), (Outcome{"EOF reached; ; bad\n", 0}));
+    EXPECT_EQ(shell("\"$ME\" close 2>&1 >/dev/full"), (Outcome{"bad", 0}));
+    EXPECT_EQ(shell("\"$ME\" close 2>&1 >/dev/null"), (Outcome{"good", 0}));
     EXPECT_EQ(shell("\"$ME\" unflushed >/dev/full"), (Outcome{"", 3}));
     EXPECT_EQ(shell("\"$ME\" unflushed >&-"), (Outcome{"", 3}));
     EXPECT_EQ(shell("\"$ME\" late <&- >&- 2>/dev/null; echo $?"), (Outcome{"0\n", 0}));

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <random>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -370,6 +371,26 @@ TEST(Stream, ErrorsAndStreamsMayDieInAnyOrder) {
     }
 }
 
+// Errors are deleted elsewhere while their stream goes on.
+TEST(Stream, AnErrorMayEndInAnotherThread) {
+    auto stream = std::make_unique<Stream>();
+    std::vector<kel::caught> errors;
+    for (int i = 0; i < 200; ++i) {
+        errors.push_back(error_of(*stream));
+        stream->setIsBad(false);
+    }
+    std::thread other([&] {
+        while (errors.size() > 20)
+            errors.erase(errors.begin() + static_cast<int>(errors.size() / 2));
+    });
+    for (int i = 0; i < 200; ++i) {
+        error_of(*stream);
+        stream->setIsBad(false);
+    }
+    other.join();
+    stream.reset();
+}
+
 TEST(Stream, ClosesOnce) {
     int closed = 0;
     {
@@ -599,6 +620,13 @@ TEST(CopyStream, AShortWriteIsTheTargetsFailure) {
     EXPECT_EQ(failure([&] { CopyStream(&target, &source); }, &target), "I/O error");
     EXPECT_TRUE(target.getIsBad() && source.getIsGood());
     EXPECT_EQ(target.buffer->plain.written.size(), 5000U);
+    Stream full;
+    full.buffer->plain.limit = 7;
+    std::unique_ptr<ioStringStream> memory(ioStringStream::Create());
+    memory->setSerializer(ioSerializer::getBinary());
+    memory->WriteBytes("0123456789", 10);
+    EXPECT_EQ(failure([&] { CopyStream(&full, memory.get()); }, &full), "I/O error");
+    EXPECT_EQ(drain(*memory), "789") << "what was not taken is still there";
 }
 
 // Declared types -------------------------------------------------------------------------------

@@ -1,5 +1,6 @@
 // Events: time-outs of every kind against the clock, arrays, several threads.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <chrono>
 #include <cmath>
@@ -92,6 +93,27 @@ TEST(Event, ArraysAnswerAPosition) {
     EXPECT_EQ(events.getnseqelems(), 6);
     EXPECT_EQ(static_cast<xobject *>(events.getseqelem(1)), &a.event);
     EXPECT_TRUE(events.getseqelem(0).isnil());
+}
+
+// The system polls no more descriptors than the process may have.
+TEST(Event, AWaitThatFailsHasNoEvent) {
+    std::vector<std::unique_ptr<Own>> own;
+    xauto<evtEventArray> events;
+    for (int i = 0; i < 8; ++i) {
+        own.push_back(std::make_unique<Own>(true, true));
+        events.append(&own.back()->event);
+    }
+    rlimit before{}, few{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    few.rlim_cur = 4;
+    few.rlim_max = before.rlim_max;
+    ::setrlimit(RLIMIT_NOFILE, &few);
+    Error_SetLast(0);
+    int answer = evtEvent::Wait(&events, INFINITE), error = Error_GetLast();
+    ::setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_EQ(answer, 0);
+    EXPECT_NE(error, 0);
+    EXPECT_EQ(evtEvent::Wait(&events, INFINITE), 1);
 }
 
 TEST(Event, RemovesEveryOccurrence) {
