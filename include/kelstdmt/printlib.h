@@ -44,8 +44,6 @@ protected:
     void FreeKey(printLoopCheckEntry entry) override;
 };
 
-class printer;
-
 // The options of a print. One thread and one print at a time. What was printed is kept alive until the
 // printData goes.
 KEL_DECLARE_STRUCT(printData)
@@ -82,8 +80,8 @@ private:
     xbool m_QuoteString;
     int m_Depth;
     xbool m_IsRecursive;
-    printLoopCheckSet m_printed;         // while they are few
-    std::unique_ptr<printer> m_printer;  // all else; made by the first print
+    printLoopCheckSet m_printed;                      // while they are few
+    std::unique_ptr<kel::detail::printer> m_printer;  // all else; made by the first print
 
-    friend class printer;
+    friend class kel::detail::printer;
 };

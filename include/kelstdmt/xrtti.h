@@ -18,6 +18,10 @@
 #include <kelstdmt/xobject.h>
 #include <kelstdmt/xstring.h>
 
+namespace kel::detail {
+class printer;
+}
+
 class KELSTDMT_API brtti {
 public:
     xstring gettypename() { return GiveTypeName(); }
@@ -128,7 +132,7 @@ private:
     void check_index(int index, int count, void (*fail)(const char *, int));
 
     friend class xany;
-    friend class printer;
+    friend class kel::detail::printer;
 
 public:
     virtual ~brtti();

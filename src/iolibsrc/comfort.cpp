@@ -75,7 +75,8 @@ bool print_on(std::ostream &out, xany value, bool single_line) {
     ostream_stream stream(*out.rdbuf());
     std::unique_ptr<printData> options(printData::Create(single_line ? printIndentSameLine : 0));
     brtti *type = value.getrtti();
-    bool complete = printer::Print(type ? *type : *get_xrttiany(), &stream, std::move(value), options.get());
+    bool complete =
+        kel::detail::printer::Print(type ? *type : *get_xrttiany(), &stream, std::move(value), options.get());
     if (!stream.finish()) out.setstate(std::ios_base::badbit);
     return complete;
 }

@@ -48,6 +48,8 @@ void printLoopCheckSet::FreeKey(printLoopCheckEntry entry) {
 
 // The table ------------------------------------------------------------------------------------
 
+namespace kel::detail {
+
 print_memory::~print_memory() {
     for (const printLoopCheckEntry &entry : m_entries)
         printLoopCheckEntryUnlock(entry);
@@ -82,3 +84,5 @@ void print_memory::grow() {
     for (std::size_t i = 0; i < m_entries.size(); ++i)
         m_table[slot_of(m_entries[i].pointer)] = static_cast<std::uint32_t>(i);
 }
+
+}  // namespace kel::detail

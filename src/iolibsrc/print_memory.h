@@ -8,6 +8,8 @@
 
 #include <kelstdmt/printlib.h>
 
+namespace kel::detail {
+
 class print_memory {
 public:
     print_memory() = default;
@@ -30,3 +32,5 @@ private:
     std::vector<std::uint32_t> m_table;  // positions; its size is a power of two
     int m_shift = 0;
 };
+
+}  // namespace kel::detail

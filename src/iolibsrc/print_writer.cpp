@@ -8,6 +8,8 @@
 
 #include "iolibsrc/text_number.h"
 
+namespace kel::detail {
+
 namespace {
 
 // More than one call of WriteBytes can say.
@@ -20,7 +22,7 @@ ioStream *print_writer::redirect(ioStream *stream) noexcept {
     try {
         hand_over();
     } catch (xthrowable *thrown) {
-        kel::caught refused(thrown);  // so it will be with the next text, and there somebody is told
+        caught refused(thrown);  // so it will be with the next text, and there somebody is told
     } catch (...) {
     }
     m_gathers = stream && stream->getSerializer() == ioSerializer::getAscii();
@@ -35,7 +37,7 @@ void print_writer::begin() {
 void print_writer::text(const char *text) {
     if (!m_gathers)
         m_stream->WriteString(text);
-    else if (kel::is_text(text))
+    else if (is_text(text))
         write(text, std::strlen(text));
 }
 void print_writer::text(const xstring &text) {
@@ -80,13 +82,13 @@ void print_writer::number(int value) {
     if (!m_gathers)
         m_stream->WriteInt(value);
     else
-        m_used += kel::detail::encode_int(value, room(kel::detail::longest_int));
+        m_used += encode_int(value, room(longest_int));
 }
 void print_writer::number(double value) {
     if (!m_gathers)
         m_stream->WriteReal(value);
     else
-        m_used += kel::detail::encode_real(value, room(kel::detail::longest_real));
+        m_used += encode_real(value, room(longest_real));
 }
 
 void print_writer::hand_over() {
@@ -121,3 +123,5 @@ void print_writer::write_long(const char *bytes, std::size_t count) {
         count -= some;
     }
 }
+
+}  // namespace kel::detail

@@ -7,6 +7,8 @@
 
 #include <kelstdmt/iolib_stream.h>
 
+namespace kel::detail {
+
 class print_writer {
 public:
     print_writer() = default;
@@ -42,3 +44,5 @@ private:
     std::size_t m_used = 0;
     char m_text[1000];
 };
+
+}  // namespace kel::detail

@@ -6,6 +6,8 @@
 
 #include <kelstdmt/kel.h>
 
+namespace kel::detail {
+
 namespace {
 
 // Prints inside prints --------------------------------------------------------------------------
@@ -27,9 +29,9 @@ public:
     void check() const {
         std::uintptr_t at = here(), taken = at < outermost ? outermost - at : at - outermost;
         if (taken <= most_stack) return;
-        xrchandle<kelXFunc> function(kel::construct<kelXFunc>("brtti::printvalue"));
+        xrchandle<kelXFunc> function(construct<kelXFunc>("brtti::printvalue"));
         xrchandle<kelXExternFunc> thrown(
-            kel::construct<kelXExternFunc>("Values print each other without end.", function));
+            construct<kelXExternFunc>("Values print each other without end.", function));
         xthrow(xrcunihandle<xthrowable>(thrown));
     }
 
@@ -167,6 +169,10 @@ printer *printer::AskedFor(xobject *object, ioStream *stream, printData *options
     run->m_asked = nullptr;
     return run;
 }
+
+}  // namespace kel::detail
+
+using kel::detail::printer;
 
 // Reached from the printer alone: a value that is not an object is written or pushed in place.
 void xrtti::OnRoutePrint(ioStream *stream, xany value, printData *options) {

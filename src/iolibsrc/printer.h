@@ -17,6 +17,8 @@
 #include "iolibsrc/print_memory.h"
 #include "iolibsrc/print_writer.h"
 
+namespace kel::detail {
+
 class printer {
 public:
     explicit printer(printData &options) : m_options(options) {}
@@ -117,6 +119,7 @@ private:
     void LineBreak(int indent);
     void Indentation(int indent);
     static int Raised(int indent) noexcept;
+    static int Lowered(int indent) noexcept;
 
     printData &m_options;
     print_writer m_out;
@@ -125,3 +128,5 @@ private:
     std::vector<brtti *> m_levels;  // of all frames, each frame's levels in reverse
     print_memory m_memory;          // what was printed, once it is much
 };
+
+}  // namespace kel::detail

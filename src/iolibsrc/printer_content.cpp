@@ -13,6 +13,8 @@
 
 #include "iolibsrc/printer.h"
 
+namespace kel::detail {
+
 namespace {
 
 // Composite values that are found by binary search; beyond, they are hashed.
@@ -22,9 +24,8 @@ constexpr int deepest_parents = 1000;
 constexpr std::size_t most_levels = 100'000;
 
 [[noreturn]] void throw_circle(brtti &type) {
-    xrchandle<kelXFunc> function(kel::construct<kelXFunc>(type.gettypename()));
-    xrchandle<kelXExternFunc> thrown(
-        kel::construct<kelXExternFunc>("A type has no end of parents.", function));
+    xrchandle<kelXFunc> function(construct<kelXFunc>(type.gettypename()));
+    xrchandle<kelXExternFunc> thrown(construct<kelXExternFunc>("A type has no end of parents.", function));
     xthrow(xrcunihandle<xthrowable>(thrown));
 }
 
@@ -46,6 +47,10 @@ void printer::Indentation(int indent) {
 }
 int printer::Raised(int indent) noexcept {
     return indent == printIndentSameLine || indent == INT_MAX ? indent : indent + 1;
+}
+
+int printer::Lowered(int indent) noexcept {
+    return indent == printIndentSameLine || indent == INT_MIN ? indent : indent - 1;
 }
 
 // Memory ---------------------------------------------------------------------------------------
@@ -376,7 +381,7 @@ bool printer::BeginCell(frame &at, xany &value, brtti *&declared) {
             return false;
         } else {
             --place.dimension;
-            if (indent != printIndentSameLine) --indent;
+            indent = Lowered(indent);
             Indentation(indent);
             m_out.mark(']');
             if (!place.at_last()) m_out.mark(',');
@@ -389,3 +394,5 @@ bool printer::BeginCell(frame &at, xany &value, brtti *&declared) {
     declared = at.level;
     return true;
 }
+
+}  // namespace kel::detail
