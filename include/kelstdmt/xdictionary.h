@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <iterator>
 #include <memory>
 #include <new>
@@ -95,10 +96,15 @@ protected:
 
 private:
     struct memory;  // what is kept beside the table
+    struct known_key;
+    struct former;
 
-    bool FindIndex(const char *key, unsigned slotsize, unsigned &at) const;
-    void AddEntry(char *ownedkey, void *value, bool move, unsigned slotsize, unsigned offset);
+    unsigned FindIndex(const known_key &key, unsigned slotsize) const noexcept;
+    unsigned TakeIndex(const known_key &key, unsigned slotsize) noexcept;
+    void RemoveEntry(unsigned number, std::uint32_t hash, unsigned slotsize, unsigned offset);
     void AdjustTableSize(unsigned slotsize, unsigned offset);
+    void Rebuild(unsigned slots, unsigned slotsize, unsigned offset);
+    void MoveEntries(char *table, unsigned slots, unsigned slotsize, unsigned offset);
 
     std::unique_ptr<memory> m_memory;
 };
@@ -187,9 +193,16 @@ public:
 protected:
     void *OnAllocate(unsigned slots) override {
         entry *block = static_cast<entry *>(AllocateBlock(slots, sizeof(entry)));
-        if constexpr (!std::is_trivially_default_constructible_v<T>)
-            for (unsigned i = 0; i < slots; ++i)
-                ::new (&block[i].value) T();
+        if constexpr (!std::is_trivially_default_constructible_v<T>) {
+            unsigned done = 0;
+            try {
+                for (; done < slots; ++done)
+                    ::new (&block[done].value) T();
+            } catch (...) {
+                OnDestroy(block, done);
+                throw;
+            }
+        }
         return block;
     }
     void OnDestroy(void *block, unsigned slots) override {
@@ -202,7 +215,11 @@ protected:
         *static_cast<T *>(to) = *static_cast<const T *>(from);
     }
     void OnMoveEntry(void *to, void *from) override {
-        *static_cast<T *>(to) = std::move(*static_cast<T *>(from));
+        // A move that may throw could not be taken back.
+        if constexpr (std::is_nothrow_move_assignable_v<T> || !std::is_copy_assignable_v<T>)
+            *static_cast<T *>(to) = std::move(*static_cast<T *>(from));
+        else
+            *static_cast<T *>(to) = *static_cast<const T *>(from);
     }
 
 private:

@@ -1,0 +1,67 @@
+// Where a new entry goes: the first free slot on the way of its key.
+//
+// A way is a first slot and an odd step, and steps are small: all keys together know 256 of them. Two things
+// make long ways short. The live slots are known as a set with its full blocks, so a way strides across a
+// full region at once. And each step on which much was walked gets a memory of its own: the table seen in the
+// order of that step, where every way is a straight run, with the slots that were met live. Met slots are
+// stepped over together from then on. A memory need not hear of new entries, only of freed slots; those are
+// written down and told to it when it is next asked.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "services/slot_bits.h"
+
+namespace kel::detail {
+
+// The way of a key through a table. Bytes count as signed.
+struct probe_chain {
+    unsigned first = 0;
+    int direction = 0;  // the step is twice this and one; -128 to 127
+
+    probe_chain(const char *key, std::size_t length) noexcept {
+        if (length == 0) return;
+        auto byte = [&](std::size_t at) { return static_cast<int>(static_cast<signed char>(key[at])); };
+        first = static_cast<unsigned>(byte(length / 2) * byte(length - 1) * byte(0));
+        direction = length < 3 ? byte(0) : byte(length / 2 + 1) ^ byte(length - 2) ^ byte(1);
+    }
+    unsigned step() const noexcept { return static_cast<unsigned>(direction) * 2 + 1; }
+};
+
+class slot_chains {
+public:
+    // For a table of empty slots, a power of two from 64 up. std::bad_alloc when there is no memory.
+    explicit slot_chains(unsigned slots);
+
+    // Finds the first free slot, which there must be, and counts it as live.
+    unsigned take(probe_chain way) noexcept;
+    void freed(unsigned slot) noexcept;
+
+private:
+    struct crowded_step {
+        slot_bits met;
+        unsigned inverse;       // of the step, modulo the slots
+        std::size_t heard = 0;  // how many of the freed slots it was told of
+    };
+
+    unsigned first_free(probe_chain way) noexcept;
+    unsigned walk(unsigned slot, unsigned step) const noexcept;
+    unsigned first_free(crowded_step &memory, unsigned slot, unsigned step) noexcept;
+    void remember(unsigned char direction) noexcept;
+    void tell(crowded_step &memory) noexcept;
+    void settle() noexcept;
+    void forget() noexcept;
+    static unsigned strides_within(unsigned block, unsigned slot, unsigned step) noexcept;
+
+    unsigned m_mask;
+    slot_bits m_live;
+    std::array<unsigned, 256> m_walked{};  // on each step without a memory
+    std::array<std::unique_ptr<crowded_step>, 256> m_crowded;
+    bool m_any_crowded = false;
+    std::vector<unsigned> m_freed;  // since the last settlement
+};
+
+}  // namespace kel::detail
