@@ -136,7 +136,7 @@ inline bool buffer_fits(const char *text, std::size_t bytes) noexcept {
 }
 
 inline std::string_view any_view(const char *text) noexcept {
-    return is_text(text) ? std::string_view(text) : std::string_view();
+    return is_text(text) ? std::string_view(text) : std::string_view("", 0);
 }
 std::string_view any_view(const xstring &text) noexcept;
 
@@ -211,7 +211,7 @@ public:
     operator const char *() const noexcept { return Str(); }
     // A null string gives an empty view.
     operator std::string_view() const noexcept {
-        return m_text ? kel::detail::buffer_view(m_text) : std::string_view();
+        return m_text ? kel::detail::buffer_view(m_text) : std::string_view("", 0);
     }
     unsigned GetSize() const noexcept { return static_cast<unsigned>(std::string_view(*this).size() + 1); }
     bool IsNull() const noexcept { return m_text == nullptr; }

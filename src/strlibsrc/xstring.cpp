@@ -33,11 +33,11 @@ char *create(std::size_t size, std::size_t room) {
     return text;
 }
 
-char *buffer_of(std::string_view a, std::string_view b = {}, std::size_t spare = 0) {
+char *buffer_of(std::string_view a, std::string_view b = "", std::size_t spare = 0) {
     std::size_t size = a.size() + b.size();
     char *text = create(size, size + spare);
-    if (!a.empty()) std::memcpy(text, a.data(), a.size());
-    if (!b.empty()) std::memcpy(text + a.size(), b.data(), b.size());
+    std::memcpy(text, a.data(), a.size());
+    std::memcpy(text + a.size(), b.data(), b.size());
     return text;
 }
 

@@ -1,0 +1,487 @@
+// Strings: what they hold, which buffer holds it, and what several threads may do with one buffer.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <optional>
+#include <random>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <unordered_set>
+#include <vector>
+
+#include <kelstdmt/xstring.h>
+
+namespace {
+
+const char *const no_text = nullptr;
+const char *const uninit = kel::uninit_text();
+
+// A text pointer as a plain one: a failing comparison of text pointers would print what they point to.
+const void *at(const char *text) {
+    return text;
+}
+
+// The holder count that C callers find in front of a text.
+unsigned count(const char *text) {
+    std::uint32_t holders;
+    std::memcpy(&holders, text - sizeof holders, sizeof holders);
+    return holders;
+}
+
+// Collects the internal errors of its scope.
+class reports {
+public:
+    reports() {
+        seen().clear();
+        m_before = btkSetAbortHandler([](const char *message, const char *source, int) {
+            seen() += std::string(message ? message : "-") + "|" + source + "\n";
+        });
+    }
+    ~reports() { btkSetAbortHandler(m_before); }
+    std::string take() { return std::exchange(seen(), std::string()); }
+
+private:
+    static std::string &seen() {
+        static std::string text;
+        return text;
+    }
+    btkAbortHandler m_before;
+};
+
+constexpr char null_report[] = "xstring: assignment of 0 is not supported any more.|strlibsrc/xstrlib\n";
+
+TEST(Strings, TellNullFromEmpty) {
+    xstring null, empty("");
+    EXPECT_EQ(at(null), at(xstrNullStr));
+    EXPECT_EQ(at(static_cast<const xstrbase &>(null)), at(xstrNullStr));
+    EXPECT_STREQ(empty, "");
+    for (const char *marker : {xstrNullStr, uninit}) {
+        EXPECT_TRUE(xstring(marker).IsNull());
+        xstring text("text");
+        text = marker;
+        EXPECT_TRUE(text.IsNull());
+        text += marker;
+        EXPECT_TRUE(text.IsNull());
+        EXPECT_STREQ(xstring(marker, 5), "");
+        EXPECT_STREQ(xstring(marker, marker), "");
+        EXPECT_STREQ(xstring("a", marker), "a");
+        EXPECT_STREQ(null + marker, "");
+        EXPECT_STREQ(marker + xstring("b"), "b");
+    }
+    EXPECT_STREQ(xstring(no_text, 5), "");
+    EXPECT_STREQ(xstring("abc", 0U), "");
+    EXPECT_STREQ(xstring("abc", UINT_MAX), "abc");
+    EXPECT_STREQ(xstring(no_text, "b"), "b");
+    EXPECT_STREQ(null + null, "");
+    EXPECT_STREQ(null + no_text, "");
+    EXPECT_STREQ(xstring("x") + null + "y" + xstring("z"), "xyz");
+    EXPECT_EQ(null.GetSize(), 1U);
+    EXPECT_EQ(xstring("abc").GetSize(), 4U);
+    EXPECT_EQ(static_cast<const xstrbase &>(xstring("abc")).GetSize(), 4U);
+    EXPECT_EQ(null.ToInt() + null.ToLong(), 0);
+    EXPECT_EQ(xstring(" -12x").ToInt(), -12);
+    EXPECT_EQ(xstring("2000000000").ToLong(), 2000000000L);
+    EXPECT_EQ(xstring("2.5e3").ToDouble(), 2500.0);
+    EXPECT_TRUE(null.ToLower().IsNull() && null.ToUpper().IsNull());
+    EXPECT_STREQ(xstring("aB1\xC3").ToUpper() + xstring("Ab").ToLower(),
+                 "AB1\xC3"
+                 "ab");
+}
+
+TEST(Strings, ReportANullPointerAndBecomeEmpty) {
+    reports seen;
+    EXPECT_STREQ(xstring(no_text), "");
+    EXPECT_EQ(seen.take(), null_report);
+    xstring text("abc"), other(text);
+    text = no_text;
+    EXPECT_STREQ(text, "");
+    EXPECT_STREQ(other, "abc");
+    other = static_cast<const unsigned short *>(nullptr);
+    EXPECT_STREQ(other, "");
+    xstring set("x");
+    set.Set(static_cast<const unsigned short *>(nullptr));
+    EXPECT_STREQ(set, "");
+    EXPECT_EQ(seen.take(), std::string(null_report) + null_report + null_report);
+    set += no_text;
+    EXPECT_EQ(seen.take(), "");
+
+    struct : xncstr {
+    } bare;
+    EXPECT_EQ(at(bare), nullptr);
+    bare.Sprintf("x");
+    EXPECT_EQ(seen.take(), "-|strlibsrc/xstring\n-|strlibsrc/xstring\n");
+    EXPECT_EQ(bare - no_text, 0);
+    EXPECT_STREQ(bare + "x", "x");
+    EXPECT_EQ(bare.GetSize(), 1U);
+}
+
+TEST(Strings, AreOrderedNullFirstThenNoTextThenBytes) {
+    const char *ordered[] = {xstrNullStr, nullptr, "", "a", "ab", "a\x7F", "a\x80", "b", "\xFF"};
+    auto value = [](const char *text) { return xstring(text ? text : ""); };
+    for (std::size_t i = 0; i < std::size(ordered); ++i)
+        for (std::size_t k = 0; k < std::size(ordered); ++k) {
+            int expected = (i > k) - (i < k);
+            if (i != 1) {  // a string is never "no text"
+                xstring left = value(ordered[i]);
+                EXPECT_EQ(left - ordered[k], expected) << i << " " << k;
+                EXPECT_EQ(ordered[k] - left, -expected) << i << " " << k;
+                EXPECT_EQ(left == ordered[k], expected == 0);
+                EXPECT_EQ(left <=> ordered[k], expected <=> 0);
+                if (k != 1) {
+                    xstring right = value(ordered[k]);
+                    const xstrbase &base = right;
+                    EXPECT_EQ(left - right, expected);
+                    EXPECT_EQ(left - base, expected);
+                    EXPECT_EQ(left == right, expected == 0);
+                    EXPECT_EQ(left <=> right, expected <=> 0);
+                    EXPECT_EQ(left <=> base, expected <=> 0);
+                }
+            }
+        }
+    EXPECT_EQ(xstring() - uninit, 0);
+    std::map<xstring, int> by_text{{xstring("b"), 2}, {xstring(), 0}, {xstring("a"), 1}};
+    int next = 0;
+    for (auto &[key, place] : by_text)
+        EXPECT_EQ(place, next++) << kel::view(key);
+    std::unordered_set<xstring> set{xstring("a"), xstring(), xstring("")};
+    EXPECT_EQ(
+        set.count(xstring("a")) + set.count(xstring()) + set.count(xstring("")) + set.count(xstring("b")),
+        3U);
+    std::ostringstream out;
+    out << xstring("a") << xstring() << static_cast<const xstrbase &>(xstring("b"))
+        << kel::view(xstring("c"));
+    EXPECT_EQ(out.str(), "abc");
+}
+
+// Buffers --------------------------------------------------------------------------------------
+
+TEST(Buffers, AreSharedByCopiesAndMovedWithoutACount) {
+    xstring first("text"), copy(first);
+    EXPECT_EQ(at(copy), at(first));
+    EXPECT_EQ(count(first), 2U);
+    const char *text = first;
+    xstring moved(std::move(first));
+    EXPECT_EQ(at(moved), at(text));
+    EXPECT_TRUE(first.IsNull());  // NOLINT: a moved-from string is null
+    xstring target("old");
+    target = std::move(moved);
+    EXPECT_EQ(at(target), at(text));
+    EXPECT_EQ(count(text), 2U);
+    xstring &same = target;
+    target = std::move(same);
+    EXPECT_STREQ(target, "text");
+    target = xstring();
+    EXPECT_EQ(count(copy), 1U);
+}
+
+TEST(Buffers, AreHeldByCCallers) {
+    for (const char *marker : {no_text, xstrNullStr, uninit}) {
+        EXPECT_EQ(at(xstrcreate_c(marker)), at(marker));
+        EXPECT_EQ(at(xstrlock_c(marker)), at(marker));
+        xstrunlock_c(marker);
+        EXPECT_TRUE(xstring::Adopt(const_cast<char *>(marker)).IsNull());
+    }
+    char *text = xstrcreate_c("some text");
+    EXPECT_EQ(count(text), 1U);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(text) % 4, 0U);
+    EXPECT_EQ(at(xstrlock_c(text)), at(text));
+    xstrunlock_c(text);
+    // The creator may still write; whoever reads afterwards sees the text as it is then.
+    text[4] = 0;
+    {
+        xstring string = xstring::Adopt(xstrlock_c(text));
+        EXPECT_EQ(at(string), at(text));
+        EXPECT_EQ(std::string_view(string), "some");
+        EXPECT_EQ(string.GetSize(), 5U);
+        EXPECT_EQ(string + "!", "some!");
+        EXPECT_EQ(string, xstring("some"));
+        string += "thing";
+        EXPECT_STREQ(string, "something");
+        EXPECT_STREQ(text, "some");
+    }
+    EXPECT_EQ(count(text), 1U);
+    std::memcpy(text - 4, "\0\0\0\0", 4);
+    xstrunlock_c(text);  // zero already: freed, says the leak check
+    EXPECT_STREQ(xstring::FromBytes("ab\0cd", 5), "ab");
+    EXPECT_EQ(std::string_view(xstring::FromBytes("abcd", 3)), "abc");
+}
+
+// A string beside what it must hold and be.
+struct pair {
+    xstring string;
+    std::optional<std::string> model;
+
+    explicit pair(const char *text) : string(text), model(text) {}
+    pair(const pair &) = default;
+};
+
+class RandomStrings : public testing::Test {
+protected:
+    static constexpr unsigned strings = 6;
+
+    std::string text() {
+        std::string result(random() % 40, ' ');
+        for (char &c : result)
+            c = static_cast<char>('a' + random() % 3);
+        return result;
+    }
+    // The holders of the buffer behind a string, counted from outside.
+    unsigned sharers(const xstring &string) const {
+        unsigned same = 0;
+        for (auto &other : all)
+            same += other->string.Str() == string.Str();
+        return same;
+    }
+    // Whether a text of that length goes into the present buffer.
+    bool kept(const pair &target, std::size_t length) const {
+        if (!target.model || sharers(target.string) > 1) return false;
+        std::size_t present = target.model->size();
+        return length <= present && length + 10 >= present;
+    }
+    // One assignment; the buffer must be kept or changed as told.
+    void assign(pair &target, const char *from, std::optional<std::string> expected) {
+        bool stays = expected && kept(target, expected->size());
+        const char *before = target.string;
+        target.string = from;
+        target.model = std::move(expected);
+        check(target, before, stays);
+    }
+    void assign(pair &target, const pair &from) {
+        bool stays = target.model == from.model || (from.model && kept(target, from.model->size()));
+        const char *before = target.string;
+        target.string = from.string;
+        target.model = from.model;
+        check(target, before, stays);
+    }
+    void check(const pair &target, const char *before, bool stays) {
+        if (target.model) {
+            EXPECT_EQ(target.string.Str() == before, stays)
+                << "after assigning " << *target.model << " in round " << round;
+        }
+    }
+    void step() {
+        pair &target = *all[random() % strings], &other = *all[random() % strings];
+        std::string fresh = text();
+        switch (random() % 12) {
+            case 0:
+            case 1:
+                return assign(target, fresh.c_str(), fresh);
+            case 2:
+            case 3:
+                return assign(target, other);
+            case 4:  // a tail of the own text
+                if (target.model) {
+                    std::size_t from = random() % (target.model->size() + 1);
+                    return assign(target, target.string.Str() + from, target.model->substr(from));
+                }
+                return;
+            case 5:
+                return assign(target, xstrNullStr, std::nullopt);
+            case 6:  // a copy shares
+                if (&target != &other) {
+                    auto &slot =
+                        all[static_cast<std::size_t>(&target == all[0].get() ? 0 : index_of(target))];
+                    slot = std::make_unique<pair>(other);
+                }
+                return;
+            case 7:
+                target.string += other.string;
+                if (other.model) target.model = target.model.value_or("") + *other.model;
+                return;
+            case 8:
+                target.string += fresh.c_str();
+                target.model = target.model.value_or("") + fresh;
+                return;
+            case 9:
+                target.string = other.string + target.string + fresh.c_str();
+                target.model = other.model.value_or("") + target.model.value_or("") + fresh;
+                return;
+            case 10: {
+                unsigned from = static_cast<unsigned>(random() % 50),
+                         to = static_cast<unsigned>(random() % 50);
+                std::string whole = other.model.value_or("");
+                target.string = other.string(from, to);
+                target.model =
+                    from < to && from < whole.size() ? whole.substr(from, to - from) : std::string();
+                return;
+            }
+            default:
+                if (target.model) {
+                    target.string.Sprintf("%s<%s>", target.string.Str(), fresh.c_str());
+                    target.model = *target.model + "<" + fresh + ">";
+                }
+                if (target.model && target.model->size() > 300) assign(target, "", "");
+                return;
+        }
+    }
+    int index_of(const pair &which) const {
+        for (unsigned i = 0; i < strings; ++i)
+            if (all[i].get() == &which) return static_cast<int>(i);
+        return -1;
+    }
+
+    std::mt19937 random{7};
+    std::vector<std::unique_ptr<pair>> all;
+    int round = 0;
+};
+
+TEST_F(RandomStrings, BehaveAsTheirModelAndKeepTheirBuffersByTheRule) {
+    for (unsigned i = 0; i < strings; ++i)
+        all.push_back(std::make_unique<pair>("start"));
+    for (round = 0; round < 30000 && !HasFailure(); ++round) {
+        step();
+        for (auto &one : all) {
+            ASSERT_EQ(one->string.IsNull(), !one->model) << "round " << round;
+            if (!one->model) continue;
+            ASSERT_STREQ(one->string, one->model->c_str()) << "round " << round;
+            ASSERT_EQ(std::string_view(one->string).size(), one->model->size()) << "round " << round;
+            ASSERT_EQ(count(one->string), sharers(one->string)) << "round " << round;
+            if (one->model->size() > 500) assign(*one, "short", "short");
+        }
+    }
+}
+
+TEST(Buffers, KeepASharedTextFromEveryChange) {
+    const std::string before = "twenty bytes of text";
+    auto keeps = [&](auto change) {
+        xstring held(before.c_str()), changed(held);
+        change(changed);
+        EXPECT_STREQ(held, before.c_str());
+        EXPECT_EQ(count(held), 1U);
+    };
+    keeps([](xstring &s) { s = "another text as long"; });
+    keeps([](xstring &s) { s = xstring("another text as long").Str(); });
+    keeps([](xstring &s) { s += "!"; });
+    keeps([](xstring &s) { s = s.Str() + 1; });
+    keeps([](xstring &s) { s.Sprintf("%s", "another text as long"); });
+    keeps([](xstring &s) { s = reinterpret_cast<const unsigned short *>(u"another text as long"); });
+    keeps([](xstring &s) {
+        std::istringstream in("another text as long");
+        s.Set(in);
+    });
+    xstring held(before.c_str()), same(held), equal(before.c_str());
+    same = equal;
+    EXPECT_EQ(at(same), at(held)) << "an equal text changes nothing, whoever shares the buffer";
+    same = before.c_str();
+    EXPECT_NE(at(same), at(held)) << "a plain text is always written anew beside other holders";
+}
+
+TEST(Buffers, GrowInPortionsUnderAppending) {
+    xstring text("");
+    std::string model;
+    unsigned moves = 0;
+    for (int i = 0; i < 100000; ++i) {
+        const char *before = text;
+        text += "ab";
+        model += "ab";
+        moves += text.Str() != before;
+    }
+    EXPECT_STREQ(text, model.c_str());
+    EXPECT_LT(moves, 40U);
+    text += text;
+    text += text.Str() + 1;
+    model += model;
+    model += model.substr(1);
+    EXPECT_STREQ(text, model.c_str());
+}
+
+TEST(Buffers, MayBeSharedByThreads) {
+    const std::string original = "a text that several threads copy and drop";
+    xstring shared(original.c_str());
+    const char *text = shared;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([copy = shared, &original, t] {
+            for (int i = 0; i < 5000; ++i) {
+                xstring mine(copy), other(mine);
+                other = xstring(std::to_string(i).c_str());
+                mine = other;
+                mine += copy;
+                EXPECT_EQ(mine.ToInt(), i);
+                xstrunlock_c(xstrlock_c(copy));
+                xstring last(copy);
+                last = t % 2 ? original.c_str() : "short";
+            }
+            EXPECT_STREQ(copy, original.c_str());
+        });
+    shared = "gone";
+    for (auto &thread : threads)
+        thread.join();
+    threads.clear();
+    EXPECT_NE(at(shared), at(text));
+}
+
+// The last holder writes in place what the others have just read.
+TEST(Buffers, AreWrittenOnlyWhenTheOtherHoldersAreGone) {
+    for (int round = 0; round < 500; ++round) {
+        xstring mine("0123456789");
+        std::thread reader([copy = mine]() mutable {
+            EXPECT_STREQ(copy, "0123456789");
+            copy = xstrNullStr;
+        });
+        mine = "9876543210";
+        reader.join();
+        EXPECT_STREQ(mine, "9876543210");
+    }
+}
+
+// Formatting and streams -----------------------------------------------------------------------
+
+TEST(Formatting, IsThatOfPrintfUpToTheLimit) {
+    reports seen;
+    xstring text("old");
+    text.Sprintf("%s-%05.1f-%c", text.Str(), 2.25, 'x');
+    EXPECT_STREQ(text, "old-002.2-x");
+    for (std::size_t length : {999U, 1000U, 1001U, 65535U, 65536U}) {
+        std::string long_text(length, 'y');
+        text.Sprintf("%s", long_text.c_str());
+        EXPECT_EQ(std::string_view(text), long_text) << length;
+    }
+    EXPECT_EQ(seen.take(), "");
+    for (std::size_t length : {65537U, 1000000U}) {
+        text.Sprintf("%s", std::string(length, 'z').c_str());
+        EXPECT_EQ(std::string_view(text), std::string(65536, 'z'));
+        EXPECT_EQ(seen.take(), "xncstr::Sprintf: the text is too long and is cut|strlibsrc/xstring\n");
+    }
+    text.Sprintf("%ls", L"\x20ac");  // which the locale C does not have
+    EXPECT_EQ(seen.take(), "xncstr::Sprintf: the text cannot be formatted|strlibsrc/xstring\n");
+    EXPECT_STREQ(text, "");
+
+    xstring &result = xstring::MkSprintf("%d", 5);
+    EXPECT_EQ(&xstring::MkSprintf("%s%s", result.Str(), result.Str()), &result);
+    EXPECT_STREQ(result, "55");
+}
+
+TEST(Streams, GiveTextUpToTheirEndOrADelimiter) {
+    std::istringstream lines("one\n\nthree");
+    xstring text;
+    text.Get(lines);
+    EXPECT_STREQ(text, "one");
+    text.Get(lines);
+    EXPECT_STREQ(text, "one");
+    text.Get(lines, 'r');
+    EXPECT_STREQ(text, "oneth");
+    text.Get(lines);
+    EXPECT_STREQ(text, "onethee");
+    text.Get(lines);
+    EXPECT_STREQ(text, "onethee") << "the end of the stream leaves a text alone";
+    xstring null;
+    null.Get(lines);
+    EXPECT_STREQ(null, "") << "and turns null into the empty text";
+    std::istringstream zero(std::string("before\0behind", 13));
+    text.Set(zero);
+    EXPECT_STREQ(text, "before");
+    text.Set(zero);
+    EXPECT_STREQ(text, "behind");
+    std::string large(200000, 'x');
+    std::istringstream much(large);
+    text.Get(much);
+    EXPECT_EQ(std::string_view(text), "behind" + large);
+}
+
+}  // namespace
