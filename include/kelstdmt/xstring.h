@@ -67,11 +67,23 @@ public:
 
     // As vsprintf. A text beyond FormatLimit characters is reported and cut there.
     void Sprintf(const char *format, ...) __attribute__((format(printf, 2, 3)));
-    void Sprintf(const char *format, std::va_list arguments) __attribute__((format(printf, 2, 0)));
+#if defined(__i386__)
+    // Here a std::va_list is a plain char *, so a variable of that type is taken for one; an array, a
+    // literal and a const char * are not.
+    template <std::same_as<char *> List>
+    void Sprintf(const char *format, List &arguments) {
+        Format(format, arguments);
+    }
+#else
+    void Sprintf(const char *format, std::va_list arguments) __attribute__((format(printf, 2, 0))) {
+        Format(format, arguments);
+    }
+#endif
     static constexpr std::size_t FormatLimit = 65536;
 
 private:
     virtual void OnSet(const char *text);
+    void Format(const char *format, std::va_list arguments) __attribute__((format(printf, 2, 0)));
 };
 
 // The text pointers of counted buffers, for C callers: a copy (count 1), one holder more, one less. The
@@ -142,8 +154,9 @@ std::string_view any_view(const xstring &text) noexcept;
 
 // What can stand beside a string in an operation that knows the string's length.
 template <class T>
-concept text_operand = std::same_as<T, xstring> ||
-    (std::convertible_to<const T &, const char *> && !std::derived_from<T, xstrbase>);
+concept text_pointer = std::convertible_to<const T &, const char *> && !std::derived_from<T, xstrbase>;
+template <class T>
+concept text_operand = std::same_as<T, xstring> || text_pointer<T>;
 
 }  // namespace kel::detail
 
@@ -199,8 +212,8 @@ public:
     friend xstring operator+(xstring &&a, const B &b) {
         return std::move(a.Append(kel::detail::any_view(b)));
     }
-    template <kel::detail::text_operand A>
-    requires(!std::same_as<A, xstring>) friend xstring operator+(const A &a, const xstring &b) {
+    template <kel::detail::text_pointer A>
+    friend xstring operator+(const A &a, const xstring &b) {
         return Join(kel::detail::any_view(a), b);
     }
 

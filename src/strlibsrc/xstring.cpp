@@ -222,7 +222,7 @@ const char *formatted(char (&array)[brief_text], std::string &heap, const char *
 
 }  // namespace
 
-void xncstr::Sprintf(const char *format, std::va_list arguments) {
+void xncstr::Format(const char *format, std::va_list arguments) {
     char array[brief_text];
     std::string heap;
     OnSet(formatted(array, heap, format, arguments));
@@ -231,7 +231,7 @@ void xncstr::Sprintf(const char *format, std::va_list arguments) {
 void xncstr::Sprintf(const char *format, ...) {
     std::va_list arguments;
     va_start(arguments, format);
-    Sprintf(format, arguments);
+    Format(format, arguments);
     va_end(arguments);
 }
 

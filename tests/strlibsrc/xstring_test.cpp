@@ -432,11 +432,23 @@ TEST(Buffers, AreWrittenOnlyWhenTheOtherHoldersAreGone) {
 
 // Formatting and streams -----------------------------------------------------------------------
 
+void by_list(xncstr &target, const char *format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    target.Sprintf(format, arguments);
+    va_end(arguments);
+}
+
 TEST(Formatting, IsThatOfPrintfUpToTheLimit) {
     reports seen;
     xstring text("old");
     text.Sprintf("%s-%05.1f-%c", text.Str(), 2.25, 'x');
     EXPECT_STREQ(text, "old-002.2-x");
+    by_list(text, "%d+%s", 3, "four");
+    EXPECT_STREQ(text, "3+four");
+    char array[] = "array";
+    text.Sprintf("%s", array);  // an array or a literal is no argument list, whatever that is here
+    EXPECT_STREQ(text, "array");
     for (std::size_t length : {999U, 1000U, 1001U, 65535U, 65536U}) {
         std::string long_text(length, 'y');
         text.Sprintf("%s", long_text.c_str());
