@@ -179,13 +179,14 @@ TYPED_TEST(Contents, AtRandom) {
         std::vector<T> model;
         std::size_t capacity = 0;
         const std::size_t step = control.step ? control.step : 256;
-        for (int round = 0; round < 3000; ++round) {
+        for (int round = 0; round < 1500; ++round) {
             auto below = [&](std::size_t limit) { return static_cast<unsigned>(random() % limit); };
-            const unsigned at = below(model.size() + 2), to = below(model.size() + 2), number = below(100);
+            const unsigned at = below(model.size() + 2), number = below(100),
+                           to = number < 95 ? at + number % 7 : below(model.size() + 2);
             auto grow = [&](std::size_t wanted) {
                 if (wanted > model.size()) model.resize(wanted);
             };
-            switch (below(model.size() > 300 ? 9 : 7)) {
+            switch (below(model.size() > 200 ? 9 : 7)) {
                 case 0:
                     grow(at + 1);
                     model[at] = made<T>(number);
