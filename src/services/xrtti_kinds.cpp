@@ -53,12 +53,18 @@ namespace kel::detail {
 
 std::uint64_t name_key(const char *name) noexcept {
     if (!is_text(name)) return 0;
-    std::size_t length = std::strlen(name);
-    std::uint64_t head = 0, tail = 0;
-    std::size_t part = length < sizeof head ? length : sizeof head;
-    std::memcpy(&head, name, part);
-    std::memcpy(&tail, name + length - part, part);
-    return (head ^ std::rotl(tail, 31)) + length;
+    const std::size_t length = std::strlen(name);
+    // Words of a fixed size, which may overlap: a copy of so many bytes would cost a call.
+    auto ends = [&]<class Word>(Word word) {
+        std::memcpy(&word, name, sizeof word);
+        const std::uint64_t head = word;
+        std::memcpy(&word, name + length - sizeof word, sizeof word);
+        return (head ^ std::rotl(std::uint64_t{word}, 31)) + length;
+    };
+    if (length >= sizeof(std::uint64_t)) return ends(std::uint64_t{});
+    if (length >= sizeof(std::uint32_t)) return ends(std::uint32_t{});
+    if (length >= sizeof(std::uint16_t)) return ends(std::uint16_t{});
+    return length == 0 ? 0 : ends(std::uint8_t{});
 }
 
 }  // namespace kel::detail
