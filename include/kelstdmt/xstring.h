@@ -264,8 +264,9 @@ private:
     xstring &AppendNew(std::string_view text);
 
     xstring &Overwrite(std::string_view text) noexcept {
+        const bool resized = kel::detail::head(m_text).size != text.size();
         std::memmove(m_text, text.data(), text.size());
-        return SetSize(text.size());
+        return resized ? SetSize(text.size()) : *this;
     }
     xstring &Append(std::string_view text) {
         if (m_text && kel::detail::count_load(kel::detail::holders(m_text)) <= 1) {
