@@ -41,7 +41,7 @@ namespace {
 template <class T>
 class List : public kel::sequence_of<T> {
 public:
-    decltype(auto) at(int index) { return this->get(index); }
+    const T &at(int index) const { return (*this)[index]; }
 };
 
 class Table {

@@ -21,6 +21,24 @@
 #include <kelstdmt/xobject.h>
 #include <kelstdmt/xtypes.h>
 
+class xstring;
+class xany;
+
+namespace kel {
+// Whether an object may be carried to another place by its bytes alone, in place of a move to there and a
+// destruction here: nothing points at it, and it points at nothing within itself.
+template <class T>
+inline constexpr bool relocatable = std::is_trivially_copyable_v<T>;
+template <>
+inline constexpr bool relocatable<xstring> = true;
+template <>
+inline constexpr bool relocatable<xany> = true;
+template <class T>
+inline constexpr bool relocatable<xrchandle<T>> = true;
+template <class T>
+inline constexpr bool relocatable<xrcunihandle<T>> = true;
+}  // namespace kel
+
 // How a sequence grows: by the step, in bytes (0: 256); with exact set, every change of size trims the
 // capacity to the size rounded up to the step, and a capacity given up is memory given back.
 struct xseqcontrol {
@@ -119,6 +137,12 @@ public:
             kel::detail::throw_sequence_index(this, index);
         return data()[index];
     }
+    // The same element in place, until the sequence next changes.
+    const T &operator[](int index) const {
+        if (!has(index)) [[unlikely]]
+            kel::detail::throw_sequence_index(const_cast<xtbsequence *>(this), index);
+        return data()[index];
+    }
     // Beyond the end the sequence grows; elements on the way have their default value (0, null, a nil
     // string). A negative index is kelXNegativeIndex.
     void set(int index, T value) {
@@ -194,6 +218,13 @@ protected:
     void *OnResize(unsigned capacity) override {
         if (capacity <= m_room && !this->m_exact) return this->m_buffer;
         std::size_t room = kel::detail::sequence_room<T>(m_room, capacity, this->m_exact);
+        if constexpr (kel::relocatable<T>) {
+            if (room >= m_room) {
+                void *block = kel::detail::sequence_memory(this->m_buffer, room);
+                m_room = room;
+                return block;
+            }
+        }
         struct memory {
             T *block;
             ~memory() { kel::detail::sequence_free(block); }
