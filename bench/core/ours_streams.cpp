@@ -14,7 +14,9 @@ struct Format {
     using Text = xstring;
     using TextBack = xstring;
     static xstring make(const std::string &text) { return xstring(text.c_str()); }
-    static bool same(const xstring &text, const std::string &wanted) { return wanted == std::string_view(text); }
+    static bool same(const xstring &text, const std::string &wanted) {
+        return wanted == std::string_view(text);
+    }
 
     class Writer {
     public:
