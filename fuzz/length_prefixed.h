@@ -50,7 +50,7 @@ private:
         const Decoded length = number(4, 0xFFFFFFFF);
         if (length.code != ioSuccess) return {length.code};
         if (length.bits >> 31) return {ioFormatError};
-        const std::string bytes = m_data.substr(m_at, length.bits);
+        const std::string bytes = m_data.substr(m_at, static_cast<std::size_t>(length.bits));
         m_at += bytes.size();
         if (bytes.size() < length.bits) return {ioEndOfFile};
         return {ioSuccess, 77, bytes.c_str()};
