@@ -173,7 +173,6 @@ void report(const caught &error) {
     std::ostringstream text;
     text << "kelstdmt: uncaught exception: " << error.description() << '\n' << error << '\n';
     std::string bytes = std::move(text).str();
-    std::fflush(stdout);
     std::fwrite(bytes.data(), 1, bytes.size(), stderr);
 }
 

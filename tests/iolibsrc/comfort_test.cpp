@@ -330,6 +330,7 @@ TEST(Headers, HashesAndOrdersAgreeWithEquality) {
     EXPECT_EQ(values[xany("1")], 2);
     EXPECT_EQ(std::hash<xany>()(xany(0.0)), std::hash<xany>()(xany(-0.0))) << "they are equal";
 
+    EXPECT_TRUE(point == xrchandle<Point>(point) && (point <=> xrchandle<Point>(point)) == 0);
     std::unordered_set<xrchandle<Point>> handles{point, point};
     EXPECT_EQ(handles.size(), 1U);
 }
