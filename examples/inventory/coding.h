@@ -25,9 +25,5 @@ void WriteInventory(ioStream &stream, Inventory &inventory, Progress &progress);
 // where it makes no sense. `into` is empty at first; what was read before a failure is there.
 void ReadInventory(ioStream &stream, Inventory &into, Progress &progress);
 
-// What WriteInventory would write on a stream with this encoding.
-struct Extent {
-    long long values = 0;
-    long long bytes = 0;
-};
-Extent Measure(ioSerializer *encoding, Inventory &inventory);
+// The bytes that WriteInventory would write on a stream with this encoding.
+long long SizeOf(ioSerializer *encoding, Inventory &inventory);

@@ -12,7 +12,7 @@
 class Lines {
 public:
     static constexpr std::size_t LongestLine = std::size_t{16} << 20;  // bytes
-    static constexpr std::size_t LargestFile = std::size_t{256} << 20;
+    static constexpr std::size_t LargestFile = std::size_t{64} << 20;
 
     explicit Lines(const char *path);
 

@@ -76,19 +76,18 @@ void CheckOutput() {
 
 // False when the file could not be read.
 template <class Read>
-bool ReadFile(Read read, const char *path, Inventory &into, const char *what) {
+bool ReadFile(Read read, const char *path, Inventory &into, const std::string &unit) {
     try {
         ReadCounts counts = read(path, into);
-        std::cout << "  " << WithSeparators(counts.taken) << ' ' << what << " from " << path;
-        if (counts.skipped > 0)
-            std::cout << " (" << WithSeparators(counts.skipped) << " malformed lines skipped)";
+        std::cout << "  " << Counted(counts.taken, unit) << " from " << path;
+        if (counts.skipped > 0) std::cout << " (" << Counted(counts.skipped, "malformed line") << " skipped)";
         std::cout << '\n';
         return true;
     } catch (xthrowable *thrown) {
         kel::caught error(thrown);
         auto *file = error.as<XFile>();
         if (!file) error.rethrow();
-        Complain(std::string("cannot read ") + what + " from \"" + std::string(file->getPath()) + "\": " +
+        Complain("cannot read " + unit + "s from \"" + std::string(file->getPath()) + "\": " +
                  std::string(file->getReason()) + " Name a file in the form of /etc/passwd or /etc/group.");
         return false;
     }
@@ -97,9 +96,8 @@ bool ReadFile(Read read, const char *path, Inventory &into, const char *what) {
 // True when all came back equal.
 bool Conclude(const std::vector<Journey> &journeys, Inventory &inventory, const Options &options) {
     std::cout << "\n3. All of it through every stream, in every encoding\n\n"
-              << "Each row: " << WithSeparators(inventory.Accounts.getarraysize()) << " accounts and "
-              << WithSeparators(inventory.Groups.getcount())
-              << " groups are written to a stream, read back into "
+              << "Each row: " << Counted(inventory.Accounts.getarraysize(), "account") << " and "
+              << Counted(inventory.Groups.getcount(), "group") << " are written to a stream, read back into "
               << "new objects and\ncompared with the old ones value by value.\n\n";
     PrintTable(std::cout, journeys);
     auto equal = std::count_if(journeys.begin(), journeys.end(),
@@ -129,8 +127,8 @@ int Run(const Options &options) {
     CheckOutput();
     DataFolder folder = options.keep ? DataFolder(options.keep) : DataFolder();
     xrchandle<Inventory> inventory(kel::construct<Inventory>());
-    bool read = ReadFile(ReadAccounts, options.passwd, *inventory, "accounts");
-    read = ReadFile(ReadGroups, options.group, *inventory, "groups") && read;
+    bool read = ReadFile(ReadAccounts, options.passwd, *inventory, "account");
+    read = ReadFile(ReadGroups, options.group, *inventory, "group") && read;
     if (inventory->Accounts.getarraysize() == 0 && inventory->Groups.getcount() == 0) {
         Complain("there is no account and no group to go on with");
         return something_failed;

@@ -33,7 +33,7 @@ xrchandle<Account> Shown(Inventory &inventory) {
 void ShowCutFile(std::ostream &out, Inventory &inventory, const DataFolder &folder) {
     xrchandle<Inventory> found(kel::construct<Inventory>());
     try {
-        std::unique_ptr<ioFileStream> file = folder.Create("cut");
+        std::unique_ptr<ioFileStream> file = folder.CreateUnnamed();
         WriteFile(*file, ioSerializer::getXDR(), inventory);
         int size = file->TellSize();
         out << "\nA file in XDR, cut from " << WithSeparators(size) << " to " << WithSeparators(size / 2)

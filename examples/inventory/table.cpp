@@ -11,6 +11,10 @@ std::string WithSeparators(long long number) {
     return text;
 }
 
+std::string Counted(long long number, std::string unit) {
+    return WithSeparators(number) + ' ' + unit + (number == 1 ? "" : "s");
+}
+
 std::string Duration(double seconds) {
     struct Unit {
         double size;

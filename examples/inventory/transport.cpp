@@ -43,7 +43,8 @@ void ByFile(Inventory &sent, Inventory &received, const Encoding &encoding, cons
     journey.read_seconds = reading.Seconds();
 }
 
-void ByText(Inventory &sent, Inventory &received, const Encoding &encoding, Journey &journey) {
+void ByText(Inventory &sent, Inventory &received, const Encoding &encoding, const DataFolder &,
+            Journey &journey) {
     std::unique_ptr<ioStringStream> text(ioStringStream::Create());
     text->setSerializer(encoding.serializer());
     Progress progress(std::string("to memory and back in ") + encoding.name);
@@ -98,7 +99,8 @@ private:
     std::thread m_thread;
 };
 
-void ByPipe(Inventory &sent, Inventory &received, const Encoding &encoding, Journey &journey) {
+void ByPipe(Inventory &sent, Inventory &received, const Encoding &encoding, const DataFolder &,
+            Journey &journey) {
     std::unique_ptr<ioPipe> pipe(ioPipe::Create());
     if (!pipe) XFile::Throw("a pipe", LastError());
     ioPipeStream &input = *kel_pipe_access::ReadStream(*pipe);
@@ -117,15 +119,21 @@ void ByPipe(Inventory &sent, Inventory &received, const Encoding &encoding, Jour
     journey.write_seconds = writer.Finish();
 }
 
-template <class Go>
-Journey Make(const char *stream, const Encoding &encoding, Inventory &sent, Go go) {
+struct Kind {
+    const char *name;
+    void (*go)(Inventory &sent, Inventory &received, const Encoding &, const DataFolder &, Journey &);
+};
+constexpr Kind kinds[] = {{"file", &ByFile}, {"pipe", &ByPipe}, {"string", &ByText}};
+
+Journey Go(const Kind &kind, const Encoding &encoding, Inventory &sent, const DataFolder &folder,
+           long long bytes) {
     Journey journey;
-    journey.stream = stream;
+    journey.stream = kind.name;
     journey.encoding = encoding.name;
+    journey.bytes = bytes;
     try {
-        journey.bytes = Measure(encoding.serializer(), sent).bytes;
         xrchandle<Inventory> received(kel::construct<Inventory>());
-        go(*received, journey);
+        kind.go(sent, *received, encoding, folder, journey);
         Comparison comparison = Compare(&sent, received);
         journey.compared = comparison.values;
         journey.difference = comparison.difference;
@@ -141,30 +149,34 @@ DataFolder::DataFolder(std::filesystem::path keep) : m_keep(std::move(keep)) {
     std::error_code error;
     std::filesystem::create_directories(m_keep, error);
     if (!std::filesystem::is_directory(m_keep))
-        XFile::Throw(m_keep.c_str(), error ? error.message().c_str() : "it is not a folder");
+        XFile::Throw(m_keep.c_str(), error ? error.message().c_str() : "It is no folder.");
 }
 
 std::unique_ptr<ioFileStream> DataFolder::Create(const std::string &ending) const {
-    std::unique_ptr<ioFileStream> file;
-    if (Keeps()) {
-        std::filesystem::path path = m_keep / ("inventory." + ending);
-        file.reset(ioFileStream::Create(path.c_str(), ioReadWrite, true));
-        if (!file) XFile::Throw(path.c_str(), LastError());
-        file->Truncate(0);
-        return file;
-    }
+    if (m_keep.empty()) return CreateUnnamed();
+    std::filesystem::path path = m_keep / ("inventory." + ending);
+    std::error_code ignored;
+    if (std::filesystem::is_fifo(path, ignored))
+        XFile::Throw(path.c_str(), "It is a pipe and keeps nothing.");
+    std::unique_ptr<ioFileStream> file(ioFileStream::Create(path.c_str(), ioReadWrite, true));
+    if (!file) XFile::Throw(path.c_str(), LastError());
+    file->Truncate(0);
+    return file;
+}
+
+std::unique_ptr<ioFileStream> DataFolder::CreateUnnamed() const {
     std::error_code error;
-    std::filesystem::path path = std::filesystem::temp_directory_path(error);
+    std::filesystem::path path = m_keep.empty() ? std::filesystem::temp_directory_path(error) : m_keep;
     if (error) {
         const char *folder = std::getenv("TMPDIR");
         XFile::Throw(folder ? folder : "/tmp",
                      "It is no folder for temporary files. TMPDIR may name another.");
     }
-    path /= "inventory-" + std::to_string(btkRandomSeed()) + '.' + ending;
-    file.reset(ioFileStream::Create(path.c_str(), ioReadWrite, false));
+    path /= ".inventory-" + std::to_string(btkRandomSeed());
+    std::unique_ptr<ioFileStream> file(ioFileStream::Create(path.c_str(), ioReadWrite, false));
     if (!file)
         XFile::Throw(path.c_str(), (std::string(LastError()) + " TMPDIR may name another folder.").c_str());
-    std::filesystem::remove(path);
+    std::filesystem::remove(path, error);
     return file;
 }
 
@@ -183,18 +195,12 @@ void WriteFile(ioFileStream &file, ioSerializer *encoding, Inventory &inventory)
 
 std::vector<Journey> Travel(Inventory &sent, const DataFolder &folder) {
     std::vector<Journey> journeys;
-    for (const Encoding &encoding : encodings)
-        journeys.push_back(Make("file", encoding, sent, [&](Inventory &received, Journey &journey) {
-            ByFile(sent, received, encoding, folder, journey);
-        }));
-    for (const Encoding &encoding : encodings)
-        journeys.push_back(Make("pipe", encoding, sent, [&](Inventory &received, Journey &journey) {
-            ByPipe(sent, received, encoding, journey);
-        }));
-    for (const Encoding &encoding : encodings)
-        journeys.push_back(Make("string", encoding, sent, [&](Inventory &received, Journey &journey) {
-            ByText(sent, received, encoding, journey);
-        }));
+    std::array<long long, encodings.size()> bytes;
+    for (std::size_t i = 0; i < encodings.size(); ++i)
+        bytes[i] = SizeOf(encodings[i].serializer(), sent);
+    for (const Kind &kind : kinds)
+        for (std::size_t i = 0; i < encodings.size(); ++i)
+            journeys.push_back(Go(kind, encodings[i], sent, folder, bytes[i]));
     return journeys;
 }
 

@@ -30,16 +30,18 @@ struct Journey {
     std::string difference;  // empty: all that was sent came back
 };
 
-// Where the files lie. Without a folder of the user's own they are in the temporary folder, and their names
-// are gone as soon as they are open, so that nothing is left behind whatever happens.
+// Where the files lie: in a folder of the user's own, which is made if it does not exist, or in the one for
+// temporary files. Everything throws XFile.
 class DataFolder {
 public:
     DataFolder() = default;
     explicit DataFolder(std::filesystem::path keep);
 
-    bool Keeps() const noexcept { return !m_keep.empty(); }
-    // A new or emptied file "inventory.ENDING" for reading and writing. Throws XFile.
+    // For reading and writing: "inventory.ENDING", new or emptied, in the user's folder. Without one, a file
+    // without a name.
     std::unique_ptr<ioFileStream> Create(const std::string &ending) const;
+    // A file whose name is gone as soon as it is open, so that nothing is left behind whatever happens.
+    std::unique_ptr<ioFileStream> CreateUnnamed() const;
 
 private:
     std::filesystem::path m_keep;

@@ -56,18 +56,15 @@ public:
     void Text(const char *value) override {
         Count(m_stream->SizeOf(m_text ? Quote(value, m_quoted) : value));
     }
-    Extent Total() const { return m_total; }
+    long long Bytes() const { return m_bytes; }
 
 private:
-    void Count(int bytes) {
-        ++m_total.values;
-        m_total.bytes += bytes + (m_text ? 1 : 0);
-    }
+    void Count(int bytes) { m_bytes += bytes + (m_text ? 1 : 0); }
 
     std::unique_ptr<ioStream> m_stream;
     const bool m_text;
     std::string m_quoted;
-    Extent m_total;
+    long long m_bytes = 0;
 };
 
 void WriteObject(Sink &sink, xobject *object);
@@ -150,8 +147,8 @@ void WriteInventory(ioStream &stream, Inventory &inventory, Progress &progress) 
     WriteAll(sink, inventory);
 }
 
-Extent Measure(ioSerializer *encoding, Inventory &inventory) {
+long long SizeOf(ioSerializer *encoding, Inventory &inventory) {
     CountingSink sink(encoding);
     WriteAll(sink, inventory);
-    return sink.Total();
+    return sink.Bytes();
 }

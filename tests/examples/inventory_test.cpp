@@ -19,6 +19,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool sanitized = true;
+#else
+constexpr bool sanitized = false;
+#endif
+
 const char *const program = KELSTDMT_BINARY_DIR "/examples/inventory";
 
 struct Outcome {
@@ -236,6 +242,12 @@ TEST_F(inventory_test, SaysSoWhenNothingCanBeWritten) {
     EXPECT_SAYS(outcome.err, std::string(folder / "full/inventory.binary") + ": ");
     EXPECT_SAYS(outcome.out, "8 of 9 came back equal");
 
+    fs::create_directory(folder / "fifo");
+    ASSERT_EQ(mkfifo((folder / "fifo/inventory.xdr").c_str(), 0600), 0);
+    outcome = Run("--keep " + std::string(folder / "fifo") + ' ' + files);
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_SAYS(outcome.err, std::string(folder / "fifo/inventory.xdr") + ": It is a pipe");
+
     outcome = Run(files, "TMPDIR=" + std::string(folder / "none"));
     EXPECT_EQ(outcome.code, 1);
     EXPECT_SAYS(outcome.err, "TMPDIR");
@@ -249,6 +261,48 @@ TEST_F(inventory_test, SaysSoWhenNothingCanBeWritten) {
     outcome = Run(files + " | head -n 1");
     EXPECT_EQ(std::count(outcome.out.begin(), outcome.out.end(), '\n'), 1) << outcome.out;
     EXPECT_EQ(outcome.err, "");
+}
+
+// Names as machines make them: they share their first and last letters.
+struct ManyAccounts {
+    std::string passwd, group;
+    explicit ManyAccounts(int count) : group("all:x:1:") {
+        for (int i = 0; i < count; ++i) {
+            std::string number = std::to_string(i), name = "account" + number;
+            passwd += name + ":x:" + number + ":1:Account " + number + ":/home/" + name + ":/bin/sh\n";
+            group += name + ',';
+        }
+        group += '\n';
+        for (int i = 0; i < count; i += 10)
+            group += "group" + std::to_string(i) + ":x:" + std::to_string(i + 2) + ":account" +
+                     std::to_string(i) + '\n';
+    }
+};
+
+TEST_F(inventory_test, CarriesManyAccountsInTime) {
+    constexpr int count = sanitized ? 10000 : 200000;
+    ManyAccounts many(count);
+    Outcome outcome = RunOn(many.passwd, many.group);
+    EXPECT_EQ(outcome.code, 0) << outcome.err;
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_SAYS(outcome.out, std::to_string(count / 1000) + ",000 accounts from ");
+    EXPECT_SAYS(outcome.out, "9 of 9 came back equal");
+}
+
+TEST_F(inventory_test, EndsInAnErrorWithoutMemory) {
+    if (sanitized) GTEST_SKIP() << "a sanitizer needs the address space";
+    ManyAccounts many(30000);
+    std::string files = Write("passwd", many.passwd) + ' ' + Write("group", many.group);
+    bool refused = false;
+    for (int megabytes : {8, 12, 20, 32, 50}) {
+        Outcome outcome = Run(files, "ulimit -v " + std::to_string(megabytes * 1024) + ';');
+        if (outcome.code == 126 || outcome.code == 127) continue;  // too little to start at all
+        EXPECT_TRUE(outcome.code == 0 || outcome.code == 1) << megabytes << " MB: " << outcome.code;
+        if (outcome.code == 0) continue;
+        EXPECT_SAYS(outcome.err, "memory");
+        refused = true;
+    }
+    EXPECT_TRUE(refused) << "no limit was low enough to be met";
 }
 
 }  // namespace
