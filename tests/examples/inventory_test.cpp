@@ -280,7 +280,7 @@ struct ManyAccounts {
 };
 
 TEST_F(inventory_test, CarriesManyAccountsInTime) {
-    constexpr int count = sanitized ? 10000 : 200000;
+    constexpr int count = sanitized ? 5000 : 200000;
     ManyAccounts many(count);
     Outcome outcome = RunOn(many.passwd, many.group);
     EXPECT_EQ(outcome.code, 0) << outcome.err;
