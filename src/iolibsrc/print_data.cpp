@@ -5,8 +5,19 @@
 
 const int printIndentSameLine = -1;
 
+namespace {
+
+// Most prints are of few values.
+constexpr dsXACtrl small_steps{false, 8};
+
+}  // namespace
+
 printData::printData(int indent, xbool quote, int depth, xbool recursive) noexcept
-    : m_Indent(indent), m_QuoteString(quote), m_Depth(depth), m_IsRecursive(recursive) {}
+    : m_Indent(indent),
+      m_QuoteString(quote),
+      m_Depth(depth),
+      m_IsRecursive(recursive),
+      m_printed(&small_steps) {}
 
 printData::~printData() = default;
 
