@@ -44,6 +44,10 @@ void ShowCutFile(std::ostream &out, Inventory &inventory, const DataFolder &fold
         ReadInventory(*file, *found, progress);
     } catch (xthrowable *thrown) {
         kel::caught error(thrown);
+        if (auto *file = error.as<XFile>()) {
+            out << "\n(There is no file to cut: " << file->getPath() << ": " << file->getReason() << ")\n";
+            return;
+        }
         if (!error.is<ioXStream>()) error.rethrow();
         out << error << '\n';
     }

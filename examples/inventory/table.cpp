@@ -22,6 +22,7 @@ std::string Duration(double seconds) {
     };
     static constexpr Unit units[] = {{1, "s"}, {1e-3, "ms"}, {1e-6, "us"}};
     const Unit *unit = units;
+    if (seconds <= 0) return "-";
     while (unit != std::end(units) - 1 && seconds < unit->size)
         ++unit;
     double amount = seconds / unit->size;
@@ -41,5 +42,8 @@ void PrintTable(std::ostream &out, const std::vector<Journey> &journeys) {
     row("------", "--------", "-----", "----------", "-------", "---------");
     for (const Journey &journey : journeys)
         row(journey.stream, journey.encoding, WithSeparators(journey.bytes), Duration(journey.write_seconds),
-            Duration(journey.read_seconds), journey.difference.empty() ? "equal" : "NOT EQUAL");
+            Duration(journey.read_seconds),
+            journey.difference.empty() ? "equal"
+            : journey.compared         ? "DIFFERENT"
+                                       : "failed");
 }

@@ -251,6 +251,7 @@ TEST_F(inventory_test, SaysSoWhenNothingCanBeWritten) {
     outcome = Run(files, "TMPDIR=" + std::string(folder / "none"));
     EXPECT_EQ(outcome.code, 1);
     EXPECT_SAYS(outcome.err, "TMPDIR");
+    EXPECT_SAYS(outcome.out, "6 of 9 came back equal");
 
     for (const char *closed : {" >/dev/full", " >&-"}) {
         outcome = Run(files + closed);
