@@ -221,8 +221,16 @@ inline constexpr bool optional_elements = true;
         return kel::detail::build_enum(place, NAME, names, std::size(names)); \
     }
 
+// Mistakes in a class body, told before anything else trips over them.
+#define KEL_CHECK_CLASS(T)                                                           \
+    static_assert(kel::detail::has_class_macro<T>(),                                 \
+                  "kelstdmt: the body of " #T " lacks KEL_CLASS(" #T ", its base)"); \
+    static_assert(kel::detail::has_right_base<T>(),                                  \
+                  "kelstdmt: KEL_CLASS of " #T " names a class that is no base");
+
 // ... is the counting flag and the rows.
 #define KEL_DEFINE_STRUCT(T, NAME, ...)                                                                   \
+    KEL_CHECK_CLASS(T)                                                                                    \
     xrttistruct *xrtti_get_p_##T() {                                                                      \
         static constinit kel::detail::glue place;                                                         \
         static constexpr auto type = kel::detail::declare(__VA_ARGS__);                                   \
@@ -236,6 +244,7 @@ inline constexpr bool optional_elements = true;
 #define KEL_DEFINE_EXCEPTION(T, NAME, FLAG) KEL_DEFINE_STRUCT(T, NAME, FLAG, T::kel_fields())
 
 #define KEL_DEFINE_UNION(T, NAME, ...)                                                                   \
+    KEL_CHECK_CLASS(T)                                                                                   \
     xrttiunion *xrtti_get_p_##T() {                                                                      \
         static constinit kel::detail::glue place;                                                        \
         static constexpr auto type = kel::detail::declare(__VA_ARGS__);                                  \
@@ -247,6 +256,7 @@ inline constexpr bool optional_elements = true;
     KEL_DEFINE_CLASS(T)
 
 #define KEL_DEFINE_ARRAY(T, NAME, FLAG, ...)                                                    \
+    KEL_CHECK_CLASS(T)                                                                          \
     xrttiarray *xrtti_get_p_##T() {                                                             \
         static constinit kel::detail::glue place;                                               \
         static constexpr auto type = __VA_ARGS__;                                               \
@@ -263,6 +273,7 @@ inline constexpr bool optional_elements = true;
     KEL_DEFINE_CONTAINER(T, NAME, xrttidictionary, dictionary, __VA_ARGS__, false)
 
 #define KEL_DEFINE_CONTAINER(T, NAME, KIND, WORD, FLAG, OPTIONAL, ...)             \
+    KEL_CHECK_CLASS(T)                                                             \
     KIND *xrtti_get_p_##T() {                                                      \
         static constinit kel::detail::glue place;                                  \
         if (auto *ready = place.get<KIND>()) return ready;                         \

@@ -17,6 +17,10 @@
 #include <kelstdmt/xrtti.h>
 #include <kelstdmt/xstring.h>
 
+#define KEL_FIELD_TYPES                                                                                 \
+    "a field or element is an int, bool, xbool, double, xstring, const char *, xany, a declared enum, " \
+    "an optional of these, or a pointer, handle or xauto of a declared class"
+
 namespace kel {
 
 // Whether releases decide the life of a type's objects.
@@ -88,10 +92,7 @@ constexpr bool is_field_type() {
 template <class T>
 xrtti *describe() {
     using V = std::remove_cvref_t<T>;
-    static_assert(
-        is_field_type<V>(),
-        "kelstdmt: this type has no descriptor; a field is an int, bool, xbool, double, xstring, xany, "
-        "a declared enum, an optional of these, or a pointer, handle or xauto of a declared class");
+    static_assert(is_field_type<V>(), "kelstdmt: this type has no descriptor; " KEL_FIELD_TYPES);
     if constexpr (std::same_as<V, bool> || std::same_as<V, xbool>) {
         return get_xrttibool();
     } else if constexpr (std::same_as<V, int>) {
@@ -204,11 +205,24 @@ concept has_own_descriptor = requires {
     typename T::kel_self;
 };
 
+// Whether KEL_CLASS stands in the class itself, and names one of its bases.
+template <class T>
+constexpr bool has_class_macro() {
+    if constexpr (has_own_descriptor<T>)
+        return std::same_as<T, typename T::kel_self>;
+    else
+        return false;
+}
+template <class T>
+constexpr bool has_right_base() {
+    if constexpr (has_class_macro<T>())
+        return std::derived_from<T, typename T::kel_base>;
+    else
+        return true;
+}
+
 template <class T>
 void *downcast(T *self, const xrtticlass *wanted) {
-    static_assert(std::same_as<T, typename T::kel_self>, "kelstdmt: the class body lacks KEL_CLASS");
-    static_assert(std::derived_from<T, typename T::kel_base>,
-                  "kelstdmt: KEL_CLASS names a class that is no base");
     if (wanted == T::getclassrtti()) return self;
     if constexpr (has_own_descriptor<typename T::kel_base>) {
         return downcast<typename T::kel_base>(self, wanted);
@@ -254,7 +268,7 @@ template <auto Member>
 constexpr field_decl field(const char *name) {
     using traits = detail::member_traits<decltype(Member)>;
     static_assert(detail::is_field_type<typename traits::type>(),
-                  "kelstdmt: the type of this field has no descriptor; see kel::detail::describe");
+                  "kelstdmt: the type of this field has no descriptor; " KEL_FIELD_TYPES);
     return {name, false, &detail::describe<typename traits::type>, &traits::template get<Member>};
 }
 
