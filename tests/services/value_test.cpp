@@ -209,7 +209,7 @@ TEST(Value, TextsAreSharedAndComparedByContent) {
     EXPECT_EQ(value.getstring().Str(), original.Str());
     original = "changed";
     EXPECT_STREQ(static_cast<xrstring>(value), "shared");
-    value = value;
+    value = *&value;
     value = copy;
     EXPECT_STREQ(static_cast<xrstring>(value), "shared");
 }
