@@ -130,9 +130,12 @@ private:
     void require(xbool kind, void (*fail)(const char *));
     void check_value(const xany &value);
     void check_index(int index, int count, void (*fail)(const char *, int));
+    xany field_of(int index, xany self);  // of an object whose own descriptor this is
+    xany field_of(const char *name, xany self);
 
     friend class xany;
     friend class kel::detail::printer;
+    friend class xobject;
 
 public:
     virtual ~brtti();

@@ -250,12 +250,12 @@ xstring xobject::getfieldname(int index) {
 xany xobject::getfield(int index) {
     xrtticlass *type = requirertti();
     fresh_guard guard(this, type);
-    return type->getfield(index, this);
+    return type->field_of(index, this);
 }
 xany xobject::lookupfield(const char *name) {
     xrtticlass *type = requirertti();
     fresh_guard guard(this, type);
-    return type->lookupfield(name, this);
+    return type->field_of(name, this);
 }
 bool xobject::hasfield(const char *name) {
     return requirertti()->hasfield(name);

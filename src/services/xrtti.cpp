@@ -131,10 +131,21 @@ xany brtti::getfield(int index, xany value) {
     return GiveField(index, std::move(value));
 }
 
+xany brtti::field_of(int index, xany self) {
+    require(GiveIsStruct(), kelXNotStructType::Throw);
+    check_index(index, GiveNFields(), kelXInvalidFieldIndex::Throw);
+    return GiveField(index, std::move(self));
+}
+
 xany brtti::lookupfield(const char *name, xany value) {
     require(GiveIsStruct(), kelXNotStructType::Throw);
     check_value(value);
     return GiveFieldByName(name, std::move(value));
+}
+
+xany brtti::field_of(const char *name, xany self) {
+    require(GiveIsStruct(), kelXNotStructType::Throw);
+    return GiveFieldByName(name, std::move(self));
 }
 
 bool brtti::hasfield(const char *name) {
