@@ -69,7 +69,7 @@ template <class T>
 struct is_xauto<xauto<T>> : std::true_type {};
 
 template <class T>
-concept declared_enum = std::is_enum_v<T> && requires(T value) {
+concept declared_enum = std::is_enum_v<T> && sizeof(T) <= sizeof(xint) && requires(T value) {
     { kel_descriptor(value) } -> std::convertible_to<xrtti *>;
 };
 
@@ -300,20 +300,21 @@ constexpr field_decl optional_field(const char *name) {
 
 // First in a class body. Base is the class that it derives from: xobject, or another declared class.
 // What follows is private until an access specifier says otherwise.
-#define KEL_CLASS(T, Base)                                \
-public:                                                   \
-    using kel_self = T;                                   \
-    using kel_base = Base;                                \
-    static xrtticlass *getclassrtti();                    \
-    [[maybe_unused]] static T *cast(xobject *object);     \
-    void *dyndowncast(const xrtticlass *wanted) override; \
-                                                          \
-private:                                                  \
-    xrtticlass *givertti() override;
+#define KEL_CLASS(T, Base)                                                 \
+public:                                                                    \
+    using kel_self = T;                                                    \
+    using kel_base = Base;                                                 \
+    [[maybe_unused]] static xrtticlass *getclassrtti();                    \
+    [[maybe_unused]] static T *cast(xobject *object);                      \
+    [[maybe_unused]] void *dyndowncast(const xrtticlass *wanted) override; \
+                                                                           \
+private:                                                                   \
+    [[maybe_unused]] xrtticlass *givertti() override;
 
-// Lists of (type, Name) pairs: KEL_EACH applies a macro to every pair.
+// Lists of up to 80 (type, Name) pairs: KEL_EACH applies a macro to every pair.
 #define KEL_PARENS ()
-#define KEL_EXPAND(...) KEL_EXPAND2(KEL_EXPAND2(KEL_EXPAND2(KEL_EXPAND2(__VA_ARGS__))))
+#define KEL_EXPAND(...) KEL_EXPAND3(KEL_EXPAND3(KEL_EXPAND3(KEL_EXPAND3(__VA_ARGS__))))
+#define KEL_EXPAND3(...) KEL_EXPAND2(KEL_EXPAND2(KEL_EXPAND2(KEL_EXPAND2(__VA_ARGS__))))
 #define KEL_EXPAND2(...) KEL_EXPAND1(KEL_EXPAND1(KEL_EXPAND1(KEL_EXPAND1(__VA_ARGS__))))
 #define KEL_EXPAND1(...) __VA_ARGS__
 #define KEL_EACH(MACRO, ...) __VA_OPT__(KEL_EXPAND(KEL_EACH_STEP(MACRO, __VA_ARGS__)))

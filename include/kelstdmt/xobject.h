@@ -187,6 +187,8 @@ namespace kel {
 // system makes its objects.
 template <class T, class Build>
 T *construct_with(Build build) {
+    static_assert(alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__,
+                  "kelstdmt: the memory manager knows no larger alignment");
     struct storage {
         void *block = operator new(sizeof(T), pDefMemMgr);
         ~storage() {

@@ -261,6 +261,27 @@ TEST(Deletion, RunsOnceAndOndeleteComesFirst) {
     EXPECT_EQ(Counted::living, 0);
 }
 
+KEL_DECLARE_STRUCT(Reluctant)
+class Reluctant : public xobject {
+    KEL_CLASS(Reluctant, xobject)
+public:
+    bool refuses = true;
+
+private:
+    void ondelete() override {
+        if (std::exchange(refuses, false)) kelhThrowNotInitialized();
+    }
+};
+KEL_DEFINE_STRUCT(Reluctant, "object::Reluctant", kel::counted)
+
+TEST(Deletion, IsCalledOffByAnExceptionOfOndelete) {
+    auto *object = kel::construct<Reluctant>();
+    thrown_by<kelXNotInitialized>([&] { xrcrelease(object); });
+    EXPECT_EQ(count_of(object), 1);
+    // The lock is free again.
+    std::thread([object] { xrcrelease(object); }).join();
+}
+
 TEST(Deletion, AChildIsDeadWhenTheReleaseOfItsParentReturns) {
     events.clear();
     xrchandle<Selfish> parent(kel::construct<Selfish>("p"));
