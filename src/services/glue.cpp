@@ -136,6 +136,8 @@ xrttienum *build_enum(glue &place, const char *name, const char *const *names, s
     if (auto *known = work.find<xrttienum>(place)) return known;
     auto *descriptor = work.begin<xrttienum>(place);
     record &parts = work.parts();
+    parts.names.reserve(count);  // a copy has its owner at once
+    parts.namelist.reserve(count);
     for (std::size_t i = 0; i < count; ++i) {
         parts.names.emplace_back(Strnew__(names[i]), [](char *text) { operator delete(text); });
         parts.namelist.push_back(parts.names.back().get());

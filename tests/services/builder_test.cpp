@@ -2,7 +2,26 @@
 #include "observing.h"
 
 #include <atomic>
+#include <cstdlib>
+#include <new>
 #include <thread>
+
+namespace {
+// When it reaches 0, memory is refused once.
+thread_local int until_refused = -1;
+}  // namespace
+
+__attribute__((noinline)) void *operator new(std::size_t bytes) {
+    if (until_refused >= 0 && until_refused-- == 0) throw std::bad_alloc();
+    if (void *block = std::malloc(bytes ? bytes : 1)) return block;
+    throw std::bad_alloc();
+}
+__attribute__((noinline)) void operator delete(void *block) noexcept {
+    std::free(block);
+}
+__attribute__((noinline)) void operator delete(void *block, std::size_t) noexcept {
+    std::free(block);
+}
 
 namespace {
 
@@ -46,6 +65,46 @@ TEST(Builders, AreSafeFromSeveralThreadsAtOnce) {
         });
     for (auto &thread : threads)
         thread.join();
+}
+
+KEL_DECLARE_STRUCT(testOuter)
+KEL_DECLARE_STRUCT(testInner)
+enum testState : int { testIdle, testBusy };
+KEL_DECLARE_ENUM(testState)
+class testInner : public xobject {
+    KEL_CLASS(testInner, xobject)
+public:
+    static testOuter *getOuter() { return nullptr; }
+    static testState getState() { return testBusy; }
+};
+class testOuter : public testInner {
+    KEL_CLASS(testOuter, testInner)
+public:
+    static testInner *getInner() { return nullptr; }
+};
+KEL_DEFINE_ENUM(testState, "test::State", "testIdle", "testBusy")
+KEL_DEFINE_STRUCT(testInner, "test::Inner", kel::counted, kel::field<&testInner::getOuter>("Outer"),
+                  kel::field<&testInner::getState>("State"))
+KEL_DEFINE_STRUCT(testOuter, "test::Outer", kel::counted, kel::field<&testOuter::getInner>("Inner"))
+
+// Without memory at any one moment a build takes back all that it began, and the next one succeeds.
+TEST(Builders, SurviveTheLackOfMemory) {
+    int failures = 0;
+    xrttistruct *type = nullptr;
+    for (; type == nullptr; ++failures) {
+        until_refused = failures;
+        try {
+            type = xrtti_get_p_testOuter();
+        } catch (const std::bad_alloc &) {
+        }
+        until_refused = -1;
+    }
+    EXPECT_GT(failures, 10);
+    EXPECT_EQ(text(type->getname()), "test::Outer");
+    EXPECT_EQ(type->getparenttype(0), xrtti_get_p_testInner());
+    EXPECT_EQ(type->getfieldtype(0), xrtti_get_p_testInner());
+    EXPECT_EQ(xrtti_get_p_testInner()->getfieldtype(0), type);
+    EXPECT_EQ(text(xrtti_get_p_testInner()->getfieldtype(1)->getenumvaluebyindex(1)), "testBusy");
 }
 
 }  // namespace
