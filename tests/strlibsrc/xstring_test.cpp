@@ -265,7 +265,8 @@ protected:
         }
     }
     void step() {
-        pair &target = *all[random() % strings], &other = *all[random() % strings];
+        std::size_t which = random() % strings;
+        pair &target = *all[which], &other = *all[random() % strings];
         std::string fresh = text();
         switch (random() % 12) {
             case 0:
@@ -283,11 +284,7 @@ protected:
             case 5:
                 return assign(target, xstrNullStr, std::nullopt);
             case 6:  // a copy shares
-                if (&target != &other) {
-                    auto &slot =
-                        all[static_cast<std::size_t>(&target == all[0].get() ? 0 : index_of(target))];
-                    slot = std::make_unique<pair>(other);
-                }
+                all[which] = std::make_unique<pair>(pair(other));
                 return;
             case 7:
                 target.string += other.string;
@@ -319,12 +316,6 @@ protected:
                 return;
         }
     }
-    int index_of(const pair &which) const {
-        for (unsigned i = 0; i < strings; ++i)
-            if (all[i].get() == &which) return static_cast<int>(i);
-        return -1;
-    }
-
     std::mt19937 random{7};
     std::vector<std::unique_ptr<pair>> all;
     int round = 0;
