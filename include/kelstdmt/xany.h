@@ -11,6 +11,7 @@
 #pragma once
 
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <iosfwd>
@@ -34,6 +35,7 @@ public:
         m_payload.boolean = value;
     }
     xany(xreal value) noexcept : m_kind(kind_of(value, Real)) { m_payload.real = value; }
+    xany(std::nullptr_t) noexcept : m_kind(Nil) {}
     // A copy of the text; a null pointer is taken for the nil marker.
     xany(const char *text);
     // Shares the string's buffer; a null string gives nil.
@@ -59,6 +61,11 @@ public:
     xany &operator=(const xany &other);
     xany &operator=(xany &&other);
     xany &operator=(xobject *object);
+    // Exactly int, so that a literal 0 is no null pointer.
+    template <std::same_as<xint> I>
+    xany &operator=(I value) {
+        return *this = xany(value);
+    }
 
     Kind getkind() const noexcept { return m_kind; }
     bool isuninit() const noexcept { return m_kind == Uninit; }
@@ -77,6 +84,12 @@ public:
     // Same kind and same value. Objects are compared by identity, texts by content.
     bool operator==(const xany &other) const noexcept;
     bool operator==(const char *text) const noexcept;
+    template <class Scalar>
+    requires(std::same_as<Scalar, xint> || std::same_as<Scalar, bool> || std::same_as<Scalar, xreal> ||
+             std::same_as<Scalar, std::nullptr_t>) bool
+    operator==(Scalar value) const noexcept {
+        return *this == xany(value);
+    }
 
     // Uninit and nil convert to the target's markers. Any other kind that does not fit is reported
     // ("Can not convert xany to ...") and gives the uninit marker.

@@ -39,11 +39,6 @@ bool brtti::issameas(brtti *type) {
 
 namespace {
 
-// The only parent, or null where there is none or a choice.
-brtti *only_parent(brtti *type) {
-    return type->isstruct() && type->getnparents() == 1 ? type->getparenttype(0) : nullptr;
-}
-
 constexpr int usual_line = 32;
 
 // Depth first over the parents, each descriptor once, so that neither a parent that is reached on many ways
@@ -66,11 +61,19 @@ bool has_ancestor(brtti *at, brtti *type) {
 
 bool brtti::iskindof(brtti *type) {
     if (type == nullptr) return false;
-    // Nearly always the very descriptor is found in a short line of single parents.
-    int steps = 0;
-    for (brtti *at = this; at && steps < usual_line; at = only_parent(at), ++steps)
+    // Nearly always parents form a short line of one each: the very descriptor is looked for first, which
+    // costs no look at a name.
+    brtti *at = this;
+    int line = 0;
+    for (int parents = 1; at && parents == 1 && line < usual_line; ++line) {
         if (at == type) return true;
-    return issameas(type) || has_ancestor(this, type);
+        parents = at->GiveIsStruct() ? at->GiveNParents() : 0;
+        at = parents > 0 ? at->GiveParentType(0) : nullptr;
+    }
+    if (at) return issameas(type) || has_ancestor(this, type);
+    for (at = this; !at->issameas(type); at = at->GiveParentType(0))
+        if (--line == 0) return false;
+    return true;
 }
 
 // Enums ----------------------------------------------------------------------------------------

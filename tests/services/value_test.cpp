@@ -96,6 +96,15 @@ TEST(Value, KindsFollowTheConstructor) {
     EXPECT_EQ(xany(1, xrtti_get_p_Colour()).getkind(), xany::Enum);
     EXPECT_EQ(xany(7, xrtti_get_p_Colour()).getkind(), xany::Enum);
     static_assert(!std::is_convertible_v<void *, xany> && !std::is_convertible_v<int *, xany>);
+    EXPECT_EQ(xany(nullptr).getkind(), xany::Nil);
+    // A literal 0 is a number, wherever it stands.
+    xany zero;
+    zero = 0;
+    EXPECT_EQ(zero.getkind(), xany::Int);
+    EXPECT_TRUE(zero == 0 && 0 == zero && zero != 1 && !(zero == false) && !(zero == 0.0));
+    EXPECT_TRUE(xany(true) == true && xany(1.5) == 1.5 && !(xany() == 0) && !(xany(kel::nil_int) == 0));
+    zero = nullptr;
+    EXPECT_TRUE(zero.isnil() && zero == nullptr);
     // A neighbour of a marker is an ordinary real, and not-a-number is one too.
     EXPECT_EQ(xany(1e126).getkind(), xany::Real);
     EXPECT_EQ(xany(std::nan("")).getkind(), xany::Real);
