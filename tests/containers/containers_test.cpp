@@ -55,7 +55,6 @@ public:
         EXPECT_TRUE(alive().count(this));
         return *m_value;
     }
-    friend bool operator<(const tracked &a, const tracked &b) { return *a.m_value < *b.m_value; }
 
     static std::size_t living() { return alive().size(); }
     static inline long assignments = 0;
@@ -340,7 +339,7 @@ void scalars_like_set(Next next, std::vector<T> &&order) {
         auto place = model.lower_bound(key);
         ASSERT_EQ(set.FindIndex(key, index), place != model.end() && *place == key);
         if (i < 50) {
-            ASSERT_EQ(index, std::distance(model.begin(), place));
+            ASSERT_EQ(index, static_cast<unsigned>(std::distance(model.begin(), place)));
         }
     }
     dsScalarSet<T> moved(std::move(set));
