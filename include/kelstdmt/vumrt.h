@@ -113,6 +113,13 @@ private:
 // 64 bits that nobody outside the process can foresee, from the system: seeds for hashes and names.
 KELSTDMT_API std::uint64_t btkRandomSeed() noexcept;
 
+// The machine ----------------------------------------------------------------------------------
+
+// What the program runs on, as the system names it: such as "x86_64" and "Linux". A 32-bit program on a
+// 64-bit system is told the system's own type. Never null; they live as long as the process.
+KELSTDMT_API const char *btkMachineType() noexcept;
+KELSTDMT_API const char *btkOSType() noexcept;
+
 // Last error -----------------------------------------------------------------------------------
 
 // Each thread has a last error: the reason why a call of the runtime that reports failure by its

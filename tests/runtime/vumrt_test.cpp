@@ -5,6 +5,7 @@
 #include <climits>
 #include <clocale>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <random>
@@ -200,6 +201,21 @@ TEST(Environment, TellsEmptyFromMissing) {
     EXPECT_STREQ(value.Str(), "v");
     EXPECT_FALSE(Getenv("KELSTDMT_NOT", value));
     EXPECT_TRUE(value.StrEmpty());
+}
+
+std::string answer_of(const char *command) {
+    std::string text;
+    std::FILE *pipe = ::popen(command, "r");
+    if (!pipe) return "no shell";
+    for (int c; (c = std::fgetc(pipe)) != EOF && c != '\n';)
+        text += static_cast<char>(c);
+    ::pclose(pipe);
+    return text;
+}
+
+TEST(Machine, IsNamedAsTheSystemNamesIt) {
+    EXPECT_EQ(btkMachineType(), answer_of("uname -m"));
+    EXPECT_EQ(btkOSType(), answer_of("uname -s"));
 }
 
 }  // namespace

@@ -1,10 +1,13 @@
 #include "runtime/posix/system.h"
 
 #include <sys/random.h>
+#include <sys/utsname.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
+
+#include <kelstdmt/vumrt.h>
 
 namespace kel::system {
 
@@ -32,3 +35,26 @@ std::uint64_t random_bits() noexcept {
 }
 
 }  // namespace kel::system
+
+// The machine ----------------------------------------------------------------------------------
+
+namespace {
+
+// Needs no destructor, so that it can be asked as long as the process lives.
+const utsname &names() noexcept {
+    static const utsname told = [] {
+        utsname empty{};
+        ::uname(&empty);
+        return empty;
+    }();
+    return told;
+}
+
+}  // namespace
+
+const char *btkMachineType() noexcept {
+    return names().machine;
+}
+const char *btkOSType() noexcept {
+    return names().sysname;
+}
