@@ -192,6 +192,11 @@ public:
     void Ignore();
     bool getWouldDataLost();
 
+protected:
+    // The order of the virtual operations is fixed: this one comes first.
+    virtual void OnClose() = 0;
+
+public:
     // The descriptor that a child process may inherit for this stream, owned by the stream; -1 when it has
     // none.
     virtual int GetInheritHandle();
@@ -201,7 +206,6 @@ protected:
     // its OnClose still exists. Mind the order of the flags: write, then read.
     ioStream(ioSerializer *serializer, xstreambuf *buffer, bool canwrite, bool canread);
 
-    virtual void OnClose() = 0;
     virtual void SetTextMode();
     virtual void SetBinaryMode();
 

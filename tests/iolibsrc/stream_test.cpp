@@ -2,6 +2,10 @@
 // word, messages, trials, copying, and what is declared.
 #include "iolibsrc/stream_support.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstring>
 #include <functional>
 #include <random>
 #include <thread>
@@ -229,6 +233,25 @@ TEST(Stream, ANewOneAndWhatItDoesNotOffer) {
 }
 
 // A time-out is the one without limit by its bits; the nearest double to 1e126 is another number.
+// Where a pointer to a virtual member of the class says that it stands.
+template <class Member>
+std::ptrdiff_t slot(Member member) {
+    std::ptrdiff_t place;
+    std::memcpy(&place, &member, sizeof place);
+    return place / static_cast<std::ptrdiff_t>(sizeof(void *));
+}
+
+TEST(Stream, VirtualOperationsInTheirOrder) {
+    struct Slots : Stream {
+        static std::vector<std::ptrdiff_t> of() {
+            return {slot(&Slots::OnClose), slot(&Slots::GetInheritHandle), slot(&Slots::SetTextMode),
+                    slot(&Slots::SetBinaryMode)};
+        }
+    };
+    std::ptrdiff_t first = Slots::of()[0];
+    EXPECT_EQ(Slots::of(), (std::vector{first, first + 1, first + 2, first + 3}));
+}
+
 TEST(Stream, OnlyTheExactTimeOutIsNone) {
     Stream stream;
     stream.buffer->plain.data = std::string("\1\0\0\0\2\0\0\0", 8);
@@ -627,6 +650,40 @@ TEST(CopyStream, AShortWriteIsTheTargetsFailure) {
     memory->WriteBytes("0123456789", 10);
     EXPECT_EQ(failure([&] { CopyStream(&full, memory.get()); }, &full), "I/O error");
     EXPECT_EQ(drain(*memory), "789") << "what was not taken is still there";
+}
+
+class DescriptorStream : public ioStream {
+public:
+    explicit DescriptorStream(xipipebuf *over)
+        : ioStream(ioSerializer::getAscii(), over, false, true), m_over(over) {}
+    ~DescriptorStream() override { Close(); }
+
+private:
+    void OnClose() override { m_over.reset(); }
+    std::unique_ptr<xipipebuf> m_over;
+};
+
+// The end that is typed at a terminal passes: who asks once too often waits for what is typed behind it.
+TEST(CopyStream, EndsAtTheFirstEndOfATerminal) {
+    for (bool as_file : {true, false}) {
+        int keyboard = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+        ASSERT_TRUE(keyboard >= 0 && ::grantpt(keyboard) == 0 && ::unlockpt(keyboard) == 0);
+        const char *path = ::ptsname(keyboard);
+        std::unique_ptr<ioStream> terminal;
+        if (as_file)
+            terminal.reset(ioFileStream::Open(path, ioReadOnly));
+        else
+            terminal = std::make_unique<DescriptorStream>(new xipipebuf(::open(path, O_RDONLY | O_NOCTTY)));
+        std::string keys = "\4a\n\4b\n";
+        ASSERT_EQ(::write(keyboard, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+        std::unique_ptr<ioStringStream> copy(ioStringStream::Create());
+        CopyStream(copy.get(), terminal.get());
+        EXPECT_EQ(text_of(copy->getStr()), "");
+        CopyStream(copy.get(), terminal.get());
+        EXPECT_EQ(text_of(copy->getStr()), "a\n");
+        EXPECT_EQ(text_of(terminal->ReadString()), "b");
+        ::close(keyboard);
+    }
 }
 
 // Declared types -------------------------------------------------------------------------------

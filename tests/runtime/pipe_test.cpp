@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <string>
 #include <thread>
 
@@ -166,6 +167,21 @@ TEST_F(Pipe, BlockingReadsAndWritesOutlastDescriptorsThatDoNotBlock) {
     std::string large(500000, 'n');
     EXPECT_EQ(out->GetStreamBuf()->sputn(large.data(), 500000), 500000);
     reader.join();
+}
+
+// A terminal goes on behind an end that was typed, so an end that cut a block short is told by the next read.
+TEST(Terminal, AnEndIsToldOnce) {
+    int keyboard = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_TRUE(keyboard >= 0 && ::grantpt(keyboard) == 0 && ::unlockpt(keyboard) == 0);
+    xipipebuf in(::open(::ptsname(keyboard), O_RDONLY | O_NOCTTY));
+    std::string keys = "a\n\4b\n";
+    ASSERT_EQ(::write(keyboard, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+    char block[10] = "";
+    EXPECT_EQ(in.GetStreamBuf()->sgetn(block, 10), 2);
+    EXPECT_EQ(in.GetStreamBuf()->sgetn(block, 10), 0);
+    EXPECT_EQ(in.GetStreamBuf()->sgetn(block, 2), 2);
+    EXPECT_EQ(std::string(block), "b\n");
+    ::close(keyboard);
 }
 
 TEST(Text, ReadsAndSeeksAView) {

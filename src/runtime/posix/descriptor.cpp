@@ -118,7 +118,8 @@ void descriptor_buffer::set_size(std::size_t bytes) noexcept {
 
 descriptor_buffer::int_type descriptor_buffer::underflow() {
     if (gptr() < egptr()) return traits_type::to_int_type(*gptr());
-    // The end that a trial met is told once: a terminal goes on after its end, a pipe tells it again.
+    // An end that was met ahead of a reader is told once: a terminal goes on after its end, a pipe tells it
+    // again.
     if (std::exchange(m_end_met, false)) return traits_type::eof();
     if (m_in_size != m_size) {
         m_in.reset();
@@ -126,6 +127,7 @@ descriptor_buffer::int_type descriptor_buffer::underflow() {
         m_in_size = 0;
         m_in = std::make_unique_for_overwrite<char[]>(m_size);
         m_in_size = m_size;
+        setg(m_in.get(), m_in.get(), m_in.get());  // an area that is there and empty tells the end
     }
     std::ptrdiff_t got = system::read_some(m_fd, m_in.get(), m_in_size);
     if (got <= 0) return traits_type::eof();
@@ -150,6 +152,8 @@ std::streamsize descriptor_buffer::xsgetn(char *to, std::streamsize count) {
             break;
         }
     }
+    // Fewer bytes than asked do not tell the end, so the next who reads is told, without asking again.
+    if (done > 0 && done < count) m_end_met = true;
     return done;
 }
 

@@ -62,7 +62,7 @@ private:
     std::uint64_t m_consumed_at_trial = UINT64_MAX;
     int m_fd;
     bool m_through;
-    bool m_end_met = false;  // by a trial; not yet told to a reader
+    bool m_end_met = false;  // not yet told to a reader
 };
 
 }  // namespace kel::detail

@@ -198,14 +198,15 @@ btkFileBuf::int_type btkFileBuf::underflow() {
     Settle();
     if (m_at == m_valid) {
         if (!Drop()) return traits_type::eof();
-        std::streamsize got = Read(m_buffer.get(), m_read_ahead, m_base);
-        if (got <= 0) return traits_type::eof();
-        m_at = 0;
-        m_valid = static_cast<std::size_t>(got);
-        m_read_ahead = std::min(2 * m_read_ahead, buffer_size);
+        if (std::streamsize got = Read(m_buffer.get(), m_read_ahead, m_base); got > 0) {
+            m_at = 0;
+            m_valid = static_cast<std::size_t>(got);
+            m_read_ahead = std::min(2 * m_read_ahead, buffer_size);
+        }
     }
+    // At the end too: an area that is there and empty tells it.
     setg(m_buffer.get(), m_buffer.get() + m_at, m_buffer.get() + m_valid);
-    return traits_type::to_int_type(*gptr());
+    return m_at < m_valid ? traits_type::to_int_type(*gptr()) : traits_type::eof();
 }
 
 std::streamsize btkFileBuf::xsgetn(char *to, std::streamsize count) {
