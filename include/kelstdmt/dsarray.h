@@ -17,6 +17,7 @@
 #include <utility>
 
 #include <kelstdmt/dsiter.h>
+#include <kelstdmt/element.h>
 #include <kelstdmt/vumrt.h>
 
 // How the elements of a container are stored. A class that overrides AllocElems or FreeElems empties the
@@ -69,27 +70,23 @@ protected:
     virtual void CopyElems(const T *from, T *to, unsigned n) {
         if constexpr (!std::is_copy_assignable_v<T>) {
             _Abort("dsDataCollection::CopyElems ()", "containers/dsarray", __LINE__);
-        } else if (to <= from || from + n <= to) {
-            std::copy_n(from, n, to);
         } else {
-            std::copy_backward(from, from + n, to + n);
+            kel::detail::copy_elements(from, to, n);
         }
     }
     // The same from elements that are given up.
     virtual void MoveElems(T *from, T *to, unsigned n) {
         if constexpr (std::is_trivially_copyable_v<T>) {
             CopyElems(from, to, n);
-        } else if (to <= from || from + n <= to) {
-            std::move(from, from + n, to);
         } else {
-            std::move_backward(from, from + n, to + n);
+            kel::detail::move_elements(from, to, n);
         }
     }
     // n elements leave the container: objects get their default value, so that what they hold is released.
     virtual void CleanupElems(T *elements, unsigned n) {
         if constexpr (!std::is_trivially_destructible_v<T>)
             for (T *end = elements + n; elements != end; ++elements)
-                *elements = T();
+                kel::detail::replace_element(*elements, T());
     }
 
 private:

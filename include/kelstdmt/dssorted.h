@@ -30,6 +30,9 @@ struct dsSortedMapEntry {
 
 namespace kel::detail {
 
+template <class K>
+inline constexpr bool empties_before_assignment<dsSortedMapEntry<xany, K>> = true;
+
 template <class T>
 const T &sorted_key(const T &element) {
     return element;

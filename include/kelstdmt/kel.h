@@ -82,9 +82,9 @@ printed_value printed(const T &value, bool single_line = false) {
     if constexpr (detail::printable_object<T>) {
         return {static_cast<xobject *>(const_cast<V *>(std::addressof(value))), single_line};
     } else if constexpr (detail::is_handle<V>::value) {
-        return {static_cast<xobject *>(value.get()), single_line};
+        return {detail::upcast<xobject>(value.get()), single_line};
     } else if constexpr (std::is_pointer_v<V> && !std::same_as<V, const char *>) {
-        return {static_cast<xobject *>(const_cast<std::remove_cv_t<std::remove_pointer_t<V>> *>(value)),
+        return {detail::upcast<xobject>(const_cast<std::remove_cv_t<std::remove_pointer_t<V>> *>(value)),
                 single_line};
     } else if constexpr (detail::printable_text<T>) {
         std::string_view text(value);

@@ -18,6 +18,7 @@
 #include <type_traits>
 #include <utility>
 
+#include <kelstdmt/element.h>
 #include <kelstdmt/export.h>
 #include <kelstdmt/vumrt.h>
 #include <kelstdmt/xobject.h>
@@ -80,6 +81,7 @@ protected:
 
     void BaseFreeAllKeys(unsigned slotsize) noexcept;
     // From the default memory manager, freed with operator delete.
+    static void *AllocateBlock(unsigned bytes) { return AllocateBlock(bytes, 1); }
     static void *AllocateBlock(unsigned slots, std::size_t slotsize);
 
     char *slot(unsigned number, unsigned slotsize) const noexcept {
@@ -212,12 +214,13 @@ protected:
         operator delete(block, pDefMemMgr);
     }
     void OnCopyEntry(void *to, const void *from) override {
-        *static_cast<T *>(to) = *static_cast<const T *>(from);
+        kel::detail::replace_element(*static_cast<T *>(to), *static_cast<const T *>(from));
     }
     void OnMoveEntry(void *to, void *from) override {
         // A move that may throw could not be taken back.
-        if constexpr (std::is_nothrow_move_assignable_v<T> || !std::is_copy_assignable_v<T>)
-            *static_cast<T *>(to) = std::move(*static_cast<T *>(from));
+        if constexpr (kel::detail::empties_before_assignment<T> || std::is_nothrow_move_assignable_v<T> ||
+                      !std::is_copy_assignable_v<T>)
+            kel::detail::replace_element(*static_cast<T *>(to), std::move(*static_cast<T *>(from)));
         else
             *static_cast<T *>(to) = *static_cast<const T *>(from);
     }
@@ -255,7 +258,7 @@ public:
     ~xtcdictionary() override { this->clear(); }
 
 protected:
-    void OnRemoveEntry(void *value) override { *static_cast<T *>(value) = T(); }
+    void OnRemoveEntry(void *value) override { kel::detail::replace_element(*static_cast<T *>(value), T()); }
 };
 
 namespace kel {

@@ -124,9 +124,9 @@ xany to_any(T &&value) {
     } else if constexpr (is_optional<V>::value) {
         return value ? to_any(*value) : xany(nil_int);
     } else if constexpr (std::is_pointer_v<V> && !std::same_as<V, const char *>) {
-        return xany(static_cast<xobject *>(value));
+        return xany(upcast<xobject>(value));
     } else if constexpr (is_handle<V>::value) {
-        return xany(static_cast<xobject *>(value.get()));
+        return xany(upcast<xobject>(value.get()));
     } else if constexpr (is_xauto<V>::value) {
         static_assert(std::is_lvalue_reference_v<T>, "kelstdmt: a field's object must outlive the read");
         return xany(static_cast<xobject *>(&value));

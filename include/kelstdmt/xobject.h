@@ -210,6 +210,18 @@ T *construct(Args &&...args) {
 
 // Handles --------------------------------------------------------------------------------------
 
+namespace kel::detail {
+
+// A pointer as one to a base. The reserved pointers stand for themselves in every class: nothing lies there
+// that would tell where a base is.
+template <class Base, class T>
+Base *upcast(T *object) noexcept {
+    if (is_object(object)) return object;
+    return object == nullptr ? nullptr : reinterpret_cast<Base *>(uninit_object());
+}
+
+}  // namespace kel::detail
+
 // A pointer that owns nothing.
 template <class T>
 class xrcbasehandle {
@@ -237,18 +249,18 @@ class xrchandle : public xrcbasehandle<T> {
 
 public:
     constexpr xrchandle() noexcept = default;
-    xrchandle(T *object) noexcept : base(object) { xrcattach(object); }
+    xrchandle(T *object) noexcept : base(object) { xrcattach(kel::detail::upcast<xobject>(object)); }
     xrchandle(const xrchandle &other) noexcept : xrchandle(other.m_object) {}
     xrchandle(xrchandle &&other) noexcept : base(std::exchange(other.m_object, nullptr)) {}
     template <class U>
     requires std::is_convertible_v<U *, T *> xrchandle(const xrchandle<U> &other)
-    noexcept : xrchandle(static_cast<T *>(other.get())) {}
-    ~xrchandle() { xrcrelease(std::exchange(this->m_object, nullptr)); }
+    noexcept : xrchandle(kel::detail::upcast<T>(other.get())) {}
+    ~xrchandle() { xrcrelease(kel::detail::upcast<xobject>(std::exchange(this->m_object, nullptr))); }
 
     xrchandle &operator=(const xrchandle &other) { return *this = xrchandle(other); }
     xrchandle &operator=(xrchandle &&other) {
         T *old = std::exchange(this->m_object, std::exchange(other.m_object, nullptr));
-        xrcrelease(old);
+        xrcrelease(kel::detail::upcast<xobject>(old));
         return *this;
     }
 
@@ -277,9 +289,9 @@ public:
 
     xrcunihandle &operator=(const xrcunihandle &other) { return *this = xrcunihandle(other); }
     xrcunihandle &operator=(xrcunihandle &&other) {
-        xrcunihandle old(std::move(*this));
-        m_object = std::exchange(other.m_object, nullptr);
-        m_counted = std::exchange(other.m_counted, false);
+        xrcunihandle taken(std::move(other));
+        std::swap(m_object, taken.m_object);
+        std::swap(m_counted, taken.m_counted);
         return *this;
     }
 
@@ -289,7 +301,7 @@ public:
 
 private:
     void attach(T *object) {
-        xrcuniattach(object);
+        xrcuniattach(kel::detail::upcast<xobject>(object));
         m_object = object;
         m_counted = kel::is_object(object) && object->isrefcountable();
     }

@@ -17,6 +17,7 @@
 #include <type_traits>
 #include <utility>
 
+#include <kelstdmt/element.h>
 #include <kelstdmt/export.h>
 #include <kelstdmt/xobject.h>
 #include <kelstdmt/xtypes.h>
@@ -147,7 +148,7 @@ public:
     // string). A negative index is kelXNegativeIndex.
     void set(int index, T value) {
         if (has(index)) [[likely]]
-            data()[index] = std::move(value);
+            kel::detail::replace_element(data()[index], std::move(value));
         else
             BaseCopy(offset(index), sizeof(T), &value);
     }
@@ -248,14 +249,10 @@ protected:
         std::destroy_n(static_cast<T *>(at), bytes / sizeof(T));
     }
     void OnCopy(void *to, const void *from, unsigned bytes) override {
-        std::copy_n(static_cast<const T *>(from), bytes / sizeof(T), static_cast<T *>(to));
+        kel::detail::copy_elements(static_cast<const T *>(from), static_cast<T *>(to), bytes / sizeof(T));
     }
     void OnMove(void *to, void *from, unsigned bytes) override {
-        T *first = static_cast<T *>(from), *last = first + bytes / sizeof(T), *target = static_cast<T *>(to);
-        if (target <= first)
-            std::move(first, last, target);
-        else
-            std::move_backward(first, last, target + (last - first));
+        kel::detail::move_elements(static_cast<T *>(from), static_cast<T *>(to), bytes / sizeof(T));
     }
 
 private:

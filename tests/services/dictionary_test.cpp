@@ -458,6 +458,27 @@ TEST(Values, AreMovedAndGivenBack) {
     EXPECT_EQ(kel::detail::holders(before.Str()), 1U) << "a removed slot holds nothing";
 }
 
+// Values that hold objects refuse assignment; in a table they are replaced and given back all the same.
+TEST(Values, OfAnyTypeAreReplaced) {
+    internal_errors errors;
+    xauto<xobject> held;
+    xrcattach(&held);  // counted, so that every value that holds it shows
+    xtcdictionary<xany> ours;
+    for (int i = 0; i < 100; ++i)
+        ours.set(std::to_string(i).c_str(), &held);
+    EXPECT_EQ(xrcgetcount(&held), 101);
+    for (int i = 0; i < 100; ++i) {
+        if (i % 2 == 0)
+            ours.set(std::to_string(i).c_str(), i);
+        else
+            EXPECT_TRUE(ours.remove(std::to_string(i).c_str()));
+    }
+    EXPECT_EQ(xrcgetcount(&held), 1);
+    xany value;
+    EXPECT_TRUE(ours.find("42", value) && value == xany(42));
+    EXPECT_EQ(errors.take(), "");
+}
+
 // Whatever call throws: either all happened or nothing, and the table goes on.
 template <class T>
 void check_throwing() {

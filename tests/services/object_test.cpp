@@ -183,6 +183,40 @@ TEST(Handles, OwnPointOrShareAsTheySay) {
     static_assert(sizeof(xrchandle<Owned>) == sizeof(void *));
 }
 
+KEL_DECLARE_STRUCT(Virtual)
+class Virtual : public virtual xobject {
+    KEL_CLASS(Virtual, xobject)
+};
+KEL_DEFINE_STRUCT(Virtual, "object::Virtual", kel::counted)
+KEL_SEQUENCE(Virtuals, Virtual *)
+KEL_DEFINE_SEQUENCE(Virtuals, "object::Virtuals", kel::counted)
+
+// Where the base lies can be asked of an object only.
+TEST(Handles, HoldTheReservedPointersOfEveryClass) {
+    auto *uninit = Virtual::cast(kel::uninit_object());
+    xrchandle<Virtual> owner(uninit), copy;
+    copy = owner;
+    xrchandle<xobject> base(copy);
+    xrcunihandle<Virtual> uni(uninit), other(uni);
+    EXPECT_EQ(base.get(), kel::uninit_object());
+    EXPECT_EQ(other.get(), uninit);
+    EXPECT_TRUE(kel::detail::to_any(uni).isuninit() && kel::detail::to_any(xrchandle<Virtual>()).isnil());
+    xrchandle<Virtuals> all(Virtuals::create());
+    all->append(uninit);
+    EXPECT_TRUE(all->getseqelem(0).isuninit());
+}
+
+TEST(Handles, MovedToThemselvesKeepTheirObject) {
+    xrchandle<Counted> owner(new Counted);
+    xrcunihandle<Counted> uni(owner);
+    auto &same_owner = owner;
+    auto &same_uni = uni;
+    owner = std::move(same_owner);
+    uni = std::move(same_uni);
+    EXPECT_EQ(uni.get(), owner.get());
+    EXPECT_EQ(count_of(owner), 2);
+}
+
 TEST(Handles, AnXautoMayBeHandedOutAgainAndAgain) {
     xauto<Counted> object;
     for (int round = 0; round < 3; ++round) {

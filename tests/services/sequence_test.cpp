@@ -352,6 +352,29 @@ TEST(Sequence, TakesBackWhatCouldNotBeCopied) {
 }
 
 // An engine whose memory runs out.
+// Values that hold objects refuse assignment; in a sequence they are replaced and moved all the same.
+TEST(Sequence, ReplacesValuesOfAnyType) {
+    internal_errors errors;
+    xauto<xobject> held;
+    xrcattach(&held);  // counted, so that every value that holds it shows
+    xtcsequence<xany> ours;
+    for (int i = 0; i < 6; ++i)
+        ours.append(&held);
+    ours.insert(1, 1);
+    ours.insertseq(2, ours);
+    ours.set(0, 0);
+    EXPECT_EQ(xrcgetcount(&held), 12);
+    ours.removerange(1, 4);
+    EXPECT_EQ(xrcgetcount(&held), 11);
+    ours.set(2, ours[3]);
+    EXPECT_TRUE(ours[0] == xany(0) && ours[2] == xany(&held) && ours[1] == xany(&held));
+    ours.removerange(0, 5);
+    EXPECT_EQ(ours.getarraysize(), 6);
+    ours.clear();
+    EXPECT_EQ(xrcgetcount(&held), 1);
+    EXPECT_EQ(errors.take(), "");
+}
+
 struct Exhausted : xtssequence<int> {
     using xtssequence<int>::xtssequence;
     bool exhausted = false;
