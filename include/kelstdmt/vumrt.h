@@ -29,8 +29,10 @@ KELSTDMT_API void operator delete(void *block, btkMemMgr *manager) noexcept;
 // A heap copy of the text that operator delete frees; a null pointer gives null.
 KELSTDMT_API char *Strnew__(const char *text);
 
-// Length in units before the terminator; 0 for a null pointer and for the text markers 1 and 2.
+// Characters of the current locale before the terminator; a byte that begins none counts as one. 0 for a
+// null pointer and for the text markers 1 and 2.
 KELSTDMT_API unsigned Strlen(const char *text);
+// The same for wide text, in units.
 KELSTDMT_API unsigned Strlen(const unsigned short *text);
 
 // Internal errors ------------------------------------------------------------------------------

@@ -56,7 +56,8 @@ std::streambuf *xstreambuf::OnGetTryOBuf() {
 }
 void xstreambuf::OnFreeTryOBuf() {}
 
-btkStrstream::btkStrstream(const char *text) : btkStrstream(text, Strlen(text)) {}
+btkStrstream::btkStrstream(const char *text)
+    : btkStrstream(text, kel::is_text(text) ? std::strlen(text) : 0) {}
 
 btkStrstream::btkStrstream(const char *text, std::size_t count)
     : text_source{{kel::is_text(text) ? text : "", kel::is_text(text) ? count : 0}}, std::istream(&bytes) {}

@@ -3,7 +3,9 @@
 
 #include <chrono>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
+#include <cwchar>
 #include <string>
 
 #include "runtime/posix/system.h"
@@ -44,7 +46,22 @@ char *Strnew__(const char *text) {
 }
 
 unsigned Strlen(const char *text) {
-    return kel::is_text(text) ? static_cast<unsigned>(std::strlen(text)) : 0;
+    if (!kel::is_text(text)) return 0;
+    std::size_t left = std::strlen(text), count = left;
+    if (MB_CUR_MAX == 1) return static_cast<unsigned>(count);
+    // A character of several bytes takes all but one off. None begins with an ASCII byte.
+    while (left > 0) {
+        std::size_t used = 1;
+        if (static_cast<unsigned char>(*text) >= 0x80) {
+            std::mbstate_t state{};
+            used = std::mbrlen(text, left, &state);
+            if (used == 0 || used > left) used = 1;  // invalid, or cut short
+        }
+        count -= used - 1;
+        text += used;
+        left -= used;
+    }
+    return static_cast<unsigned>(count);
 }
 unsigned Strlen(const unsigned short *text) {
     if (reinterpret_cast<std::uintptr_t>(text) <= 2) return 0;

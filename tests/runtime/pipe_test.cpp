@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <clocale>
 #include <cstdlib>
 #include <string>
 #include <thread>
@@ -185,6 +186,10 @@ TEST(Terminal, AnEndIsToldOnce) {
 }
 
 TEST(Text, ReadsAndSeeksAView) {
+    std::setlocale(LC_CTYPE, "C.UTF-8");
+    std::string bytes;
+    EXPECT_TRUE(btkStrstream("\xC3\xA9t\xC3\xA9") >> bytes && bytes.size() == 5) << bytes;
+    std::setlocale(LC_CTYPE, "C");
     btkStrstream text("12 abc");
     int number;
     std::string word;

@@ -167,6 +167,18 @@ TEST(NeutralText, KeepsEveryUnit) {
     EXPECT_EQ(wide(out, out + 5), u"\uFFFD\uFFFDx\uFFFD\uFFFD");
 }
 
+TEST(LocaleText, LengthsAreInCharacters) {
+    ASSERT_TRUE(std::setlocale(LC_CTYPE, "C.UTF-8"));
+    EXPECT_EQ(Strlen("abc"), 3U);
+    EXPECT_EQ(Strlen("z\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80z"), 5U);
+    EXPECT_EQ(Strlen("\xFF\xC3\xA9\xA9z\xE2\x82"), 6U) << "stray bytes count one each";
+    std::setlocale(LC_CTYPE, "C");
+    EXPECT_EQ(Strlen("z\xC3\xA9"), 3U);
+    EXPECT_EQ(Strlen(xstrNullStr) + Strlen(static_cast<const char *>(nullptr)), 0U);
+    EXPECT_EQ(Strlen(units(u"z\u00e9\U0001F600")), 4U);
+    EXPECT_EQ(Strlen(reinterpret_cast<const unsigned short *>(xstrNullStr)), 0U);
+}
+
 TEST(LocaleText, ConvertsByTheLocale) {
     char bytes[16];
     unsigned short out[16];
