@@ -28,6 +28,9 @@ public:
 
     xany() noexcept : m_kind(Uninit) {}
     xany(xint value) noexcept : m_kind(kind_of(value, Int)) { m_payload.integer = value; }
+    // An int by its bits, as which the markers are often written.
+    template <std::same_as<unsigned> U>
+    xany(U value) noexcept : xany(static_cast<xint>(value)) {}
     xany(xbool value) noexcept : m_kind(kind_of(value, Bool)) { m_payload.boolean = value; }
     // Exactly bool, so that no pointer slips in as true.
     template <std::same_as<bool> B>
@@ -84,6 +87,16 @@ public:
     // Same kind and same value. Objects are compared by identity, texts by content.
     bool operator==(const xany &other) const noexcept;
     bool operator==(const char *text) const noexcept;
+    template <std::same_as<xstring> Text>
+    bool operator==(const Text &text) const noexcept {
+        return *this == text.Str();
+    }
+    // No object's count changes.
+    template <std::derived_from<xobject> T>
+    bool operator==(T *object) const noexcept {
+        if (m_kind != object_kind(object)) return false;
+        return m_kind != Object || m_payload.object == object;
+    }
     template <class Scalar>
     requires(std::same_as<Scalar, xint> || std::same_as<Scalar, bool> || std::same_as<Scalar, xreal> ||
              std::same_as<Scalar, std::nullptr_t>) bool

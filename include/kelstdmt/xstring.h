@@ -171,6 +171,9 @@ public:
     xstring(const char *first, const char *second);
     // The first n characters (not bytes), at most all; a null string or pointer gives the empty text.
     xstring(const char *text, unsigned n);
+    // So that a literal 0 is a number.
+    template <std::same_as<int> Int>
+    xstring(const char *text, Int n) : xstring(text, static_cast<unsigned>(n)) {}
     ~xstring() override { kel::detail::buffer_drop(m_text); }
 
     // Assignment copies. The buffer is kept when this string is its sole holder and the new text is of

@@ -17,7 +17,7 @@ kelXFunc::kelXFunc(const char *name)
 
 void kelXExternFunc::Print(std::ostream &out) const {
     out << "Exception: \"" << getDescription() << "\"\n\tin function \"";
-    if (m_func) out << m_func->getName();
+    if (kel::is_object(m_func.get())) out << m_func->getName();
     out << "\"\n";
 }
 

@@ -253,6 +253,12 @@ TEST(Functions, AreNamedByTheExceptionsThatArise) {
     bare->Print(out);
     EXPECT_EQ(out.str(), "Exception: \"\"\n\tin function \"\"\n");
     EXPECT_EQ(fields_of(bare), "Func:kellib::XFunc=nil");
+
+    auto *uninit = kelXFunc::cast(kel::uninit_object());
+    xrchandle<kelXExternFunc> unset(kel::construct<kelXExternFunc>("", uninit));
+    out.str("");
+    unset->Print(out);
+    EXPECT_EQ(out.str(), "Exception: \"\"\n\tin function \"\"\n");
 }
 
 // Listeners ------------------------------------------------------------------------------------

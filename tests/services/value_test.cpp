@@ -236,6 +236,22 @@ TEST(Value, EqualityIsByKindAndValue) {
     EXPECT_FALSE(xany(&a, new Foreign(true)) == xany(&b, new Foreign(true)));
 }
 
+TEST(Value, IsComparedWithStringsAndObjects) {
+    const xany five(5), text("text"), nil(kel::nil_int), uninit;
+    EXPECT_TRUE(text == xstring("text") && xstring("text") == text && nil == xstring());
+    EXPECT_FALSE(five == xstring("5") || uninit == xstring());
+    EXPECT_TRUE(xany(0x80000001) == uninit && xany(0x80000000) == nil && xany(5U) == five);
+
+    // A counted object that nobody holds yet would not survive a value of its own.
+    std::unique_ptr<xobject> fresh(new kelXArgs);
+    const xobject *none = nullptr;
+    EXPECT_FALSE(five == fresh.get() || nil == fresh.get());
+    EXPECT_EQ(xrcgetcount(fresh.get()), 0);
+    EXPECT_TRUE(nil == none && uninit == kel::uninit_object() && kel::uninit_object() == uninit);
+    xauto<xobject> held;
+    EXPECT_TRUE(xany(&held) == &held);
+}
+
 TEST(Value, ObjectsAreCountedByTheirClass) {
     auto *counted = kel::construct<Counted>();
     {

@@ -75,6 +75,7 @@ TEST(Strings, TellNullFromEmpty) {
     }
     EXPECT_STREQ(xstring(no_text, 5), "");
     EXPECT_STREQ(xstring("abc", 0U), "");
+    EXPECT_STREQ(xstring("abc", 0), "");
     EXPECT_STREQ(xstring("abc", UINT_MAX), "abc");
     EXPECT_STREQ(xstring(no_text, "b"), "b");
     EXPECT_STREQ(null + null, "");
