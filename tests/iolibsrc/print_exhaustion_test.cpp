@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <memory>
 #include <new>
 #include <sstream>
 #include <string>
@@ -32,32 +33,18 @@ bool fails() {
     std::free(block);
 }
 
-KEL_DECLARE_STRUCT(Leaf)
-class Leaf : public xobject {
-    KEL_CLASS(Leaf, xobject)
-public:
-    xstring Text = "leaf";
-    int Number = 7;
-};
-KEL_DEFINE_STRUCT(Leaf, "test::Leaf", kel::counted, kel::field<&Leaf::Text>("Text"),
-                  kel::field<&Leaf::Number>("Number"))
-KEL_SEQUENCE(Leaves, xrchandle<Leaf>)
-KEL_DEFINE_SEQUENCE(Leaves, "test::Leaves", kel::counted)
-
 namespace {
 
 TEST(print_exhaustion_test, IsAnExceptionAndNoEnd) {
-    xrchandle<Leaves> leaves(Leaves::create());
-    for (int i = 0; i < 3; ++i)
-        leaves->append(kel::construct<Leaf>());
-    const std::string whole = kel::printed(leaves).str();
+    const std::unique_ptr<printData> data(printData::Create());
+    const std::string whole = kel::printed(*data).str();
     int failures = 0;
     for (long before = 0;; ++before) {
         std::string text;
         bool exhausted = false;
         allocations_left = before;
         try {
-            text = kel::printed(leaves).str();
+            text = kel::printed(*data).str();
         } catch (const std::bad_alloc &) {
             exhausted = true;
         }
@@ -68,7 +55,7 @@ TEST(print_exhaustion_test, IsAnExceptionAndNoEnd) {
             ++failures;
         else
             EXPECT_TRUE(text == whole || text.ends_with("Can not finish printing\n")) << text;
-        EXPECT_EQ(kel::printed(leaves).str(), whole) << "after a failure of allocation " << before;
+        EXPECT_EQ(kel::printed(*data).str(), whole) << "after a failure of allocation " << before;
     }
     EXPECT_GT(failures, 3);
 }

@@ -7,11 +7,11 @@
 #include <climits>
 #include <cmath>
 #include <functional>
-#include <limits>
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
+#include <utility>
 
 #include "iolibsrc/print_support.h"
 
@@ -39,23 +39,33 @@ std::string PrintedAs(brtti *type, const xany &value, printData *options = nullp
     return Printed([&](ioStream *stream) { type->printvalue(stream, value, options); });
 }
 
-std::string Spaces(int count) {
-    return std::string(static_cast<std::size_t>(count), ' ');
-}
+constexpr char words[] = "Can not finish printing\n";
 
 // Form -----------------------------------------------------------------------------------------------
 
-TEST(PrinterForm, BasicValues) {
-    EXPECT_EQ(Printed(xany(-17)), "-17");
-    EXPECT_EQ(Printed(xany(true)), "true");
-    EXPECT_EQ(Printed(xany(xbool{0})), "false");
-    EXPECT_EQ(Printed(xany(xbool{7})), "true");
-    EXPECT_EQ(Printed(xany("a \"b\"\n")), "\"a \"b\"\n\"");
-    EXPECT_EQ(Printed(xany("")), "\"\"");
-    EXPECT_EQ(Printed(xany(2, xrtti_get_p_Color())), "blue");
-    std::string text(5000, 'x');
-    EXPECT_EQ(Printed(xany(text.c_str())), '"' + text + '"');
+// What is printed on lines and on one; null: the same as on lines.
+struct Form {
+    xany value;
+    const char *lines, *one_line = nullptr;
+};
+void expect(std::initializer_list<Form> forms) {
+    for (const Form &form : forms) {
+        EXPECT_EQ(Printed(form.value), form.lines);
+        EXPECT_EQ(PrintedOnOneLine(form.value), form.one_line ? form.one_line : form.lines);
+    }
+}
 
+TEST(PrinterForm, BasicValues) {
+    std::string quoted = '"' + std::string(5000, 'x') + '"', text = quoted.substr(1, 5000);
+    Point point(8, 9);
+    expect({{-17, "-17"},
+            {true, "true"},
+            {xany(xbool{0}), "false"},
+            {xany(xbool{7}), "true"},
+            {"a \"b\"\n", "\"a \"b\"\n\""},
+            {text.c_str(), quoted.c_str()},
+            {xany(2, xrtti_get_p_Color()), "blue"},
+            {xany(&point, new ForeignNumber), "<external value>"}});
     std::unique_ptr<printData> bare(printData::Create(kel::nil_int, false));
     EXPECT_EQ(Printed(xany("a\"b"), bare.get()), "a\"b");
     // Empty values take the type that they are printed as.
@@ -66,22 +76,10 @@ TEST(PrinterForm, BasicValues) {
 
 // The printer writes numbers by itself where the stream would: what the stream writes is the rule.
 TEST(PrinterForm, NumbersAreThoseOfTheStream) {
-    for (double value : {0.0, -0.0, 1.0, 0.1, 1234567.0, 1e-5, 1e300, 123456.5, -2.5e-310, M_PI,
-                         std::numeric_limits<double>::infinity(), std::nan("")}) {
+    for (double value : {-0.0, 1.0, 0.1, 1234567.0, 1e-5, 1e300, 123456.5, -2.5e-310, HUGE_VAL, std::nan("")})
         EXPECT_EQ(Printed(xany(value)), Printed([&](ioStream *stream) { stream->WriteReal(value); }));
-    }
-    for (int value : {0, 1, -1, INT_MAX, -INT_MAX + 1})
+    for (int value : {0, -1, INT_MAX, -INT_MAX + 1})
         EXPECT_EQ(Printed(xany(value)), std::to_string(value));
-}
-
-TEST(PrinterForm, StructOnLinesAndOnOne) {
-    xrchandle<Point> point(kel::construct<Point>(1, 2));
-    EXPECT_EQ(Printed(xany(point.get())), "test::Point\n {\n  x: 1;\n  y: 2;\n }");
-    EXPECT_EQ(PrintedOnOneLine(point.get()), "test::Point { x: 1; y: 2; }");
-    auto indented = Options(4);
-    EXPECT_EQ(Printed(xany(point.get()), indented.get()),
-              "test::Point\n     {\n      x: 1;\n      y: 2;\n     }");
-    EXPECT_EQ(indented->getIndent(), 4);
 }
 
 TEST(PrinterForm, NestedStructsIndentOnLinesAndStayOnOne) {
@@ -90,106 +88,90 @@ TEST(PrinterForm, NestedStructsIndentOnLinesAndStayOnOne) {
     all->color = Color::green;
     all->text = "t";
     all->any = xany(2.5);
-    EXPECT_EQ(Printed(xany(all.get())),
-              "test::Everything\n"
-              " {\n"
-              "  point: test::Point\n"
-              "   {\n"
-              "    x: 3;\n"
-              "    y: 4;\n"
-              "   };\n"
-              "  color: green;\n"
-              "  text: \"t\";\n"
-              "  flag: false;\n"
-              "  any: 2.5;\n"
-              "  absent: nil;\n"
-              " }");
-    EXPECT_EQ(
-        PrintedOnOneLine(all.get()),
-        "test::Everything { point: test::Point { x: 3; y: 4; }; color: green; text: \"t\"; flag: false; "
-        "any: 2.5; absent: nil; }");
+    expect({{all.get(),
+             "test::Everything\n"
+             " {\n"
+             "  point: test::Point\n"
+             "   {\n"
+             "    x: 3;\n"
+             "    y: 4;\n"
+             "   };\n"
+             "  color: green;\n"
+             "  text: \"t\";\n"
+             "  flag: false;\n"
+             "  any: 2.5;\n"
+             "  absent: nil;\n"
+             " }",
+             "test::Everything { point: test::Point { x: 3; y: 4; }; color: green; text: \"t\"; flag: false; "
+             "any: 2.5; absent: nil; }"}});
+    auto indented = Options(4);
+    EXPECT_EQ(Printed(xany(all->point.get()), indented.get()),
+              "test::Point\n     {\n      x: 3;\n      y: 4;\n     }");
+    EXPECT_EQ(indented->getIndent(), 4);
 }
 
 TEST(PrinterForm, ParentsFromTheLastToTheFirstThenTheStructItself) {
-    xrchandle<Grandchild> child(kel::construct<Grandchild>());
-    EXPECT_EQ(PrintedOnOneLine(child.get()), "test::Grandchild { root: 1; child: 2; grandchild: 3; }");
+    xrchandle<Child> child(kel::construct<Child>());
+    EXPECT_EQ(PrintedOnOneLine(child.get()), "test::Child { root: 1; child: 2; }");
     auto flat = OneLine();
     flat->setIsRecursive(false);
-    EXPECT_EQ(Printed(xany(child.get()), flat.get()), "test::Grandchild { grandchild: 3; }");
-
-    // Two parents, one of which has a parent of its own.
-    xrttistruct *parents[] = {xrtti_get_p_Grandchild(), xrtti_get_p_Point()};
-    xrttistructs list(2, parents);
-    xrttistruct both;
-    both.initialize("test::Both", 0, &list, nullptr);
+    EXPECT_EQ(Printed(xany(child.get()), flat.get()), "test::Child { child: 2; }");
+    // Two parents, one of which has a parent of its own; and a parent that is its own.
+    xrttistruct both, circle;
+    xrttistruct *parents[] = {xrtti_get_p_Child(), xrtti_get_p_Point()}, *itself[] = {&circle};
+    xrttistructs two(2, parents), one(1, itself);
+    both.initialize("test::Both", 0, &two, nullptr);
+    circle.initialize("test::Circle", 0, &one, nullptr);
     Shaped<Both> shaped(&both);
-    EXPECT_EQ(PrintedOnOneLine(&shaped), "test::Both { x: 5; y: 6; root: 1; child: 2; grandchild: 3; }");
+    Shaped<Point> round(&circle);
+    EXPECT_EQ(PrintedOnOneLine(&shaped), "test::Both { x: 5; y: 6; root: 1; child: 2; }");
+    EXPECT_EQ(PrintedOnOneLine(&round), std::string("test::Circle {  ") + words);
 }
 
-TEST(PrinterForm, Sequences) {
-    xrchandle<Numbers> numbers(Numbers::create());
-    EXPECT_EQ(Printed(xany(numbers.get())), "test::Numbers\n [\n ]");
-    EXPECT_EQ(PrintedOnOneLine(numbers.get()), "test::Numbers [ ]");
+TEST(PrinterForm, Containers) {
+    xrchandle<Numbers> none(Numbers::create()), numbers(Numbers::create());
     for (int i = 1; i <= 3; ++i)
         numbers->append(i);
-    EXPECT_EQ(Printed(xany(numbers.get())), "test::Numbers\n [\n  1,\n  2,\n  3\n ]");
-    EXPECT_EQ(PrintedOnOneLine(numbers.get()), "test::Numbers [ 1, 2, 3 ]");
-
     xrchandle<Points> points(Points::create());
     points->append(xrchandle<Point>(kel::construct<Point>(1, 2)));
     points->append(xrchandle<Point>());
-    EXPECT_EQ(PrintedOnOneLine(points.get()), "test::Points [ test::Point { x: 1; y: 2; }, nil ]");
-}
-
-TEST(PrinterForm, DictionariesShowOnlyTheirEntries) {
-    xrchandle<Ages> ages(Ages::create());
-    EXPECT_EQ(PrintedOnOneLine(ages.get()), "test::Ages { }");
-    ages->set("a \"b\"", 7);
-    EXPECT_EQ(Printed(xany(ages.get())), "test::Ages\n {\n  a \"b\": 7;\n }");
-    ages->set("c", kel::nil_int);
-    ages->remove("a \"b\"");
-    EXPECT_EQ(PrintedOnOneLine(ages.get()), "test::Ages { c: nil; }");
+    xrchandle<Ages> nobody(Ages::create()), ages(Ages::create());
+    ages->set("gone", 1);
+    ages->set("a \"b\"", kel::nil_int);
+    ages->remove("gone");
+    xrchandle<Cube> cube(kel::construct<Cube>());
+    expect({
+        {none.get(), "test::Numbers\n [\n ]", "test::Numbers [ ]"},
+        {numbers.get(), "test::Numbers\n [\n  1,\n  2,\n  3\n ]", "test::Numbers [ 1, 2, 3 ]"},
+        {points.get(), "test::Points\n [\n  test::Point\n   {\n    x: 1;\n    y: 2;\n   },\n  nil\n ]",
+         "test::Points [ test::Point { x: 1; y: 2; }, nil ]"},
+        {nobody.get(), "test::Ages\n {\n }", "test::Ages { }"},
+        {ages.get(), "test::Ages\n {\n  a \"b\": nil;\n }", "test::Ages { a \"b\": nil; }"},
+        {cube.get(),
+         "test::Cube\n [\n  [\n   [\n    0,\n    1\n   ]\n  ],\n  [\n   [\n    100,\n    101\n   ]\n  ]\n ]",
+         "test::Cube [ [ [ 0, 1 ] ], [ [ 100, 101 ] ] ]"},
+    });
 }
 
 TEST(PrinterForm, UnionsShowTheDiscriminatorAndItsCase) {
     xrchandle<Shape> shape(kel::construct<Shape>());
     EXPECT_EQ(Printed(xany(shape.get())), "test::Shape\n {\n  Discriminator: 1;\n  Side: 2.5;\n }");
-    shape->kind = xany(false);
-    EXPECT_EQ(PrintedOnOneLine(shape.get()), "test::Shape { Discriminator: false; Radius: 1; }");
-    shape->kind = xany(1, xrtti_get_p_Color());
-    EXPECT_EQ(PrintedOnOneLine(shape.get()), "test::Shape { Discriminator: green; Side: 2.5; }");
+    const std::pair<xany, std::string> cases[] = {{false, "false; Radius: 1; }"},
+                                                  {xany(1, xrtti_get_p_Color()), "green; Side: 2.5; }"},
+                                                  {2, std::string("2;  ") + words},
+                                                  {kel::nil_int, std::string("nil;  ") + words}};
+    for (auto &[kind, expected] : cases) {
+        shape->kind = kind;
+        EXPECT_EQ(PrintedOnOneLine(shape.get()), "test::Shape { Discriminator: " + expected);
+    }
 }
 
-TEST(PrinterForm, Arrays) {
-    xrchandle<Row> row(kel::construct<Row>());
-    EXPECT_EQ(Printed(xany(row.get())), "test::Row\n [\n  0,\n  1,\n  2\n ]");
-    xrchandle<Cube> cube(kel::construct<Cube>());
-    EXPECT_EQ(Printed(xany(cube.get())),
-              "test::Cube\n"
-              " [\n"
-              "  [\n"
-              "   [\n"
-              "    0,\n"
-              "    1\n"
-              "   ]\n"
-              "  ],\n"
-              "  [\n"
-              "   [\n"
-              "    100,\n"
-              "    101\n"
-              "   ]\n"
-              "  ]\n"
-              " ]");
-    EXPECT_EQ(PrintedOnOneLine(cube.get()), "test::Cube [ [ [ 0, 1 ] ], [ [ 100, 101 ] ] ]");
-}
-
-TEST(PrinterForm, ExternValues) {
-    Point point(8, 9);
-    EXPECT_EQ(Printed(xany(&point, new ForeignNumber)), "<external value>");
-    // A foreign struct is read through its own operations, and a copy of it means a copy of its descriptor.
-    EXPECT_EQ(PrintedOnOneLine(xany(&point, new ForeignStruct)),
+// A foreign struct is read through its own operations, and a copy of it means a copy of its descriptor.
+TEST(PrinterForm, ForeignStructs) {
+    int data = 0;
+    EXPECT_EQ(PrintedOnOneLine(xany(&data, new ForeignStruct)),
               "foreign::Struct { inner: <external value>; }");
-    EXPECT_EQ(PrintedOnOneLine(xany(&point, new ForeignStruct(true))),
+    EXPECT_EQ(PrintedOnOneLine(xany(&data, new ForeignStruct(true))),
               "foreign::Struct { inner: foreign::Struct <printed>; }");
 }
 
@@ -206,35 +188,24 @@ TEST(PrinterForm, DepthOneSkipsWhatIsComposite) {
 }
 
 TEST(PrinterForm, OtherEncodingsGetTypedValues) {
-    std::unique_ptr<ioStringStream> stream(ioStringStream::Create());
-    stream->setSerializer(ioSerializer::getBinary());
-    xany(258).print(stream.get());
-    EXPECT_EQ(stream->ReadInt(), 258);
     // Texts as strings, the bytes between them as bytes.
     xrchandle<Shape> shape(kel::construct<Shape>());
     std::unique_ptr<ioStringStream> typed(ioStringStream::Create());
     typed->setSerializer(ioSerializer::getXDR());
     auto options = Options(1);
     shape->print(typed.get(), options.get());
-    auto text = [&](const char *expected) { EXPECT_EQ(typed->ReadString(), expected); };
-    auto bytes = [&](std::string_view expected) {
-        for (char byte : expected)
-            EXPECT_EQ(typed->ReadByte(), byte);
-    };
-    text("test::Shape");
-    bytes("\n  ");
-    text("{");
-    bytes("\n   ");
-    text("Discriminator: ");
-    EXPECT_EQ(typed->ReadInt(), 1);
-    text(";");
-    bytes("\n   ");
-    text("Side");
-    text(": ");
-    EXPECT_EQ(typed->ReadReal(), 2.5);
-    text(";");
-    bytes("\n  ");
-    text("}");
+    for (std::string_view expected : {"test::Shape", "\n  ", "{", "\n   ", "Discriminator: ", "1", ";",
+                                      "\n   ", "Side", ": ", "2.5", ";", "\n  ", "}"}) {
+        if (expected == "1")
+            EXPECT_EQ(typed->ReadInt(), 1);
+        else if (expected == "2.5")
+            EXPECT_EQ(typed->ReadReal(), 2.5);
+        else if (expected[0] != '\n')
+            EXPECT_EQ(typed->ReadString(), expected);
+        else
+            for (char byte : expected)
+                EXPECT_EQ(typed->ReadByte(), byte);
+    }
     EXPECT_EQ(typed->PeekNBytes(), 0U);
 }
 
@@ -243,13 +214,10 @@ TEST(PrinterForm, OtherEncodingsGetTypedValues) {
 TEST(PrintData, MarkersGiveTheDefaults) {
     std::unique_ptr<printData> given(
         printData::Create(kel::nil_int, kel::nil_bool, kel::nil_int, kel::nil_bool));
-    EXPECT_EQ(given->getIndent(), 0);
-    EXPECT_EQ(given->getQuoteString(), 1);
-    EXPECT_EQ(given->getDepth(), 100);
-    EXPECT_EQ(given->getIsRecursive(), 1);
+    EXPECT_EQ(PrintedOnOneLine(given.get()),
+              "printlib::Data { QuoteString: true; Depth: 100; IsRecursive: true; Indent: 0; }");
     given.reset(printData::Create(3, 5, 7, 0));
     EXPECT_EQ(given->getQuoteString(), 5);
-    EXPECT_EQ(given->getIsRecursive(), 0);
     EXPECT_EQ(given->setDepth(9), 9);
     EXPECT_FALSE(given->isrefcountable());
     EXPECT_EQ(PrintedOnOneLine(given.get()),
@@ -263,77 +231,27 @@ TEST(PrinterLoops, AnObjectIsPrintedOnce) {
     node->next = node;
     EXPECT_EQ(PrintedOnOneLine(node.get()), "test::Node { value: 1; next: test::Node <printed>; }");
     node->next = nullptr;
-
-    xrchandle<Points> points(Points::create());
-    xrchandle<Point> point(kel::construct<Point>(1, 2));
-    points->append(point);
-    points->append(point);
-    EXPECT_EQ(PrintedOnOneLine(points.get()),
-              "test::Points [ test::Point { x: 1; y: 2; }, test::Point <printed> ]");
-}
-
-TEST(PrinterLoops, ObjectsLiveAsLongAsTheirPrintData) {
-    xrchandle<Point> point(kel::construct<Point>(1, 2));
-    auto options = OneLine();
-    EXPECT_EQ(Printed(xany(point.get()), options.get()), "test::Point { x: 1; y: 2; }");
-    EXPECT_EQ(xrcgetcount(point), 2);
-    EXPECT_EQ(Printed(xany(point.get()), options.get()), "test::Point <printed>");
-    options.reset();
-    EXPECT_EQ(xrcgetcount(point), 1);
-
-    // A value that nobody else holds.
-    options = OneLine();
-    int before = Node::alive;
-    Printed(xany(kel::construct<Node>(1)), options.get());
-    EXPECT_EQ(Node::alive, before + 1);
-    options.reset();
-    EXPECT_EQ(Node::alive, before);
-}
-
-TEST(PrinterLoops, AFreshObjectOutlivesItsPrint) {
-    Node local(1);
+    Node local(2);
     Printed([&](ioStream *stream) { local.print(stream); });
-    EXPECT_EQ(xrcgetcount(&local), 0);
+    EXPECT_EQ(xrcgetcount(&local), 0) << "a fresh object outlives its print";
 }
 
-TEST(PrinterLoops, TheSetCountsReferencesAndIgnoresWhatIsPlain) {
-    xrchandle<Point> point(kel::construct<Point>(1, 2));
-    {
-        printLoopCheckSet set;
-        EXPECT_TRUE(set += printLoopCheckEntry(false, static_cast<xobject *>(point.get())));
-        EXPECT_FALSE(set += printLoopCheckEntry(true, static_cast<xobject *>(point.get())));
-        EXPECT_EQ(xrcgetcount(point), 2);
-        EXPECT_TRUE(set += printLoopCheckEntry(true, &set));
-        EXPECT_TRUE(set += printLoopCheckEntry(false, nullptr));
-        EXPECT_EQ(set.GetSize(), 3U);
-        set -= printLoopCheckEntry(true, static_cast<xobject *>(point.get()));
-        EXPECT_EQ(xrcgetcount(point), 1);
-        set += printLoopCheckEntry(false, static_cast<xobject *>(point.get()));
-    }
-    EXPECT_EQ(xrcgetcount(point), 1);
-
-    printLoopCheckSet order;
-    auto entry = [](std::uintptr_t address) {
-        return printLoopCheckEntry(true, reinterpret_cast<void *>(address));
-    };
-    EXPECT_EQ(order.Compare(entry(64), entry(60)), 4);
-    EXPECT_EQ(order.Compare(entry(60), entry(64)), -4);
-    EXPECT_GT(order.Compare(entry(UINTPTR_MAX), entry(1)), 0);
-    EXPECT_LT(order.Compare(entry(1), entry(UINTPTR_MAX)), 0);
-}
-
-TEST(PrinterLoops, ManyObjectsAreAllRemembered) {
+TEST(PrinterLoops, ManyObjectsAreRememberedAndLiveAsLongAsTheirPrintData) {
     constexpr int many = 3000;
+    int before = Node::alive;
     xrchandle<Points> points(Points::create());
     for (int i = 0; i < many; ++i)
         points->append(xrchandle<Point>(kel::construct<Point>(i, i)));
     auto options = OneLine();
     Printed(xany(points.get()), options.get());
+    Printed(xany(kel::construct<Node>(1)), options.get());
+    EXPECT_EQ(Node::alive, before + 1) << "that nobody else holds";
     for (const xrchandle<Point> &point : *points) {
         ASSERT_EQ(xrcgetcount(point), 2);
         ASSERT_EQ(Printed(xany(point.get()), options.get()), "test::Point <printed>");
     }
     options.reset();
+    EXPECT_EQ(Node::alive, before);
     for (const xrchandle<Point> &point : *points)
         ASSERT_EQ(xrcgetcount(point), 1);
 }
@@ -359,26 +277,7 @@ TEST(PrinterDepth, AMillionNodesInOneList) {
               opened + "nil" + closed);
 }
 
-TEST(PrinterDepth, DeepListsIndentEveryLine) {
-    xrchandle<Node> head;
-    for (int i = 0; i < 500; ++i) {
-        xrchandle<Node> node(kel::construct<Node>(i));
-        node->next = head;
-        head = node;
-    }
-    std::string expected, end;
-    for (int i = 499; i >= 0; --i) {
-        int indent = (499 - i) * 2;
-        expected += "test::Node\n" + Spaces(indent + 1) + "{\n" + Spaces(indent + 2) +
-                    "value: " + std::to_string(i) + ";\n" + Spaces(indent + 2) + "next: ";
-        end = ";\n" + Spaces(indent + 1) + "}" + end;
-    }
-    EXPECT_EQ(Printed(xany(head.get())), expected + "nil" + end);
-}
-
 // Failures -------------------------------------------------------------------------------------------
-
-constexpr char words[] = "Can not finish printing\n";
 
 TEST(PrinterFailure, AMismatchLeavesOnlyTheWords) {
     auto options = Options(2);
@@ -389,29 +288,16 @@ TEST(PrinterFailure, AMismatchLeavesOnlyTheWords) {
 }
 
 TEST(PrinterFailure, ValuesWithoutATypeThrowBeforeAnythingIsPrinted) {
-    std::unique_ptr<ioStringStream> stream(ioStringStream::Create());
+    WatchedStream stream;
     for (const xany &value : {xany(), xany(kel::nil_int)}) {
         try {
-            value.print(stream.get());
+            value.print(&stream);
             ADD_FAILURE() << "printed a value without a type";
         } catch (xthrowable *thrown) {
-            kel::caught error(thrown);
-            ASSERT_TRUE(error.is<kelXUnknownType>()) << error;
-            EXPECT_EQ(error.as<kelXUnknownType>()->getObject(), value);
+            EXPECT_TRUE(kel::caught(thrown).is<kelXUnknownType>());
         }
     }
-    EXPECT_EQ(std::string(stream->getStr().Str()), "");
-}
-
-TEST(PrinterFailure, AUnionThatNamesNoCase) {
-    xrchandle<Shape> shape(kel::construct<Shape>());
-    auto options = Options();
-    shape->kind = xany(kel::nil_int);
-    EXPECT_EQ(Printed(xany(shape.get()), options.get()),
-              std::string("test::Shape\n {\n  Discriminator: nil;\n\n  ") + words);
-    EXPECT_EQ(options->getIndent(), 0);
-    shape->kind = xany(2);
-    EXPECT_EQ(PrintedOnOneLine(shape.get()), std::string("test::Shape { Discriminator: 2;  ") + words);
+    EXPECT_EQ(stream.text(), "");
 }
 
 TEST(PrinterFailure, AGetterThatThrowsEndsThePrintWhereItStands) {
@@ -432,33 +318,23 @@ TEST(PrinterFailure, AGetterThatThrowsEndsThePrintWhereItStands) {
     EXPECT_EQ(Printed(xany(1), options.get()), "1");
 }
 
-TEST(PrinterFailure, ALoopOfTypesEnds) {
-    xrttistruct circle;
-    xrttistruct *parents[] = {&circle};
-    xrttistructs list(1, parents);
-    circle.initialize("test::Circle", 0, &list, nullptr);
-    Shaped<Point> shaped(&circle);
-    EXPECT_EQ(PrintedOnOneLine(&shaped), std::string("test::Circle {  ") + words);
-}
-
 TEST(PrinterFailure, AStreamThatRefuses) {
     xrchandle<Point> point(kel::construct<Point>(1, 2));
-    for (std::size_t limit = 0; limit < 60; ++limit) {
+    const std::string all = "test::Point\n {\n  x: 1;\n  y: 2;\n }";
+    for (std::size_t limit = 0; limit <= all.size(); ++limit) {
         WatchedStream stream(limit);
         auto options = Options();
         point->print(&stream, options.get());
-        std::string all = "test::Point\n {\n  x: 1;\n  y: 2;\n }";
         EXPECT_EQ(stream.text(), all.substr(0, limit));
         EXPECT_EQ(stream.getIsBad(), limit < all.size());
         EXPECT_EQ(options->getIndent(), 0);
     }
-    WatchedStream closed;
+    WatchedStream closed, timed;
     closed.Close();
     point->print(&closed);
-    WatchedStream timed;
     timed.setOTimeout(1.0);
     point->print(&timed);
-    EXPECT_EQ(timed.text(), "") << "typed values are not written with a time-out";
+    EXPECT_EQ(closed.text() + timed.text(), "") << "typed values are not written with a time-out";
 }
 
 TEST(PrinterFlush, EveryLineEndAndTheEnd) {
@@ -504,24 +380,13 @@ TEST(PrinterNested, ADescriptorThatRoutesItsValues) {
 }
 
 TEST(PrinterNested, EndlessNestingEndsInWords) {
-    xrchandle<Mirror> mirror(kel::construct<Mirror>());
-    std::string text = PrintedOnOneLine(mirror.get());
-    EXPECT_EQ(text.find(words), text.find('C')) << "expected the words inside the innermost print";
-    EXPECT_GT(mirror->depth, 20);
-    mirror->depth = 0;
-    mirror->fresh = true;  // every print with options of its own
-    text = PrintedOnOneLine(mirror.get());
-    EXPECT_EQ(text.find(words), text.find('C'));
-}
-
-TEST(PrinterNested, AGetterThatPrints) {
-    xrchandle<Talkative> talkative(kel::construct<Talkative>());
-    auto options = OneLine();
-    talkative->options = options.get();
-    std::unique_ptr<ioStringStream> other(ioStringStream::Create());
-    talkative->other = other.get();
-    EXPECT_EQ(Printed(xany(talkative.get()), options.get()), "test::Talkative { said: 3; }");
-    EXPECT_EQ(std::string(other->getStr().Str()), "test::Point { x: 1; y: 2; }");
+    for (bool fresh : {false, true}) {  // with the same options, and each with options of its own
+        xrchandle<Signed> mirror(kel::construct<Signed>());
+        mirror->fresh = fresh;
+        std::string text = PrintedOnOneLine(mirror.get());
+        EXPECT_EQ(text.find(words), text.find('C')) << "expected the words inside the innermost print";
+        EXPECT_GT(mirror->depth, 20);
+    }
 }
 
 TEST(PrinterNested, StandardOutputIsTheDefault) {

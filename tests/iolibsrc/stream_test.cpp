@@ -93,8 +93,6 @@ public:
         Close();
         if (closed_at_death) *closed_at_death = closed;
     }
-    using ioStream::CheckTryCode;
-    using ioStream::SetState;
     using ioStream::Throw;
     using ioStream::ThrowState;
 
@@ -116,6 +114,7 @@ std::string unsupported(const std::string &name) {
 
 // Guards ---------------------------------------------------------------------------------------
 
+// The operations by what is asked before they run. All of them read or write one byte at least, or none.
 enum Kind { Typed, Raw, Sizes, Setter };
 struct Operation {
     const char *name;
@@ -124,61 +123,42 @@ struct Operation {
     std::function<void(Stream &)> run;
 };
 
-const std::vector<Operation> &operations() {
-    static const char bytes[4] = {1, 2, 3, 4};
-    static const std::vector<Operation> all = {
-        {"ReadByte", true, Typed, [](Stream &s) { s.ReadByte(); }},
-        {"ReadInt", true, Typed, [](Stream &s) { s.ReadInt(); }},
-        {"ReadBool", true, Typed, [](Stream &s) { s.ReadBool(); }},
-        {"ReadReal", true, Typed, [](Stream &s) { s.ReadReal(); }},
-        {"ReadString", true, Typed, [](Stream &s) { s.ReadString(); }},
-        {"ReadBytes", true, Raw,
-         [](Stream &s) {
-             char b[4];
-             s.ReadBytes(b, 4);
-         }},
-        {"ReadBytes 0", true, Raw, [](Stream &s) { EXPECT_EQ(s.ReadBytes(nullptr, 0), 0U); }},
-        {"TryReadByte", true, Raw, [](Stream &s) { s.TryReadByte(); }},
-        {"TryReadInt", true, Raw, [](Stream &s) { s.TryReadInt(); }},
-        {"TryReadBool", true, Raw, [](Stream &s) { s.TryReadBool(); }},
-        {"TryReadReal", true, Raw, [](Stream &s) { s.TryReadReal(); }},
-        {"TryReadString", true, Raw, [](Stream &s) { s.TryReadString(); }},
-        {"PeekNBytes", true, Raw, [](Stream &s) { s.PeekNBytes(); }},
-        {"InputEvent", true, Raw, [](Stream &s) { EXPECT_EQ(s.InputEvent(), nullptr); }},
-        {"WriteByte", false, Typed, [](Stream &s) { s.WriteByte(1); }},
-        {"WriteInt", false, Typed, [](Stream &s) { s.WriteInt(1); }},
-        {"WriteBool", false, Typed, [](Stream &s) { s.WriteBool(1); }},
-        {"WriteReal", false, Typed, [](Stream &s) { s.WriteReal(1); }},
-        {"WriteString", false, Typed, [](Stream &s) { s.WriteString("1"); }},
-        {"WriteBytes", false, Raw, [](Stream &s) { s.WriteBytes(bytes, 4); }},
-        {"WriteBytes 0", false, Raw, [](Stream &s) { s.WriteBytes(nullptr, 0); }},
-        {"TryWriteByte", false, Raw, [](Stream &s) { s.TryWriteByte(1); }},
-        {"TryWriteInt", false, Raw, [](Stream &s) { s.TryWriteInt(1); }},
-        {"TryWriteBool", false, Raw, [](Stream &s) { s.TryWriteBool(1); }},
-        {"TryWriteReal", false, Raw, [](Stream &s) { s.TryWriteReal(1); }},
-        {"TryWriteString", false, Raw, [](Stream &s) { s.TryWriteString("1"); }},
-        {"OutputEvent", false, Raw, [](Stream &s) { EXPECT_EQ(s.OutputEvent(), nullptr); }},
-        {"SizeOfByte", true, Sizes, [](Stream &s) { s.SizeOfByte(1); }},
-        {"SizeOf int", true, Sizes, [](Stream &s) { s.SizeOf(1); }},
-        {"SizeOf bool", true, Sizes, [](Stream &s) { s.SizeOf(true); }},
-        {"SizeOf xbool", true, Sizes, [](Stream &s) { s.SizeOf(xbool{1}); }},
-        {"SizeOf real", true, Sizes, [](Stream &s) { s.SizeOf(1.0); }},
-        {"SizeOf text", true, Sizes, [](Stream &s) { s.SizeOf("1"); }},
-        {"setITimeout", true, Setter, [](Stream &s) { s.setITimeout(INFINITE); }},
-        {"setOTimeout", true, Setter, [](Stream &s) { s.setOTimeout(INFINITE); }},
-        {"setIsFail", true, Setter, [](Stream &s) { s.setIsFail(true); }},
-        {"setIsBad", true, Setter, [](Stream &s) { s.setIsBad(true); }},
-        {"setSerializer", true, Setter, [](Stream &s) { s.setSerializer(ioSerializer::getXDR()); }},
-    };
-    return all;
-}
+char bytes[4] = {1, 2, 3, 4};
+const Operation operations[] = {
+    {"ReadByte", true, Typed, [](Stream &s) { s.ReadByte(); }},
+    {"ReadInt", true, Typed, [](Stream &s) { s.ReadInt(); }},
+    {"ReadBool", true, Typed, [](Stream &s) { s.ReadBool(); }},
+    {"ReadReal", true, Typed, [](Stream &s) { s.ReadReal(); }},
+    {"ReadString", true, Typed, [](Stream &s) { s.ReadString(); }},
+    {"ReadBytes", true, Raw, [](Stream &s) { s.ReadBytes(bytes, 4); }},
+    {"ReadBytes 0", true, Raw, [](Stream &s) { EXPECT_EQ(s.ReadBytes(nullptr, 0), 0U); }},
+    {"TryReadByte", true, Raw, [](Stream &s) { s.TryReadByte(); }},
+    {"TryReadString", true, Raw, [](Stream &s) { s.TryReadString(); }},
+    {"PeekNBytes", true, Raw, [](Stream &s) { s.PeekNBytes(); }},
+    {"InputEvent", true, Raw, [](Stream &s) { EXPECT_EQ(s.InputEvent(), nullptr); }},
+    {"WriteByte", false, Typed, [](Stream &s) { s.WriteByte(1); }},
+    {"WriteInt", false, Typed, [](Stream &s) { s.WriteInt(1); }},
+    {"WriteBool", false, Typed, [](Stream &s) { s.WriteBool(1); }},
+    {"WriteReal", false, Typed, [](Stream &s) { s.WriteReal(1); }},
+    {"WriteString", false, Typed, [](Stream &s) { s.WriteString("1"); }},
+    {"WriteBytes", false, Raw, [](Stream &s) { s.WriteBytes(bytes, 4); }},
+    {"WriteBytes 0", false, Raw, [](Stream &s) { s.WriteBytes(nullptr, 0); }},
+    {"TryWriteByte", false, Raw, [](Stream &s) { s.TryWriteByte(1); }},
+    {"TryWriteString", false, Raw, [](Stream &s) { s.TryWriteString("1"); }},
+    {"OutputEvent", false, Raw, [](Stream &s) { EXPECT_EQ(s.OutputEvent(), nullptr); }},
+    {"SizeOfByte", true, Sizes, [](Stream &s) { EXPECT_EQ(s.SizeOfByte(1), 1); }},
+    {"SizeOf int", true, Sizes, [](Stream &s) { EXPECT_EQ(s.SizeOf(1), 4); }},
+    {"SizeOf text", true, Sizes, [](Stream &s) { EXPECT_EQ(s.SizeOf("abc"), 7); }},
+    {"setITimeout", true, Setter, [](Stream &s) { s.setITimeout(INFINITE); }},
+    {"setIsBad", true, Setter, [](Stream &s) { s.setIsBad(true); }},
+    {"setSerializer", true, Setter, [](Stream &s) { s.setSerializer(ioSerializer::getBinary()); }},
+};
 
-// Every operation in every combination of what may be the matter: the first in the order decides.
 TEST(Stream, GuardsInTheirOrder) {
-    for (const Operation &operation : operations()) {
+    for (const Operation &operation : operations) {
         for (int matter = 0; matter < 16; ++matter) {
             bool is_closed = matter & 1, is_bad = matter & 2, wrong_way = matter & 4, timed = matter & 8;
-            Stream stream(operation.input ? true : !wrong_way, operation.input ? !wrong_way : true);
+            Stream stream(operation.input || !wrong_way, !operation.input || !wrong_way);
             stream.buffer->plain.data = std::string(64, '\0');
             if (timed) operation.input ? stream.setITimeout(5.0) : stream.setOTimeout(0.0);
             if (is_bad) stream.setIsBad(true);
@@ -196,10 +176,14 @@ TEST(Stream, GuardsInTheirOrder) {
             }
             EXPECT_EQ(failure([&] { operation.run(stream); }, &stream), expected)
                 << operation.name << ", matter " << matter;
-            if (!expected.empty() && !is_closed) {
-                stream.setIsBad(false);
-                EXPECT_EQ(failure([&] { stream.setSerializer(ioSerializer::getXDR()); }), "")
-                    << operation.name << " was refused and has made the stream active";
+            if (is_closed) continue;
+            // An active stream keeps its serializer; one whose buffer cannot try has not become active.
+            stream.setIsBad(false);
+            std::string_view name = operation.name;
+            bool active = guarded && expected.empty() && name.find("Event") == name.npos && name[0] != 'T';
+            EXPECT_EQ(failure([&] { stream.setSerializer(ioSerializer::getXDR()); }), active ? improper : "")
+                << name << ", matter " << matter;
+            if (!active) {
                 EXPECT_EQ(stream.buffer->plain.at + stream.buffer->plain.written.size(), 0U);
             }
         }
@@ -207,32 +191,38 @@ TEST(Stream, GuardsInTheirOrder) {
 }
 
 TEST(Stream, ANewOneAndWhatItDoesNotOffer) {
-    Stream stream;
+    Stream stream, blind(true, false);
     EXPECT_TRUE(stream.getIsOpen() && stream.getIsGood() && stream.getCanRead() && stream.getCanWrite());
     EXPECT_EQ(std::bit_cast<std::uint64_t>(stream.getITimeout()), 0x5A17A2ECC414A040U);
     EXPECT_EQ(std::bit_cast<std::uint64_t>(stream.getOTimeout()), 0x5A17A2ECC414A040U);
     EXPECT_EQ(stream.GetInheritHandle(), -1);
-    EXPECT_EQ(failure([&] { stream.getIsBuffered(); }), unsupported("getIsBuffered"));
-    EXPECT_EQ(failure([&] { stream.getBufferSize(); }), unsupported("getBufferSize"));
-    EXPECT_EQ(failure([&] { stream.setBufferSize(1); }), unsupported("setBufferSize"));
-    EXPECT_EQ(failure([&] { stream.Ignore(); }), unsupported("Ignore"));
-    EXPECT_EQ(failure([&] { stream.getWouldDataLost(); }), unsupported("getWouldDataLost"));
-    EXPECT_EQ(failure([&] { stream.Flush(false); }), unsupported("non-blocking Flush"));
-    Buffer unused;
-    EXPECT_EQ(failure([&] { Stream(true, true, nullptr, &unused); }),
-              "not a stream error: kellib::XNotInitialized");
-    EXPECT_EQ(failure([&] { stream.setSerializer(nullptr); }), "not a stream error: kellib::XNotInitialized");
-    Stream blind(true, false);
+    const std::pair<const char *, std::function<void(Stream &)>> missing[] = {
+        {"getIsBuffered", [](Stream &s) { s.getIsBuffered(); }},
+        {"getBufferSize", [](Stream &s) { s.getBufferSize(); }},
+        {"setBufferSize", [](Stream &s) { s.setBufferSize(1); }},
+        {"Ignore", [](Stream &s) { s.Ignore(); }},
+        {"getWouldDataLost", [](Stream &s) { s.getWouldDataLost(); }},
+        {"non-blocking Flush", [](Stream &s) { s.Flush(false); }},
+    };
+    for (auto &[name, run] : missing)
+        EXPECT_EQ(failure([&] { run(stream); }), unsupported(name));
     EXPECT_EQ(failure([&] { blind.Ignore(); }), "input denied");
     EXPECT_EQ(failure([&] { blind.getWouldDataLost(); }), "input denied");
     EXPECT_EQ(failure([&] { blind.getIsBuffered(); }), unsupported("getIsBuffered"));
     blind.Close();
     EXPECT_EQ(failure([&] { blind.getIsBuffered(); }), not_open);
-    EXPECT_EQ(failure([&] { blind.Flush(false); }), unsupported("non-blocking Flush"));
     EXPECT_EQ(blind.Flush(), nullptr);
+    Buffer unused;
+    const std::string none = "not a stream error: kellib::XNotInitialized";
+    EXPECT_EQ(failure([&] { Stream(true, true, nullptr, &unused); }), none);
+    EXPECT_EQ(failure([&] { stream.setSerializer(nullptr); }), none);
+    stream.modes.clear();
+    stream.setSerializer(ioSerializer::getAscii());
+    stream.setSerializer(ioSerializer::getXDR());
+    EXPECT_EQ(stream.modes, "tb");
+    EXPECT_EQ(stream.getSerializer(), ioSerializer::getXDR());
 }
 
-// A time-out is the one without limit by its bits; the nearest double to 1e126 is another number.
 // Where a pointer to a virtual member of the class says that it stands.
 template <class Member>
 std::ptrdiff_t slot(Member member) {
@@ -254,87 +244,47 @@ TEST(Stream, VirtualOperationsInTheirOrder) {
 
 TEST(Stream, OnlyTheExactTimeOutIsNone) {
     Stream stream;
-    stream.buffer->plain.data = std::string("\1\0\0\0\2\0\0\0", 8);
-    EXPECT_EQ(stream.ReadInt(), 1);
-    for (double finite : {5.0, 0.0, -1.0, 1e126, std::nextafter(INFINITE, 0.0)}) {
+    stream.buffer->plain.data = "0123456789";
+    for (double finite : {0.0, -1.0, std::nextafter(INFINITE, 0.0)}) {
         stream.setITimeout(finite);
-        EXPECT_EQ(failure([&] { stream.ReadInt(); }), unsupported("ITimeout != INFINITE"));
+        EXPECT_EQ(failure([&] { stream.ReadByte(); }), unsupported("ITimeout != INFINITE"));
         EXPECT_EQ(failure([&] { stream.WriteInt(1); }), "") << "the other direction goes on";
+        EXPECT_EQ(stream.ReadBytes(bytes, 1), 1U) << "raw reads do not mind";
     }
-    char byte;
-    EXPECT_EQ(stream.ReadBytes(&byte, 1), 1U) << "raw reads do not mind";
-    stream.setITimeout(INFINITE);
-    EXPECT_EQ(stream.ReadBytes(&byte, 1), 1U);
-    EXPECT_TRUE(stream.getIsGood());
-}
-
-TEST(Stream, AnActiveStreamKeepsItsSerializer) {
-    for (const Operation &operation : operations()) {
-        Stream stream;
-        stream.buffer->plain.data = std::string(64, '\0');
-        operation.run(stream);
-        stream.setIsBad(false);
-        std::string name = operation.name;
-        bool leaves = operation.kind == Sizes || operation.kind == Setter ||
-                      name.find("Event") != name.npos || name.find("Try") == 0;  // the buffer cannot try
-        EXPECT_EQ(failure([&] { stream.setSerializer(ioSerializer::getAscii()); }), leaves ? "" : improper)
-            << operation.name;
-    }
-    Stream stream;
-    stream.modes.clear();
-    stream.setSerializer(ioSerializer::getAscii());
-    stream.setSerializer(ioSerializer::getXDR());
-    EXPECT_EQ(stream.modes, "tb");
-    EXPECT_EQ(stream.getSerializer(), ioSerializer::getXDR());
 }
 
 // State ----------------------------------------------------------------------------------------
 
 TEST(Stream, CodesBecomeStatesAndMessages) {
     Coder coder;
-    struct {
-        ioTryCode code;
-        const char *message;
-        int state;
-    } cases[] = {{ioSuccess, "", 0},
-                 {ioWouldBlock, "", 0},
-                 {ioEndOfFile, "EOF reached", 1},
-                 {ioIOError, "I/O error", 4},
-                 {ioFormatError, "conversion error", 2},
-                 {ioNotSupported, "function \"\" not supported", 0}};
-    for (const auto &one : cases) {
-        Stream stream(true, true, &coder);
-        stream.buffer->plain.data = std::string(64, '\0');
-        for (int way = 0; way < 3; ++way) {
-            coder.code = one.code;
-            EXPECT_EQ(failure([&] {
-                          if (way == 0) stream.ReadInt();
-                          if (way == 1) stream.WriteInt(1);
-                          if (way == 2) stream.CheckTryCode(one.code);
-                      }),
-                      one.message);
-            EXPECT_EQ(
-                (stream.getIsEof() ? 1 : 0) | (stream.getIsFail() ? 2 : 0) | (stream.getIsBad() ? 4 : 0),
-                one.state);
-            EXPECT_EQ(stream.getIsGood(), one.state == 0);
-            stream.setIsFail(false);
+    const char *messages[] = {
+        "", "", "EOF reached", "I/O error", "conversion error", "function \"\" not supported"};
+    for (int code = ioSuccess; code <= ioNotSupported; ++code) {
+        Stream stream(true, true, &coder), other(true, true, &coder);
+        stream.buffer->plain.data = "1234";
+        coder.code = static_cast<ioTryCode>(code);
+        EXPECT_EQ(failure([&] { stream.ReadInt(); }), messages[code]);
+        EXPECT_EQ(failure([&] { other.WriteInt(1); }), messages[code]);
+        for (Stream *one : {&stream, &other}) {
+            EXPECT_EQ(one->getIsEof(), code == ioEndOfFile);
+            EXPECT_EQ(one->getIsFail(), code == ioFormatError);
+            EXPECT_EQ(one->getIsBad(), code == ioIOError);
+            EXPECT_EQ(one->getIsGood(), code < ioEndOfFile || code == ioNotSupported);
         }
     }
 }
 
 TEST(Stream, TheFirstBitInTheOrderNamesTheState) {
-    auto name = [](int bits) -> std::string {
-        return bits & 1    ? "EOF reached"
-               : bits & 4  ? "I/O error"
-               : bits & 2  ? "conversion error"
-               : bits & 8  ? "timeout expired"
-               : bits & 16 ? "data lost"
-                           : "unknown error";
-    };
     for (int bits = 0; bits < 32; ++bits) {
+        const std::string name = bits & 1    ? "EOF reached"
+                                 : bits & 4  ? "I/O error"
+                                 : bits & 2  ? "conversion error"
+                                 : bits & 8  ? "timeout expired"
+                                 : bits & 16 ? "data lost"
+                                             : "unknown error";
         Stream stream;
-        EXPECT_EQ(failure([&] { stream.ThrowState(bits); }), name(bits));
-        EXPECT_EQ(failure([&] { stream.ReadInt(); }), bits ? name(bits) : "EOF reached");
+        EXPECT_EQ(failure([&] { stream.ThrowState(bits); }), name);
+        EXPECT_EQ(failure([&] { stream.ReadInt(); }), bits ? name : "EOF reached");
         EXPECT_EQ(stream.getIsTimeout(), (bits & 8) != 0);
         EXPECT_EQ(stream.getIsDataLost(), (bits & 16) != 0);
         bits & 1 ? stream.setIsFail(false) : stream.setIsBad(false);
@@ -342,16 +292,12 @@ TEST(Stream, TheFirstBitInTheOrderNamesTheState) {
         stream.setIsFail(true);
         stream.setIsBad(true);
         EXPECT_EQ(failure([&] { stream.ReadInt(); }), "I/O error");
-        stream.SetState(bits);
-        stream.Close();
-        EXPECT_EQ(failure([&] { stream.ReadInt(); }), not_open);
     }
     Stream stream;
     EXPECT_EQ(failure([&] { stream.Throw(ioImproperFunction, "here"); }),
               "function \"here\" can not be called in the current context");
     EXPECT_EQ(failure([&] { stream.Throw(ioIncompatibleFormat); }), "incompatible format");
     EXPECT_EQ(failure([&] { stream.Throw(static_cast<ioError>(6)); }), "unknown error");
-    EXPECT_EQ(failure([&] { stream.Throw(static_cast<ioError>(-1)); }), "unknown error");
 }
 
 kel::caught error_of(Stream &stream) {
@@ -367,7 +313,7 @@ kel::caught error_of(Stream &stream) {
 // An error reports its stream as it is now, and may outlive it.
 TEST(Stream, ErrorsAndStreamsMayDieInAnyOrder) {
     std::mt19937 random(3);
-    for (int round = 0; round < 50; ++round) {
+    for (int round = 0; round < 20; ++round) {
         auto stream = std::make_unique<Stream>();
         std::vector<kel::caught> errors;
         for (int i = 0; i < 20; ++i) {
@@ -420,77 +366,12 @@ TEST(Stream, ClosesOnce) {
         Stream stream;
         stream.closed_at_death = &closed;
         stream.Close();
-        stream.Close();
         EXPECT_FALSE(stream.getIsOpen());
-        EXPECT_EQ(stream.closed, 1);
     }
     EXPECT_EQ(closed, 1);
-    {
-        Stream stream;
-        stream.closed_at_death = &closed;
-        closed = 0;
-    }
-    EXPECT_EQ(closed, 1);
-    struct Careless : ioStream {
-        explicit Careless(Buffer *buffer) : ioStream(ioSerializer::getAscii(), buffer, true, true) {}
-        void OnClose() override {}
-    };
-    Buffer buffer;
-    { Careless never_closed_itself(&buffer); }
-}
-
-TEST(Stream, AFlushThatFailsIsRemembered) {
-    Stream stream, input(false, true);
-    for (Stream *one : {&stream, &input}) {
-        EXPECT_EQ(one->Flush(), nullptr);
-        EXPECT_TRUE(one->getIsGood());
-        one->buffer->plain.sync_result = -1;
-        EXPECT_EQ(one->Flush(), nullptr);
-        EXPECT_EQ(one->buffer->plain.synced, 2);
-    }
-    EXPECT_TRUE(stream.getIsBad());
-    EXPECT_TRUE(input.getIsGood()) << "it had nothing to hand on";
-    EXPECT_EQ(failure([&] { stream.WriteInt(1); }), "I/O error");
-    EXPECT_EQ(stream.Flush(), nullptr) << "no guards";
 }
 
 // Values ---------------------------------------------------------------------------------------
-
-TEST(Stream, ValuesThroughTheEncoder) {
-    Stream stream;
-    stream.WriteByte(-1);
-    stream.WriteByte(0x1FF);
-    stream.WriteBool(7);
-    stream.WriteInt(-2);
-    stream.WriteReal(1.0);
-    stream.WriteString("abc");
-    stream.WriteString(xstrNullStr);
-    stream.WriteBytes("xy", 2);
-    EXPECT_EQ(stream.buffer->plain.written,
-              std::string("\xFF\xFF\7\xFE\xFF\xFF\xFF\0\0\0\0\0\0\xF0\x3F\3\0\0\0abc\0\0\0\0xy", 28));
-    stream.buffer->plain.data = stream.buffer->plain.written;
-    EXPECT_EQ(stream.ReadByte(), -1);
-    EXPECT_EQ(stream.ReadByte(), -1);
-    EXPECT_EQ(stream.ReadBool(), 7);
-    EXPECT_EQ(stream.ReadInt(), -2);
-    EXPECT_EQ(stream.ReadReal(), 1.0);
-    EXPECT_EQ(text_of(stream.ReadString()), "abc");
-    EXPECT_EQ(text_of(stream.ReadString()), "");
-    char bytes[5] = "....";
-    EXPECT_EQ(stream.ReadBytes(bytes, 4), 2U) << "a part of a block is no error";
-    EXPECT_STREQ(bytes, "xy..");
-    EXPECT_TRUE(stream.getIsGood());
-    EXPECT_EQ(failure([&] { stream.ReadBytes(bytes, 4); }), "EOF reached");
-    EXPECT_TRUE(stream.getIsEof());
-    EXPECT_EQ(stream.SizeOfByte(1) + 10 * stream.SizeOf(1) + 100 * stream.SizeOf(true) +
-                  1000 * stream.SizeOf(1.0) + 10000 * stream.SizeOf("abc"),
-              1 + 40 + 100 + 8000 + 70000)
-        << "sizes mind no state";
-    Stream full;
-    full.buffer->plain.limit = 3;
-    EXPECT_EQ(failure([&] { full.WriteBytes("abcd", 4); }), "I/O error");
-    EXPECT_TRUE(full.getIsBad());
-}
 
 // Trials ---------------------------------------------------------------------------------------
 
@@ -500,154 +381,128 @@ TEST(Stream, TrialsAnswerCodesAndLeaveTheStateAlone) {
     Buffer &buffer = *stream.buffer;
     EXPECT_EQ(stream.TryReadInt(), ioNotSupported);
     EXPECT_EQ(stream.TryWriteInt(1), ioNotSupported);
-    stream.setSerializer(&coder);
     EXPECT_EQ(buffer.begun + buffer.ended, 0);
     buffer.tries = true;
-    int trials = 0;
     for (bool at_end : {false, true}) {
         buffer.at_end = at_end;
         for (int code = ioWouldBlock; code <= ioNotSupported; ++code) {
             coder.code = static_cast<ioTryCode>(code);
-            ioTryCode expected = at_end && code == ioWouldBlock ? ioEndOfFile : coder.code;
-            EXPECT_EQ(stream.TryReadInt(), expected);
-            EXPECT_EQ(stream.TryWriteInt(1), code == ioWouldBlock ? ioWouldBlock : expected);
-            trials += 2;
+            EXPECT_EQ(stream.TryReadInt(), at_end && code == ioWouldBlock ? ioEndOfFile : coder.code);
+            EXPECT_EQ(stream.TryWriteInt(1), coder.code);
         }
     }
-    EXPECT_TRUE(stream.getIsGood());
     EXPECT_EQ(failure([&] { stream.setSerializer(&coder); }), improper);
     coder.code = ioSuccess;
-    buffer.shown = std::string("\1\0\0", 3);
-    EXPECT_EQ(stream.TryReadInt(), ioEndOfFile);
     buffer.shown = std::string("\1\0\0\0", 4);
-    EXPECT_EQ(stream.TryReadInt(), ioSuccess);
-    EXPECT_EQ(stream.TryReadReal(), ioEndOfFile);
-    EXPECT_EQ(stream.TryWriteInt(1), ioSuccess);
-    EXPECT_EQ(buffer.taken.written, buffer.shown);
+    const std::pair<ioTryCode, ioTryCode> reads[] = {{stream.TryReadByte(), ioSuccess},
+                                                     {stream.TryReadInt(), ioSuccess},
+                                                     {stream.TryReadBool(), ioSuccess},
+                                                     {stream.TryReadReal(), ioEndOfFile},
+                                                     {stream.TryReadString(), ioEndOfFile}};
+    for (auto [code, expected] : reads)
+        EXPECT_EQ(code, expected);
+    EXPECT_EQ(stream.TryWriteByte(1) + stream.TryWriteInt(1) + stream.TryWriteBool(1) +
+                  stream.TryWriteReal(1.0) + stream.TryWriteString(""),
+              ioSuccess);
+    EXPECT_EQ(buffer.taken.written, std::string("\1\1\0\0\0\1\0\0\0\0\0\0\xF0\x3F\0\0\0\0", 18));
     EXPECT_EQ(stream.PeekNBytes(), 4U);
     coder.throws = true;
     EXPECT_THROW(stream.TryReadInt(), std::bad_alloc);
-    trials += 6;
-    EXPECT_EQ(buffer.begun, trials);
-    EXPECT_EQ(buffer.ended, trials) << "every trial that began has ended";
+    EXPECT_TRUE(stream.getIsGood());
+    EXPECT_GT(buffer.begun, 30);
+    EXPECT_EQ(buffer.ended, buffer.begun) << "every trial that began has ended";
     buffer.tries = false;
     EXPECT_EQ(stream.PeekNBytes(), 0U);
 }
 
-// Whether a text is whole shows at its delimiter or at the end of the data, not at the end of what came.
 TEST(Stream, ATextIsWholeAtItsDelimiter) {
-    Stream stream(true, true, ioSerializer::getAscii());
-    Buffer &buffer = *stream.buffer;
-    buffer.tries = true;
-    struct {
+    Stream stream(true, true, ioSerializer::getAscii()), binary;
+    stream.buffer->tries = binary.buffer->tries = true;
+    const struct {
         const char *shown, *delimiters;
         ioTryCode open, at_end;
-    } cases[] = {
-        {"", "\n", ioEndOfFile, ioEndOfFile},       {" \n ", "\n", ioEndOfFile, ioEndOfFile},
-        {"abc", "\n", ioWouldBlock, ioSuccess},     {"abc", xstrNullStr, ioWouldBlock, ioSuccess},
-        {"  abc\n", "", ioSuccess, ioSuccess},      {"abc def", " ", ioSuccess, ioSuccess},
-        {"abc def", "; ", ioWouldBlock, ioSuccess}, {"abc;", ";", ioSuccess, ioSuccess},
-        {";", ";", ioFormatError, ioFormatError},
-    };
-    for (const auto &one : cases) {
-        buffer.shown = one.shown;
-        buffer.at_end = false;
-        EXPECT_EQ(stream.TryReadString(one.delimiters), one.open) << one.shown;
-        buffer.at_end = true;
-        EXPECT_EQ(stream.TryReadString(one.delimiters), one.at_end) << one.shown;
-    }
-    Stream binary;
-    binary.buffer->tries = true;
+    } cases[] = {{" \n ", "\n", ioEndOfFile, ioEndOfFile},   {"abc", xstrNullStr, ioWouldBlock, ioSuccess},
+                 {"  abc\n", "", ioSuccess, ioSuccess},      {"abc def", " ", ioSuccess, ioSuccess},
+                 {"abc def", "; ", ioWouldBlock, ioSuccess}, {";", ";", ioFormatError, ioFormatError}};
+    for (const auto &one : cases)
+        for (bool at_end : {false, true}) {
+            stream.buffer->shown = one.shown;
+            stream.buffer->at_end = at_end;
+            EXPECT_EQ(stream.TryReadString(one.delimiters), at_end ? one.at_end : one.open) << one.shown;
+        }
     binary.buffer->shown = std::string("\2\0\0\0ab", 6);
     EXPECT_EQ(binary.TryReadString(), ioSuccess) << "its length is known";
 }
 
 TEST(Stream, EventsBelongToTheCaller) {
     Stream stream;
-    EXPECT_EQ(stream.InputEvent(), nullptr);
-    EXPECT_EQ(stream.buffer->asked, 1);
     stream.buffer->has_event = true;
     std::unique_ptr<ioEvent> input(stream.InputEvent()), output(stream.OutputEvent());
-    EXPECT_EQ(input->getType(), ioInputPending);
-    EXPECT_EQ(output->getType(), ioOutputPending);
-    EXPECT_EQ(input->getStream(), &stream);
-    EXPECT_TRUE(input->getIsSignaled() && output->Wait(0.0));
-    xobject *object = output.get();
-    EXPECT_EQ(ioEvent::cast(object), output.get());
-    EXPECT_EQ(evtEvent::cast(object), output.get());
-    EXPECT_STREQ(object->gettypename(), "iolib::Event");
-    EXPECT_EQ(static_cast<xobject *>(object->lookupfield("Stream")), &stream);
-    EXPECT_STREQ(xrtti_get_p_ioEventType()->getenumvalue(object->lookupfield("Type")), "ioOutputPending");
-    EXPECT_EQ(failure([&] { stream.setSerializer(ioSerializer::getXDR()); }), "") << "events do not activate";
+    EXPECT_TRUE(input->getStream() == &stream && input->getIsSignaled() && output->Wait(0.0));
+    EXPECT_TRUE(input->getType() == ioInputPending && output->getType() == ioOutputPending);
+    EXPECT_EQ(ioEvent::cast(static_cast<xobject *>(output.get())), output.get());
+    EXPECT_EQ(static_cast<xobject *>(output->lookupfield("Stream")), &stream);
 }
 
 // Copying --------------------------------------------------------------------------------------
 
 TEST(CopyStream, CopiesAllAndLeavesTheSourceGood) {
     std::mt19937 random(11);
-    for (std::size_t size : {0U, 1U, 4095U, 4096U, 4097U, 8192U, 65536U, 1000003U}) {
-        std::string bytes(size, '\0');
-        for (char &byte : bytes)
+    for (std::size_t size : {0U, 1U, 4095U, 4096U, 4097U, 65536U, 1000003U}) {
+        std::string data(size, '\0');
+        for (char &byte : data)
             byte = static_cast<char>(random());
-        for (bool plain : {true, false}) {
-            Stream target, source;
-            source.buffer->plain.data = bytes;
-            std::unique_ptr<ioPipe> pipe;
-            if (plain) {
-                CopyStream(&target, &source);
-            } else {
-                std::unique_ptr<ioStringStream> memory(ioStringStream::Create());
-                memory->setSerializer(ioSerializer::getBinary());
-                memory->WriteBytes(bytes.data(), static_cast<unsigned>(size));
-                memory->WriteStream(&target);
-                EXPECT_EQ(memory->PeekNBytes(), 0U);
-                EXPECT_TRUE(memory->getIsGood());
-            }
-            EXPECT_TRUE(target.buffer->plain.written == bytes) << size;
-            EXPECT_TRUE(source.getIsGood() && target.getIsGood());
-            EXPECT_EQ(failure([&] { target.setSerializer(ioSerializer::getXDR()); }), improper);
-            if (plain) {
-                EXPECT_EQ(failure([&] { source.setSerializer(ioSerializer::getXDR()); }), improper);
-            }
-        }
+        Stream target, second, source;
+        source.buffer->plain.data = data;
+        CopyStream(&target, &source);
+        std::unique_ptr<ioStringStream> memory(ioStringStream::Create());
+        memory->setSerializer(ioSerializer::getBinary());
+        memory->WriteBytes(data.data(), static_cast<unsigned>(size));
+        memory->WriteStream(&second);
+        EXPECT_EQ(memory->PeekNBytes(), 0U);
+        EXPECT_TRUE(target.buffer->plain.written == data && second.buffer->plain.written == data) << size;
+        EXPECT_TRUE(source.getIsGood() && target.getIsGood() && memory->getIsGood());
+        for (Stream *active : {&target, &source})
+            EXPECT_EQ(failure([&] { active->setSerializer(ioSerializer::getXDR()); }), improper);
     }
 }
 
 TEST(CopyStream, Refuses) {
-    Stream source, target, other(true, true, ioSerializer::getXDR()), reader(false, true),
-        writer(true, false);
-    source.buffer->plain.data = "abc";
-    EXPECT_EQ(failure([&] { other.ReadStream(&source); }, &source), "incompatible format");
     ioBinarySerializer twin;
-    Stream same_format(true, true, &twin);
-    EXPECT_EQ(failure([&] { CopyStream(&same_format, &source); }, &source), "incompatible format")
-        << "encoders are told apart as objects";
-    EXPECT_EQ(failure([&] { CopyStream(&source, &source); }, &source),
-              "function \"CopyStream\" can not be called in the current context");
-    EXPECT_EQ(failure([&] { CopyStream(&target, &writer); }, &writer), "input denied");
-    EXPECT_EQ(failure([&] { CopyStream(&reader, &source); }, &reader), "output denied");
-    EXPECT_EQ(failure([&] { CopyStream(&reader, &writer); }, &writer), "input denied") << "the source first";
-    EXPECT_EQ(failure([&] { CopyStream(nullptr, &source); }), "not a stream error: kellib::XNotInitialized");
-    target.setIsFail(true);
-    EXPECT_EQ(failure([&] { CopyStream(&target, &source); }, &target), "conversion error");
-    target.Close();
-    EXPECT_EQ(failure([&] { source.WriteStream(&target); }, &target), not_open);
-    EXPECT_EQ(source.buffer->plain.at, 0U) << "nothing was read";
+    Stream source, target, other(true, true, &twin), reader(false, true), writer(true, false), failed, closed;
+    source.buffer->plain.data = "abc";
+    failed.setIsFail(true);
+    closed.Close();
+    const struct {
+        Stream *target, *source, *blamed;
+        const char *message;
+    } cases[] = {
+        {&other, &source, &source, "incompatible format"},  // encoders are told apart as objects
+        {&source, &source, &source, "function \"CopyStream\" can not be called in the current context"},
+        {&target, &writer, &writer, "input denied"},
+        {&reader, &source, &reader, "output denied"},
+        {&reader, &writer, &writer, "input denied"},  // the source first
+        {&failed, &source, &failed, "conversion error"},
+        {&closed, &source, &closed, "stream not open"},
+        {nullptr, &source, nullptr, "not a stream error: kellib::XNotInitialized"},
+    };
+    for (const auto &one : cases) {
+        EXPECT_EQ(failure([&] { CopyStream(one.target, one.source); }, one.blamed), one.message);
+        EXPECT_EQ(source.buffer->plain.at, 0U) << "nothing was read";
+    }
     source.setSerializer(ioSerializer::getAscii());
 }
 
 TEST(CopyStream, AShortWriteIsTheTargetsFailure) {
-    Stream source, target;
+    Stream source, target, full;
     source.buffer->plain.data = std::string(10000, 'x');
     target.buffer->plain.limit = 5000;
     EXPECT_EQ(failure([&] { CopyStream(&target, &source); }, &target), "I/O error");
     EXPECT_TRUE(target.getIsBad() && source.getIsGood());
     EXPECT_EQ(target.buffer->plain.written.size(), 5000U);
-    Stream full;
     full.buffer->plain.limit = 7;
-    std::unique_ptr<ioStringStream> memory(ioStringStream::Create());
+    std::unique_ptr<ioStringStream> memory(ioStringStream::Create("0123456789"));
     memory->setSerializer(ioSerializer::getBinary());
-    memory->WriteBytes("0123456789", 10);
     EXPECT_EQ(failure([&] { CopyStream(&full, memory.get()); }, &full), "I/O error");
     EXPECT_EQ(drain(*memory), "789") << "what was not taken is still there";
 }
@@ -736,27 +591,17 @@ TEST(Declared, TypesOfTheModule) {
 }
 
 TEST(Declared, FieldsReadTheStream) {
-    Stream stream(true, false);
+    Stream stream(true, false), reader(false, true);
     xobject *object = &stream;
-    EXPECT_STREQ(object->gettypename(), "iolib::Stream");
     EXPECT_EQ(ioStream::cast(object), &stream) << "through a virtual base";
     EXPECT_EQ(static_cast<xobject *>(object->lookupfield("Serializer")), ioSerializer::getBinary());
-    EXPECT_TRUE(object->lookupfield("IsOpen").getbool() == 1 &&
-                object->lookupfield("CanRead").getbool() == 0);
+    EXPECT_TRUE(object->lookupfield("CanWrite").getbool() && !object->lookupfield("CanRead").getbool());
     EXPECT_TRUE(object->lookupfield("ITimeout").isnil()) << "without limit is nil";
-    stream.setITimeout(2.5);
-    EXPECT_EQ(object->lookupfield("ITimeout").getreal(), 2.5);
     EXPECT_EQ(failure([&] { object->lookupfield("BufferSize"); }), unsupported("getBufferSize"));
-    EXPECT_EQ(failure([&] { object->lookupfield("WouldDataLost"); }), "input denied");
-    EXPECT_EQ(static_cast<xobject *>(object->lookupfield("Stdout")), ioStream::getStdout());
-    Stream reader(false, true);
     kel::caught error = error_of(reader);
-    EXPECT_STREQ(error.type_name(), "iolib::XStream");
     EXPECT_FALSE(error->isrefcountable());
     EXPECT_EQ(static_cast<xobject *>(error->lookupfield("Stream")), &reader);
-    EXPECT_STREQ(xrtti_get_p_ioError()->getenumvalue(error->lookupfield("Error")), "ioStreamState");
     EXPECT_STREQ(error->lookupfield("Msg").getstring(), "Stream Error (iolib):EOF reached");
-    EXPECT_EQ(object->lookupfield("IsGood").getbool() + reader.lookupfield("IsEof").getbool(), 2);
 }
 
 }  // namespace

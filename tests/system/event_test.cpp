@@ -4,9 +4,7 @@
 
 #include <chrono>
 #include <cmath>
-#include <limits>
 #include <memory>
-#include <random>
 #include <thread>
 #include <vector>
 
@@ -38,122 +36,76 @@ double seconds(Action action) {
 // An ordinary number beside the one that means no limit.
 const double nearly_infinite = std::nextafter(INFINITE, 0.0);
 
-TEST(Event, TimeOutsThatDoNotWait) {
+TEST(Event, TimeOuts) {
     Own own;
-    for (double timeout :
-         {0.0, -0.0, -1.0, -1e300, -std::numeric_limits<double>::infinity(), std::nan(""), 1e-9}) {
+    for (double timeout : {0.0, -1.0, -1e300, -HUGE_VAL, std::nan(""), 1e-9})
         EXPECT_LT(seconds([&] { EXPECT_FALSE(own.event.Wait(timeout)) << timeout; }), 0.5) << timeout;
-    }
-    Event_Set(own.handle);
-    for (double timeout : {0.0, -1.0, std::nan(""), 0.01, 1e125, 1e300, nearly_infinite, INFINITE,
-                           std::numeric_limits<double>::infinity()}) {
-        EXPECT_TRUE(own.event.Wait(timeout)) << timeout;
-    }
-    EXPECT_TRUE(own.event.getIsSignaled());
-    evtEvent never(nullptr);
-    EXPECT_FALSE(never.getIsSignaled() || never.Wait(0.0));
-    evtEvent always(new btkAlwaysEvent);
-    EXPECT_TRUE(always.getIsSignaled() && always.Wait(0.0) && always.Wait(INFINITE));
-}
-
-TEST(Event, TimeOutsThatWait) {
-    Own own;
     EXPECT_NEAR(seconds([&] { EXPECT_FALSE(own.event.Wait(0.15)); }), 0.2, 0.06);
-    for (double timeout : {1.0e9, 1e125, 1e300, nearly_infinite, INFINITE}) {
+    for (double timeout : {1.0e9, 1e125, 1e300, nearly_infinite, HUGE_VAL, INFINITE}) {
         Own late;
         std::thread setter([&] {
-            std::this_thread::sleep_for(60ms);
+            std::this_thread::sleep_for(20ms);
             Event_Set(late.handle);
         });
-        EXPECT_GE(seconds([&] { EXPECT_TRUE(late.event.Wait(timeout)) << timeout; }), 0.05) << timeout;
+        EXPECT_GE(seconds([&] { EXPECT_TRUE(late.event.Wait(timeout)) << timeout; }), 0.01) << timeout;
         setter.join();
+        for (double again : {-1.0, std::nan(""), timeout})
+            EXPECT_TRUE(late.event.Wait(again)) << again;
     }
+    xobject *object = &own.event;
+    EXPECT_EQ(evtEvent::cast(object), &own.event) << "through a virtual base";
+    EXPECT_FALSE(object->lookupfield("IsSignaled").getbool() || object->isrefcountable());
+    evtEvent never(nullptr), always(new btkAlwaysEvent);
+    EXPECT_FALSE(never.getIsSignaled() || never.Wait(0.0));
+    EXPECT_TRUE(always.getIsSignaled() && always.Wait(0.0) && always.Wait(INFINITE));
 }
 
 TEST(Event, ArraysAnswerAPosition) {
     Own a, b, c(false);
     evtEvent never(nullptr);
     xauto<evtEventArray> events;
-    EXPECT_EQ(evtEvent::Wait(&events, 0.0), 0);
     EXPECT_GE(seconds([&] { EXPECT_EQ(evtEvent::Wait(&events, 0.05), 0); }), 0.05);
-    EXPECT_GE(seconds([&] { EXPECT_EQ(evtEvent::Wait(nullptr, 0.05), 0); }), 0.05);
+    EXPECT_EQ(evtEvent::Wait(nullptr, 0.0), 0);
     for (evtEvent *event : {static_cast<evtEvent *>(nullptr), &a.event, &never, &b.event, &c.event, &a.event})
         events.append(event);
     EXPECT_EQ(evtEvent::Wait(&events, 0.0), 0);
     Event_Set(c.handle);
+    EXPECT_TRUE(c.event.getIsSignaled() && c.event.getIsSignaled()) << "asking takes nothing";
     EXPECT_EQ(evtEvent::Wait(&events, INFINITE), 5);
     EXPECT_EQ(evtEvent::Wait(&events, 0.0), 0) << "the wait that reported it took the signal";
     Event_Set(b.handle);
     EXPECT_EQ(evtEvent::Wait(&events, 1.0), 4);
     Event_Set(a.handle);
     EXPECT_EQ(evtEvent::Wait(&events, 1.0), 2) << "of several the first";
-    std::thread setter([&] { Event_Set(a.handle); });
-    EXPECT_EQ(evtEvent::Wait(&events, INFINITE), 2);
-    setter.join();
-    EXPECT_EQ(events.getnseqelems(), 6);
-    EXPECT_EQ(static_cast<xobject *>(events.getseqelem(1)), &a.event);
-    EXPECT_TRUE(events.getseqelem(0).isnil());
 }
 
-// The system polls no more descriptors than the process may have.
 TEST(Event, AWaitThatFailsHasNoEvent) {
-    std::vector<std::unique_ptr<Own>> own;
+    Own own(true, true);
     xauto<evtEventArray> events;
-    for (int i = 0; i < 8; ++i) {
-        own.push_back(std::make_unique<Own>(true, true));
-        events.append(&own.back()->event);
-    }
+    for (int i = 0; i < 8; ++i)
+        events.append(&own.event);
     rlimit before{}, few{};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
-    few.rlim_cur = 4;
-    few.rlim_max = before.rlim_max;
+    few = {4, before.rlim_max};
     ::setrlimit(RLIMIT_NOFILE, &few);
-    Error_SetLast(0);
-    int answer = evtEvent::Wait(&events, INFINITE), error = Error_GetLast();
+    int answer = evtEvent::Wait(&events, INFINITE);
     ::setrlimit(RLIMIT_NOFILE, &before);
     EXPECT_EQ(answer, 0);
-    EXPECT_NE(error, 0);
     EXPECT_EQ(evtEvent::Wait(&events, INFINITE), 1);
 }
 
 TEST(Event, RemovesEveryOccurrence) {
-    std::vector<std::unique_ptr<Own>> own;
-    for (int i = 0; i < 4; ++i)
-        own.push_back(std::make_unique<Own>());
-    std::mt19937 random(7);
-    for (int round = 0; round < 200; ++round) {
-        xauto<evtEventArray> events;
-        std::vector<evtEvent *> model;
-        for (auto count = random() % 12; count > 0; --count) {
-            evtEvent *event = random() % 6 == 0 ? nullptr : &own[random() % 4]->event;
-            events.append(event);
-            model.push_back(event);
-        }
-        for (int i = -1; i < 4; ++i) {
-            evtEvent *gone = i < 0 ? nullptr : &own[static_cast<std::size_t>(i)]->event;
-            evtRemoveEvent(&events, gone);
-            std::erase(model, gone);
-            ASSERT_EQ(std::vector<evtEvent *>(events.begin(), events.end()), model);
-            if (random() % 2) break;
-        }
-    }
+    Own a, b;
+    xauto<evtEventArray> events;
+    for (evtEvent *event : {&a.event, &a.event, static_cast<evtEvent *>(nullptr), &b.event, &a.event})
+        events.append(event);
+    evtRemoveEvent(&events, &a.event);
+    EXPECT_EQ(std::vector<evtEvent *>(events.begin(), events.end()),
+              (std::vector<evtEvent *>{nullptr, &b.event}));
+    evtRemoveEvent(&events, nullptr);
+    evtRemoveEvent(&events, &a.event);
+    EXPECT_EQ(events.getarraysize(), 1);
     evtRemoveEvent(nullptr, nullptr);
-}
-
-TEST(Event, IsDeclared) {
-    Own own;
-    xobject *object = &own.event;
-    EXPECT_STREQ(object->gettypename(), "eventlib::Event");
-    EXPECT_STREQ(evtEventArray::getclassrtti()->gettypename(), "eventlib::EventArray");
-    EXPECT_EQ(evtEventArray::getclassrtti()->getseqtype(), evtEvent::getclassrtti());
-    EXPECT_FALSE(object->isrefcountable());
-    EXPECT_EQ(evtEvent::cast(object), &own.event) << "through a virtual base";
-    EXPECT_FALSE(object->lookupfield("IsSignaled").getbool());
-    Event_Set(own.handle);
-    EXPECT_TRUE(object->lookupfield("IsSignaled").getbool());
-    std::unique_ptr<evtEventArray> made(evtEventArray::create());
-    EXPECT_EQ(made->getarraysize(), 0);
-    EXPECT_FALSE(made->isrefcountable());
 }
 
 // Each signal of an event without manual reset releases exactly one of the threads that wait for it.
@@ -163,11 +115,11 @@ TEST(Event, OneSignalReleasesOneThread) {
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&] {
-            for (int k = 0; k < 50; ++k)
+            for (int k = 0; k < 20; ++k)
                 if (own.event.Wait(INFINITE)) ++released;
         });
     }
-    for (int set = 1; set <= 200; ++set) {
+    for (int set = 1; set <= 80; ++set) {
         Event_Set(own.handle);
         while (released < set)
             std::this_thread::yield();
