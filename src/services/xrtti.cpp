@@ -64,13 +64,13 @@ bool brtti::iskindof(brtti *type) {
     // Nearly always parents form a short line of one each: the very descriptor is looked for first, which
     // costs no look at a name.
     brtti *at = this;
-    int line = 0;
-    for (int parents = 1; at && parents == 1 && line < usual_line; ++line) {
+    int line = 0, parents = 1;
+    for (; at && parents == 1 && line < usual_line; ++line) {
         if (at == type) return true;
         parents = at->GiveIsStruct() ? at->GiveNParents() : 0;
         at = parents > 0 ? at->GiveParentType(0) : nullptr;
     }
-    if (at) return issameas(type) || has_ancestor(this, type);
+    if (at || parents > 1) return issameas(type) || has_ancestor(this, type);
     for (at = this; !at->issameas(type); at = at->GiveParentType(0))
         if (--line == 0) return false;
     return true;

@@ -438,6 +438,11 @@ TEST(Kinship, IsByNameAndThroughParents) {
     EXPECT_TRUE(t.base->issameas(same_name.get()) && !derived->issameas(t.base.get()));
     EXPECT_FALSE(t.base->iskindof(derived.get()) || derived->iskindof(nullptr) || derived->issameas(nullptr));
     EXPECT_FALSE(derived->iskindof(get_xrttiobject()));
+    // A place without a parent hides none of the others.
+    xrttistruct *gap_list[] = {nullptr, t.record.get()};
+    xrttistructs gap(2, gap_list), only_gap(1, gap_list);
+    EXPECT_TRUE(make<xrttistruct>("t::Gap", no, &gap, nullptr)->iskindof(t.base.get()));
+    EXPECT_FALSE(make<xrttistruct>("t::Gap", no, &only_gap, nullptr)->iskindof(t.base.get()));
     // Descriptors without a name are one type.
     xrtti unnamed, other;
     EXPECT_TRUE(unnamed.issameas(&other) && !unnamed.issameas(t.base.get()));
