@@ -4,6 +4,7 @@
 #include <kelstdmt/xrtti.h>
 
 #include <cstring>
+#include <string_view>
 
 #include <kelstdmt/xexception.h>
 
@@ -36,12 +37,13 @@ xrttifield *xrttifields::getbyindex(int index) const {
 
 bool xrttifields::find(const char *name, xrttifield *&field) const {
     if (name == nullptr) return false;
+    const bool marker = !kel::is_text(name);
+    const std::string_view wanted(marker ? "" : name);
     const std::uint64_t key = kel::detail::name_key(name);
     for (int i = 0; i < m_count; ++i) {
-        const xstring &candidate = m_fields[i]->m_name;
         if (m_fields[i]->m_key != key) continue;
-        if (candidate.Str() == name ||
-            (kel::is_text(name) && !candidate.IsNull() && std::strcmp(candidate.Str(), name) == 0)) {
+        const xstring &candidate = m_fields[i]->m_name;
+        if (marker ? candidate.Str() == name : !candidate.IsNull() && std::string_view(candidate) == wanted) {
             field = m_fields[i];
             return true;
         }
