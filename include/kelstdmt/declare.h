@@ -36,7 +36,8 @@
 // The first row of a union is its discriminator. At takes one int for each dimension.
 //
 // A descriptor is built on first use, from any thread, and deleted when the process ends, after the
-// static objects of the programs and libraries that use it.
+// static objects of the programs and libraries that use it. A process that has had several threads leaves it
+// to the system, since some of them may still run.
 #pragma once
 
 #include <kelstdmt/xdictionary.h>
