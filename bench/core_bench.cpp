@@ -102,10 +102,11 @@ void run(Case &measured, const Choices &choices, Collector &collector, Table &ta
         if (!choices.filter.takes(name)) continue;
         any = true;
         auto *registered = benchmark::RegisterBenchmark(name.c_str(), way.run);
-        bool light = measured.cost == Cost::Light;
-        if (!light) registered->Iterations(1);
-        if (light && choices.own_time) registered->MinTime(0.03);
-        if (choices.own_repetitions) registered->Repetitions(light ? 8 : 6);
+        if (measured.cost != Cost::Light) registered->Iterations(1);
+        if (measured.cost == Cost::Light && choices.own_time) registered->MinTime(0.03);
+        // One more than is counted: the first warms up.
+        constexpr int repetitions[] = {8, 6, 4};
+        if (choices.own_repetitions) registered->Repetitions(repetitions[static_cast<int>(measured.cost)]);
     }
     if (!any) return;
     bool before = has_one_thread();

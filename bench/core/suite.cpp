@@ -8,7 +8,7 @@
 namespace bench {
 
 Suite::Suite() {
-    const auto light = Cost::Light, heavy = Cost::Heavy;
+    const auto light = Cost::Light, heavy = Cost::Heavy, huge = Cost::Huge;
     const std::vector<std::string> table = {"set", "find", "remove"}, sequence = {"append", "index", "walk"},
                                    file = {"out", "in"};
     m_cases = {
@@ -27,9 +27,9 @@ Suite::Suite() {
         {"field/name", "a field of 20 by name", light},
         {"sequence/ints", "sequence of 1,000,000 ints", heavy, false, sequence},
         {"sequence/strings", "sequence of 1,000,000 strings", heavy, false, sequence},
-        {"dictionary/paths", "1,000,000 keys /srv/data/file...", heavy, false, table},
-        {"dictionary/random", "1,000,000 keys of 16 random letters", heavy, false, table},
-        {"dictionary/numbers", "1,000,000 keys, decimal numbers", heavy, false, table},
+        {"dictionary/paths", "1,000,000 keys /srv/data/file...", huge, false, table},
+        {"dictionary/random", "1,000,000 keys of 16 random letters", huge, false, table},
+        {"dictionary/numbers", "1,000,000 keys, decimal numbers", huge, false, table},
         {"file/text/ints", "text file, 1,000,000 ints", heavy, false, file},
         {"file/text/reals", "text file, 1,000,000 reals", heavy, false, file},
         {"file/text/strings", "text file, 1,000,000 strings", heavy, false, file},

@@ -19,7 +19,8 @@ inline constexpr int library_count = 7;
 
 enum class Cost {
     Light,  // nanoseconds an operation: the runner finds the number of iterations
-    Heavy   // a whole run of many operations, which times its phases itself (see stopwatch.h)
+    Heavy,  // a whole run of many operations, which times its phases itself (see stopwatch.h)
+    Huge    // the same, of a second and more: fewer repetitions
 };
 
 struct Way {
