@@ -94,7 +94,8 @@ struct Choices {
     bool own_repetitions, own_time;
 };
 
-void run(Case &measured, const Choices &choices, Collector &collector, Table &table) {
+// False when the filter takes nothing of the case.
+bool run(Case &measured, const Choices &choices, Collector &collector, Table &table) {
     benchmark::ClearRegisteredBenchmarks();
     bool any = false;
     for (Way &way : measured.ways) {
@@ -108,10 +109,11 @@ void run(Case &measured, const Choices &choices, Collector &collector, Table &ta
         constexpr int repetitions[] = {8, 6, 4};
         if (choices.own_repetitions) registered->Repetitions(repetitions[static_cast<int>(measured.cost)]);
     }
-    if (!any) return;
+    if (!any) return false;
     bool before = has_one_thread();
     benchmark::RunSpecifiedBenchmarks(&collector, ".");
     table.print(measured, collector, before && has_one_thread());
+    return true;
 }
 
 void raise_descriptor_limit() {
@@ -140,9 +142,14 @@ int main_of(int argc, char **argv) {
     Choices choices{Filter(benchmark::GetBenchmarkFilter()), own_repetitions, own_time};
     Collector collector(json);
     Table table;
+    bool any = false;
     for (bool threads : {false, true})
         for (Case &measured : suite.cases())
-            if (measured.threads == threads) run(measured, choices, collector, table);
+            if (measured.threads == threads) any |= run(measured, choices, collector, table);
+    if (!any) {
+        std::fprintf(stderr, "core_bench: the filter takes nothing\n");
+        return 2;
+    }
     return table.print_summary() ? 0 : 1;
 }
 

@@ -80,25 +80,25 @@ void add_strings(Suite &suite, Library library, const char *way, Make make) {
 
 // Counts ---------------------------------------------------------------------------------------------
 
-// Two threads that start together; each does its work `pairs` times. Nanoseconds a pair, of the slower thread
-// and in its processor time, so that neither is charged for what else the machine runs.
-template <class Work>
-void on_two_threads(benchmark::State &state, Work work) {
+// Two threads that start together, each with a handle on its own stack. Nanoseconds a pair, of the slower
+// thread and in its processor time, so that neither is charged for what else the machine runs.
+template <class Handle, class Pair>
+void on_two_threads(benchmark::State &state, const Handle &one, const Handle &other_one, Pair pair) {
     constexpr std::size_t pairs = 2'000'000;
     run_once(state, [&]() -> const char * {
         std::atomic<int> waiting{2};
-        auto body = [&](int which) {
+        auto body = [&](Handle own) {
             waiting.fetch_sub(1);
             while (waiting.load() != 0) {
             }
             double begin = seconds_of(CLOCK_THREAD_CPUTIME_ID);
             for (std::size_t i = 0; i < pairs; ++i)
-                work(which);
+                pair(own);
             return seconds_of(CLOCK_THREAD_CPUTIME_ID) - begin;
         };
         double first = 0, second = 0;
-        std::thread other([&] { second = body(1); });
-        first = body(0);
+        std::thread other([&] { second = body(other_one); });
+        first = body(one);
         other.join();
         state.counters["a pair"] = std::max(first, second) * 1e9 / static_cast<double>(pairs);
         return nullptr;
@@ -119,12 +119,12 @@ void add_counts(Suite &suite, Library library, const char *way, Make make, Pair 
             pair(object);
     });
     suite.add("count/two-objects", library, way, [make, pair](benchmark::State &state) {
-        auto first = make(), second = make();
-        on_two_threads(state, [&](int which) { pair(which ? second : first); });
+        auto one = make(), other = make();
+        on_two_threads(state, one, other, pair);
     });
     suite.add("count/one-object", library, way, [make, pair](benchmark::State &state) {
-        auto first = make(), second = first;
-        on_two_threads(state, [&](int which) { pair(which ? second : first); });
+        auto one = make();
+        on_two_threads(state, one, one, pair);
     });
 }
 
