@@ -1,5 +1,6 @@
 #include "runtime/posix/system.h"
 
+#include <sys/mman.h>
 #include <sys/random.h>
 #include <sys/utsname.h>
 #include <time.h>
@@ -8,6 +9,8 @@
 #include <cerrno>
 
 #include <kelstdmt/vumrt.h>
+
+#include "runtime/large_memory.h"
 
 namespace kel::system {
 
@@ -32,6 +35,21 @@ std::uint64_t random_bits() noexcept {
     bits = static_cast<std::uint64_t>(now.tv_nsec) ^ reinterpret_cast<std::uintptr_t>(&now);
     bits ^= static_cast<std::uint64_t>(now.tv_sec) << 32 ^ static_cast<std::uint64_t>(::getpid()) << 16;
     return bits * 0x9E3779B97F4A7C15U;
+}
+
+void prefer_large_pages(void *block, std::size_t bytes) noexcept {
+#ifdef MADV_HUGEPAGE
+    constexpr std::size_t large_page = 2 << 20;
+    if (bytes < 2 * large_page) return;
+    const int saved = errno;
+    const auto page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
+    const auto begin = (reinterpret_cast<std::uintptr_t>(block) + page - 1) / page * page;
+    const auto end = (reinterpret_cast<std::uintptr_t>(block) + bytes) / page * page;
+    ::madvise(reinterpret_cast<void *>(begin), end - begin, MADV_HUGEPAGE);
+    errno = saved;
+#else
+    static_cast<void>(block), static_cast<void>(bytes);
+#endif
 }
 
 }  // namespace kel::system
