@@ -32,7 +32,7 @@ struct xdictcontrol {
 };
 
 // A slot. The key is null for an empty slot, 1 for one whose entry was removed, else a copy of the key that
-// the slot owns. The destructor destroys the value only.
+// the dictionary owns and may move with every change. The destructor destroys the value only.
 template <class T>
 struct xdictentry {
     char *key;
@@ -43,6 +43,11 @@ struct xdictentry {
 };
 static_assert(sizeof(void *) != 4 || (sizeof(xdictentry<int>) == 8 && sizeof(xdictentry<double>) == 16 &&
                                       sizeof(xdictentry<xstring>) == 12));
+
+namespace kel::detail {
+class key_store;
+class probe_chain;
+}  // namespace kel::detail
 
 class KELSTDMT_API xbasedictionary {
 public:
@@ -97,16 +102,20 @@ protected:
     unsigned m_high = 90;
 
 private:
+    static constexpr unsigned smallest_large = 64;
+
     struct memory;  // what is kept beside the table
     struct known_key;
     struct former;
 
+    bool is_large() const noexcept { return m_slots >= smallest_large; }
     unsigned FindIndex(const known_key &key, unsigned slotsize) const noexcept;
-    unsigned TakeIndex(const known_key &key, unsigned slotsize) noexcept;
-    void RemoveEntry(unsigned number, std::uint32_t hash, unsigned slotsize, unsigned offset);
-    void AdjustTableSize(unsigned slotsize, unsigned offset);
-    void Rebuild(unsigned slots, unsigned slotsize, unsigned offset);
-    void MoveEntries(char *table, unsigned slots, unsigned slotsize, unsigned offset);
+    unsigned TakeIndex(kel::detail::probe_chain way, unsigned slotsize) noexcept;
+    void RemoveEntry(unsigned number, unsigned slotsize, unsigned offset);
+    kel::detail::key_store AdjustTableSize(unsigned slotsize, unsigned offset);
+    kel::detail::key_store Rebuild(unsigned slots, unsigned slotsize, unsigned offset);
+    void MoveEntries(const former &old, bool packs, unsigned slotsize, unsigned offset);
+    void PackKeys(unsigned slotsize);
 
     std::unique_ptr<memory> m_memory;
 };

@@ -29,7 +29,7 @@ public:
 
     bool usable() const noexcept { return m_words != nullptr; }
 
-    bool has(unsigned slot) const noexcept { return word(0, slot >> 6) >> (slot & 63) & 1; }
+    bool has(unsigned slot) const noexcept { return m_words[slot >> 6] >> (slot & 63) & 1; }
 
     void add(unsigned slot) noexcept {
         for (unsigned level = 0; level < m_levels; ++level, slot >>= 6) {
@@ -57,17 +57,20 @@ public:
 
     // The first slot from here, around the end, that is not in the set; there must be one.
     unsigned next_missing(unsigned slot) const noexcept {
-        unsigned found = ahead(slot);
-        return found != none ? found : ahead(0);
+        const unsigned found = ahead(0, slot);
+        return found != none ? found : ahead(0, 0);
     }
 
-    // The size of the largest aligned block around a slot that is wholly in the set: a power of 64, or 0.
-    unsigned full_block(unsigned slot) const noexcept {
-        if (!has(slot)) return 0;
-        unsigned level = 1;
-        for (; level < m_levels; ++level)
-            if (!(word(level, slot >> 6 * (level + 1)) >> (slot >> 6 * level & 63) & 1)) break;
-        return 1U << 6 * (level - 1);
+    // How many slots from here on, itself counted, lie in whole words of the set, upwards or downwards to the
+    // end of the table. 0 when its own word is not whole.
+    unsigned full_run(unsigned slot, bool up) const noexcept {
+        if (~m_words[slot >> 6] != 0 || m_levels == 1) return 0;
+        if (up) {
+            const unsigned end = ahead(1, slot >> 6);
+            return (end == none ? m_slots : end << 6) - slot;
+        }
+        const unsigned end = behind(1, slot >> 6);
+        return slot + 1 - (end == none ? 0 : (end + 1) << 6);
     }
 
 private:
@@ -78,21 +81,37 @@ private:
         return m_words[m_begin[level] + number];
     }
 
-    unsigned ahead(unsigned slot) const noexcept {
-        std::uint64_t rest = ~word(0, slot >> 6) >> (slot & 63);
-        if (rest != 0) return slot + static_cast<unsigned>(std::countr_zero(rest));
+    // The first bit of a level from this one on that is not set, or `none`.
+    unsigned ahead(unsigned level, unsigned at) const noexcept {
+        const unsigned bottom = level;
+        std::uint64_t rest = ~word(level, at >> 6) >> (at & 63);
+        if (rest != 0) return at + static_cast<unsigned>(std::countr_zero(rest));
         // Up to the level where something is missing behind this word, and down to it.
-        unsigned level = 0, at = slot;
         for (;;) {
             at >>= 6;
             if (++level == m_levels) return none;
-            if ((at & 63) == 63) continue;
             rest = ~word(level, at >> 6) >> (at & 63) >> 1;
             if (rest != 0) break;
         }
         at += 1 + static_cast<unsigned>(std::countr_zero(rest));
-        while (level-- > 0)
+        while (level-- > bottom)
             at = (at << 6) + static_cast<unsigned>(std::countr_zero(~word(level, at)));
+        return at;
+    }
+    // The last bit up to this one.
+    unsigned behind(unsigned level, unsigned at) const noexcept {
+        const unsigned bottom = level;
+        std::uint64_t rest = ~word(level, at >> 6) << (63 - (at & 63));
+        if (rest != 0) return at - static_cast<unsigned>(std::countl_zero(rest));
+        for (;;) {
+            at >>= 6;
+            if (++level == m_levels) return none;
+            rest = ~word(level, at >> 6) << (63 - (at & 63)) << 1;
+            if (rest != 0) break;
+        }
+        at -= 1 + static_cast<unsigned>(std::countl_zero(rest));
+        while (level-- > bottom)
+            at = (at << 6) + 63 - static_cast<unsigned>(std::countl_zero(~word(level, at)));
         return at;
     }
 

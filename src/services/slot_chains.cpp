@@ -7,8 +7,6 @@ namespace kel::detail {
 
 namespace {
 
-// A memory costs a bit a slot, so it is made when about as much has been walked in vain.
-constexpr unsigned slots_per_walked = 64, least_walked = 64;
 // How many freed slots are written down before everybody is told.
 constexpr unsigned slots_per_freed = 32, least_freed = 64;
 
@@ -26,45 +24,44 @@ slot_chains::slot_chains(unsigned slots) : m_mask(slots - 1), m_live(slots) {
     if (!m_live.usable()) throw std::bad_alloc();
 }
 
-// How often the step is taken from a slot until it leaves the aligned block around it.
-unsigned slot_chains::strides_within(unsigned block, unsigned slot, unsigned step) noexcept {
-    if (block == 1) return 1;
-    const unsigned inside = slot & (block - 1);
-    const bool up = static_cast<int>(step) > 0;
-    const unsigned distance = up ? block - inside : inside + 1, length = up ? step : 0 - step;
-    return (distance + length - 1) / length;
-}
-
-// Steps over live slots, at most so many at a time, and answers how often. What is within a large full block
-// is one stride.
+// Steps over live slots, some at a time, and answers how often: 0 at a free slot. What is within a long full
+// run is one stride.
 unsigned slot_chains::walk(unsigned slot, unsigned step) const noexcept {
-    const unsigned block = m_live.full_block(slot);
-    if (block > 64) return strides_within(block, slot, step);
+    constexpr unsigned together = 4, most = 64, worth_a_division = 8;
+    const bool up = static_cast<int>(step) > 0;
+    const unsigned length = up ? step : 0 - step, run = m_live.full_run(slot, up);
+    if (run > worth_a_division * length) return (run + length - 1) / length;
     unsigned steps = 0;
-    for (; steps < 64 && m_live.has(slot); ++steps)
-        slot = (slot + step) & m_mask;
+    for (; steps < most; steps += together, slot += together * step)
+        if (!(m_live.has(slot & m_mask) & m_live.has((slot + step) & m_mask) &
+              m_live.has((slot + 2 * step) & m_mask) & m_live.has((slot + 3 * step) & m_mask)))
+            break;
+    for (; steps < most && m_live.has(slot & m_mask); ++steps)
+        slot += step;
     return steps;
 }
 
 unsigned slot_chains::take(probe_chain way) noexcept {
-    const unsigned slot = first_free(way);
+    unsigned slot = way.first() & m_mask;
+    if (m_live.has(slot)) {
+        crowded_step *memory = m_crowded[way.direction()].get();
+        slot = memory ? first_free(*memory, slot, way.step()) : first_free(slot, way.direction());
+    }
     m_live.add(slot);
     return slot;
 }
 
-unsigned slot_chains::first_free(probe_chain way) noexcept {
-    constexpr int glance = 8;
-    const unsigned step = way.step();
-    unsigned slot = way.first & m_mask;
-    for (int i = 0; i < glance; ++i, slot = (slot + step) & m_mask)
-        if (!m_live.has(slot)) return slot;
-    const auto direction = static_cast<unsigned char>(way.direction);
-    if (m_crowded[direction]) return first_free(*m_crowded[direction], slot, step);
+unsigned slot_chains::first_free(unsigned slot, unsigned char direction) noexcept {
+    const unsigned step = probe_chain::step(direction);
+    unsigned &walked = m_walked[direction];
     while (const unsigned steps = walk(slot, step)) {
         slot = (slot + steps * step) & m_mask;
-        m_walked[direction] += std::min(steps, 64U);
+        walked += std::min(steps, 64U);
     }
-    if (m_walked[direction] > std::max(least_walked, m_mask / slots_per_walked)) remember(direction);
+    if (walked > m_mask) {
+        walked = 0;
+        remember(direction);
+    }
     return slot;
 }
 
@@ -72,18 +69,22 @@ unsigned slot_chains::first_free(crowded_step &memory, unsigned slot, unsigned s
     tell(memory);
     for (unsigned at = slot * memory.inverse & m_mask;;) {
         at = memory.met.next_missing(at);
-        const unsigned steps = walk(at * step & m_mask, step);
-        memory.met.add_run(at, std::max(steps, 1U));
-        if (steps == 0) return at * step & m_mask;
+        slot = at * step & m_mask;
+        if (!m_live.has(slot)) {
+            memory.met.add(at);
+            return slot;
+        }
+        const unsigned steps = walk(slot, step);
+        memory.met.add_run(at, steps);
         at = (at + steps) & m_mask;
     }
 }
 
+// A memory costs a bit a slot, and a look into it may cost as much as a hundred steps: it is made when the
+// steps walked in vain are as many as the slots.
 void slot_chains::remember(unsigned char direction) noexcept {
-    m_walked[direction] = 0;
-    const unsigned step = static_cast<unsigned>(static_cast<signed char>(direction)) * 2 + 1;
-    std::unique_ptr<crowded_step> memory(
-        new (std::nothrow) crowded_step{slot_bits(m_mask + 1), inverse_of(step), m_freed.size()});
+    std::unique_ptr<crowded_step> memory(new (std::nothrow) crowded_step{
+        slot_bits(m_mask + 1), inverse_of(probe_chain::step(direction)), m_freed.size()});
     if (!memory || !memory->met.usable()) return;
     m_crowded[direction] = std::move(memory);
     m_any_crowded = true;

@@ -17,18 +17,26 @@
 
 namespace kel::detail {
 
-// The way of a key through a table. Bytes count as signed.
-struct probe_chain {
-    unsigned first = 0;
-    int direction = 0;  // the step is twice this and one; -128 to 127
-
+// The way of a key through a table: a first slot and, as a signed byte, the direction; the step is twice that
+// and one. Bytes of keys count as signed, so both fit into a word.
+class probe_chain {
+public:
+    probe_chain() = default;
     probe_chain(const char *key, std::size_t length) noexcept {
         if (length == 0) return;
         auto byte = [&](std::size_t at) { return static_cast<int>(static_cast<signed char>(key[at])); };
-        first = static_cast<unsigned>(byte(length / 2) * byte(length - 1) * byte(0));
-        direction = length < 3 ? byte(0) : byte(length / 2 + 1) ^ byte(length - 2) ^ byte(1);
+        const int direction = length < 3 ? byte(0) : byte(length / 2 + 1) ^ byte(length - 2) ^ byte(1);
+        m_packed = byte(length / 2) * byte(length - 1) * byte(0) * 256 + (direction & 0xFF);
     }
-    unsigned step() const noexcept { return static_cast<unsigned>(direction) * 2 + 1; }
+    unsigned first() const noexcept { return static_cast<unsigned>(m_packed >> 8); }
+    unsigned char direction() const noexcept { return static_cast<unsigned char>(m_packed & 0xFF); }
+    unsigned step() const noexcept { return step(direction()); }
+    static unsigned step(unsigned char direction) noexcept {
+        return static_cast<unsigned>(static_cast<signed char>(direction)) * 2 + 1;
+    }
+
+private:
+    std::int32_t m_packed = 0;
 };
 
 class slot_chains {
@@ -47,14 +55,13 @@ private:
         std::size_t heard = 0;  // how many of the freed slots it was told of
     };
 
-    unsigned first_free(probe_chain way) noexcept;
     unsigned walk(unsigned slot, unsigned step) const noexcept;
     unsigned first_free(crowded_step &memory, unsigned slot, unsigned step) noexcept;
+    unsigned first_free(unsigned slot, unsigned char direction) noexcept;
     void remember(unsigned char direction) noexcept;
     void tell(crowded_step &memory) noexcept;
     void settle() noexcept;
     void forget() noexcept;
-    static unsigned strides_within(unsigned block, unsigned slot, unsigned step) noexcept;
 
     unsigned m_mask;
     slot_bits m_live;
