@@ -32,10 +32,12 @@ unsigned slot_chains::walk(unsigned slot, unsigned step) const noexcept {
     const unsigned length = up ? step : 0 - step, run = m_live.full_run(slot, up);
     if (run > worth_a_division * length) return (run + length - 1) / length;
     unsigned steps = 0;
-    for (; steps < most; steps += together, slot += together * step)
-        if (!(m_live.has(slot & m_mask) & m_live.has((slot + step) & m_mask) &
-              m_live.has((slot + 2 * step) & m_mask) & m_live.has((slot + 3 * step) & m_mask)))
-            break;
+    // Without a branch for each, the words of several slots are fetched side by side.
+    auto live = [&](unsigned ahead) {
+        return static_cast<unsigned>(m_live.has((slot + ahead * step) & m_mask));
+    };
+    for (; steps < most && (live(0) & live(1) & live(2) & live(3)) != 0; steps += together)
+        slot += together * step;
     for (; steps < most && m_live.has(slot & m_mask); ++steps)
         slot += step;
     return steps;

@@ -244,9 +244,9 @@ TEST(Sequence, GrowsOverManyElements) {
         ASSERT_EQ(strings.get(i), std::to_string(i).c_str());
         ASSERT_EQ(ints.get(i), i);
     }
-    EXPECT_EQ(ints.GetCapacity(), (400000 + 255) / 256 * 256);
+    EXPECT_EQ(ints.GetCapacity(), (400000U + 255) / 256 * 256);
     ints.clear();
-    EXPECT_EQ(ints.GetCapacity(), (400000 + 255) / 256 * 256);
+    EXPECT_EQ(ints.GetCapacity(), (400000U + 255) / 256 * 256);
     EXPECT_EQ(std::distance(strings.begin(), strings.end()), 100000);
 }
 
