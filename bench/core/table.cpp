@@ -35,9 +35,9 @@ std::string shown(const Figure &figure) {
     return text;
 }
 
-constexpr const char *library_names[library_count] = {
-    "kelstdmt", "std", "GLib", "Qt 5", "POCO", "libtirpc", "poll and eventfd"};
-constexpr int title_width = 52, column_width = 14;
+constexpr const char *library_names[library_count] = {"kelstdmt", "std",      "GLib", "Qt 5",
+                                                      "POCO",     "libtirpc", "floor"};
+constexpr int title_width = 50, column_width = 12;
 
 // "±" takes two bytes and one place.
 void print_cell(const std::string &text, int width) {
@@ -123,11 +123,13 @@ void Table::print(const Case &measured, const Collector &collector, bool one_thr
 
 void Table::print_head() {
     m_head_printed = true;
-    std::printf("Nanoseconds an operation: median, and half the distance between the quartiles.\n\n%-*s",
-                title_width, "");
+    std::printf(
+        "Nanoseconds an operation: median, and half the distance between the quartiles. The floor of "
+        "waits is one\npoll over eventfds. The last columns: ours / fastest peer, and which that is.\n\n%-*s",
+        title_width, "");
     for (const char *name : library_names)
-        print_cell(name, name == library_names[library_count - 1] ? column_width + 4 : column_width);
-    std::printf("   ours / fastest peer\n");
+        print_cell(name, column_width);
+    std::printf("\n");
 }
 
 void Table::print_line(const std::string &title, const Case &measured, const std::string &phase,
@@ -140,8 +142,7 @@ void Table::print_line(const std::string &title, const Case &measured, const std
     }
     std::printf("%-*s", title_width, (title + mark).c_str());
     for (std::size_t i = 0; i < fastest.size(); ++i)
-        print_cell(fastest[i] ? shown(*fastest[i]) : "-",
-                   i + 1 == fastest.size() ? column_width + 4 : column_width);
+        print_cell(fastest[i] ? shown(*fastest[i]) : "-", column_width);
     if (!mark.empty()) m_marked.push_back(title);
 
     // The floor is no peer, but stands in where there is none.
@@ -157,7 +158,7 @@ void Table::print_line(const std::string &title, const Case &measured, const std
     double ratio = ours->median / peer->median;
     bool even = std::abs(ours->median - peer->median) <= ours->spread + peer->spread;
     const char *verdict = even ? "even" : ratio < 1 ? "ahead" : "behind";
-    std::printf("   %5.2f  %-6s  %s\n", ratio, verdict, peer->way.c_str());
+    std::printf("  %5.2f %-6s  %s\n", ratio, verdict, peer->way.c_str());
     if (even)
         ++m_even;
     else if (ratio < 1)
