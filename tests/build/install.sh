@@ -18,6 +18,8 @@ stray=$(cd "$prefix" && find . -type f ! -path './include/kelstdmt/*.h' ! -name 
     ! -path '*/cmake/kelstdmt/kelstdmt*.cmake' ! -path '*/pkgconfig/kelstdmt.pc')
 [[ -z $stray ]] || fail "installed but not foreseen: $stray"
 
+# A bare machine may have ninja alone.
+! command -v ninja >/dev/null || export CMAKE_GENERATOR=Ninja
 cmake -S "$outside" -B "$work/outside" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$cxx" \
     -DCMAKE_CXX_FLAGS="$*" >"$work/log" 2>&1 && cmake --build "$work/outside" >>"$work/log" 2>&1 ||
     fail "find_package: $(cat "$work/log")"
