@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <limits>
 
 btkBaseEvent::~btkBaseEvent() = default;
 bool btkBaseEvent::IsReady() {
@@ -30,6 +31,9 @@ namespace {
 
 constexpr std::int64_t nanos_per_second = 1'000'000'000;
 constexpr std::int64_t longest = std::int64_t{1} << 30;  // seconds
+// Beyond the longest time-out the system is asked to wait without one, which spares it a timer.
+constexpr std::int64_t unlimited = longest * nanos_per_second;
+constexpr std::int64_t never = std::numeric_limits<std::int64_t>::max();
 
 pollfd to_system(btkPollRequest request) {
     int events = 0;
@@ -57,8 +61,15 @@ std::int64_t monotonic_nanos() {
 
 std::int64_t to_nanos(const btkTimeval &time) {
     if (time.GetSec() < 0) return 0;
-    if (time.GetSec() >= longest) return longest * nanos_per_second;
+    if (time.GetSec() >= longest) return unlimited;
     return time.GetSec() * nanos_per_second + time.GetUsec() * std::int64_t{1000};
+}
+
+std::int64_t deadline_in(std::int64_t nanos) {
+    return nanos <= 0 ? 0 : nanos == unlimited ? never : monotonic_nanos() + nanos;
+}
+std::int64_t left_until(std::int64_t deadline) {
+    return deadline == never ? unlimited : std::max<std::int64_t>(0, deadline - monotonic_nanos());
 }
 
 // Polls until the deadline, which is `left` nanoseconds away; an interrupted poll goes on with what is
@@ -67,9 +78,10 @@ int poll_until(pollfd *requests, std::size_t count, std::int64_t left, std::int6
     for (;;) {
         timespec timeout{static_cast<time_t>(left / nanos_per_second),
                          static_cast<long>(left % nanos_per_second)};
-        int result = ::ppoll(requests, static_cast<nfds_t>(count), &timeout, nullptr);
+        int result =
+            ::ppoll(requests, static_cast<nfds_t>(count), left == unlimited ? nullptr : &timeout, nullptr);
         if (result >= 0 || errno != EINTR) return result;
-        if (left > 0) left = std::max<std::int64_t>(0, deadline - monotonic_nanos());
+        if (left > 0) left = left_until(deadline);
     }
 }
 
@@ -95,10 +107,10 @@ private:
 int btkEvent::Wait(List &list, const btkTimeval &timeout, const btkTimeval &) {
     std::size_t size = list.GetSize();
     std::int64_t nanos = to_nanos(timeout);
-    std::int64_t deadline = nanos > 0 ? monotonic_nanos() + nanos : 0;
+    std::int64_t deadline = deadline_in(nanos);
     request_room room(size);
     pollfd *requests = room.data();
-    for (std::int64_t left = nanos;; left = std::max<std::int64_t>(0, deadline - monotonic_nanos())) {
+    for (std::int64_t left = nanos;; left = left_until(deadline)) {
         // Events after one that is ready without asking cannot come first: they are not asked.
         std::size_t asked = 0;
         bool ready = false, any = false;
