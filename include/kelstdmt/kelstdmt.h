@@ -7,11 +7,14 @@
 #include <kelstdmt/iolib.h>
 #include <kelstdmt/kel.h>
 #include <kelstdmt/printlib.h>
+#include <kelstdmt/regexp.h>
+#include <kelstdmt/strlib.h>
 #include <kelstdmt/vumrt.h>
 #include <kelstdmt/vumrt_event.h>
 #include <kelstdmt/vumrt_stream.h>
 #include <kelstdmt/vumtext.h>
 #include <kelstdmt/xany.h>
+#include <kelstdmt/xbasic.h>
 #include <kelstdmt/xdictionary.h>
 #include <kelstdmt/xexception.h>
 #include <kelstdmt/xobject.h>

@@ -26,6 +26,11 @@
 
 class xstring;
 
+// Of the string library (strlib.h), to which the members below hand their text.
+enum strMatchMode : int;
+enum strSplitMode : int;
+enum strScanDir : int;
+
 // A read-only view of a text, whoever holds it.
 class KELSTDMT_API xstrbase {
 public:
@@ -48,6 +53,22 @@ public:
     // The characters from index `from` up to, not including, `to`; strUnsetPos stands for the beginning
     // and the end. Clipped to the text; `to` below `from` gives the empty text, as does a null string.
     xstring operator()(unsigned from, unsigned to) const;
+
+    // The functions of strlib.h with this text as the first argument.
+    xstring Word(int n, const char *separators) const;
+    xstring Substring(int from, int to) const;
+    xstring Split(const char *pattern, strSplitMode split, strMatchMode mode) const;
+    xstring Substitute(int from, int to, const char *replacement) const;
+    xstring Substitute(const char *pattern, const char *replacement, strMatchMode mode, int from,
+                       int to) const;
+    xstring SubstituteAll(const char *pattern, const char *replacement, strMatchMode mode, int from,
+                          int to) const;
+    int Schar(const char *chars, strScanDir direction, int from, int to, unsigned char ignorecase) const;
+    bool Match(const char *pattern, int &start, int &end, strMatchMode mode, int from, int to) const;
+    bool ExactMatch(const char *pattern, strMatchMode mode, int from, int to) const;
+    int Cmp(const char *other, unsigned char ignorecase) const;
+    int CmnPfxLen(const char *other, unsigned char ignorecase) const;
+    int CmnSfxLen(const char *other, unsigned char ignorecase) const;
 
 private:
     virtual const char *GiveString() const;

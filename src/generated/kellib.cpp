@@ -1,5 +1,6 @@
 // Descriptors of the core's own types, module kellib.
 #include <kelstdmt/declare.h>
+#include <kelstdmt/xbasic.h>
 
 KEL_DEFINE_STRUCT(kelXArgs, "kellib::XArgs", kel::counted)
 KEL_DEFINE_STRUCT(kelXFunc, "kellib::XFunc", kel::counted, kel::field<&kelXFunc::getName>("Name"),
@@ -38,3 +39,12 @@ KEL_DEFINE_EXCEPTION(kelXNotInitialized, "kellib::XNotInitialized", kel::counted
 KEL_DEFINE_EXCEPTION(kelXRefCountable, "kellib::XRefCountable", kel::counted)
 KEL_DEFINE_EXCEPTION(kelXNativeException, "kellib::XNativeException", kel::counted)
 KEL_DEFINE_EXCEPTION(kelXConnectionClosed, "kellib::XConnectionClosed", kel::counted)
+
+KEL_DEFINE_SEQUENCE(xintsequence, "intseq", kel::counted)
+KEL_DEFINE_SEQUENCE(xboolsequence, "boolseq", kel::counted)
+KEL_DEFINE_SEQUENCE(xrealsequence, "realseq", kel::counted)
+KEL_DEFINE_SEQUENCE(xstringsequence, "stringseq", kel::counted)
+KEL_DEFINE_DICTIONARY(xintdictionary, "xintdictionary", kel::counted)
+KEL_DEFINE_DICTIONARY(xbooldictionary, "xbooldictionary", kel::counted)
+KEL_DEFINE_DICTIONARY(xrealdictionary, "xrealdictionary", kel::counted)
+KEL_DEFINE_DICTIONARY(xstringdictionary, "xstringdictionary", kel::counted)

@@ -1,0 +1,35 @@
+// Where the bytes of a text make characters of the current locale.
+//
+// The rule of the whole system: a byte that begins no valid character (it is malformed, or its character is
+// cut off by the end) counts as one character of one byte. So every walk ends, and none looks beyond the end.
+// ASCII bytes at the beginning of a character are characters in every encoding.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace kel::detail {
+
+enum class encoding : std::uint8_t {
+    single,  // one byte a character
+    utf8,
+    other,  // asked of the C library, character by character
+};
+
+// Of the current locale: ask once for an operation, not for each character.
+encoding locale_encoding() noexcept;
+
+// Of the character at `at`, which lies before `end`; for a byte from 0x80 on and an encoding that is not
+// single. 1 for an invalid one; valid tells which.
+std::size_t multibyte_bytes(encoding form, const char *at, const char *end, bool *valid = nullptr) noexcept;
+
+inline std::size_t character_bytes(encoding form, const char *at, const char *end) noexcept {
+    if (form == encoding::single || static_cast<unsigned char>(*at) < 0x80) return 1;
+    return multibyte_bytes(form, at, end);
+}
+
+std::size_t count_characters(encoding form, const char *begin, const char *end) noexcept;
+// The position behind n characters, `end` when there are fewer.
+const char *skip_characters(encoding form, const char *begin, const char *end, std::size_t n) noexcept;
+
+}  // namespace kel::detail
