@@ -12,9 +12,10 @@
 #include <utility>
 #include <vector>
 
+#include "cases.h"
+#include "harness/placement.h"
+#include "harness/stopwatch.h"
 #include "inputs.h"
-#include "stopwatch.h"
-#include "suite.h"
 
 namespace bench {
 
@@ -80,14 +81,16 @@ void add_strings(Suite &suite, Library library, const char *way, Make make) {
 
 // Counts ---------------------------------------------------------------------------------------------
 
-// Two threads that start together, each with a handle on its own stack. Nanoseconds a pair, of the slower
-// thread and in its processor time, so that neither is charged for what else the machine runs.
+// Two threads that start together, each on its own processor and with a handle on its own stack. Nanoseconds
+// a pair, of the slower thread and in its processor time, so that neither is charged for what else the
+// machine runs.
 template <class Handle, class Pair>
 void on_two_threads(benchmark::State &state, const Handle &one, const Handle &other_one, Pair pair) {
     constexpr std::size_t pairs = 2'000'000;
     run_once(state, [&]() -> const char * {
         std::atomic<int> waiting{2};
-        auto body = [&](Handle own) {
+        auto body = [&](int place, Handle own) {
+            Placed here(place);
             waiting.fetch_sub(1);
             while (waiting.load() != 0) {
             }
@@ -97,8 +100,8 @@ void on_two_threads(benchmark::State &state, const Handle &one, const Handle &ot
             return seconds_of(CLOCK_THREAD_CPUTIME_ID) - begin;
         };
         double first = 0, second = 0;
-        std::thread other([&] { second = body(other_one); });
-        first = body(one);
+        std::thread other([&] { second = body(1, other_one); });
+        first = body(0, one);
         other.join();
         state.counters["a pair"] = std::max(first, second) * 1e9 / static_cast<double>(pairs);
         return nullptr;
@@ -320,18 +323,21 @@ void wait_for_one(benchmark::State &state) {
     if (wrong) state.SkipWithError("another event was reported");
 }
 
-// Signal: set(), wait() takes the signal. Two threads wake each other in turn.
+// Signal: set(), wait() takes the signal. Two threads wake each other in turn, on one
+// processor: on two of them the time is that of a processor that leaves its sleep.
 template <class Signal>
 void wake(benchmark::State &state) {
     constexpr int rounds = 4'000;
     run_once(state, [&]() -> const char * {
         Signal ping, pong;
         std::thread other([&] {
+            Placed there(0);
             for (int i = 0; i < rounds; ++i) {
                 ping.wait();
                 pong.set();
             }
         });
+        Placed here(0);
         double begin = seconds_of(CLOCK_MONOTONIC);
         for (int i = 0; i < rounds; ++i) {
             ping.set();

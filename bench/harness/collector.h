@@ -1,4 +1,4 @@
-// The table: a line for each row, a column for each library, and how ours stands to the fastest peer.
+// Collects what the runner reports, repetition by repetition.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -12,12 +12,14 @@
 
 namespace bench {
 
-// Collects what the runner reports, repetition by repetition. The first repetition only warms up.
 class Collector : public benchmark::BenchmarkReporter {
 public:
     // Besides, everything goes to the file in JSON. An empty path is no file.
     explicit Collector(const std::string &json_path);
     ~Collector() override;
+
+    // While this is set, only errors and how long a run took are kept.
+    void warm_up(bool warming) { m_warming = warming; }
 
     bool ReportContext(const Context &context) override;
     void ReportRuns(const std::vector<Run> &runs) override;
@@ -26,35 +28,18 @@ public:
     std::vector<double> samples(const std::string &benchmark, const std::string &phase) const;
     // What went wrong in the benchmark, or empty.
     std::string error(const std::string &benchmark) const;
+    // Seconds that the benchmark took to warm up.
+    double seconds(const std::string &benchmark) const;
 
 private:
-    void Store(const Run &run, bool warmed_up);
+    void store(const Run &run);
 
     std::map<std::string, std::map<std::string, std::vector<double>>> m_samples;
     std::map<std::string, std::string> m_errors;
+    std::map<std::string, double> m_seconds;
     std::ofstream m_file;
     benchmark::JSONReporter m_json;
-    bool m_context_told = false;
-};
-
-class Table {
-public:
-    // One line for each phase of the case. Prints the head ahead of the first line, and a mark in rows that
-    // should have had one thread and had more.
-    void print(const Case &measured, const Collector &collector, bool one_thread);
-    // Counts of rows ahead and behind. False when a result was wrong.
-    bool print_summary() const;
-
-private:
-    void print_head();
-    void print_line(const std::string &title, const Case &measured, const std::string &phase,
-                    const Collector &collector, const std::string &mark);
-
-    bool m_head_printed = false;
-    std::vector<Library> m_columns;
-    int m_ahead = 0, m_even = 0;
-    std::vector<std::string> m_behind, m_wrong, m_marked;
-    int m_texts = 0, m_texts_twice = 0;
+    bool m_context_told = false, m_warming = false;
 };
 
 // The benchmark's name, as filters and JSON show it.

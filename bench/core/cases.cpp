@@ -1,17 +1,16 @@
 // The list of cases, in the order in which they run.
-#include "suite.h"
-
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
+#include "cases.h"
 
 namespace bench {
 
-Suite::Suite() {
+Section core_section() {
     const auto light = Cost::Light, heavy = Cost::Heavy, huge = Cost::Huge;
     const std::vector<std::string> table = {"set", "find", "remove"}, sequence = {"append", "index", "walk"},
                                    file = {"out", "in"};
-    m_cases = {
+    Section core{"",
+                 {Library::Ours, Library::Std, Library::Glib, Library::Qt, Library::Poco, Library::Tirpc,
+                  Library::Floor}};
+    core.cases = {
         {"any/int", "copy and destroy a value: int", light},
         {"any/real", "copy and destroy a value: real", light},
         {"any/string", "copy and destroy a value: string", light},
@@ -45,19 +44,9 @@ Suite::Suite() {
         {"count/one-object", "attach and release, 2 threads, 1 object", heavy, true, {"a pair"}},
         {"any/object-threads", "copy and destroy a value: object, after a thread", light, true},
         {"string/copy12-threads", "copy a string of 12 bytes, after a thread", light, true},
-        {"wait/wake", "wake a thread that waits", heavy, true, {"one way"}},
+        {"wait/wake", "wake a thread that waits, on one processor", heavy, true, {"one way"}},
     };
-}
-
-void Suite::add(std::string_view name, Library library, std::string way,
-                std::function<void(benchmark::State &)> run) {
-    auto found = std::find_if(m_cases.begin(), m_cases.end(), [&](const Case &c) { return c.name == name; });
-    if (found == m_cases.end()) {
-        std::fprintf(stderr, "core_bench: %s names no case: %.*s\n", way.c_str(),
-                     static_cast<int>(name.size()), name.data());
-        std::abort();
-    }
-    found->ways.push_back({library, std::move(way), std::move(run)});
+    return core;
 }
 
 }  // namespace bench

@@ -1,5 +1,6 @@
 // What is compared. A case is one piece of work; every library that can do it adds its way of doing it, and a
-// case with phases (set, find, remove) gives a row of the table for each.
+// case with phases (set, find, remove) gives a row of the table for each. Cases stand in sections, and a
+// section has the columns of those libraries that can do its work.
 //
 // The cases of one thread run before the first thread of the process is created: from then on the C library
 // never again tells that the process has one thread, and counts cost a bus lock.
@@ -7,6 +8,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <deque>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -14,8 +16,9 @@
 
 namespace bench {
 
-enum class Library { Ours, Std, Glib, Qt, Poco, Tirpc, Floor };
-inline constexpr int library_count = 7;
+// Ours is what is measured, the floor what nobody can be faster than; the others are its peers.
+enum class Library { Ours, Cpp, Std, Glib, Qt, Poco, Tirpc, Re2, Pcre, PcreJit, Libc, Posix, Floor };
+const char *name_of(Library library);
 
 enum class Cost {
     Light,  // nanoseconds an operation: the runner finds the number of iterations
@@ -38,32 +41,22 @@ struct Case {
     std::vector<Way> ways = {};
 };
 
+struct Section {
+    std::string title;  // printed ahead of the section's table
+    std::vector<Library> columns;
+    std::deque<Case> cases = {};
+};
+
 class Suite {
 public:
-    Suite();
-
+    void add(Section section) { m_sections.push_back(std::move(section)); }
     // A name that is no case's is a mistake of the caller: ends the program.
     void add(std::string_view name, Library library, std::string way,
              std::function<void(benchmark::State &)> run);
-    std::vector<Case> &cases() { return m_cases; }
+    std::deque<Section> &sections() { return m_sections; }
 
 private:
-    std::vector<Case> m_cases;
+    std::deque<Section> m_sections;
 };
-
-// Each in its own unit, so that the peers' macros do not meet.
-void add_ours_values(Suite &suite);
-void add_ours_containers(Suite &suite);
-void add_ours_streams(Suite &suite);
-void add_ours_events(Suite &suite);
-void add_std(Suite &suite);
-void add_std_streams(Suite &suite);
-void add_glib(Suite &suite);
-void add_glib_objects(Suite &suite);
-void add_qt(Suite &suite);
-void add_qt_streams(Suite &suite);
-void add_poco(Suite &suite);
-void add_tirpc(Suite &suite);
-void add_floor(Suite &suite);
 
 }  // namespace bench
