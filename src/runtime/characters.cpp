@@ -1,39 +1,185 @@
+// Characters of UTF-8 by our own code, those of other encodings by the C library.
+//
+// Long texts go by words of 8 bytes. A comparison with a constant happens in all 8 bytes at once: the low
+// seven bits of each byte plus (0x80 - k) reach the top bit exactly when they are k or more. That tells which
+// bytes begin a character and which continue one, and a word is valid when the bytes that continue are
+// exactly those that the bytes before them ask for; so a word costs the same whatever it holds. What is not
+// valid is taken character by character.
 #include "runtime/characters.h"
 
+#include <algorithm>
+#include <bit>
 #include <cstdlib>
+#include <cstring>
 #include <cwchar>
+#include <limits>
+
+#include "runtime/posix/system.h"
 
 namespace kel::detail {
 
-encoding locale_encoding() noexcept {
-    if (MB_CUR_MAX == 1) return encoding::single;
-    // Four bytes that only UTF-8 reads as this character.
-    static constexpr char probe[] = "\xF0\x9F\x98\x80";
-    std::mbstate_t state{};
-    wchar_t value = 0;
-    return std::mbrtowc(&value, probe, 4, &state) == 4 && value == 0x1F600 ? encoding::utf8 : encoding::other;
+namespace {
+
+using word = std::uint64_t;
+
+constexpr std::size_t in_word = sizeof(word);
+constexpr word ones = 0x0101010101010101;
+constexpr word high_bits = ones << 7;
+
+bool continues(char byte) noexcept {
+    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
 }
 
-std::size_t multibyte_bytes(encoding, const char *at, const char *end, bool *valid) noexcept {
-    std::mbstate_t state{};
-    const auto left = static_cast<std::size_t>(end - at);
-    const std::size_t used = std::mbrlen(at, left, &state);
+// Of the valid character at `at`; 0 for none. As the C library has it, characters end at F7 BF BF BF.
+std::size_t utf8_bytes(const char *at, std::size_t left) noexcept {
+    const auto lead = static_cast<unsigned char>(at[0]);
+    if (lead < 0xC2 || lead > 0xF7 || left < 2 || !continues(at[1])) return 0;
+    if (lead < 0xE0) return 2;
+    const auto second = static_cast<unsigned char>(at[1]);
+    if (left < 3 || !continues(at[2])) return 0;
+    if (lead < 0xF0) return (lead == 0xE0 && second < 0xA0) || (lead == 0xED && second > 0x9F) ? 0 : 3;
+    return left < 4 || !continues(at[3]) || (lead == 0xF0 && second < 0x90) ? 0 : 4;
+}
+
+word load(const char *at) noexcept {
+    word bytes;
+    std::memcpy(&bytes, at, in_word);
+    // The first byte of the text is the lowest one of the word.
+    if constexpr (std::endian::native == std::endian::big) bytes = __builtin_bswap64(bytes);
+    return bytes;
+}
+
+std::size_t marked(word high) noexcept {
+    return static_cast<std::size_t>((high >> 7) * ones >> 56);
+}
+
+// Marks, in the top bit of each byte, of one word and of what it asks of the next.
+class utf8_words {
+public:
+    bool pending() const noexcept { return m_second | m_third | m_fourth; }
+
+    // Whether the next word is valid, its last character maybe unfinished; tells how many characters begin.
+    bool take(word bytes, std::size_t &begun) noexcept {
+        const word low = bytes & ~high_bits;
+        const word high = bytes & high_bits;
+        auto from = [low, high](unsigned byte) { return (low + ones * (0x100U - byte)) & high; };
+        const word lead = from(0xC0), three = from(0xE0), four = from(0xF0);
+        const word continuation = high & ~lead;
+        const word second = lead << 8 | m_second;
+        const word third = three << 16 | m_third;
+        const word fourth = four << 24 | m_fourth;
+        word bad = (continuation ^ (second | third | fourth)) | (lead & ~from(0xC2)) | from(0xF8);
+        if (three | m_third) {
+            const word e0 = three & ~from(0xE1), ed = from(0xED) & ~from(0xEE), f0 = four & ~from(0xF1);
+            bad |= (e0 << 8 | m_e0) & ~from(0xA0);
+            bad |= (ed << 8 | m_ed) & from(0xA0);
+            bad |= (f0 << 8 | m_f0) & ~from(0x90);
+            m_e0 = e0 >> 56, m_ed = ed >> 56, m_f0 = f0 >> 56;
+        } else {
+            m_e0 = m_ed = m_f0 = 0;
+        }
+        m_second = lead >> 56, m_third = three >> 48, m_fourth = four >> 40;
+        begun = in_word - marked(continuation);
+        return bad == 0;
+    }
+
+private:
+    word m_second = 0, m_third = 0, m_fourth = 0;  // bytes of the next word that must continue
+    word m_e0 = 0, m_ed = 0, m_f0 = 0;             // a second byte that is restricted
+};
+
+bool is_ascii(const char *at) noexcept {
+    return !((load(at) | load(at + in_word) | load(at + 2 * in_word) | load(at + 3 * in_word)) & high_bits);
+}
+
+struct place {
+    const char *at;
+    std::size_t characters;  // before it
+};
+
+// As far as whole words are valid and hold no more than `limit` characters; from and to a beginning of one.
+place pass_words(place from, const char *end, std::size_t limit) noexcept {
+    constexpr std::size_t stride = 4 * in_word;
+    const char *at = from.at;
+    std::size_t count = from.characters;
+    auto room = [&](std::size_t bytes) {
+        return static_cast<std::size_t>(end - at) >= bytes && limit - count >= bytes;
+    };
+    utf8_words words;
+    bool pending = false;
+    while (room(in_word)) {
+        const word bytes = load(at);
+        if (!pending && !(bytes & high_bits)) {
+            at += in_word, count += in_word;
+            for (; room(stride) && is_ascii(at); at += stride)
+                count += stride;
+            continue;
+        }
+        std::size_t begun = 0;
+        if (!words.take(bytes, begun)) break;
+        pending = words.pending();
+        at += in_word, count += begun;
+    }
+    if (pending) {
+        do
+            --at;
+        while (continues(*at));
+        --count;
+    }
+    return {at, count};
+}
+
+place walk_utf8(const char *begin, const char *end, std::size_t limit) noexcept {
+    place now{begin, 0};
+    while (now.at < end && now.characters < limit) {
+        now = pass_words(now, end, limit);
+        const char *stop = now.at + std::min(static_cast<std::size_t>(end - now.at), in_word);
+        for (; now.at < stop && now.characters < limit; ++now.characters)
+            now.at += character_bytes(encoding::utf8, now.at, end);
+    }
+    return now;
+}
+
+place walk(encoding form, const char *begin, const char *end, std::size_t limit) noexcept {
+    if (begin >= end) return {begin, 0};
+    if (form == encoding::utf8) return walk_utf8(begin, end, limit);
+    if (form == encoding::single) {
+        const std::size_t count = std::min(static_cast<std::size_t>(end - begin), limit);
+        return {begin + count, count};
+    }
+    place now{begin, 0};
+    for (; now.at < end && now.characters < limit; ++now.characters)
+        now.at += character_bytes(form, now.at, end);
+    return now;
+}
+
+}  // namespace
+
+encoding locale_encoding() noexcept {
+    if (MB_CUR_MAX == 1) return encoding::single;
+    return system::locale_is_utf8() ? encoding::utf8 : encoding::other;
+}
+
+std::size_t multibyte_bytes(encoding form, const char *at, const char *end, bool *valid) noexcept {
+    const std::size_t left = std::min(static_cast<std::size_t>(end - at), longest_character);
+    std::size_t used = 0;
+    if (form == encoding::utf8) {
+        used = utf8_bytes(at, left);
+    } else {
+        std::mbstate_t state{};
+        used = std::mbrlen(at, left, &state);
+    }
     const bool good = used > 0 && used <= left;
     if (valid) *valid = good;
     return good ? used : 1;
 }
 
 std::size_t count_characters(encoding form, const char *begin, const char *end) noexcept {
-    std::size_t count = 0;
-    for (; begin < end; ++count)
-        begin += character_bytes(form, begin, end);
-    return count;
+    return walk(form, begin, end, std::numeric_limits<std::size_t>::max()).characters;
 }
 
 const char *skip_characters(encoding form, const char *begin, const char *end, std::size_t n) noexcept {
-    for (; begin < end && n > 0; --n)
-        begin += character_bytes(form, begin, end);
-    return begin;
+    return walk(form, begin, end, n).at;
 }
 
 }  // namespace kel::detail

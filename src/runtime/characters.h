@@ -16,7 +16,9 @@ enum class encoding : std::uint8_t {
     other,  // asked of the C library, character by character
 };
 
-// Of the current locale: ask once for an operation, not for each character.
+inline constexpr std::size_t longest_character = 4;  // bytes; a longer one is invalid
+
+// Of the current locale, which may change between any two calls: ask once for an operation.
 encoding locale_encoding() noexcept;
 
 // Of the character at `at`, which lies before `end`; for a byte from 0x80 on and an encoding that is not

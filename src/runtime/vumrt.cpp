@@ -8,6 +8,7 @@
 #include <cwchar>
 #include <string>
 
+#include "runtime/characters.h"
 #include "runtime/posix/system.h"
 
 // Memory ---------------------------------------------------------------------------------------
@@ -47,21 +48,8 @@ char *Strnew__(const char *text) {
 
 unsigned Strlen(const char *text) {
     if (!kel::is_text(text)) return 0;
-    std::size_t left = std::strlen(text), count = left;
-    if (MB_CUR_MAX == 1) return static_cast<unsigned>(count);
-    // A character of several bytes takes all but one off. None begins with an ASCII byte.
-    while (left > 0) {
-        std::size_t used = 1;
-        if (static_cast<unsigned char>(*text) >= 0x80) {
-            std::mbstate_t state{};
-            used = std::mbrlen(text, left, &state);
-            if (used == 0 || used > left) used = 1;  // invalid, or cut short
-        }
-        count -= used - 1;
-        text += used;
-        left -= used;
-    }
-    return static_cast<unsigned>(count);
+    using namespace kel::detail;
+    return static_cast<unsigned>(count_characters(locale_encoding(), text, text + std::strlen(text)));
 }
 unsigned Strlen(const unsigned short *text) {
     if (reinterpret_cast<std::uintptr_t>(text) <= 2) return 0;

@@ -7,64 +7,46 @@
 #include <algorithm>
 #include <cstring>
 #include <cwchar>
+#include <limits>
 #include <memory>
 #include <vector>
 
 #include <kelstdmt/vumtext.h>
 
+#include "runtime/characters.h"
+
 using kel::is_text;
+using namespace kel::detail;
 
 namespace {
 
-constexpr std::size_t longest_character = 4;            // bytes
 constexpr std::size_t longest_text = 16 * 1024 * 1024;  // bytes of a converted wide text
 constexpr auto not_convertible = static_cast<std::size_t>(-1);
-
-struct character {
-    int bytes;  // 0 at the terminator, -1 when invalid
-    wchar_t value;
-};
 
 // An ASCII byte that opens a character is one in every encoding that a locale may have.
 bool is_ascii(char byte) {
     return static_cast<unsigned char>(byte) < 0x80;
 }
 
-character look(const char *at) {
-    if (!*at) return {0, 0};
-    if (is_ascii(*at) || isLocaleSingle()) return {1, static_cast<unsigned char>(*at)};
-    std::mbstate_t state{};
-    wchar_t value = 0;
-    std::size_t used = std::mbrtowc(&value, at, strnlen(at, longest_character), &state);
-    if (used == 0 || used > longest_character) return {-1, 0};
-    return {static_cast<int>(used), value};
+// What a character, or a text of n characters, may extend to. No byte behind the terminator is looked at.
+const char *reach(const char *text, std::size_t characters) {
+    constexpr std::size_t most = std::numeric_limits<std::size_t>::max() / longest_character;
+    return text + strnlen(text, std::min(characters, most) * longest_character);
 }
 
-// Bytes to the next character.
-int step(const char *at) {
-    int bytes = look(at).bytes;
-    return bytes < 0 ? 1 : bytes;
+// Bytes to the next character: 0 at the terminator.
+std::size_t step(const char *at) {
+    if (is_ascii(*at)) return *at ? 1 : 0;
+    return character_bytes(locale_encoding(), at, reach(at, 1));
 }
 
 }  // namespace
 
 const char *stringAfterCHars(const char *text, unsigned n) {
     if (!is_text(text)) return text;
-    if (isLocaleSingle()) return text + strnlen(text, n);
-    using word = std::uint64_t;
-    constexpr unsigned in_word = sizeof(word);
-    constexpr word high_bits = 0x8080808080808080;
-    std::size_t left = n >= in_word ? strnlen(text, n) : 0;  // bytes that are surely there
-    while (n > 0 && *text) {
-        word bytes = high_bits;
-        if (n >= in_word && left >= in_word) std::memcpy(&bytes, text, in_word);
-        unsigned characters = bytes & high_bits ? 1 : in_word;
-        std::size_t used = characters > 1 ? in_word : static_cast<std::size_t>(step(text));
-        text += used;
-        left -= std::min(left, used);
-        n -= characters;
-    }
-    return text;
+    const encoding form = locale_encoding();
+    if (form == encoding::single) return text + strnlen(text, n);
+    return skip_characters(form, text, reach(text, n), n);
 }
 
 // The cursor -----------------------------------------------------------------------------------
@@ -75,13 +57,20 @@ void xmbchar::Next() {
 }
 
 int xmbchar::CopyMbChar(const char *from) {
-    int bytes = is_text(from) ? look(from).bytes : 0;
-    if (bytes < 0) return bytes;
-    if (bytes > 0) std::memmove(position, from, static_cast<std::size_t>(bytes));
+    std::size_t bytes = 0;
+    if (is_text(from) && *from) {
+        const encoding form = locale_encoding();
+        bool valid = true;
+        bytes = 1;
+        if (form != encoding::single && !is_ascii(*from))
+            bytes = multibyte_bytes(form, from, reach(from, 1), &valid);
+        if (!valid) return -1;
+        std::memmove(position, from, bytes);
+    }
     position += bytes;
     *position = 0;
     ++count;
-    return bytes;
+    return static_cast<int>(bytes);
 }
 
 int xmbchar::CopyMbChars(const char *from, int n) {
@@ -100,8 +89,15 @@ int xmbchar::CopyMbString(const char *from) {
 }
 
 int xmbchar::Compare(xmbchar other) const {
-    character mine = look(position), others = look(other.position);
-    return mine.bytes >= 0 && others.bytes >= 0 && mine.value == others.value ? 0 : -1;
+    // The wide characters decide: an encoding may have several forms of one.
+    auto convert = [](const char *at, wchar_t &value) {
+        std::mbstate_t state{};
+        value = static_cast<unsigned char>(*at);
+        if (is_ascii(*at) || isLocaleSingle()) return true;
+        return std::mbrtowc(&value, at, strnlen(at, longest_character), &state) <= longest_character;
+    };
+    wchar_t mine = 0, others = 0;
+    return convert(position, mine) && convert(other.position, others) && mine == others ? 0 : -1;
 }
 
 // Wide and neutral texts -----------------------------------------------------------------------
@@ -116,10 +112,9 @@ bool is_wide(const unsigned short *wide) {
 bool fits(const char *text, std::size_t units) {
     constexpr std::size_t slack = 10;
     if (!text || kel::detail::count_load(kel::detail::holders(text)) > 1) return false;
-    std::size_t present = 0;
-    for (; *text && present <= units + slack; ++present)
-        text += step(text);
-    return present - units <= slack;
+    // One more than may be there.
+    const std::size_t most = units + slack + 1;
+    return count_characters(locale_encoding(), text, reach(text, most)) - units <= slack;
 }
 
 }  // namespace

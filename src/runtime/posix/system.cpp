@@ -1,5 +1,6 @@
 #include "runtime/posix/system.h"
 
+#include <langinfo.h>
 #include <sys/mman.h>
 #include <sys/random.h>
 #include <sys/utsname.h>
@@ -7,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 
 #include <kelstdmt/vumrt.h>
 
@@ -35,6 +37,10 @@ std::uint64_t random_bits() noexcept {
     bits = static_cast<std::uint64_t>(now.tv_nsec) ^ reinterpret_cast<std::uintptr_t>(&now);
     bits ^= static_cast<std::uint64_t>(now.tv_sec) << 32 ^ static_cast<std::uint64_t>(::getpid()) << 16;
     return bits * 0x9E3779B97F4A7C15U;
+}
+
+bool locale_is_utf8() noexcept {
+    return std::strcmp(::nl_langinfo(CODESET), "UTF-8") == 0;
 }
 
 void prefer_large_pages(void *block, std::size_t bytes) noexcept {

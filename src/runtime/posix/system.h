@@ -11,4 +11,7 @@ void write_error(const char *bytes, std::size_t count) noexcept;
 
 std::uint64_t random_bits() noexcept;
 
+// Whether the locale of this thread encodes its texts in UTF-8.
+bool locale_is_utf8() noexcept;
+
 }  // namespace kel::system
