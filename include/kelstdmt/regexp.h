@@ -12,6 +12,8 @@
 
 #include <kelstdmt/export.h>
 
+class xstring;
+
 // A compiled program, one block of memory: release it with std::free.
 struct regexp {
     // Where the whole match (0) and the groups 1 to 9 of the last search begin and end, in the text that was
@@ -98,3 +100,24 @@ KELSTDMT_API void setErrReport(bool report);
 // The message of the last error that was recorded, null at the start. The text is not copied.
 KELSTDMT_API const char *getErrSeen();
 KELSTDMT_API void setErrSeen(const char *message);
+
+namespace kel {
+
+// What stHandleKnownError calls the code; "No description" for an unknown one.
+KELSTDMT_API const char *error_message(stErrorCode code) noexcept;
+
+// What is wrong with a pattern, and where, in characters from its beginning: at the opening bracket that has
+// no end, the range that runs backwards, the multiplier that is one too many.
+struct pattern_error {
+    stErrorCode code;  // stSuccess: nothing is wrong
+    int position;
+    const char *message;
+};
+
+// The error that regcomp would report; reports nothing itself. Any thread may call it.
+KELSTDMT_API pattern_error check_pattern(const char *pattern);
+
+// What regsub writes, as a string; null after a reported error.
+KELSTDMT_API xstring expand(const regexp &program, const char *format);
+
+}  // namespace kel

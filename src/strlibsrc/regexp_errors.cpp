@@ -50,7 +50,18 @@ constexpr known_error known_errors[] = {
     {"Internal Error", make<strXOther>},
 };
 
+constexpr known_error unknown_error = {"No description", nullptr};
+
+const known_error &find(stErrorCode code) {
+    const auto number = static_cast<unsigned>(code);
+    return number < std::size(known_errors) ? known_errors[number] : unknown_error;
+}
+
 }  // namespace
+
+const char *kel::error_message(stErrorCode code) noexcept {
+    return find(code).message;
+}
 
 bool getErrReport() {
     return reports;
@@ -66,9 +77,7 @@ void setErrSeen(const char *message) {
 }
 
 void stHandleKnownError(stErrorCode code, const char *function) {
-    const auto number = static_cast<unsigned>(code);
-    const known_error error =
-        number < std::size(known_errors) ? known_errors[number] : known_error{"No description", nullptr};
+    const known_error &error = find(code);
     if (reports) {
         seen = error.message;
         return;
