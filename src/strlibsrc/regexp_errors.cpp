@@ -14,18 +14,19 @@ std::atomic<const char *> seen{nullptr};
 
 using maker = strXException *(const char *description, kelXFunc *func);
 
+// The codes without a class of their own take the base.
 template <class T>
 strXException *make(const char *description, kelXFunc *func) {
-    return T::Create(description, func);
+    return kel::construct<T>(description, func);
 }
 
 struct known_error {
     const char *message;
-    maker *create;  // null: no exception of its own
+    maker *create;
 };
 
 constexpr known_error known_errors[] = {
-    {"Success", nullptr},
+    {"Success", make<strXException>},
     {"The number of replacements does not match the number of segments", make<strXReplMatch>},
     {"From is greater than To", make<strXFromTo>},
     {"Overlapping segments are found", make<strXIntersectSegm>},
@@ -50,7 +51,7 @@ constexpr known_error known_errors[] = {
     {"Internal Error", make<strXOther>},
 };
 
-constexpr known_error unknown_error = {"No description", nullptr};
+constexpr known_error unknown_error = {"No description", make<strXException>};
 
 const known_error &find(stErrorCode code) {
     const auto number = static_cast<unsigned>(code);
@@ -82,10 +83,11 @@ void stHandleKnownError(stErrorCode code, const char *function) {
         seen = error.message;
         return;
     }
-    xrchandle<kelXFunc> func(kel::construct<kelXFunc>(function));
-    strXException *exception = error.create ? error.create(error.message, func.get())
-                                            : kel::construct<strXException>(error.message, func.get());
-    exception->Print(std::cerr);
-    std::cerr.flush();
+    {
+        const xrchandle<kelXFunc> func(kel::construct<kelXFunc>(function));
+        const xrchandle<strXException> exception(error.create(error.message, func.get()));
+        exception->Print(std::cerr);
+        std::cerr.flush();
+    }
     std::exit(1);
 }
