@@ -7,7 +7,7 @@ namespace kel::detail {
 
 // Whether the program matches somewhere in [begin, end), whose ends are ^ and $. The bytes there hold no NUL
 // and need no terminator. Fills groupStart and groupEnd; without a match they are null. Errors are reported
-// under `function` or "regmatch" and are no match. The tables that a program needs to be searched with are
+// under "regexec" or "regmatch" and are no match. The tables that a program needs to be searched with are
 // kept for the thread, by the program's content, so a pattern that is compiled anew finds them again.
 bool regexp_search(regexp &program, const char *begin, const char *end);
 

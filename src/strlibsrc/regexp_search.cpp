@@ -1,0 +1,91 @@
+// regexec, and the order of its checks: the arguments, the magic byte, the text that must occur, the program
+// itself. Then the search proper.
+#include "strlibsrc/regexp_search.h"
+
+#include <cstddef>
+#include <cstring>
+#include <new>
+
+#include "runtime/characters.h"
+#include "strlibsrc/regexp_program.h"
+#include "strlibsrc/regexp_simulation.h"
+
+namespace kel::detail {
+
+namespace {
+
+constexpr char searcher[] = "regexec";
+constexpr char walker[] = "regmatch";
+
+bool fail(stErrorCode code, const char *function) {
+    stHandleKnownError(code, function);
+    return false;
+}
+
+// The record around the nodes; its pointers and texts are whole when this says success.
+stErrorCode check_record(const regexp &program) {
+    constexpr unsigned program_limit = 65535;
+    if (program.programSize == 0 || static_cast<unsigned char>(program.program[0]) != regexpMagic)
+        return stCorruptedRegExp;
+    if (program.programSize >= program_limit) return stCorruptedRegExp;
+    if (std::memchr(program.firstChar, 0, sizeof program.firstChar) == nullptr) return stCorruptedRegExp;
+    if (program.mustText == nullptr) return stSuccess;
+    // Compared as numbers: a damaged pointer belongs to no object.
+    const auto begin = reinterpret_cast<std::uintptr_t>(program.program);
+    const auto must = reinterpret_cast<std::uintptr_t>(program.mustText);
+    const bool whole = must >= begin && must - begin < program.programSize && program.mustLength >= 0 &&
+                       static_cast<unsigned>(program.mustLength) <= program.programSize - (must - begin);
+    return whole ? stSuccess : stCorruptedPointers;
+}
+
+bool must_text_occurs(const regexp &program, subject text) {
+    if (program.mustText == nullptr) return true;
+    return memmem(text.begin, static_cast<std::size_t>(text.end - text.begin), program.mustText,
+                  static_cast<std::size_t>(program.mustLength)) != nullptr;
+}
+
+}  // namespace
+
+bool regexp_search(regexp &program, const char *begin, const char *end) {
+    for (int group = 0; group < 10; ++group)
+        program.groupStart[group] = program.groupEnd[group] = nullptr;
+    if (const stErrorCode error = check_record(program); error != stSuccess) return fail(error, searcher);
+    const subject text{begin, end};
+    if (!must_text_occurs(program, text)) return false;
+    stErrorCode error = stSuccess;
+    match_slots slots{};
+    bool found = false;
+    try {
+        regexp_program loaded;
+        regexp_simulation machine;
+        error = loaded.load(program, locale_encoding());
+        if (error == stSuccess) found = machine.search(loaded, text, begin, slots);
+    } catch (const std::bad_alloc &) {
+        return fail(stOutofSpace, searcher);
+    }
+    if (error != stSuccess) return fail(error, walker);
+    if (!found) return false;
+    for (int group = 0; group < 10; ++group) {
+        program.groupStart[group] = slots[2 * group];
+        program.groupEnd[group] = slots[2 * group + 1];
+    }
+    return true;
+}
+
+}  // namespace kel::detail
+
+int regexec(regexp *program, const char *text, int &start, int &end) {
+    using namespace kel::detail;
+    if (program == nullptr || text == nullptr) {
+        if (program != nullptr)
+            for (int group = 0; group < 10; ++group)
+                program->groupStart[group] = program->groupEnd[group] = nullptr;
+        return fail(stNullArgRegExp, searcher);
+    }
+    if (!regexp_search(*program, text, text + std::strlen(text))) return 0;
+    const encoding form = locale_encoding();
+    const std::size_t before = count_characters(form, text, program->groupStart[0]);
+    start = static_cast<int>(before);
+    end = static_cast<int>(before + count_characters(form, program->groupStart[0], program->groupEnd[0]));
+    return 1;
+}

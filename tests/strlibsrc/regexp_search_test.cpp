@@ -1,0 +1,244 @@
+// The search against a plain model that goes back when a way fails, over random patterns and texts; work that
+// is bounded where going back is not; programs that were damaged; threads.
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <kelstdmt/regexp.h>
+
+#include "../../fuzz/regexp_model.h"
+
+namespace {
+
+struct release {
+    void operator()(regexp *program) const { std::free(program); }
+};
+using owned_program = std::unique_ptr<regexp, release>;
+
+owned_program compiled(const std::string &pattern) {
+    setErrReport(true);
+    return owned_program(regcomp(pattern.c_str()));
+}
+
+// On the heap and exactly as long as the text, so that the sanitizers see a look beyond its terminator.
+std::unique_ptr<char[]> exact(const std::string &text) {
+    auto copy = std::make_unique<char[]>(text.size() + 1);
+    std::memcpy(copy.get(), text.c_str(), text.size() + 1);
+    return copy;
+}
+
+class random_text {
+public:
+    random_text(unsigned seed, std::vector<std::string> characters, std::vector<std::string> invalid)
+        : m_random(seed), m_characters(std::move(characters)), m_invalid(std::move(invalid)) {}
+
+    unsigned below(unsigned limit) { return static_cast<unsigned>(m_random() % limit); }
+    const std::string &character() { return m_characters[below(static_cast<unsigned>(m_characters.size()))]; }
+    std::string text(unsigned longest) {
+        std::string result;
+        for (unsigned n = below(longest + 1); n > 0; --n)
+            result +=
+                below(12) == 0 ? m_invalid[below(static_cast<unsigned>(m_invalid.size()))] : character();
+        return result;
+    }
+    std::string pattern(int depth) {
+        std::string result = branch(depth);
+        while (below(4) == 0)
+            result += "|" + branch(depth);
+        return result;
+    }
+
+private:
+    std::string branch(int depth) {
+        std::string result;
+        for (unsigned n = below(5); n > 0; --n)
+            result += atom(depth) + (below(3) == 0 ? std::string(1, "*+?"[below(3)]) : "");
+        return result;
+    }
+    std::string atom(int depth) {
+        switch (below(10)) {
+            case 0:
+                return ".";
+            case 1:
+                return "[" + character() + character() + "]";
+            case 2:
+                return "[^" + character() + "]";
+            case 3:
+                return below(2) == 0 ? "^" : "$";
+            case 4:
+            case 5:
+            case 6:
+                return depth > 0 ? "(" + pattern(depth - 1) + ")" : character();
+            default:
+                return character() + (below(2) == 0 ? character() : "");
+        }
+    }
+
+    std::mt19937 m_random;
+    std::vector<std::string> m_characters, m_invalid;
+};
+
+// One search, compared with the model; empty when they agree or the model gave up.
+std::string disagreement(regexp &program, const std::string &text) {
+    const auto copy = exact(text);
+    const char *end = copy.get() + std::strlen(copy.get());
+    int from = -7, to = -7;
+    setErrSeen(nullptr);
+    const int found = regexec(&program, copy.get(), from, to);
+    if (getErrSeen()) return found || program.groupStart[0] ? "an error that is a match" : "";
+    const auto expected = regexp_model::matcher(program, copy.get(), end).search();
+    if (!expected) return "";
+    if (!found && (from != -7 || to != -7)) return "positions without a match";
+    return regexp_model::difference(program, found != 0, *expected, copy.get());
+}
+
+void compare_with_model(random_text &random, int rounds) {
+    int searches = 0;
+    for (int round = 0; round < rounds; ++round) {
+        const std::string pattern = random.pattern(3);
+        const owned_program one = compiled(pattern);
+        if (!one) continue;
+        for (int each = 0; each < 6; ++each, ++searches) {
+            const std::string text = random.text(each < 3 ? 6 : 30);
+            ASSERT_EQ(disagreement(*one, text), "") << "pattern <" << pattern << "> text <" << text << ">";
+        }
+    }
+    EXPECT_GT(searches, rounds);
+}
+
+class in_locale : public testing::TestWithParam<const char *> {
+protected:
+    void SetUp() override {
+        if (!std::setlocale(LC_ALL, GetParam())) GTEST_SKIP() << "no locale " << GetParam();
+        setErrReport(true);
+    }
+    void TearDown() override { std::setlocale(LC_ALL, "C"); }
+};
+INSTANTIATE_TEST_SUITE_P(regexp_search, in_locale, testing::Values("C", "C.UTF-8"),
+                         [](const auto &each) { return each.index == 0 ? "single" : "utf8"; });
+
+TEST_P(in_locale, RandomPatternsFindWhatTheModelFinds) {
+    random_text random(20240611, {"a", "a", "b", "b", "c", "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80"},
+                       {"\xC3", "\xE2\x82", "\x80", "\xFF", "\xED\xA0\x80"});
+    compare_with_model(random, 20000);
+    random_text few(3, {"a", "b"}, {"\xFF"});
+    compare_with_model(few, 20000);
+}
+
+TEST_P(in_locale, DamagedProgramsAreErrorsOrAnswersAndNothingElse) {
+    random_text random(7, {"a", "b", "\xC3\xA9"}, {"\xFF"});
+    int errors = 0, answers = 0;
+    for (int round = 0; round < 20000; ++round) {
+        const owned_program whole = compiled(random.pattern(2));
+        if (!whole) continue;
+        // The record exactly as long as its program says, so that a look beyond it is seen.
+        const auto header = static_cast<std::size_t>(whole->program - reinterpret_cast<char *>(whole.get()));
+        const std::size_t bytes = header + whole->programSize;
+        const owned_program damaged(static_cast<regexp *>(std::malloc(bytes)));
+        std::memcpy(damaged.get(), whole.get(), bytes);
+        if (whole->mustText) damaged->mustText = damaged->program + (whole->mustText - whole->program);
+        for (unsigned n = 1 + random.below(3); n > 0; --n)
+            damaged->program[1 + random.below(damaged->programSize - 1)] =
+                static_cast<char>(random.below(2) ? random.below(256) : random.below(12));
+        if (random.below(20) == 0) damaged->mustLength = static_cast<int>(random.below(1000)) - 300;
+        if (random.below(20) == 0) damaged->firstChar[random.below(5)] = 'a';
+        if (random.below(20) == 0) damaged->anchored = static_cast<char>(random.below(2));
+        const std::string text = random.text(12);
+        ASSERT_EQ(disagreement(*damaged, text), "") << "round " << round;
+        const char *seen = getErrSeen();
+        (seen ? errors : answers)++;
+        if (seen) {
+            ASSERT_TRUE(std::strcmp(seen, "Corrupted regular expression") == 0 ||
+                        std::strcmp(seen, "Corrupted pointers") == 0)
+                << seen;
+        }
+    }
+    EXPECT_GT(errors, 1000);
+    EXPECT_GT(answers, 1000);
+}
+
+struct bounded_case {
+    std::string pattern, text;
+    int start, end;  // -1: no match
+};
+
+TEST(regexp_search, TheWorkIsBoundedByProgramTimesText) {
+    const std::string many(200000, 'a'), most(50000000, 'a');
+    std::string mixed(3000000, 'a');
+    for (std::size_t i = 0; i < mixed.size(); i += 3)
+        mixed[i] = 'b';
+    std::string optional;
+    for (int i = 0; i < 30; ++i)
+        optional += "a?";
+    const bounded_case cases[] = {
+        {"(a|a)*b", many, -1, -1},
+        {"(a|a)*b", many + "b", 0, 200001},
+        {"(a|b)*", most, 0, 50000000},
+        {"((a|b)(a|b)?)*c", mixed, -1, -1},
+        {"(aa*b*|b|c)+d", mixed, -1, -1},
+        {".*.*.*x", many, -1, -1},
+        {"(.*)(.*)(.*)(.*)$", many, 0, 200000},
+        {"^(a+)+$", many + "c", -1, -1},
+        {optional + std::string(30, 'a'), std::string(30, 'a'), 0, 30},
+        // Its automaton has a state for every set of places within the last twelve.
+        {"(a|b)*a(a|b)(a|b)..........$", mixed, 0, 3000000},
+        {"b(.)*a(a|b)(a|b).........c", mixed, -1, -1},
+    };
+    for (const bounded_case &each : cases) {
+        const owned_program one = compiled(each.pattern);
+        ASSERT_TRUE(one) << each.pattern << ": " << getErrSeen();
+        int start = -1, end = -1;
+        EXPECT_EQ(regexec(one.get(), each.text.c_str(), start, end), each.start >= 0) << each.pattern;
+        EXPECT_EQ(start, each.start) << each.pattern;
+        EXPECT_EQ(end, each.end) << each.pattern;
+    }
+}
+
+TEST(regexp_search, ChecksComeInTheirOrder) {
+    setErrReport(true);
+    const owned_program one = compiled("a*bc");
+    int start = 0, end = 0;
+    const auto error_of = [&](regexp *each, const char *text) {
+        setErrSeen("");
+        EXPECT_EQ(regexec(each, text, start, end), 0);
+        return std::string(getErrSeen());
+    };
+    ASSERT_EQ(regexec(one.get(), "xbc", start, end), 1);
+    EXPECT_EQ(error_of(one.get(), nullptr), "NULL argument");
+    EXPECT_EQ(one->groupStart[0], nullptr);
+    EXPECT_EQ(error_of(nullptr, "a"), "NULL argument");
+    one->program[1] = 99;
+    EXPECT_EQ(error_of(one.get(), "xyz"), "") << "the text that must occur is looked for first";
+    EXPECT_EQ(error_of(one.get(), "bc"), "Corrupted regular expression");
+    one->program[0] = 0;
+    EXPECT_EQ(error_of(one.get(), "xyz"), "Corrupted regular expression");
+}
+
+TEST(regexp_search, ThreadsSearchWithProgramsOfTheirOwn) {
+    setErrReport(true);
+    std::vector<owned_program> programs;
+    for (int i = 0; i < 4; ++i)
+        programs.push_back(compiled("(a|b)*" + std::string(1, static_cast<char>('c' + i)) + "+"));
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([i, one = programs[static_cast<std::size_t>(i)].get()] {
+            for (int n = 0; n < 300; ++n) {
+                const std::string text = std::string(static_cast<std::size_t>(n), 'a') + "cdefg";
+                int start = 0, end = 0;
+                ASSERT_EQ(regexec(one, text.c_str(), start, end), 1);
+                ASSERT_EQ(start, i == 0 ? 0 : n + i);
+                ASSERT_EQ(end, n + i + 1);
+            }
+        });
+    for (std::thread &each : threads)
+        each.join();
+}
+
+}  // namespace
