@@ -1,0 +1,296 @@
+// Matching by the six modes. Every function here cuts its range out of the text as two pointers, brings text
+// and pattern to upper case where the mode says so, and hands them to the search of its mode; positions are
+// counted only when a match is there. Repeated searches go on from the place where they stand, so that their
+// work is in proportion to the text.
+#include <kelstdmt/strlib.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <string_view>
+
+#include "runtime/characters.h"
+#include "strlibsrc/find_bytes.h"
+#include "strlibsrc/regexp_search.h"
+#include "strlibsrc/xstrlib_shell.h"
+
+using kel::is_text;
+using namespace kel::detail;
+
+namespace {
+
+enum class kind : unsigned char { literal, shell, expression };
+
+struct match_mode {
+    kind how;
+    bool ignore_case;
+};
+
+// One that is none of the six is the first.
+match_mode mode_of(strMatchMode mode) noexcept {
+    const bool known = mode >= strLit && mode <= strRegExpIC;
+    return {known ? static_cast<kind>(mode / 2) : kind::literal, known && mode % 2 != 0};
+}
+
+int from_of(strSegment *range) {
+    return range ? range->getFrom() : strUnsetPos;
+}
+int to_of(strSegment *range) {
+    return range ? range->getTo() : strUnsetPos;
+}
+
+int position_of(std::size_t characters) noexcept {
+    return static_cast<int>(std::min<std::size_t>(characters, std::numeric_limits<int>::max()));
+}
+
+// The part of a text that a match is about. It ends with the text or before it.
+struct range {
+    range(const char *text, int given_from, int given_to) noexcept
+        : from(given_from > 0 ? static_cast<std::size_t>(given_from) : 0),
+          begin(text),
+          end(text + std::strlen(text)) {
+        if (from > 0) begin = skip_characters(form, begin, end, from);
+        if (given_to == strUnsetPos) return;
+        const std::size_t to = given_to > 0 ? static_cast<std::size_t>(given_to) : 0;
+        end = skip_characters(form, begin, end, to > from ? to - from : 0);
+    }
+
+    encoding form = locale_encoding();
+    std::size_t from;  // characters before it, as the caller says
+    const char *begin;
+    const char *end;
+};
+
+// Bytes in upper case, as the strings make it, with a terminator. Short ones need no memory.
+class upper_case {
+public:
+    explicit upper_case(std::string_view text) : m_size(text.size()) {
+        if (m_size >= sizeof m_short) m_long = std::make_unique_for_overwrite<char[]>(m_size + 1);
+        char *out = m_long ? m_long.get() : m_short;
+        std::transform(text.begin(), text.end(), out, [](char byte) {
+            return static_cast<char>(std::toupper(static_cast<unsigned char>(byte)));
+        });
+        out[m_size] = 0;
+    }
+
+    const char *begin() const noexcept { return m_long ? m_long.get() : m_short; }
+    const char *end() const noexcept { return begin() + m_size; }
+
+private:
+    std::size_t m_size;
+    std::unique_ptr<char[]> m_long;
+    char m_short[256];
+};
+
+struct free_program {
+    void operator()(regexp *program) const noexcept { std::free(program); }
+};
+using program_holder = std::unique_ptr<regexp, free_program>;
+
+// Null after the errors of a search that has no program.
+program_holder compile(const char *pattern, const char *function) {
+    program_holder program(regcomp(pattern));
+    if (!program) {
+        stHandleKnownError(stCorruptedRegExp, function);
+        stHandleKnownError(stNullArgRegExp, "regexec");
+    }
+    return program;
+}
+
+// A pattern, prepared for one or many searches.
+class pattern_search {
+public:
+    // The pattern, which has to stay, in the case of the texts.
+    pattern_search(encoding form, kind how, const char *pattern) : m_form(form), m_how(how) {
+        if (how == kind::expression)
+            m_program = compile(pattern, "strMatchRegExp");
+        else if (is_text(pattern))
+            m_pattern = pattern;
+        else
+            m_nothing = true;
+    }
+
+    text_range find(const char *begin, const char *end) {
+        if (m_how == kind::expression) {
+            if (!m_program || !regexp_search(*m_program, begin, end)) return {};
+            return {m_program->groupStart[0], m_program->groupEnd[0]};
+        }
+        if (m_nothing) return {};
+        const std::string_view text(begin, static_cast<std::size_t>(end - begin));
+        if (m_how == kind::shell) return shell_search(m_form, text, m_pattern);
+        const char *found = find_bytes(begin, end, m_pattern);
+        return {found, found ? found + m_pattern.size() : nullptr};
+    }
+
+private:
+    encoding m_form;
+    kind m_how;
+    bool m_nothing = false;
+    std::string_view m_pattern;
+    program_holder m_program;
+};
+
+struct positions {
+    std::size_t start;
+    std::size_t end;
+};
+
+// A literal text is found among bytes, maybe in the middle of a character; its length is its own.
+positions count(encoding form, std::size_t before, const char *begin, text_range found) noexcept {
+    const std::size_t start = before + count_characters(form, begin, found.begin);
+    return {start, start + count_characters(form, found.begin, found.end)};
+}
+
+// Calls action(form, characters before the range, begin, end, pattern) with text and pattern in the case that
+// the mode compares.
+template <class Action>
+auto in_case(const range &cut, const char *pattern, bool ignore_case, Action action) {
+    if (!ignore_case) return action(cut.begin, cut.end, pattern);
+    const upper_case text({cut.begin, static_cast<std::size_t>(cut.end - cut.begin)});
+    if (!is_text(pattern)) return action(text.begin(), text.end(), pattern);
+    const upper_case upper{std::string_view(pattern)};
+    return action(text.begin(), text.end(), upper.begin());
+}
+
+bool find_first(const char *text, const char *pattern, match_mode mode, int from, int to, positions &result) {
+    if (!is_text(text)) return false;
+    const range cut(text, from, to);
+    return in_case(cut, pattern, mode.ignore_case,
+                   [&](const char *begin, const char *end, const char *wanted) {
+                       const text_range found = pattern_search(cut.form, mode.how, wanted).find(begin, end);
+                       if (found) result = count(cut.form, cut.from, begin, found);
+                       return static_cast<bool>(found);
+                   });
+}
+
+bool find_whole(const char *text, const char *pattern, kind how, int &start, int &end) {
+    positions found{};
+    if (!find_first(text, pattern, {how, false}, strUnsetPos, strUnsetPos, found)) return false;
+    start = position_of(found.start);
+    end = position_of(found.end);
+    return true;
+}
+
+bool exact(encoding form, const char *begin, const char *end, const char *pattern, kind how) {
+    const auto size = static_cast<std::size_t>(end - begin);
+    if (how == kind::expression) {
+        const program_holder program = compile(pattern, "strExactMatchRegExp");
+        return program && regexp_search(*program, begin, end) && program->groupStart[0] == begin &&
+               program->groupEnd[0] == end;
+    }
+    if (!is_text(pattern)) return false;
+    // Equal bytes are equal characters.
+    if (how == kind::literal) return std::string_view(begin, size) == pattern;
+    return shell_exact(form, {begin, size}, pattern);
+}
+
+bool exact_whole(const char *text, const char *pattern, kind how) {
+    if (!is_text(text)) return false;
+    const range all(text, strUnsetPos, strUnsetPos);
+    return exact(all.form, all.begin, all.end, pattern, how);
+}
+
+struct delete_segments {
+    void operator()(strSegments *segments) const {
+        segments->delallsegs();
+        delete segments;
+    }
+};
+using segments_holder = std::unique_ptr<strSegments, delete_segments>;
+
+// From one character behind `found` on; null when it ends where the text does.
+const char *behind(encoding form, const char *begin, const char *end, text_range found) noexcept {
+    // A literal text may have been found in the middle of a character: then only counting tells.
+    const positions at = count(form, 0, begin, found);
+    const char *next = skip_characters(form, begin, end, at.end);
+    return next == end ? nullptr : next + character_bytes(form, next, end);
+}
+
+void find_all(encoding form, std::size_t before, const char *begin, const char *end, pattern_search search,
+              strSegments &result) {
+    while (begin) {
+        const text_range found = search.find(begin, end);
+        if (!found) return;
+        const positions at = count(form, before, begin, found);
+        auto segment = std::make_unique<strSegment>(position_of(at.start), position_of(at.end));
+        result.append(segment.get());
+        segment.release();
+        begin = behind(form, begin, end, found);
+        before = at.end + 1;
+    }
+}
+
+}  // namespace
+
+// Any mode ----------------------------------------------------------------------------------------------
+
+bool strMatch(const char *text, const char *pattern, int &start, int &end, strMatchMode mode, int from,
+              int to) {
+    positions found{};
+    if (!find_first(text, pattern, mode_of(mode), from, to, found)) return false;
+    start = position_of(found.start);
+    end = position_of(found.end);
+    return true;
+}
+bool strMatch(const char *text, const char *pattern, int &start, int &end, strMatchMode mode,
+              strSegment *range) {
+    return strMatch(text, pattern, start, end, mode, from_of(range), to_of(range));
+}
+
+strSegment *strMatch(const char *text, const char *pattern, strMatchMode mode, int from, int to) {
+    int start = 0, end = 0;
+    return strMatch(text, pattern, start, end, mode, from, to) ? new strSegment(start, end) : nullptr;
+}
+strSegment *strMatch(const char *text, const char *pattern, strMatchMode mode, strSegment *range) {
+    return strMatch(text, pattern, mode, from_of(range), to_of(range));
+}
+
+strSegments *strMatchAll(const char *text, const char *pattern, strMatchMode mode, int from, int to) {
+    segments_holder result(new strSegments);
+    if (is_text(text)) {
+        const range cut(text, from, to);
+        const match_mode how = mode_of(mode);
+        in_case(cut, pattern, how.ignore_case, [&](const char *begin, const char *end, const char *wanted) {
+            find_all(cut.form, cut.from, begin, end, pattern_search(cut.form, how.how, wanted), *result);
+        });
+    }
+    return result.release();
+}
+strSegments *strMatchAll(const char *text, const char *pattern, strMatchMode mode, strSegment *range) {
+    return strMatchAll(text, pattern, mode, from_of(range), to_of(range));
+}
+
+bool strExactMatch(const char *text, const char *pattern, strMatchMode mode, int from, int to) {
+    if (!is_text(text)) return false;
+    const range cut(text, from, to);
+    const match_mode how = mode_of(mode);
+    return in_case(cut, pattern, how.ignore_case,
+                   [&](const char *begin, const char *end, const char *wanted) {
+                       return exact(cut.form, begin, end, wanted, how.how);
+                   });
+}
+bool strExactMatch(const char *text, const char *pattern, strMatchMode mode, strSegment *range) {
+    return strExactMatch(text, pattern, mode, from_of(range), to_of(range));
+}
+
+// One mode ------------------------------------------------------------------------------------------------
+
+bool strMatchLit(const char *text, const char *pattern, int &start, int &end) {
+    return find_whole(text, pattern, kind::literal, start, end);
+}
+bool strMatchShell(const char *text, const char *pattern, int &start, int &end) {
+    return find_whole(text, pattern, kind::shell, start, end);
+}
+bool strMatchRegExp(const char *text, const char *pattern, int &start, int &end) {
+    return find_whole(text, pattern, kind::expression, start, end);
+}
+
+bool strExactMatchLitShell(const char *text, const char *pattern, strMatchMode mode) {
+    return exact_whole(text, pattern, mode_of(mode).how == kind::shell ? kind::shell : kind::literal);
+}
+bool strExactMatchRegExp(const char *text, const char *pattern) {
+    return exact_whole(text, pattern, kind::expression);
+}

@@ -1,0 +1,307 @@
+// Matching by the six modes, in all forms, against the plain definitions: cut the range out, try every place.
+// Texts and patterns are random, of whole characters, parts of them and bytes that no character has.
+#include <fnmatch.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <climits>
+#include <clocale>
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+#include <memory>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <kelstdmt/strlib.h>
+
+namespace {
+
+using chars = std::vector<std::string>;
+struct span {
+    int start, end;
+    bool operator==(const span &) const = default;
+};
+std::ostream &operator<<(std::ostream &out, span at) {
+    return out << at.start << ".." << at.end;
+}
+
+chars split(const std::string &text) {
+    chars result;
+    for (std::size_t at = 0; at < text.size(); at += result.back().size()) {
+        std::mbstate_t state{};
+        const std::size_t left = std::min<std::size_t>(text.size() - at, 4);
+        const std::size_t bytes = MB_CUR_MAX == 1 ? 1 : std::mbrlen(text.data() + at, left, &state);
+        result.push_back(text.substr(at, bytes == 0 || bytes > left ? 1 : bytes));
+    }
+    return result;
+}
+std::string join(const chars &text, std::size_t from, std::size_t to) {
+    std::string result;
+    for (; from < to && from < text.size(); ++from)
+        result += text[from];
+    return result;
+}
+std::string upper(std::string text) {
+    for (char &byte : text)
+        byte = static_cast<char>(std::toupper(static_cast<unsigned char>(byte)));
+    return text;
+}
+
+// The definitions ---------------------------------------------------------------------------------------
+
+bool shell(const chars &text, std::size_t at, std::size_t end, const chars &pattern, std::size_t from) {
+    if (from == pattern.size()) return at == end;
+    if (pattern[from] != "*")
+        return at < end && (pattern[from] == "?" || pattern[from] == text[at]) &&
+               shell(text, at + 1, end, pattern, from + 1);
+    for (; at <= end; ++at)
+        if (shell(text, at, end, pattern, from + 1)) return true;
+    return false;
+}
+
+std::optional<span> search(const std::string &text, const std::string &pattern, int mode) {
+    if (mode % 2) return search(upper(text), upper(pattern), mode - 1);
+    const chars parts = split(text), wanted = split(pattern);
+    if (mode == strLit) {
+        const std::size_t at = text.find(pattern);
+        if (at == text.npos) return {};
+        const int start = static_cast<int>(split(text.substr(0, at)).size());
+        return span{start, start + static_cast<int>(wanted.size())};
+    }
+    if (mode == strRegExp) {
+        const std::unique_ptr<regexp, void (*)(void *)> program(regcomp(pattern.c_str()), std::free);
+        span at{};
+        if (!regexec(program.get(), text.c_str(), at.start, at.end)) return {};
+        return at;
+    }
+    for (std::size_t start = 0; start <= parts.size(); ++start)
+        for (std::size_t end = start; end <= parts.size(); ++end)
+            if (shell(parts, start, end, wanted, 0))
+                return span{static_cast<int>(start), static_cast<int>(end)};
+    return {};
+}
+
+struct given {
+    std::string text, pattern;
+    int mode, from, to;
+
+    int first() const { return from == strUnsetPos ? 0 : std::max(from, 0); }
+    int last() const {
+        const int length = static_cast<int>(split(text).size());
+        return to == strUnsetPos ? length : std::clamp(to, 0, length);
+    }
+    std::string cut(int begin) const {
+        return join(split(text), static_cast<std::size_t>(begin), static_cast<std::size_t>(last()));
+    }
+    std::optional<span> match(int begin) const {
+        std::optional<span> found = search(cut(begin), pattern, mode);
+        if (found) found->start += begin, found->end += begin;
+        return found;
+    }
+    std::vector<span> all() const {
+        std::vector<span> result;
+        for (int begin = first();; begin = result.back().end + 1) {
+            const auto found = match(begin);
+            if (found) result.push_back(*found);
+            if (!found || found->end >= last()) return result;
+        }
+    }
+    bool exact() const {
+        const std::string part = cut(first());
+        if (mode % 2) return given{upper(part), upper(pattern), mode - 1, strUnsetPos, strUnsetPos}.exact();
+        const chars parts = split(part);
+        if (mode == strLit) return parts == split(pattern);
+        if (mode == strShell) return shell(parts, 0, parts.size(), split(pattern), 0);
+        return search(part, pattern, mode) == span{0, static_cast<int>(parts.size())};
+    }
+};
+std::ostream &operator<<(std::ostream &out, const given &it) {
+    return out << testing::PrintToString(it.text) << " by " << testing::PrintToString(it.pattern) << ", mode "
+               << it.mode << ", from " << it.from << " to " << it.to << ", locale "
+               << std::setlocale(LC_ALL, nullptr);
+}
+
+// What the library says ---------------------------------------------------------------------------------
+
+std::optional<span> take(strSegment *segment) {
+    const std::unique_ptr<strSegment> owner(segment);
+    if (!segment) return {};
+    return span{segment->getFrom(), segment->getTo()};
+}
+std::vector<span> take(strSegments *segments) {
+    const std::unique_ptr<strSegments> owner(segments);
+    std::vector<span> result;
+    for (int i = 0; i < segments->getarraysize(); ++i)
+        result.push_back({segments->get(i)->getFrom(), segments->get(i)->getTo()});
+    segments->delallsegs();
+    return result;
+}
+
+void expect_as_defined(const given &it) {
+    // On the heap without a byte to spare, so that the sanitizers see a look beyond the terminator.
+    const auto copy = [](const std::string &text) {
+        auto bytes = std::make_unique<char[]>(text.size() + 1);
+        std::memcpy(bytes.get(), text.c_str(), text.size() + 1);
+        return bytes;
+    };
+    const auto text = copy(it.text), pattern = copy(it.pattern);
+    const char *const in = text.get(), *const by = pattern.get();
+    const auto mode = static_cast<strMatchMode>(it.mode);
+    strSegment range(it.from, it.to);
+
+    const auto expected = it.match(it.first());
+    span at{-7, -7};
+    EXPECT_EQ(strMatch(in, by, at.start, at.end, mode, it.from, it.to), expected.has_value()) << it;
+    EXPECT_EQ(at, expected.value_or(span{-7, -7})) << it;
+    EXPECT_EQ(strMatch(in, by, at.start, at.end, mode, &range), expected.has_value()) << it;
+    EXPECT_EQ(take(strMatch(in, by, mode, it.from, it.to)), expected) << it;
+    EXPECT_EQ(take(strMatch(in, by, mode, &range)), expected) << it;
+    const auto all = it.all();
+    EXPECT_EQ(take(strMatchAll(in, by, mode, it.from, it.to)), all) << it;
+    EXPECT_EQ(take(strMatchAll(in, by, mode, &range)), all) << it;
+    EXPECT_EQ(strExactMatch(in, by, mode, it.from, it.to), it.exact()) << it;
+    EXPECT_EQ(strExactMatch(in, by, mode, &range), it.exact()) << it;
+    if (it.mode % 2) return;
+
+    const given whole{it.text, it.pattern, it.mode, strUnsetPos, strUnsetPos};
+    bool (*const worker[])(const char *, const char *, int &, int &) = {strMatchLit, strMatchShell,
+                                                                        strMatchRegExp};
+    const auto found = whole.match(0);
+    EXPECT_EQ(worker[it.mode / 2](in, by, at.start, at.end), found.has_value()) << whole;
+    if (found) {
+        EXPECT_EQ(at, *found) << whole;
+    }
+    EXPECT_EQ(it.mode == strRegExp ? strExactMatchRegExp(in, by) : strExactMatchLitShell(in, by, mode),
+              whole.exact())
+        << whole;
+}
+
+class matching : public testing::TestWithParam<const char *> {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(std::setlocale(LC_ALL, GetParam()));
+        setErrReport(true);
+    }
+    void TearDown() override { std::setlocale(LC_ALL, "C"); }
+
+    std::string pick(const std::vector<std::string> &from, std::size_t most) {
+        std::string text;
+        for (std::size_t n = m_random() % (most + 1); n > 0; --n)
+            text += from[m_random() % from.size()];
+        return text;
+    }
+    int position() { return m_random() % 2 ? strUnsetPos : static_cast<int>(m_random() % 12) - 1; }
+
+    std::mt19937 m_random{2026};
+};
+INSTANTIATE_TEST_SUITE_P(Locales, matching, testing::Values("C", "C.UTF-8"));
+
+TEST_P(matching, IsAsDefined) {
+    const std::vector<std::string> letters[] = {
+        {"a", "b", "A"},
+        {"a", "B", "\xC3\xA9", "\xC3", "\xA9", "\xE2\x82\xAC", "\xE2\x82", "\xAC", "\xFF", "*", "?"}};
+    const std::vector<std::string> expressions = {"a",    "",   "^",    "$",    "^a",
+                                                  "b$",   "a*", "b+",   "^b*$", "(a|ab)(b|\xC3\xA9)*",
+                                                  "[^b]", ".",  "a.b?", "a|ab", "\xE9?"};
+    for (int round = 0; round < 15000 && !HasFailure(); ++round) {
+        auto alphabet = letters[round % 2];
+        const std::string text = pick(alphabet, 12);
+        const int mode = round / 2 % 6;
+        if (mode / 2 == 1) alphabet.insert(alphabet.end(), {"*", "?", "*"});
+        const std::string pattern = mode < strRegExp ? pick(alphabet, round % 3 ? 3 : 7)
+                                                     : expressions[m_random() % expressions.size()];
+        expect_as_defined({text, pattern, mode, position(), position()});
+    }
+}
+
+// Pieces around the words that the search takes at once.
+TEST_P(matching, FindsPiecesInLongTexts) {
+    for (int round = 0; round < 600 && !HasFailure(); ++round) {
+        const std::string text = pick({"a", "aaaaaa", "b", "\xC3\xA9", "xyz"}, 24);
+        const chars parts = split(text);
+        std::string pattern;
+        for (std::size_t at = m_random() % 9; at < parts.size(); at += 1 + m_random() % 20) {
+            std::string piece = join(parts, at, at + m_random() % 16);
+            if (!piece.empty() && m_random() % 2) piece[m_random() % piece.size()] = '?';
+            pattern += piece + (m_random() % 2 ? "*" : "");
+        }
+        expect_as_defined({text, pattern, round % 6 < 4 ? round % 6 : strShell, strUnsetPos, position()});
+    }
+}
+
+TEST_P(matching, AgreesWithFnmatch) {
+    std::vector<std::string> pieces{"a", "b", ".", "lib", "\xC3\xA9", "*", "?"};
+    // The C library lets ? be a byte of a character too.
+    if (MB_CUR_MAX > 1) pieces.pop_back();
+    for (int round = 0; round < 50000; ++round) {
+        const std::string name = pick({"a", "b", ".", "lib", "\xC3\xA9", "\xE2\x82\xAC"}, 9);
+        const std::string pattern = pick(pieces, 6);
+        ASSERT_EQ(strExactMatch(name.c_str(), pattern.c_str(), strShell),
+                  fnmatch(pattern.c_str(), name.c_str(), FNM_NOESCAPE) == 0)
+            << name << " by " << pattern;
+    }
+}
+
+// Texts and patterns that take the time of the universe, or of a coffee, when places are tried one by one.
+TEST_P(matching, CannotBeMadeToHang) {
+    const std::string many(200000, 'a'), half(100000, 'a');
+    int start = 0, end = 0;
+    std::string stars;
+    for (int i = 0; i < 1000; ++i)
+        stars += "a*";
+    EXPECT_FALSE(strExactMatch(many.c_str(), (stars + "b").c_str(), strShell));
+    EXPECT_FALSE(strMatch(many.c_str(), (stars + "b").c_str(), start, end, strShell));
+    EXPECT_FALSE(strMatch(many.c_str(), (half + "?b").c_str(), start, end, strShell));
+    EXPECT_FALSE(strExactMatch(many.c_str(), ("*" + half + "b" + half + "*").c_str(), strShell));
+    EXPECT_FALSE(strMatch(many.c_str(), (half + "b" + half).c_str(), start, end, strLit));
+    EXPECT_TRUE(strMatch((many + "xb").c_str(), (half + "?b").c_str(), start, end, strShell));
+    EXPECT_EQ((span{start, end}), (span{100000, 200002}));
+    std::string cut, bytes;
+    for (int i = 0; i < 30000; ++i)
+        cut += "\xA9\xC3", bytes += "\xC3\xA9\xC3\xA9";
+    EXPECT_EQ(strExactMatch(bytes.c_str(), ("*" + cut + "*").c_str(), strShell), MB_CUR_MAX == 1);
+    for (const auto mode : {strLit, strShell})
+        EXPECT_EQ(take(strMatchAll(many.c_str(), "", mode, strUnsetPos, INT_MAX)).size(), many.size() + 1);
+}
+
+TEST_P(matching, TakesAnyPointerAndAnyMode) {
+    int start = -7, end = -7;
+    const char *const nothing[] = {nullptr, xstrNullStr, reinterpret_cast<const char *>(2)};
+    for (const char *none : nothing)
+        for (int mode = strLit; mode <= strRegExpIC; ++mode) {
+            const auto how = static_cast<strMatchMode>(mode);
+            for (auto [text, pattern] : {std::pair{none, "a"}, {"a", none}, {none, none}}) {
+                EXPECT_FALSE(strMatch(text, pattern, start, end, how));
+                EXPECT_FALSE(take(strMatch(text, pattern, how)));
+                EXPECT_TRUE(take(strMatchAll(text, pattern, how)).empty());
+                EXPECT_FALSE(strExactMatch(text, pattern, how) || strExactMatchRegExp(text, pattern) ||
+                             strExactMatchLitShell(text, pattern, how));
+                EXPECT_FALSE(strMatchLit(text, pattern, start, end) ||
+                             strMatchShell(text, pattern, start, end) ||
+                             strMatchRegExp(text, pattern, start, end));
+            }
+        }
+    EXPECT_EQ((span{start, end}), (span{-7, -7})) << "no match leaves the positions alone";
+    for (int mode : {6, 7, -1})
+        EXPECT_FALSE(strExactMatch("ab", "a*", static_cast<strMatchMode>(mode)));
+    EXPECT_TRUE(strExactMatch("ab", "ab", static_cast<strMatchMode>(6), static_cast<strSegment *>(nullptr)));
+}
+
+TEST_P(matching, ReportsAPatternThatDoesNotCompile) {
+    int start = 0, end = 0;
+    for (bool whole : {false, true}) {
+        setErrSeen(nullptr);
+        EXPECT_FALSE(whole ? strExactMatch("a", "(a", strRegExp)
+                           : strMatch("a", "(a", start, end, strRegExpIC));
+        EXPECT_STREQ(getErrSeen(), "NULL argument") << "of the search without a program";
+    }
+    setErrReport(false);
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_EXIT(strMatchRegExp("a", "(a", start, end), testing::ExitedWithCode(1), "Unterminated \\(\\)");
+}
+
+}  // namespace
