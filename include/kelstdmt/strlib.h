@@ -10,8 +10,9 @@
 // (xstrbase::ToUpper).
 //
 // A text given as xstrNullStr (or a null pointer) gives a null result unless a function says otherwise; a
-// replacement given so counts as empty. An enum argument equal to the number of enumerators is the first one.
-// A null segment is the whole text.
+// replacement given so counts as empty; a pattern given so matches nothing, and is error 4 as an expression.
+// strMatchAll always gives a sequence, maybe an empty one. An enum argument equal to the number of
+// enumerators is the first one. A null segment is the whole text.
 //
 // Errors are reported through stHandleKnownError (regexp.h); with the report mode on a function goes on with
 // what it has. The functions keep no state that threads could share but that mode. doc/text.md has examples.

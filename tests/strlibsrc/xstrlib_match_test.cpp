@@ -248,7 +248,7 @@ TEST_P(matching, AgreesWithFnmatch) {
 
 // Texts and patterns that take the time of the universe, or of a coffee, when places are tried one by one.
 TEST_P(matching, CannotBeMadeToHang) {
-    const std::string many(200000, 'a'), half(100000, 'a');
+    const std::string many(100000, 'a'), half(50000, 'a');
     int start = 0, end = 0;
     std::string stars;
     for (int i = 0; i < 1000; ++i)
@@ -259,7 +259,7 @@ TEST_P(matching, CannotBeMadeToHang) {
     EXPECT_FALSE(strExactMatch(many.c_str(), ("*" + half + "b" + half + "*").c_str(), strShell));
     EXPECT_FALSE(strMatch(many.c_str(), (half + "b" + half).c_str(), start, end, strLit));
     EXPECT_TRUE(strMatch((many + "xb").c_str(), (half + "?b").c_str(), start, end, strShell));
-    EXPECT_EQ((span{start, end}), (span{100000, 200002}));
+    EXPECT_EQ((span{start, end}), (span{50000, 100002}));
     std::string cut, bytes;
     for (int i = 0; i < 30000; ++i)
         cut += "\xA9\xC3", bytes += "\xC3\xA9\xC3\xA9";
