@@ -1,0 +1,164 @@
+#include "pattern.h"
+
+#include <cctype>
+#include <cstring>
+
+namespace {
+
+// The literal texts that a match cannot do without are nodes on the way from the first node to the last one.
+// A branch that has no other beside it is a part of that way. The longest one is good for finding lines.
+const char *NodeBehind(const char *node) {
+    int distance = static_cast<unsigned char>(node[1]) * 256 + static_cast<unsigned char>(node[2]);
+    return distance > 0 && *node != REOP_BACK ? node + distance : nullptr;
+}
+
+std::string RequiredText(const regexp &program) {
+    constexpr int operand = 3;
+    std::string best;
+    for (const char *node = program.program + 1, *behind; node; node = behind) {
+        behind = NodeBehind(node);
+        if (*node == REOP_BRANCH && behind && *behind != REOP_BRANCH)
+            behind = node + operand;
+        else if (*node == REOP_BRANCH)
+            while (behind && *behind == REOP_BRANCH)
+                behind = NodeBehind(behind);
+        else if (*node == REOP_EXACTLY && std::strlen(node + operand) > best.size())
+            best = node + operand;
+    }
+    return best;
+}
+
+// Of a shell pattern.
+std::string LongestPlainRun(std::string_view pattern) {
+    std::string_view best;
+    while (!pattern.empty()) {
+        std::size_t length = std::min(pattern.find_first_of("*?"), pattern.size());
+        if (length > best.size()) best = pattern.substr(0, length);
+        pattern.remove_prefix(std::min(length + 1, pattern.size()));
+    }
+    return std::string(best);
+}
+
+// The pattern for the rest of a line: ^ cannot match there. A line end stands in its place, which no line
+// contains. Empty when there is no ^.
+std::string BehindStart(const char *pattern) {
+    std::string result;
+    bool found = false, in_set = false;
+    for (xmbchar at(pattern); *at.position;) {
+        const char *begin = at.position;
+        at.Next();
+        std::string_view character(begin, static_cast<std::size_t>(at.position - begin));
+        if (!in_set && character == "\\" && *at.position) {
+            at.Next();
+        } else if (!in_set && character == "[") {
+            in_set = true;
+            if (*at.position == '^') at.Next();
+            if (*at.position == ']' || *at.position == '-') at.Next();
+        } else if (in_set && character == "]") {
+            in_set = false;
+        }
+        if (!in_set && character == "^") {
+            result += '\n';
+            found = true;
+        } else {
+            result.append(begin, static_cast<const char *>(at.position));
+        }
+    }
+    return found ? result : std::string();
+}
+
+}  // namespace
+
+Pattern::Pattern(const std::string &pattern, strMatchMode mode, bool whole_line)
+    : m_mode(mode), m_whole_line(whole_line), m_pattern(pattern.c_str()) {
+    // As xstrbase::ToUpper.
+    for (int byte = 0; byte < 256; ++byte)
+        m_folding[byte] = static_cast<char>(std::toupper(byte));
+    if (mode & 1) m_pattern = m_pattern.ToUpper();
+    switch (mode & ~1) {
+        case strLit:
+            m_required = m_pattern.Str();
+            break;
+        case strShell:
+            m_required = LongestPlainRun(kel::view(m_pattern));
+            break;
+        default:
+            Compile(pattern);
+            m_required = RequiredText(*m_program);
+    }
+}
+
+void Pattern::Compile(const std::string &pattern) {
+    const kel::pattern_error error = kel::check_pattern(m_pattern);
+    if (error.code != stSuccess) throw BadPattern{pattern, error.message, error.position};
+    auto compile = [&](const char *text) {
+        Program program(regcomp(text));
+        if (!program) throw BadPattern{pattern, getErrSeen(), 0};
+        return program;
+    };
+    m_program = compile(m_pattern);
+    const std::string behind_start = BehindStart(m_pattern);
+    if (!behind_start.empty()) m_behind_start = compile(behind_start.c_str());
+}
+
+const char *Pattern::Candidate(const char *at) const {
+    return m_required.empty() ? at : std::strstr(at, m_required.c_str());
+}
+
+std::optional<Span> Pattern::First(const Line &line) {
+    return m_whole_line ? Whole(line) : Search(line, 0);
+}
+
+std::optional<Span> Pattern::Next(const Line &line, const Span &last) {
+    if (m_whole_line || (m_program && m_program->anchored)) return std::nullopt;
+    std::size_t from = last.end;
+    if (last.begin == last.end) {
+        if (from == line.size()) return std::nullopt;
+        xmbchar at(line.searched + from);
+        at.Next();
+        from = static_cast<std::size_t>(at.position - line.searched);
+    }
+    return Search(line, from);
+}
+
+std::optional<Span> Pattern::Whole(const Line &line) {
+    const Span all{0, line.size()};
+    if (!m_program) {
+        auto mode = static_cast<strMatchMode>(m_mode & ~1);
+        return strExactMatchLitShell(line.searched, m_pattern, mode) ? std::optional(all) : std::nullopt;
+    }
+    // What strExactMatchRegExp does, with a pattern that is compiled already.
+    std::optional<Span> match = Search(line, 0);
+    return match && match->begin == 0 && match->end == all.end ? match : std::nullopt;
+}
+
+std::optional<Span> Pattern::Search(const Line &line, std::size_t from) {
+    const char *text = line.searched + from;
+    int start = 0, end = 0;
+    if (m_program) {
+        m_last = from > 0 && m_behind_start ? m_behind_start.get() : m_program.get();
+        if (!regexec(m_last, text, start, end)) return std::nullopt;
+        return Span{static_cast<std::size_t>(m_last->groupStart[0] - line.searched),
+                    static_cast<std::size_t>(m_last->groupEnd[0] - line.searched)};
+    }
+    if (!((m_mode & ~1) == strLit ? strMatchLit : strMatchShell)(text, m_pattern, start, end))
+        return std::nullopt;
+    const char *begin = stringAfterCHars(text, static_cast<unsigned>(start));
+    const char *behind = stringAfterCHars(begin, static_cast<unsigned>(end - start));
+    return Span{static_cast<std::size_t>(begin - line.searched),
+                static_cast<std::size_t>(behind - line.searched)};
+}
+
+void Pattern::Expand(const std::string &replacement, const Line &line, std::string &out) {
+    if (!m_program) {
+        out += replacement;
+        return;
+    }
+    // The groups of the text itself are wanted, not those of the upper-cased one.
+    for (int group = 0; group < 10; ++group) {
+        const char *&begin = m_last->groupStart[group], *&end = m_last->groupEnd[group];
+        if (begin) begin = line.begin + (begin - line.searched);
+        if (end) end = line.begin + (end - line.searched);
+    }
+    out += kel::view(kel::expand(*m_last, replacement.c_str()));
+}

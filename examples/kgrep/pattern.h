@@ -1,0 +1,84 @@
+// The pattern, made ready once for many lines, in any of the six modes.
+//
+// Modes that ignore case search in upper-cased text with an upper-cased pattern, as the library does: bytes
+// are upper-cased one by one, so that a place in the one text is the same place in the other.
+#pragma once
+
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <kelstdmt/strlib.h>
+
+// A line without its end. `searched` is as long as the text, upper-cased where the mode ignores case, and
+// ends with a NUL; it may be the text itself.
+struct Line {
+    const char *begin, *end;
+    const char *searched;
+    bool ended;  // the file has a line end behind it
+
+    std::size_t size() const { return static_cast<std::size_t>(end - begin); }
+    std::string_view text() const { return {begin, size()}; }
+};
+
+// A match in a line, as offsets in bytes.
+struct Span {
+    std::size_t begin, end;
+};
+
+// What is wrong with a pattern.
+struct BadPattern {
+    std::string pattern;
+    std::string message;
+    int position;  // characters
+};
+
+class Pattern {
+public:
+    // Throws a BadPattern.
+    Pattern(const std::string &pattern, strMatchMode mode, bool whole_line);
+
+    // The table that upper-cases; null for modes with case.
+    const char *Folding() const { return m_mode & 1 ? m_folding : nullptr; }
+    // Within a line that matches: where the searched text from `at` up to its NUL may have the first one.
+    // Null: no line there matches.
+    const char *Candidate(const char *at) const;
+
+    bool Matches(const Line &line) { return First(line).has_value(); }
+    // Calls visit(Span) for each match from left to right until it gives false. A match without characters
+    // right behind another one does not count.
+    template <class Visit>
+    void EachMatch(const Line &line, Visit visit) {
+        std::optional<Span> match = First(line);
+        for (std::size_t last = line.size() + 1; match; match = Next(line, *match)) {
+            if (match->begin == match->end && match->begin == last) continue;
+            last = match->end;
+            if (!visit(*match)) return;
+        }
+    }
+    // Appends the replacement for the match that is being visited.
+    void Expand(const std::string &replacement, const Line &line, std::string &out);
+
+private:
+    struct Free {
+        void operator()(regexp *program) const { std::free(program); }
+    };
+    using Program = std::unique_ptr<regexp, Free>;
+
+    void Compile(const std::string &pattern);
+    std::optional<Span> First(const Line &line);
+    std::optional<Span> Next(const Line &line, const Span &last);
+    std::optional<Span> Search(const Line &line, std::size_t from);
+    std::optional<Span> Whole(const Line &line);
+
+    strMatchMode m_mode;  // as asked for
+    bool m_whole_line;
+    char m_folding[256];
+    xstring m_pattern;       // upper-cased where the mode ignores case
+    std::string m_required;  // part of every match
+    Program m_program;       // of a regular expression
+    Program m_behind_start;  // the same for a search that begins within the line; none: the same program
+    regexp *m_last = nullptr;
+};

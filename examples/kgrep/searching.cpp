@@ -1,0 +1,58 @@
+#include "searching.h"
+
+#include <cstring>
+#include <string_view>
+
+namespace {
+
+// Ends a line of the searched text with a NUL for as long as it lives.
+class EndedLine {
+public:
+    explicit EndedLine(char *end) : m_end(end), m_kept(*end) { *end = 0; }
+    ~EndedLine() { *m_end = m_kept; }
+    EndedLine(const EndedLine &) = delete;
+    EndedLine &operator=(const EndedLine &) = delete;
+
+private:
+    char *m_end, m_kept;
+};
+
+std::size_t LineBegin(const char *text, std::size_t from, std::size_t at) {
+    std::size_t end_before = std::string_view(text + from, at - from).rfind('\n');
+    return end_before == std::string_view::npos ? from : from + end_before + 1;
+}
+
+bool VisitBlock(Blocks &block, Pattern &pattern, LineVisitor &visitor) {
+    const char *text = block.begin();
+    char *searched = block.searched();
+    const auto size = static_cast<std::size_t>(block.end() - text);
+    std::size_t told = 0;  // all before this
+    for (std::size_t at = 0; at < size;) {
+        const char *candidate = pattern.Candidate(searched + at);
+        if (!candidate) break;
+        std::size_t begin = LineBegin(searched, at, static_cast<std::size_t>(candidate - searched));
+        if (begin == size) break;  // behind the last line end
+        const void *line_end = std::memchr(searched + begin, '\n', size - begin);
+        std::size_t end =
+            line_end ? static_cast<std::size_t>(static_cast<const char *>(line_end) - searched) : size;
+        at = std::min(end + 1, size);
+        EndedLine ended(searched + end);
+        Line line{text + begin, text + end, searched + begin, line_end != nullptr};
+        if (!pattern.Matches(line)) continue;
+        if (told < begin && !visitor.OtherLines(text + told, text + begin)) return false;
+        told = at;
+        if (!visitor.MatchingLine(line)) return false;
+    }
+    return told == size || visitor.OtherLines(text + told, text + size);
+}
+
+}  // namespace
+
+void VisitLines(Input &input, Blocks &blocks, Pattern &pattern, LineVisitor &visitor) {
+    blocks.Begin(input, pattern.Folding());
+    bool going_on = true;
+    while (going_on && blocks.Next()) {
+        going_on = visitor.BlockBegins(blocks) && VisitBlock(blocks, pattern, visitor);
+        visitor.BlockEnds();
+    }
+}
