@@ -96,6 +96,8 @@ public:
     void Print();
 
 private:
+    strSegment **find(int index);  // reports what is not there, and answers null
+
     dsXArray<strSegment *> m_segments;
 };
 

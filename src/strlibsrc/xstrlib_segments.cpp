@@ -3,27 +3,42 @@
 
 #include <iostream>
 
+#include "strlibsrc/xstrlib_text.h"
+
 namespace {
 
 constexpr const char *source = "strlibsrc/xstrlib";
 constexpr dsXACtrl by_64{false, 64};
 
+void print_segment(strSegment *segment) {
+    strSegment unset;
+    (segment ? segment : &unset)->Print();
+}
+
 }  // namespace
 
 void strSegment::Print() {
-    std::cout << "Segment: From " << m_from << " To " << m_to << '\n';
+    std::cout << "Segment: From " << getFrom() << " To " << getTo() << '\n';
 }
 
 strSegments::strSegments() : m_segments(&by_64) {}
 
+strSegment **strSegments::find(int index) {
+    if (index >= 0 && index < static_cast<int>(m_segments.GetSize())) return m_segments.GetDataPtr() + index;
+    _Abort("strSegments: there is no segment of this index.", source, __LINE__);
+    return nullptr;
+}
+
 strSegment *strSegments::get(int index) {
-    return m_segments.GetDataPtr()[index];
+    strSegment **found = find(index);
+    return found ? *found : nullptr;
 }
 strSegment *&strSegments::operator[](int index) {
-    return m_segments.GetDataPtr()[index];
+    strSegment **found = find(index);
+    return found ? *found : kel::detail::fallback_value<strSegment *>();
 }
 void strSegments::set(int index, strSegment *segment) {
-    m_segments.GetDataPtr()[index] = segment;
+    if (strSegment **found = find(index)) *found = segment;
 }
 int strSegments::getarraysize() {
     return static_cast<int>(m_segments.GetSize());
@@ -49,21 +64,22 @@ void strSegments::delallsegs() {
 
 void strSegments::checkConsistency() {
     constexpr const char *function = "strSegments::checkConsistency";
-    for (unsigned i = 0; i < m_segments.GetSize(); ++i) {
-        strSegment &segment = *m_segments.GetDataPtr()[i];
-        const int from = segment.getFrom(), to = segment.getTo();
+    const unsigned count = m_segments.GetSize();
+    for (unsigned i = 0; i < count; ++i) {
+        const int from = kel::detail::from_of(m_segments.GetDataPtr()[i]);
+        const int to = kel::detail::to_of(m_segments.GetDataPtr()[i]);
         if (from != strUnsetPos && to != strUnsetPos && to < from) stHandleKnownError(stFromTo, function);
-        if (i + 1 == m_segments.GetSize()) break;
-        const int next = m_segments.GetDataPtr()[i + 1]->getFrom();
+        if (i + 1 == count) break;
+        const int next = kel::detail::from_of(m_segments.GetDataPtr()[i + 1]);
         if (to == strUnsetPos || next == strUnsetPos || next < to)
             stHandleKnownError(stIntersectSegm, function);
     }
 }
 
 void strSegments::Print() {
-    std::cout << "Segments\n";
+    std::cout << "Segments" << '\n';
     for (unsigned i = 0; i < m_segments.GetSize(); ++i) {
         std::cout << " Number " << i << ' ';
-        m_segments.GetDataPtr()[i]->Print();
+        print_segment(m_segments.GetDataPtr()[i]);
     }
 }

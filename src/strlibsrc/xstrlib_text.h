@@ -1,0 +1,98 @@
+// What the parts of the string library share: positions in a text, and results of a known size.
+//
+// A position is a number of characters; places in the text are pointers. A walk that ends where the text
+// ends needs no walk, so "the end" is kept apart from "the number of all characters".
+#pragma once
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <string_view>
+
+#include <kelstdmt/strlib.h>
+
+#include "runtime/characters.h"
+
+namespace kel::detail {
+
+inline constexpr auto text_end = std::numeric_limits<std::size_t>::max();
+
+// An unset position is the default, any other negative one the beginning.
+inline std::size_t position(int given, std::size_t unset) noexcept {
+    if (given == strUnsetPos) return unset;
+    return given < 0 ? 0 : static_cast<std::size_t>(given);
+}
+// Positions that come back are ints.
+inline int position_of(std::size_t characters) noexcept {
+    return static_cast<int>(std::min<std::size_t>(characters, std::numeric_limits<int>::max()));
+}
+
+inline int from_of(strSegment *segment) {
+    return segment ? segment->getFrom() : strUnsetPos;
+}
+inline int to_of(strSegment *segment) {
+    return segment ? segment->getTo() : strUnsetPos;
+}
+
+// The place n characters behind `begin`, at most `end`.
+inline const char *place(encoding form, const char *begin, const char *end, std::size_t n) noexcept {
+    const auto bytes = static_cast<std::size_t>(end - begin);
+    if (n >= bytes) return end;
+    return form == encoding::single ? begin + n : skip_characters(form, begin, end, n);
+}
+
+inline std::string_view between(const char *begin, const char *end) noexcept {
+    return {begin, static_cast<std::size_t>(end - begin)};
+}
+
+// Sizes of results; std::bad_alloc for what no memory can hold.
+inline std::size_t add_sizes(std::size_t a, std::size_t b) {
+    std::size_t sum;
+    if (__builtin_add_overflow(a, b, &sum)) throw std::bad_alloc();
+    return sum;
+}
+inline std::size_t multiply_sizes(std::size_t a, std::size_t b) {
+    std::size_t product;
+    if (__builtin_mul_overflow(a, b, &product)) throw std::bad_alloc();
+    return product;
+}
+
+// A string written from the left into a buffer of the right size.
+class string_writer {
+public:
+    explicit string_writer(std::size_t bytes)
+        : m_text(xstring::Adopt(buffer_create(bytes))), m_begin(const_cast<char *>(m_text.Str())) {
+        head(m_begin).size = buffer_head::measured(bytes);
+        m_at = m_begin;
+    }
+
+    string_writer &operator<<(std::string_view bytes) noexcept {
+        std::memcpy(m_at, bytes.data(), bytes.size());
+        m_at += bytes.size();
+        return *this;
+    }
+    xstring take() &&noexcept { return std::move(m_text); }
+
+private:
+    xstring m_text;
+    char *m_begin;
+    char *m_at;
+};
+
+inline xstring make_string(std::string_view bytes) {
+    return std::move(string_writer(bytes.size()) << bytes).take();
+}
+
+// A text pointer as a string, for the operations that strings have.
+class borrowed_text final : public xstrbase {
+public:
+    explicit borrowed_text(const char *text) noexcept : m_text(text) {}
+
+private:
+    const char *GiveString() const override { return m_text; }
+
+    const char *m_text;
+};
+
+}  // namespace kel::detail
