@@ -1,0 +1,188 @@
+// What the string library declares: segments, types and their descriptors, errors, and members of strings.
+#include <gtest/gtest.h>
+
+#include <iostream>
+#include <sstream>
+#include <type_traits>
+
+#include "strlibsrc/text_model.h"
+
+using namespace text_model;
+
+namespace {
+
+std::vector<std::string> aborts;
+void note_abort(const char *message, const char *source, int) {
+    aborts.push_back(std::string(source) + ": " + message);
+}
+
+TEST(Segments, WhatIsNotThereIsReported) {
+    const btkAbortHandler before = btkSetAbortHandler(note_abort);
+    strSegments list, other;
+    strSegment segment(1, 2);
+    list.append(&segment);
+    EXPECT_EQ(list.get(0), &segment);
+    EXPECT_EQ(list.get(1), nullptr);
+    EXPECT_EQ(list[-1], nullptr);
+    list.set(64, &segment);
+    list.insert(0, &segment);
+    list.insertseq(0, &other);
+    list.removerange(0, 1);
+    list.set(0, nullptr);
+    btkSetAbortHandler(before);
+    EXPECT_EQ(list.getarraysize(), 1);
+    EXPECT_EQ(list[0], nullptr);
+    EXPECT_EQ(aborts.size(), 6U);
+    for (const std::string &text : aborts)
+        EXPECT_EQ(text.find("strlibsrc/xstrlib: strSegments"), 0U) << text;
+}
+
+TEST(Segments, PrintOnTheStandardOutput) {
+    strSegments list;
+    list.append(new strSegment(3, -1));
+    list.append(nullptr);
+    testing::internal::CaptureStdout();
+    list.Print();
+    std::cout.flush();
+    EXPECT_EQ(
+        testing::internal::GetCapturedStdout(),
+        "Segments\n Number 0 Segment: From 3 To -1\n Number 1 Segment: From -2147483648 To -2147483648\n");
+    list.delallsegs();
+    EXPECT_EQ(list.getarraysize(), 0);
+}
+
+TEST(Segments, ConsistencyIsChecked) {
+    constexpr int unset = strUnsetPos;
+    const struct {
+        std::vector<std::pair<int, int>> segments;
+        const char *error;
+    } rows[] = {{{}, "none"},
+                {{{unset, 2}, {2, 3}, {5, unset}}, "none"},
+                {{{3, 1}}, "From is greater than To"},
+                {{{0, 2}, {1, 3}}, "Overlapping segments are found"},
+                {{{0, unset}, {1, 3}}, "Overlapping segments are found"},
+                {{{0, 1}, {unset, 3}}, "Overlapping segments are found"},
+                {{{0, 2}, {1, 3}, {5, 4}}, "From is greater than To"}};
+    setErrReport(true);
+    for (const auto &row : rows) {
+        strSegments list;
+        for (auto [from, to] : row.segments)
+            list.append(new strSegment(from, to));
+        setErrSeen("none");
+        list.checkConsistency();
+        EXPECT_STREQ(getErrSeen(), row.error) << "row " << &row - rows;
+        list.delallsegs();
+    }
+    setErrReport(false);
+}
+
+TEST(Errors, EndTheProcessUnlessReported) {
+    strSegments list;
+    strSegment segment(3, 1);
+    list.append(&segment);
+    const std::unique_ptr<xstringsequence> none(xstringsequence::create());
+    const auto text = [](const char *description, const char *function) {
+        return std::string("^Exception: \"") + description + "\"\n\tin function \"" + function + "\"\n$";
+    };
+    constexpr const char *number = "The number of replacements does not match the number of segments";
+    EXPECT_EXIT(strSubstitute("abc", &list, none.get()), testing::ExitedWithCode(1),
+                text(number, "strSubstitute"));
+    EXPECT_EXIT(list.checkConsistency(), testing::ExitedWithCode(1),
+                text("From is greater than To", "strSegments::checkConsistency"));
+    setErrReport(true);
+    list.set(0, nullptr);
+    EXPECT_EQ(shown(strSubstitute("abc", &list, none.get())), "\"abc\"");
+    EXPECT_STREQ(getErrSeen(), number);
+    none->append("x");
+    none->append("y");
+    EXPECT_EQ(shown(strSubstitute("abc", &list, none.get())), "\"x\"");
+    setErrReport(false);
+}
+
+template <class... Exceptions>
+void expect_exceptions(const std::vector<const char *> &names) {
+    auto name = names.begin();
+    const auto expect = [&]<class T>(std::type_identity<T>) {
+        const std::string declared = std::string("strlib::") + *name++;
+        xrttistruct *type = static_cast<xrttistruct *>(T::getclassrtti());
+        EXPECT_EQ(type->getname().Str(), declared);
+        EXPECT_TRUE(type->iskindof(xrtti_get_p_strXException()) && !type->getisrefcount()) << declared;
+        EXPECT_EQ(type->getnfields(), 0) << declared;
+        const std::unique_ptr<T> made(T::Create("why", kel::construct<kelXFunc>("where")));
+        EXPECT_EQ(T::cast(made.get()), made.get());
+        EXPECT_EQ(made->getrtti(), type) << declared;
+        std::ostringstream out;
+        made->Print(out);
+        EXPECT_EQ(out.str(), "Exception: \"why\"\n\tin function \"where\"\n") << declared;
+    };
+    (expect(std::type_identity<Exceptions>()), ...);
+    EXPECT_EQ(name, names.end());
+}
+
+TEST(Types, AreDeclared) {
+    const auto values = [](xrttienum *type) {
+        std::string list = type->getname().Str();
+        for (int i = 0; i < type->getnenumvalues(); ++i)
+            list += std::string(" ") + type->getenumvaluebyindex(i).Str();
+        return list;
+    };
+    EXPECT_EQ(values(xrtti_get_p_strMatchMode()),
+              "strlib::MatchMode strLit strLitIC strShell strShellIC strRegExp strRegExpIC");
+    EXPECT_EQ(
+        values(xrtti_get_p_strSplitMode()),
+        "strlib::SplitMode strBefore strBeforeAndIncl strAfter strInclAndAfter strMatchOnly strExclMatch");
+    EXPECT_EQ(values(xrtti_get_p_strScanDir()), "strlib::ScanDir strForward strBackward");
+
+    strSegments list;
+    strSegment segment(4, 7);
+    list.append(&segment);
+    xrttistruct *element = xrtti_get_p_strSegment();
+    EXPECT_STREQ(element->getname(), "strlib::Segment");
+    EXPECT_STREQ(element->getfieldname(0) + element->getfieldname(1), "FromTo");
+    EXPECT_EQ(int(element->getfield(0, xany(&segment))) * 10 + int(element->getfield(1, xany(&segment))), 47);
+    xrttisequence *sequence = xrtti_get_p_strSegments();
+    EXPECT_STREQ(sequence->getname(), "strlib::Segments");
+    EXPECT_EQ(sequence->getseqtype(), element);
+    EXPECT_EQ(sequence->getseqelem(0, xany(&list)), xany(&segment));
+    EXPECT_FALSE(element->getisrefcount() || sequence->getisrefcount());
+
+    EXPECT_STREQ(xrtti_get_p_strXException()->getname(), "strlib::XException");
+    EXPECT_TRUE(xrtti_get_p_strXException()->iskindof(xrtti_get_p_kelXExternFunc()));
+    expect_exceptions<strXReplMatch, strXFromTo, strXIntersectSegm, strXNullArgRegExp, strXCorruptedRegExp,
+                      strXCorruptedPointers, strXRegExpTooBig, strXOutofSpace, strXTooManyBrackets,
+                      strXUnterminatedBrackets, strXUnmatchedBrackets, strXJunkOnEnd, strXOperEmpty,
+                      strXNested, strXInvalidRange, strXUnmatchedSqBrackets, strXUnexpectedSymbol,
+                      strXFollowsNothing, strXTrailingSymbol, strXStringZeroLen, strXDamagedMatchStr,
+                      strXOther>({"XReplMatch",         "XFromTo",
+                                  "XIntersectSegm",     "XNullArgRegExp",
+                                  "XCorruptedRegExp",   "XCorruptedPointers",
+                                  "XRegExpTooBig",      "XOutofSpace",
+                                  "XTooManyBrackets",   "XUnterminatedBrackets",
+                                  "XUnmatchedBrackets", "XJunkOnEnd",
+                                  "XOperEmpty",         "XNested",
+                                  "XInvalidRange",      "XUnmatchedSqBrackets",
+                                  "XUnexpectedSymbol",  "XFollowsNothing",
+                                  "XTrailingSymbol",    "XStringZeroLen",
+                                  "XDamagedMatchStr",   "XOther"});
+}
+
+TEST(Members, ForwardTheirText) {
+    const xstring text("one two two");
+    int start = 0, end = 0;
+    EXPECT_STREQ(text.Word(1, xstrNullStr), "two");
+    EXPECT_STREQ(text.Substring(4, 7), "two");
+    EXPECT_STREQ(text.Split(" ", strAfter, strLit), "two two");
+    EXPECT_STREQ(text.Substitute(0, 3, "1"), "1 two two");
+    EXPECT_STREQ(text.Substitute("TWO", "2", strLitIC, 5, strUnsetPos), "one two 2");
+    EXPECT_STREQ(text.SubstituteAll("two", "2", strLit, strUnsetPos, strUnsetPos), "one 2 2");
+    EXPECT_EQ(text.Schar("T", strBackward, strUnsetPos, strUnsetPos, 1), 8);
+    EXPECT_TRUE(text.Match("t?o", start, end, strShell, 5, 11));
+    EXPECT_EQ(start * 100 + end, 811);
+    EXPECT_TRUE(text.ExactMatch("two", strLit, 4, 7));
+    EXPECT_EQ(text.Cmp("ONE TWO TWO", 1), 0);
+    EXPECT_EQ(text.CmnPfxLen("ONLY", 1), 2);
+    EXPECT_EQ(text.CmnSfxLen("too", 0), 1);
+    EXPECT_TRUE(xstring().Word(0, xstrNullStr).IsNull());
+}
+
+}  // namespace
