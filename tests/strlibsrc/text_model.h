@@ -64,6 +64,8 @@ inline std::string upper(std::string text) {
     return text;
 }
 
+inline constexpr unsigned char no_and_yes[] = {0, 1};
+
 struct chance {
     std::mt19937 engine;
 
@@ -91,8 +93,8 @@ struct chance {
         return result;
     }
     // Within a text and beyond its ends, or unset.
-    int position(std::size_t characters) {
-        return below(6) == 0 ? strUnsetPos : static_cast<int>(below(characters + 4)) - 2;
+    int position(std::size_t count) {
+        return below(6) == 0 ? strUnsetPos : static_cast<int>(below(count + 4)) - 2;
     }
 };
 
