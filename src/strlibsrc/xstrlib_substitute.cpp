@@ -4,7 +4,7 @@
 // result is written. Lists of segments are in xstrlib_substitute_list.cpp.
 #include <kelstdmt/strlib.h>
 
-#include "strlibsrc/xstrlib_search.h"
+#include "strlibsrc/find_bytes.h"
 #include "strlibsrc/xstrlib_text.h"
 
 using namespace kel::detail;
@@ -31,7 +31,7 @@ places places_of(const char *text, int from, int to) {
 class occurrences {
 public:
     occurrences(std::string_view text, std::string_view pattern)
-        : m_at(text.data()), m_end(m_at + text.size()), m_pattern(pattern), m_search(pattern) {}
+        : m_at(text.data()), m_end(m_at + text.size()), m_pattern(pattern) {}
 
     // null behind the last one
     const char *next() {
@@ -41,7 +41,7 @@ public:
             m_at = found < m_end ? found + character_bytes(m_form, found, m_end) : nullptr;
             return found;
         }
-        const char *found = m_search.next(m_at, m_end);
+        const char *found = find_bytes(m_at, m_end, m_pattern);
         m_at = found ? found + m_pattern.size() : nullptr;
         return found;
     }
@@ -50,7 +50,6 @@ private:
     const char *m_at;
     const char *m_end;
     std::string_view m_pattern;
-    occurrence_search m_search;
     encoding m_form = locale_encoding();
 };
 
