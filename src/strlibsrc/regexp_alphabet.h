@@ -22,6 +22,10 @@ public:
     encoding form() const noexcept { return m_form; }
     // Symbols are below this.
     std::size_t size() const noexcept { return m_size; }
+    std::size_t memory() const noexcept {
+        return m_multibyte.capacity() * sizeof(entry) + m_keys.capacity() * sizeof(std::uint32_t) +
+               m_symbols.capacity() * sizeof(symbol);
+    }
 
     // The symbol of the character at `at`, which lies before `end`; moves `at` behind the character.
     symbol read(const char *&at, const char *end) const noexcept {

@@ -250,6 +250,7 @@ private:
                 const int steps = each.what == instruction::split ? 2 : each.what > instruction::none ? 1 : 0;
                 if (step == steps) {
                     states[number] = closed;
+                    if (!each.takes_character()) m_result.m_passers.push_back(number);
                     stack.pop_back();
                     continue;
                 }
@@ -337,6 +338,12 @@ bool regexp_program::takes_by_search(const instruction &at, symbol character) co
         default:
             return false;
     }
+}
+
+std::size_t regexp_program::memory() const noexcept {
+    return m_code.capacity() * sizeof(instruction) + m_masks.capacity() * sizeof(std::uint64_t) +
+           m_passers.capacity() * sizeof(std::uint32_t) + m_set_symbols.capacity() * sizeof(symbol) +
+           m_alphabet.memory();
 }
 
 void regexp_program::make_masks() {

@@ -43,6 +43,8 @@ public:
     const regexp_alphabet &alphabet() const noexcept { return m_alphabet; }
     const std::vector<instruction> &code() const noexcept { return m_code; }
     static constexpr std::uint32_t start = 0;
+    // The instructions that take no character, each behind those that it leads to without taking one.
+    const std::vector<std::uint32_t> &passers() const noexcept { return m_passers; }
     // Of the groups that the program has and of the whole match.
     std::size_t slots() const noexcept { return m_slots; }
     bool has_groups() const noexcept { return m_slots > 2; }
@@ -50,6 +52,8 @@ public:
     bool anchored() const noexcept { return m_anchored; }
     // Bytes that a match has to begin with though the program itself does not ask for them, else empty.
     const std::string &extra_first() const noexcept { return m_extra_first; }
+
+    std::size_t memory() const noexcept;
 
     // Whether an instruction that takes a character takes this one; false for the others.
     bool takes(std::uint32_t at, symbol character) const noexcept {
@@ -64,6 +68,7 @@ private:
 
     regexp_alphabet m_alphabet;
     std::vector<instruction> m_code;
+    std::vector<std::uint32_t> m_passers;
     // The symbols of a set, in their order: those from m_set_begin[n] to m_set_begin[n + 1].
     std::vector<symbol> m_set_symbols;
     std::vector<std::uint32_t> m_set_begin;

@@ -6,9 +6,7 @@
 #include <cstring>
 #include <new>
 
-#include "runtime/characters.h"
-#include "strlibsrc/regexp_program.h"
-#include "strlibsrc/regexp_simulation.h"
+#include "strlibsrc/regexp_engine.h"
 
 namespace kel::detail {
 
@@ -56,11 +54,11 @@ bool regexp_search(regexp &program, const char *begin, const char *end) {
     match_slots slots{};
     bool found = false;
     try {
-        regexp_program loaded;
-        regexp_simulation machine;
-        error = loaded.load(program, locale_encoding());
-        if (error == stSuccess) found = machine.search(loaded, text, begin, slots);
+        const kept_engine kept = engine_for(program, locale_encoding());
+        error = kept.engine.error();
+        if (error == stSuccess) found = kept.engine.search(text, kept.room, slots);
     } catch (const std::bad_alloc &) {
+        forget_engines();
         return fail(stOutofSpace, searcher);
     }
     if (error != stSuccess) return fail(error, walker);

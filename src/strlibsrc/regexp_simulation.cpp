@@ -15,8 +15,8 @@ std::size_t regexp_simulation::memory() const noexcept {
 void regexp_simulation::prepare(const regexp_program &program) {
     m_program = &program;
     m_slot_count = program.slots();
-    m_now.waiting.clear();
-    m_then.waiting.clear();
+    m_now.clear();
+    m_then.clear();
     m_met.assign(program.code().size(), 0);
     m_step = 0;
     m_slots.assign(m_slot_count, nullptr);
@@ -106,8 +106,7 @@ bool regexp_simulation::search(const regexp_program &program, subject text, cons
         if (at == text.end) break;
         at = next;
         std::swap(m_now, m_then);
-        m_then.waiting.clear();
-        m_then.slots.clear();
+        m_then.clear();
     }
     return found;
 }

@@ -32,6 +32,10 @@ private:
     struct ways {
         std::vector<std::uint32_t> waiting;
         std::vector<const char *> slots;
+        void clear() noexcept {
+            waiting.clear();
+            slots.clear();
+        }
     };
     // Still to be followed, or a slot to be put back when what came behind it has been followed.
     struct task {

@@ -1,0 +1,71 @@
+// Finds whether a program matches and where the match ends, in one pass with one look-up for each character.
+//
+// A state is the list of instructions that the ways through the program wait at, in the order of
+// backtracking: the ways that began earlier first, and behind them all the way that begins at the next
+// position. Where a way succeeds the list ends, because what comes later in the order has lost. So the last
+// success before the list runs empty is the end of the match that backtracking finds. The list does not tell
+// where that match began, only the last position at which no way was open but the one that began there.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "strlibsrc/regexp_simulation.h"
+#include "strlibsrc/regexp_start.h"
+#include "strlibsrc/regexp_states.h"
+
+namespace kel::detail {
+
+class regexp_automaton {
+public:
+    struct outcome {
+        enum kind { nothing, found, gave_up };
+        kind what;
+        const char *from;  // the match begins here or later
+        const char *end;   // of the match
+    };
+
+    // The program and its start outlive the automaton.
+    regexp_automaton(const regexp_program &program, const regexp_start &start);
+
+    // Gives up when the text drives it into ever new states.
+    outcome run(subject text);
+
+    std::size_t memory() const noexcept { return m_table.memory(); }
+
+private:
+    // A step leads to the row of the next state. The high bit says that there is something to do in it, the
+    // bit below it which of two things; the two largest numbers are no rows.
+    static constexpr std::uint32_t notable = 0x80000000;
+    static constexpr std::uint32_t succeeds = 0x40000000;  // else no way is open but the one that begins here
+    static constexpr std::uint32_t row_bits = succeeds - 1;
+    static constexpr std::uint32_t dead = 0xFFFFFFFE;
+    static constexpr std::uint32_t unknown = state_table::unknown;
+    // The last number in a state's content when new ways may begin. The first are bits of its target.
+    static constexpr std::uint32_t restart = 0xFFFFFFFF;
+
+    void begin_list();
+    void add(std::uint32_t number, bool at_begin);
+    void add_restart();
+    std::uint32_t first();
+    std::uint32_t step(std::uint32_t row, symbol character);
+    std::uint32_t interned();
+    bool succeeds_at_end(std::uint32_t row, bool at_begin);
+    bool makes_progress(std::size_t bytes) noexcept;
+
+    const regexp_program &m_program;
+    const regexp_start &m_start;
+    state_table m_table;
+    std::uint32_t m_first = unknown;  // where a text begins
+    bool m_restarts = true;           // ways may begin behind the beginning
+    std::size_t m_lost_states = 0;    // when the table was emptied in the last step
+
+    std::vector<std::uint32_t> m_list;  // the content of a state in the making
+    std::vector<std::uint32_t> m_met;   // of an instruction: the number of the last list that it was met for
+    std::uint32_t m_lists = 0;
+    std::vector<std::uint32_t> m_open;
+    bool m_cut = false;            // a way has succeeded
+    bool m_crossed_begin = false;  // a way went through ^
+};
+
+}  // namespace kel::detail

@@ -1,0 +1,115 @@
+#include "strlibsrc/regexp_engine.h"
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+namespace kel::detail {
+
+regexp_engine::regexp_engine(const regexp &from, encoding form)
+    : m_bytes(from.program, from.programSize), m_anchored(from.anchored), m_form(form) {
+    std::memcpy(m_first, from.firstChar, sizeof m_first);
+    m_error = m_program.load(from, form);
+    if (m_error == stSuccess) m_start.emplace(m_program);
+}
+
+bool regexp_engine::is_of(const regexp &program, encoding form) const noexcept {
+    // What the bytes of a character are in other encodings depends on the locale.
+    return m_bytes.size() == program.programSize && m_form == form && form != encoding::other &&
+           m_anchored == program.anchored && std::memcmp(m_first, program.firstChar, sizeof m_first) == 0 &&
+           std::memcmp(m_bytes.data(), program.program, m_bytes.size()) == 0;
+}
+
+bool regexp_engine::search_text(subject text, match_slots &slots) const {
+    const std::string &wanted = m_start->text();
+    const char *found = find_text(text.begin, text.end, wanted.data(), wanted.size());
+    if (found == nullptr) return false;
+    std::fill(std::begin(slots), std::end(slots), nullptr);
+    slots[0] = found;
+    slots[1] = found + wanted.size();
+    return true;
+}
+
+bool regexp_engine::search(subject text, search_room &room, match_slots &slots) {
+    if (!m_program.extra_first().empty()) return room.simulation.search(m_program, text, text.begin, slots);
+    if (m_start->is_text() && !m_program.anchored()) return search_text(text, slots);
+    if (!m_automaton) m_automaton.emplace(m_program, *m_start);
+    const regexp_automaton::outcome outcome = m_automaton->run(text);
+    if (outcome.what == regexp_automaton::outcome::nothing) return false;
+    if (outcome.what == regexp_automaton::outcome::found) {
+        if (!m_path) m_path.emplace(m_program);
+        if (m_path->trace(text, outcome.from, outcome.end, room.notes, slots)) return true;
+    }
+    return room.simulation.search(m_program, text, outcome.from, slots);
+}
+
+std::size_t regexp_engine::memory() const noexcept {
+    return sizeof *this + m_bytes.capacity() + m_program.memory() +
+           (m_automaton ? m_automaton->memory() : 0) + (m_path ? m_path->memory() : 0);
+}
+
+namespace {
+
+class engine_shelf {
+public:
+    kept_engine find(const regexp &program, encoding form) {
+        if (m_engines.empty() || !m_engines.front()->is_of(program, form)) bring_to_front(program, form);
+        return {*m_engines.front(), m_room};
+    }
+
+private:
+    static constexpr std::size_t most_engines = 16;
+    static constexpr std::size_t most_memory = 16 << 20;
+
+    void bring_to_front(const regexp &program, encoding form) {
+        auto place = std::find_if(m_engines.begin(), m_engines.end(),
+                                  [&](const auto &each) { return each->is_of(program, form); });
+        if (place == m_engines.end()) {
+            auto engine = std::make_unique<regexp_engine>(program, form);
+            make_room();
+            m_engines.push_back(std::move(engine));
+            place = m_engines.end() - 1;
+        }
+        std::rotate(m_engines.begin(), place, place + 1);
+    }
+
+    void make_room() {
+        std::size_t memory = 0, keep = 0;
+        while (keep < m_engines.size() && keep < most_engines - 1 && memory < most_memory)
+            memory += m_engines[keep++]->memory();
+        m_engines.resize(keep);
+    }
+
+    std::vector<std::unique_ptr<regexp_engine>> m_engines;  // the last one used comes first
+    search_room m_room;
+};
+
+// A plain pointer beside its owner: the owner is looked at once for a thread, and code that still searches
+// when the thread's objects are gone can tell.
+constinit thread_local engine_shelf *shelf = nullptr;
+constinit thread_local bool shelf_gone = false;
+
+struct shelf_owner {
+    ~shelf_owner() {
+        if (!shelf_gone) forget_engines();
+        shelf_gone = true;
+    }
+};
+
+}  // namespace
+
+kept_engine engine_for(const regexp &program, encoding form) {
+    if (shelf == nullptr) {
+        // Late searches in a thread leave their last shelf behind.
+        if (!shelf_gone) static thread_local const shelf_owner owner;
+        shelf = new engine_shelf;
+    }
+    return shelf->find(program, form);
+}
+
+void forget_engines() noexcept {
+    delete shelf;
+    shelf = nullptr;
+}
+
+}  // namespace kel::detail

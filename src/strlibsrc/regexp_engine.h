@@ -1,0 +1,61 @@
+// All that is needed to search with one program: the program made ready, and the machines that search with
+// it. A plain text is left to the C library. Otherwise the automaton finds the end of the match and the path
+// its beginning and its groups; where one of them meets too many states, the simulation goes on.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "strlibsrc/regexp_automaton.h"
+#include "strlibsrc/regexp_path.h"
+
+namespace kel::detail {
+
+// What searches in a thread share.
+struct search_room {
+    regexp_simulation simulation;
+    path_notes notes;
+};
+
+class regexp_engine {
+public:
+    regexp_engine(const regexp &from, encoding form);
+    regexp_engine(const regexp_engine &) = delete;
+    regexp_engine &operator=(const regexp_engine &) = delete;
+
+    // Other than stSuccess: the program cannot be searched with.
+    stErrorCode error() const noexcept { return m_error; }
+    // Whether this was made from the same program.
+    bool is_of(const regexp &program, encoding form) const noexcept;
+
+    bool search(subject text, search_room &room, match_slots &slots);
+
+    std::size_t memory() const noexcept;
+
+private:
+    bool search_text(subject text, match_slots &slots) const;
+
+    std::string m_bytes;  // of the program it was made from
+    char m_first[sizeof regexp::firstChar];
+    char m_anchored;
+    encoding m_form;
+
+    regexp_program m_program;
+    stErrorCode m_error;
+    std::optional<regexp_start> m_start;
+    std::optional<regexp_automaton> m_automaton;
+    std::optional<regexp_path> m_path;
+};
+
+// The engine for a program, kept for the thread: those of the last programs are found again by the program's
+// bytes. The reference holds until the next call in the thread.
+struct kept_engine {
+    regexp_engine &engine;
+    search_room &room;
+};
+kept_engine engine_for(const regexp &program, encoding form);
+// After an exception the engines may be incomplete.
+void forget_engines() noexcept;
+
+}  // namespace kel::detail

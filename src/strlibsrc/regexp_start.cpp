@@ -1,0 +1,109 @@
+// In UTF-8 and where bytes are characters, a byte that begins a character is never inside another one, so a
+// search for first bytes meets the beginnings of characters only. Other encodings are not searched this way.
+#include "strlibsrc/regexp_start.h"
+
+#include <cstring>
+#include <vector>
+
+namespace kel::detail {
+
+const char *find_text(const char *at, const char *end, const char *text, std::size_t length) noexcept {
+    const auto left = static_cast<std::size_t>(end - at);
+    if (left < length) return nullptr;
+    // memmem prepares tables, which short texts do not pay back.
+    constexpr std::size_t short_text = 200;
+    if (left > short_text) return static_cast<const char *>(memmem(at, left, text, length));
+    const char *last = end - length + 1;
+    while (at < last) {
+        at = static_cast<const char *>(std::memchr(at, text[0], static_cast<std::size_t>(last - at)));
+        if (at == nullptr) return nullptr;
+        if (std::memcmp(at, text, length) == 0) return at;
+        ++at;
+    }
+    return nullptr;
+}
+
+regexp_start::regexp_start(const regexp_program &program) {
+    if (program.alphabet().form() == encoding::other) return;
+    find_text_of(program);
+    find_bytes_of(program);
+}
+
+void regexp_start::find_text_of(const regexp_program &program) {
+    const regexp_alphabet &alphabet = program.alphabet();
+    std::vector<std::uint32_t> keys(alphabet.size());
+    for (std::size_t i = 0; i < alphabet.named(); ++i)
+        keys[alphabet.of_named(i)] = alphabet.key(i);
+    std::uint32_t number = regexp_program::start;
+    // A damaged program may go around in characters for ever.
+    for (std::size_t steps = 0; steps < program.code().size(); ++steps) {
+        const instruction &each = program.code()[number];
+        if (each.what == instruction::character) {
+            const std::uint32_t key = keys[each.value];
+            for (int shift = 24; shift >= 0; shift -= 8)
+                if (key >> shift != 0) m_text += static_cast<char>(key >> shift & 0xFF);
+        } else if (each.what == instruction::success) {
+            m_is_text = !m_text.empty() && !program.has_groups();
+            return;
+        } else if (each.what != instruction::jump && each.what != instruction::save) {
+            return;
+        }
+        number = each.next;
+    }
+}
+
+void regexp_start::find_bytes_of(const regexp_program &program) {
+    const regexp_alphabet &alphabet = program.alphabet();
+    std::vector<bool> symbols(alphabet.size()), met(program.code().size());
+    std::vector<std::uint32_t> open{regexp_program::start};
+    while (!open.empty()) {
+        const std::uint32_t number = open.back();
+        open.pop_back();
+        if (met[number]) continue;
+        met[number] = true;
+        const instruction &each = program.code()[number];
+        if (each.what == instruction::success) return;
+        if (each.takes_character()) {
+            for (std::size_t i = 0; i < alphabet.size(); ++i)
+                if (program.takes(number, static_cast<symbol>(i))) symbols[i] = true;
+        } else if (each.what > instruction::line_end) {
+            open.push_back(each.next);
+            if (each.what == instruction::split) open.push_back(each.value);
+        }
+    }
+    for (unsigned byte = 0; byte < 256; ++byte) {
+        const symbol direct = alphabet.of_byte(static_cast<char>(byte));
+        m_first[byte] = symbols[direct == regexp_alphabet::indirect ? regexp_alphabet::other : direct];
+    }
+    for (std::size_t i = 0; i < alphabet.named(); ++i) {
+        std::uint32_t first = alphabet.key(i);
+        while (first > 0xFF)
+            first >>= 8;
+        if (symbols[alphabet.of_named(i)]) m_first[first] = true;
+    }
+    int bytes = 0;
+    for (unsigned byte = 0; byte < 256; ++byte)
+        if (m_first[byte]) {
+            ++bytes;
+            m_byte = static_cast<char>(byte);
+        }
+    m_one_byte = bytes == 1;
+    m_useful = bytes < 256;
+}
+
+const char *regexp_start::look(const char *at, const char *end) const noexcept {
+    if (at == end) return end;
+    if (m_text.size() > 1) {
+        const char *found = find_text(at, end, m_text.data(), m_text.size());
+        return found ? found : end;
+    }
+    if (m_one_byte) {
+        const void *found = std::memchr(at, m_byte, static_cast<std::size_t>(end - at));
+        return found ? static_cast<const char *>(found) : end;
+    }
+    while (at != end && !m_first[static_cast<unsigned char>(*at)])
+        ++at;
+    return at;
+}
+
+}  // namespace kel::detail
