@@ -1,11 +1,13 @@
 // The whole C++ interface of kelstdmt.
 #pragma once
 
+#include <kelstdmt/cadapt.h>
 #include <kelstdmt/containers.h>
 #include <kelstdmt/declare.h>
 #include <kelstdmt/eventlib.h>
 #include <kelstdmt/iolib.h>
 #include <kelstdmt/kel.h>
+#include <kelstdmt/kelstdmt_c.h>
 #include <kelstdmt/printlib.h>
 #include <kelstdmt/regexp.h>
 #include <kelstdmt/strlib.h>

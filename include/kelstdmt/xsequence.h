@@ -164,7 +164,10 @@ public:
         BaseInsert(offset(index), other.m_size, other.m_buffer);
     }
     // From the lower position up to, not including, the higher one, clipped to the count.
-    void removerange(int from, int to) { BaseRemove(offset(from), offset(to)); }
+    void removerange(int from, int to) {
+        const unsigned first = clipped(from), last = clipped(to);
+        BaseRemove(first, last);
+    }
     void clear() { Resize(0); }
 
     // The elements in place, until the sequence next changes.
@@ -176,6 +179,8 @@ public:
 protected:
     T *data() const noexcept { return reinterpret_cast<T *>(m_buffer); }
     bool has(int index) const noexcept { return static_cast<unsigned>(index) < m_size / sizeof(T); }
+    // A position, or that of the end where it lies beyond.
+    unsigned clipped(int position) const { return offset(std::min(position, getarraysize())); }
     static unsigned offset(int index) { return kel::detail::sequence_offset(index, sizeof(T)); }
 };
 

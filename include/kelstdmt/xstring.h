@@ -108,7 +108,8 @@ private:
 };
 
 // The text pointers of counted buffers, for C callers: a copy (count 1), one holder more, one less. The
-// pointers 0, 1 and 2 are no buffers: they are returned unchanged and ignored. Any thread.
+// pointers 0, 1 and 2 are no buffers: they are returned unchanged and ignored. Any thread. Without memory for
+// a copy: the uninit text, and an exception in the slot (kelstdmt_c.h).
 extern "C" {
 KELSTDMT_API char *xstrcreate_c(const char *text);
 KELSTDMT_API char *xstrlock_c(const char *text);
@@ -141,6 +142,8 @@ inline std::uint32_t &holders(const char *text) noexcept {
 // A new buffer for a text of `bytes` bytes, count 1, terminated, its text not set.
 KELSTDMT_API char *buffer_create(std::size_t bytes);
 KELSTDMT_API void buffer_free(char *text) noexcept;
+// A new buffer with a copy of the text that its holder may write to; 0 and the markers as they are.
+char *buffer_copy(const char *text);
 
 inline char *buffer_share(char *text) noexcept {
     if (text) count_add(holders(text), std::uint32_t{1});

@@ -21,7 +21,7 @@ bool same_text(const char *a, const char *b) noexcept {
 
 xany::xany(const char *text) : m_kind(text == nullptr || kel::is_nil(text) ? Nil : Uninit) {
     if (!kel::is_text(text)) return;
-    m_payload.text = xstrcreate_c(text);
+    m_payload.text = kel::detail::buffer_copy(text);
     m_kind = String;
 }
 

@@ -64,20 +64,11 @@ void kel::detail::buffer_free(char *text) noexcept {
     ::operator delete(text - sizeof(buffer_head));
 }
 
-char *xstrcreate_c(const char *text) {
+char *kel::detail::buffer_copy(const char *text) {
     if (!is_text(text)) return const_cast<char *>(text);
     char *copy = buffer_of(text);
-    kel::detail::head(copy).size = buffer_head::unmeasured;
+    head(copy).size = buffer_head::unmeasured;
     return copy;
-}
-
-char *xstrlock_c(const char *text) {
-    char *buffer = const_cast<char *>(text);
-    return is_text(text) ? kel::detail::buffer_share(buffer) : buffer;
-}
-
-void xstrunlock_c(const char *text) {
-    if (is_text(text)) kel::detail::buffer_drop(const_cast<char *>(text));
 }
 
 // Any text -------------------------------------------------------------------------------------
