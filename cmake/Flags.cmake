@@ -6,6 +6,7 @@ set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_C_STANDARD 11)
 set(CMAKE_C_STANDARD_REQUIRED ON)
+set(CMAKE_C_EXTENSIONS OFF)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
 if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_BUILD_TYPE)
@@ -19,7 +20,8 @@ if(KELSTDMT_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
 endif()
 
 add_library(kelstdmt_own INTERFACE)
-target_compile_options(kelstdmt_own INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
+target_compile_options(kelstdmt_own INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
+  "$<$<COMPILE_LANGUAGE:C>:-Wstrict-prototypes;-Wc++-compat>")
 
 # What the sanitizers add to the code misleads GCC's search for uninitialised variables.
 if(KELSTDMT_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")

@@ -135,7 +135,8 @@ KELSTDMT_API unsigned char xisobjsameas_c(xdummy_c_struct *object, xrtticlass *d
 KELSTDMT_API unsigned char xisobjkindof_c(xdummy_c_struct *object, xrtticlass *descriptor);
 
 /* Prints the object on the framework's standard output, without a line end. That output keeps no bytes back,
- * but stdio does: flush stdout first where the order matters. "nil" and "uninit" go to C++'s std::cout. */
+ * but stdio does: flush stdout first where the order matters. For nil and uninit, "nil" and "uninit" go to
+ * the C++ library's std::cout, which by default stands on stdout. */
 KELSTDMT_API void xprint_c(xdummy_c_struct *object);
 /* The same as a text, with a hold for the caller; nil and uninit give "nil" and "uninit". */
 KELSTDMT_API const char *xprinttext_c(xdummy_c_struct *object);
@@ -162,7 +163,8 @@ KELSTDMT_API xdummy_c_struct *xextractexc_c(void);
 KELSTDMT_API void xcleanupexc_c(void);
 
 /* The declared type name of the exception in the slot, such as "kellib::XNegativeIndex", and what it says of
- * itself; each with a hold for the caller. The nil text when the slot is empty, or when it says nothing. */
+ * itself (its description, or the text of a C++ exception); each with a hold for the caller. The nil text
+ * when the slot is empty, or when it says nothing. */
 KELSTDMT_API const char *xgetexctypename_c(void);
 KELSTDMT_API const char *xgetexcdescription_c(void);
 

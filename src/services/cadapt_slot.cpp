@@ -156,6 +156,8 @@ const char *xgetexctypename_c() {
 const char *xgetexcdescription_c() {
     return parking(kel::uninit_text(), [] {
         const slot_reader slot;
+        // The description of every native exception is the same.
+        if (auto *native = (*slot).as<kelXNativeException>()) return handed_out(native->getStringRep());
         return handed_out((*slot).description());
     });
 }

@@ -15,5 +15,6 @@ status=0
 find . -name '*.h' -printf '%P\n' | sort |
     xargs -n 1 -P "$(nproc)" bash -c 'one "$@"' one "$cxx" "$@" -std=c++20 -x c++ || status=1
 find . -name '*_c.h' -printf '%P\n' | sort |
-    xargs -r -n 1 -P "$(nproc)" bash -c 'one "$@"' one "$cc" "$@" -std=c11 -x c || status=1
+    xargs -r -n 1 -P "$(nproc)" bash -c 'one "$@"' one "$cc" "$@" -std=c11 -x c -Wstrict-prototypes -Wc++-compat ||
+    status=1
 exit $status

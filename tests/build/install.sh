@@ -1,10 +1,10 @@
 #!/bin/bash
-# install.sh BUILD OUTSIDE CXX STATIC [FLAG...]: installs the build into an empty folder, moves that folder, and builds
-# the program in OUTSIDE against it through find_package and through pkg-config. Then the library's own surface:
-# its SONAME, what it needs, and what it exports.
+# install.sh BUILD OUTSIDE CC CXX STATIC [FLAG...]: installs the build into an empty folder, moves that folder, and
+# builds the programs in OUTSIDE (C++) and OUTSIDE/c (C) against it through find_package and through pkg-config. Then
+# the library's own surface: its SONAME, what it needs, and what it exports.
 set -euo pipefail
-build=$1 outside=$2 cxx=$3 static=$4
-shift 4
+build=$1 outside=$2 cc=$3 cxx=$4 static=$5
+shift 5
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 fail() { echo "$*"; exit 1; }
@@ -20,15 +20,21 @@ stray=$(cd "$prefix" && find . -type f ! -path './include/kelstdmt/*.h' ! -name 
 
 # A bare machine may have ninja alone.
 ! command -v ninja >/dev/null || export CMAKE_GENERATOR=Ninja
-cmake -S "$outside" -B "$work/outside" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$cxx" \
-    -DCMAKE_CXX_FLAGS="$*" >"$work/log" 2>&1 && cmake --build "$work/outside" >>"$work/log" 2>&1 ||
-    fail "find_package: $(cat "$work/log")"
-"$work/outside/outside" || fail "the program built through find_package fails"
+for project in "$outside" "$outside/c"; do
+    rm -rf "$work/outside"
+    cmake -S "$project" -B "$work/outside" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_C_COMPILER="$cc" \
+        -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_C_FLAGS="$*" -DCMAKE_CXX_FLAGS="$*" --no-warn-unused-cli \
+        >"$work/log" 2>&1 && cmake --build "$work/outside" >>"$work/log" 2>&1 ||
+        fail "find_package: $(cat "$work/log")"
+    "$work/outside/outside" || fail "$project, built through find_package, fails"
+done
 
 if command -v pkg-config >/dev/null; then
-    export PKG_CONFIG_PATH=$libdir/pkgconfig
+    export PKG_CONFIG_PATH=$libdir/pkgconfig LD_LIBRARY_PATH=$libdir
     "$cxx" "$@" -std=c++20 "$outside/main.cpp" -o "$work/program" $(pkg-config --cflags --libs kelstdmt)
-    LD_LIBRARY_PATH=$libdir "$work/program" || fail "the program built through pkg-config fails"
+    "$work/program" || fail "the C++ program built through pkg-config fails"
+    "$cc" "$@" -std=c11 "$outside/c/main.c" -o "$work/program" $(pkg-config --cflags --libs kelstdmt)
+    "$work/program" || fail "the C program built through pkg-config fails"
 fi
 
 [[ $static != ON ]] || exit 0
@@ -40,3 +46,10 @@ foreign=$(sed -n 's/.*Shared library: \[\(.*\)\]/\1/p' <<<"$dynamic" |
 [[ -z $foreign ]] || fail "the library needs more than the standard libraries: $foreign"
 strange=$(nm -D --defined-only -C "$library" | grep -E ' (testing|benchmark)::|LLVMFuzzer|\(anonymous namespace\)' || true)
 [[ -z $strange ]] || fail "exported but not meant to be: $strange"
+
+# Every function of the C header, by its plain name.
+wanted=$(echo '#include <kelstdmt/kelstdmt_c.h>' | "$cc" "$@" -std=c11 -E -P -x c -I"$prefix/include" - |
+    grep -oE '\bx[a-z_]+\(' | tr -d '(' | sort -u)
+[[ $(wc -l <<<"$wanted") -gt 80 ]] || fail "hardly any functions found in kelstdmt_c.h: $wanted"
+missing=$(comm -23 <(echo "$wanted") <(nm -D --defined-only "$library" | sed 's/.* //' | sort -u))
+[[ -z $missing ]] || fail "declared in kelstdmt_c.h but not exported: $missing"
