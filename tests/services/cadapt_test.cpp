@@ -11,7 +11,7 @@ namespace {
 TEST(cadapt_test, DoesWhatVectorsAndMapsDo) {
     internal_errors reports;
     std::mt19937 chance(7);
-    for (unsigned round = 0; round < 160; ++round) {
+    for (unsigned round = 0; round < 64; ++round) {
         std::vector<std::uint8_t> bytes(chance() % 8000 + 1);
         for (std::uint8_t &byte : bytes)
             byte = static_cast<std::uint8_t>(chance());
