@@ -20,7 +20,10 @@ stray=$(cd "$prefix" && find . -type f ! -path './include/kelstdmt/*.h' ! -name 
 
 # A bare machine may have ninja alone.
 ! command -v ninja >/dev/null || export CMAKE_GENERATOR=Ninja
-for project in "$outside" "$outside/c"; do
+# A static library needs the C++ linker, which CMake does not know in a project that is all C.
+projects=("$outside")
+[[ $static == ON ]] || projects+=("$outside/c")
+for project in "${projects[@]}"; do
     rm -rf "$work/outside"
     cmake -S "$project" -B "$work/outside" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_C_COMPILER="$cc" \
         -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_C_FLAGS="$*" -DCMAKE_CXX_FLAGS="$*" --no-warn-unused-cli \

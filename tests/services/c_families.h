@@ -279,7 +279,8 @@ void run(Choice &choice) {
 #define C_SEQUENCE(NAME, T, MODEL)                         \
     C_FAMILY(NAME, T, MODEL)                               \
     static constexpr auto getarraysize = T##_getarraysize; \
-    static constexpr auto get = T##_get, set = T##_set;    \
+    static constexpr auto get = T##_get;                   \
+    static constexpr auto set = T##_set;                   \
     static constexpr auto insert = T##_insert;             \
     static constexpr auto insertseq = T##_insertseq;       \
     static constexpr auto removerange = T##_removerange;   \
@@ -287,7 +288,8 @@ void run(Choice &choice) {
     ;
 #define C_DICTIONARY(NAME, T, MODEL)                         \
     C_FAMILY(NAME, T, MODEL)                                 \
-    static constexpr auto find = T##_find, set = T##_set;    \
+    static constexpr auto find = T##_find;                   \
+    static constexpr auto set = T##_set;                     \
     static constexpr auto getbyindex = T##_getbyindex;       \
     static constexpr auto getkeybyindex = T##_getkeybyindex; \
     static constexpr auto setbyindex = T##_setbyindex;       \
