@@ -65,7 +65,7 @@ void compare(const regexp &program, const std::string &format) {
     require((getErrSeen() == nullptr) == expected.whole);
     const xstring safe = kel::expand(program, format.c_str());
     require(safe.IsNull() != expected.whole);
-    require(!expected.whole || std::strcmp(safe, expected.text.c_str()) == 0);
+    require(!expected.whole || std::string_view(safe) == expected.text);
 }
 
 program_holder compile(const std::string &pattern) {

@@ -31,8 +31,12 @@ class Pattern:
     """A random pattern in both languages, with a maker of texts that it is likely to match."""
 
     def __init__(self, rng):
-        self.rng, self.groups, self.loops = rng, 0, 0
-        self.ours, self.theirs, _, self.example = self.expression(rng.choice((0, 1, 2, 2, 3, 4)))
+        self.rng, self.loops = rng, 0
+        wide, wanted = False, rng.random() < 0.8  # empty matches everywhere tell little
+        while not wide:
+            self.groups = 0
+            self.ours, self.theirs, wide, self.example = self.expression(rng.choice((0, 1, 2, 2, 3, 4)))
+            wide |= not wanted
 
     # Each of these gives (our text, the text for re, must match a character, maker of an example).
 
@@ -74,7 +78,7 @@ class Pattern:
 
     def atom(self, depth):
         kind = self.rng.random()
-        if depth and self.groups < 9 and kind < 0.4:
+        if depth and self.groups < 9 and kind < 0.45:
             self.groups += 1
             ours, theirs, wide, example = self.expression(depth - 1)
             return f"({ours})", f"({theirs})", wide, example
