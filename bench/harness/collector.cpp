@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "stopwatch.h"
+
 namespace bench {
 
 std::string name_of(const Case &measured, const Way &way) {
@@ -44,7 +46,8 @@ void Collector::store(const Run &run) {
     auto &phases = m_samples[name];
     for (const auto &[counter, value] : run.counters)
         phases[counter].push_back(value);
-    phases[""].push_back(run.GetAdjustedCPUTime());
+    auto timed = run.counters.find(whole);
+    phases[""].push_back(timed == run.counters.end() ? run.GetAdjustedCPUTime() : timed->second.value);
 }
 
 std::vector<double> Collector::samples(const std::string &benchmark, const std::string &phase) const {

@@ -17,7 +17,7 @@
 namespace bench {
 
 // Ours is what is measured, the floor what nobody can be faster than; the others are its peers.
-enum class Library { Ours, Cpp, Std, Glib, Qt, Poco, Tirpc, Re2, Pcre, PcreJit, Libc, Posix, Floor };
+enum class Library { Ours, Cpp, Std, Glib, Qt, Poco, Tirpc, Re2, Pcre, PcreJit, Libc, Floor };
 const char *name_of(Library library);
 
 enum class Cost {
