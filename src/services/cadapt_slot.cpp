@@ -40,7 +40,8 @@ void dispose(xthrowable *exception) {
         xdelete(exception);
 }
 
-// Puts an exception with its reference into the slot.
+// Puts an exception with its reference into the slot. What is there goes first: its end may run code that
+// uses the slot too, and must not reach the new one.
 void keep(xthrowable *exception) noexcept {
     try {
         // Thrown without xthrow: nobody has asked yet whether it is counted.
@@ -48,10 +49,11 @@ void keep(xthrowable *exception) noexcept {
     } catch (xthrowable *untyped) {
         const caught of_no_class(untyped);
     }
-    xthrowable *before = exception_slot.exchange(exception);
     try {
-        dispose(before);
+        dispose(exception_slot.exchange(nullptr));
+        dispose(exception_slot.exchange(exception));
     } catch (...) {  // what its end throws is of no interest beside the new one
+        exception_slot.store(exception);
     }
 }
 
@@ -117,9 +119,10 @@ void xsetexc_c(xobject *exception) {
             if (fresh == nullptr) throw_mismatch("xthrowable", exception);
             xrcuniattach(fresh);
         }
-        xthrowable *before = exception_slot.exchange(fresh);
+        xthrowable *before = exception_slot.exchange(nullptr);
         // What is there already and is not counted stays what it is.
         if (before != fresh || is_counted(before)) dispose(before);
+        if (fresh) keep(fresh);
     });
 }
 

@@ -111,6 +111,7 @@ TEST(cadapt_slot_test, ReceivesWhateverIsThrown) {
         {[] { xthrow(kel::construct<Uncounted>()); }, "test::Uncounted", ""},
         {[] { throw static_cast<xthrowable *>(kel::construct<Counted>()); }, "test::Counted", ""},
         {[] { throw kel::construct<Uncounted>(); }, "test::Uncounted", ""},
+        {[] { xportXTimeout::Throw("read"); }, "keljava::XTimeout", ""},
         {[] { throw std::runtime_error("of its own"); }, "kellib::XNativeException", "of its own"},
         {[] { throw std::bad_alloc(); }, "kellib::XNativeException", "std::bad_alloc"},
         {[] { throwXIllegalAccess(); }, "kellib::XNativeException", ""},
