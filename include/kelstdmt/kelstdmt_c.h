@@ -8,7 +8,7 @@
  * Texts. A text passed in is any C text; it is copied, never adopted, and null stands for the nil text. A
  * text that comes back is a counted buffer with one hold that the caller gives back with xstrunlock_c; others
  * may share it, so it is never written. The text pointers 1 (nil) and 2 (uninit) are no texts and need no
- * giving back, though xstrunlock_c ignores them.
+ * giving back; xstrunlock_c ignores them.
  *
  * Failures. No exception leaves a C function. It is put into the exception slot, of which the process has
  * one, and the function returns the uninit marker of its result's type (the bool byte 0x81 is not 0: compare
@@ -229,7 +229,8 @@ KELSTDMT_API xrtticlass *xstringsequence_getclassrtti_c(void);
  *
  * Keys are texts, copied in. Entries also lie in numbered slots, of which some are empty, and a change of the
  * dictionary may move them; a walk asks slots 0 to xgetndictelems_c - 1 for their keys. Failures are those of
- * sequences; a slot number beyond the slots is kellib::XInvalidDictIndex where a comment says so.
+ * sequences, and an answer is then XBOOL_UNINIT_C; a slot number beyond the slots is
+ * kellib::XInvalidDictIndex where a comment says so.
  *
  * A pointer for a result may be null: the answer comes alone. Otherwise it is always written, with the uninit
  * marker of its type where there is no value, so what comes back in a text pointer may always be given back.
