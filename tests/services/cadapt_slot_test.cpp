@@ -277,48 +277,28 @@ TEST(cadapt_value_test, CrossesAndComesBack) {
 }
 
 TEST(cadapt_value_test, MarkersInARecordAreUninitAndNil) {
-    const auto read = [](int kind, auto fill) {
-        __xany_c record{};
-        record.kind = kind;
-        fill(record.payload);
-        return xcadapt_c2cxx(record);
-    };
-    const auto check = [&](int kind, auto uninit, auto nil) {
-        EXPECT_TRUE(read(kind, uninit).isuninit()) << kind;
-        EXPECT_TRUE(read(kind, nil).isnil()) << kind;
-    };
-    brtti *colours = kel_descriptor(red);
-    check(
-        XANY_INT_C, [](auto &p) { p.integer = XINT_UNINIT_C; }, [](auto &p) { p.integer = XINT_NIL_C; });
-    check(
-        XANY_BOOL_C, [](auto &p) { p.boolean = 0x81; }, [](auto &p) { p.boolean = 0x80; });
-    check(
-        XANY_REAL_C, [](auto &p) { p.real = 9e125; }, [](auto &p) { p.real = 1.0000000000000001e126; });
-    check(
-        XANY_STRING_C, [](auto &p) { p.text = XTEXT_UNINIT_C; }, [](auto &p) { p.text = XTEXT_NIL_C; });
-    check(
-        XANY_STRING_C, [](auto &p) { p.text = XTEXT_UNINIT_C; }, [](auto &p) { p.text = nullptr; });
-    check(
-        XANY_ENUM_C,
-        [=](auto &p) {
-            p.enumeration = {XINT_UNINIT_C, colours};
-        },
-        [=](auto &p) {
-            p.enumeration = {2, colours};
-        });
-    check(
-        XANY_OBJECT_C, [](auto &p) { p.object = XOBJECT_UNINIT_C; }, [](auto &p) { p.object = nullptr; });
     Foreign borrowed;
-    check(
-        XANY_EXTERN_C,
-        [&](auto &p) {
-            p.foreign = {XOBJECT_UNINIT_C, &borrowed};
-        },
-        [&](auto &p) {
-            p.foreign = {nullptr, &borrowed};
-        });
-    const char plain[] = "no counted buffer";
-    EXPECT_TRUE(read(XANY_STRING_C, [&](auto &p) { p.text = plain; }) == plain);
+    brtti *colours = kel_descriptor(red);
+    const __xany_c uninit[] = {{XANY_INT_C, 0, {.integer = XINT_UNINIT_C}},
+                               {XANY_BOOL_C, 0, {.boolean = 0x81}},
+                               {XANY_REAL_C, 0, {.real = 9e125}},
+                               {XANY_STRING_C, 0, {.text = XTEXT_UNINIT_C}},
+                               {XANY_ENUM_C, 0, {.enumeration = {XINT_UNINIT_C, colours}}},
+                               {XANY_OBJECT_C, 0, {.object = XOBJECT_UNINIT_C}},
+                               {XANY_EXTERN_C, 0, {.foreign = {XOBJECT_UNINIT_C, &borrowed}}}};
+    const __xany_c nil[] = {{XANY_INT_C, 0, {.integer = XINT_NIL_C}},
+                            {XANY_BOOL_C, 0, {.boolean = 0x80}},
+                            {XANY_REAL_C, 0, {.real = 1.0000000000000001e126}},
+                            {XANY_STRING_C, 0, {.text = XTEXT_NIL_C}},
+                            {XANY_STRING_C, 0, {.text = nullptr}},
+                            {XANY_ENUM_C, 0, {.enumeration = {2, colours}}},
+                            {XANY_OBJECT_C, 0, {.object = nullptr}},
+                            {XANY_EXTERN_C, 0, {.foreign = {nullptr, &borrowed}}}};
+    for (const __xany_c &record : uninit)
+        EXPECT_TRUE(xcadapt_c2cxx(record).isuninit()) << record.kind;
+    for (const __xany_c &record : nil)
+        EXPECT_TRUE(xcadapt_c2cxx(record).isnil()) << record.kind;
+    EXPECT_TRUE(xcadapt_c2cxx({XANY_STRING_C, 0, {.text = "no buffer"}}) == "no buffer");
 }
 
 TEST(cadapt_value_test, ReportsKindsThatThereAreNot) {
@@ -336,47 +316,36 @@ TEST(cadapt_value_test, ReportsKindsThatThereAreNot) {
 }
 
 // The containers behind the families.
+template <class T>
+void describes(const char *name, brtti *type, const xany &uninit, typename T::value_type first,
+               typename T::value_type second) {
+    SCOPED_TRACE(name);
+    xrchandle<T> held(T::create());
+    EXPECT_EQ(text(held->gettypename()), name);
+    EXPECT_TRUE(held->isrefcountable());
+    if constexpr (requires { held->append(first); }) {
+        held->append(first);
+        held->append(second);
+        EXPECT_EQ(held->getrtti()->getseqtype(), type);
+        EXPECT_TRUE(held->getseqelem(0) == uninit && held->getseqelem(1).isnil());
+    } else {
+        held->set("first", first);
+        held->set("second", second);
+        EXPECT_EQ(held->getrtti()->getdicttype(), type);
+        EXPECT_TRUE(held->lookupdict("first") == uninit && held->lookupdict("second").isnil());
+    }
+}
+
 TEST(cadapt_containers_test, DescribeThemselves) {
-    const auto check = [](xobject *made, const char *name, brtti *type, const xany &uninit, const xany &nil) {
-        xrchandle<xobject> held(made);
-        EXPECT_EQ(text(held->gettypename()), name);
-        EXPECT_TRUE(held->isrefcountable());
-        xrtticlass *described = held->getrtti();
-        if (described->issequence()) {
-            EXPECT_EQ(described->getseqtype(), type) << name;
-            EXPECT_TRUE(held->getseqelem(0) == uninit && held->getseqelem(1) == nil) << name;
-            auto *elements = static_cast<xrttisequence *>(described);
-            EXPECT_EQ(thrown_by<kelXNegativeIndex>([&] { elements->get(-1, held); })->getIndex(), -1);
-            auto beyond = thrown_by<kelXInvalidSeqIndex>([&] { elements->get(2, held); });
-            EXPECT_TRUE(beyond->getObject() == held.get() && beyond->getIndex() == 2) << name;
-        } else {
-            EXPECT_EQ(described->getdicttype(), type) << name;
-            EXPECT_TRUE(held->lookupdict("uninit") == uninit && held->lookupdict("nil") == nil) << name;
-        }
-    };
-    const auto filled = [](auto *container, auto uninit, auto nil) {
-        if constexpr (requires { container->append(uninit); }) {
-            container->append(uninit);
-            container->append(nil);
-        } else {
-            container->set("uninit", uninit);
-            container->set("nil", nil);
-        }
-        return container;
-    };
-    const xany none, nil(nullptr);
-    check(filled(xintsequence::create(), XINT_UNINIT_C, XINT_NIL_C), "intseq", get_xrttiint(), none, nil);
-    check(filled(xboolsequence::create(), xbool{0x81}, xbool{0x80}), "boolseq", get_xrttibool(), none, nil);
-    check(filled(xrealsequence::create(), 9e125, XREAL_NIL_C), "realseq", get_xrttireal(), none, nil);
-    check(filled(xstringsequence::create(), xstring(), xstring()), "stringseq", get_xrttistring(), nil, nil);
-    check(filled(xintdictionary::create(), XINT_UNINIT_C, XINT_NIL_C), "xintdictionary", get_xrttiint(), none,
-          nil);
-    check(filled(xbooldictionary::create(), xbool{0x81}, xbool{0x80}), "xbooldictionary", get_xrttibool(),
-          none, nil);
-    check(filled(xrealdictionary::create(), 9e125, XREAL_NIL_C), "xrealdictionary", get_xrttireal(), none,
-          nil);
-    check(filled(xstringdictionary::create(), xstring(), xstring()), "xstringdictionary", get_xrttistring(),
-          nil, nil);
+    const xany uninit, nil(nullptr);
+    describes<xintsequence>("intseq", get_xrttiint(), uninit, XINT_UNINIT_C, XINT_NIL_C);
+    describes<xboolsequence>("boolseq", get_xrttibool(), uninit, 0x81, 0x80);
+    describes<xrealsequence>("realseq", get_xrttireal(), uninit, 9e125, XREAL_NIL_C);
+    describes<xstringsequence>("stringseq", get_xrttistring(), nil, xstring(), xstring());
+    describes<xintdictionary>("xintdictionary", get_xrttiint(), uninit, XINT_UNINIT_C, XINT_NIL_C);
+    describes<xbooldictionary>("xbooldictionary", get_xrttibool(), uninit, 0x81, 0x80);
+    describes<xrealdictionary>("xrealdictionary", get_xrttireal(), uninit, 9e125, XREAL_NIL_C);
+    describes<xstringdictionary>("xstringdictionary", get_xrttistring(), nil, xstring(), xstring());
 }
 
 }  // namespace
