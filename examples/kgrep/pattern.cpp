@@ -39,34 +39,6 @@ std::string LongestPlainRun(std::string_view pattern) {
     return std::string(best);
 }
 
-// The pattern for the rest of a line: ^ cannot match there. A line end stands in its place, which no line
-// contains. Empty when there is no ^.
-std::string BehindStart(const char *pattern) {
-    std::string result;
-    bool found = false, in_set = false;
-    for (xmbchar at(pattern); *at.position;) {
-        const char *begin = at.position;
-        at.Next();
-        std::string_view character(begin, static_cast<std::size_t>(at.position - begin));
-        if (!in_set && character == "\\" && *at.position) {
-            at.Next();
-        } else if (!in_set && character == "[") {
-            in_set = true;
-            if (*at.position == '^') at.Next();
-            if (*at.position == ']' || *at.position == '-') at.Next();
-        } else if (in_set && character == "]") {
-            in_set = false;
-        }
-        if (!in_set && character == "^") {
-            result += '\n';
-            found = true;
-        } else {
-            result.append(begin, static_cast<const char *>(at.position));
-        }
-    }
-    return found ? result : std::string();
-}
-
 }  // namespace
 
 Pattern::Pattern(const std::string &pattern, strMatchMode mode, bool whole_line)
@@ -83,22 +55,12 @@ Pattern::Pattern(const std::string &pattern, strMatchMode mode, bool whole_line)
             m_required = LongestPlainRun(kel::view(m_pattern));
             break;
         default:
-            Compile(pattern);
+            const kel::pattern_error error = kel::check_pattern(m_pattern);
+            if (error.code != stSuccess) throw BadPattern{pattern, error.message, error.position};
+            m_program.reset(regcomp(m_pattern));
+            if (!m_program) throw BadPattern{pattern, getErrSeen(), 0};
             m_required = RequiredText(*m_program);
     }
-}
-
-void Pattern::Compile(const std::string &pattern) {
-    const kel::pattern_error error = kel::check_pattern(m_pattern);
-    if (error.code != stSuccess) throw BadPattern{pattern, error.message, error.position};
-    auto compile = [&](const char *text) {
-        Program program(regcomp(text));
-        if (!program) throw BadPattern{pattern, getErrSeen(), 0};
-        return program;
-    };
-    m_program = compile(m_pattern);
-    const std::string behind_start = BehindStart(m_pattern);
-    if (!behind_start.empty()) m_behind_start = compile(behind_start.c_str());
 }
 
 const char *Pattern::Candidate(const char *at) const {
@@ -110,7 +72,7 @@ std::optional<Span> Pattern::First(const Line &line) {
 }
 
 std::optional<Span> Pattern::Next(const Line &line, const Span &last) {
-    if (m_whole_line || (m_program && m_program->anchored)) return std::nullopt;
+    if (m_whole_line) return std::nullopt;
     std::size_t from = last.end;
     if (last.begin == last.end) {
         if (from == line.size()) return std::nullopt;
@@ -133,20 +95,44 @@ std::optional<Span> Pattern::Whole(const Line &line) {
 }
 
 std::optional<Span> Pattern::Search(const Line &line, std::size_t from) {
-    const char *text = line.searched + from;
-    int start = 0, end = 0;
-    if (m_program) {
-        m_last = from > 0 && m_behind_start ? m_behind_start.get() : m_program.get();
-        if (!regexec(m_last, text, start, end)) return std::nullopt;
-        return Span{static_cast<std::size_t>(m_last->groupStart[0] - line.searched),
-                    static_cast<std::size_t>(m_last->groupEnd[0] - line.searched)};
+    switch (m_mode & ~1) {
+        case strLit: {  // as strMatchLit, with the place in bytes
+            const char *found = std::strstr(line.searched + from, m_required.c_str());
+            if (!found) return std::nullopt;
+            const auto begin = static_cast<std::size_t>(found - line.searched);
+            return Span{begin, begin + m_required.size()};
+        }
+        case strShell:
+            return SearchShell(line, from);
+        default:
+            return SearchProgram(line, from);
     }
-    if (!((m_mode & ~1) == strLit ? strMatchLit : strMatchShell)(text, m_pattern, start, end))
-        return std::nullopt;
-    const char *begin = stringAfterCHars(text, static_cast<unsigned>(start));
-    const char *behind = stringAfterCHars(begin, static_cast<unsigned>(end - start));
-    return Span{static_cast<std::size_t>(begin - line.searched),
-                static_cast<std::size_t>(behind - line.searched)};
+}
+
+std::optional<Span> Pattern::SearchProgram(const Line &line, std::size_t from) {
+    const std::string_view text(line.searched, line.size());
+    if (!kel::search(*m_program, text, from)) return std::nullopt;
+    return Span{static_cast<std::size_t>(m_program->groupStart[0] - line.searched),
+                static_cast<std::size_t>(m_program->groupEnd[0] - line.searched)};
+}
+
+std::optional<Span> Pattern::SearchShell(const Line &line, std::size_t from) {
+    char *text = line.searched + from;
+    // The first match of a part of the line is that of the line. So a line of many matches is not gone over
+    // for each of them.
+    for (unsigned characters = 256;; characters *= 4) {
+        char *part_end = const_cast<char *>(stringAfterCHars(text, characters));
+        const bool is_all = *part_end == 0;
+        EndedText part(part_end);
+        int start = 0, end = 0;
+        if (strMatchShell(text, m_pattern, start, end)) {
+            const char *begin = stringAfterCHars(text, static_cast<unsigned>(start));
+            const char *behind = stringAfterCHars(begin, static_cast<unsigned>(end - start));
+            return Span{static_cast<std::size_t>(begin - line.searched),
+                        static_cast<std::size_t>(behind - line.searched)};
+        }
+        if (is_all) return std::nullopt;
+    }
 }
 
 void Pattern::Expand(const std::string &replacement, const Line &line, std::string &out) {
@@ -156,9 +142,9 @@ void Pattern::Expand(const std::string &replacement, const Line &line, std::stri
     }
     // The groups of the text itself are wanted, not those of the upper-cased one.
     for (int group = 0; group < 10; ++group) {
-        const char *&begin = m_last->groupStart[group], *&end = m_last->groupEnd[group];
+        const char *&begin = m_program->groupStart[group], *&end = m_program->groupEnd[group];
         if (begin) begin = line.begin + (begin - line.searched);
         if (end) end = line.begin + (end - line.searched);
     }
-    out += kel::view(kel::expand(*m_last, replacement.c_str()));
+    out += kel::view(kel::expand(*m_program, replacement.c_str()));
 }

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include <kelstdmt/strlib.h>
 
@@ -16,11 +17,23 @@
 // ends with a NUL; it may be the text itself.
 struct Line {
     const char *begin, *end;
-    const char *searched;
+    char *searched;
     bool ended;  // the file has a line end behind it
 
     std::size_t size() const { return static_cast<std::size_t>(end - begin); }
     std::string_view text() const { return {begin, size()}; }
+};
+
+// Ends a text with a NUL for as long as it lives.
+class EndedText {
+public:
+    explicit EndedText(char *place) : m_place(place), m_kept(std::exchange(*place, '\0')) {}
+    ~EndedText() { *m_place = m_kept; }
+    EndedText(const EndedText &) = delete;
+    EndedText &operator=(const EndedText &) = delete;
+
+private:
+    char *m_place, m_kept;
 };
 
 // A match in a line, as offsets in bytes.
@@ -67,10 +80,11 @@ private:
     };
     using Program = std::unique_ptr<regexp, Free>;
 
-    void Compile(const std::string &pattern);
     std::optional<Span> First(const Line &line);
     std::optional<Span> Next(const Line &line, const Span &last);
     std::optional<Span> Search(const Line &line, std::size_t from);
+    std::optional<Span> SearchProgram(const Line &line, std::size_t from);
+    std::optional<Span> SearchShell(const Line &line, std::size_t from);
     std::optional<Span> Whole(const Line &line);
 
     strMatchMode m_mode;  // as asked for
@@ -79,6 +93,4 @@ private:
     xstring m_pattern;       // upper-cased where the mode ignores case
     std::string m_required;  // part of every match
     Program m_program;       // of a regular expression
-    Program m_behind_start;  // the same for a search that begins within the line; none: the same program
-    regexp *m_last = nullptr;
 };

@@ -5,18 +5,6 @@
 
 namespace {
 
-// Ends a line of the searched text with a NUL for as long as it lives.
-class EndedLine {
-public:
-    explicit EndedLine(char *end) : m_end(end), m_kept(*end) { *end = 0; }
-    ~EndedLine() { *m_end = m_kept; }
-    EndedLine(const EndedLine &) = delete;
-    EndedLine &operator=(const EndedLine &) = delete;
-
-private:
-    char *m_end, m_kept;
-};
-
 std::size_t LineBegin(const char *text, std::size_t from, std::size_t at) {
     std::size_t end_before = std::string_view(text + from, at - from).rfind('\n');
     return end_before == std::string_view::npos ? from : from + end_before + 1;
@@ -36,7 +24,7 @@ bool VisitBlock(Blocks &block, Pattern &pattern, LineVisitor &visitor) {
         std::size_t end =
             line_end ? static_cast<std::size_t>(static_cast<const char *>(line_end) - searched) : size;
         at = std::min(end + 1, size);
-        EndedLine ended(searched + end);
+        EndedText ended(searched + end);
         Line line{text + begin, text + end, searched + begin, line_end != nullptr};
         if (!pattern.Matches(line)) continue;
         if (told < begin && !visitor.OtherLines(text + told, text + begin)) return false;

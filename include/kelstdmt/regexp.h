@@ -10,6 +10,9 @@
 // a search stores the groups in it. The error mode below is one for the whole process.
 #pragma once
 
+#include <cstddef>
+#include <string_view>
+
 #include <kelstdmt/export.h>
 
 class xstring;
@@ -116,6 +119,12 @@ struct pattern_error {
 
 // The error that regcomp would report; reports nothing itself. Any thread may call it.
 KELSTDMT_API pattern_error check_pattern(const char *pattern);
+
+// As regexec for a text whose end is known, for the first match that begins at byte `from`, the beginning of
+// a character, or later: ^ is the beginning of the text all the same. So all matches of a text are found
+// without going over it again and again. Where a match is, groupStart and groupEnd tell. The text holds no
+// NUL.
+KELSTDMT_API bool search(regexp &program, std::string_view text, std::size_t from = 0);
 
 // What regsub writes, as a string; null after a reported error.
 KELSTDMT_API xstring expand(const regexp &program, const char *format);

@@ -59,6 +59,15 @@ std::uint32_t regexp_automaton::first() {
     return m_first = interned();
 }
 
+std::uint32_t regexp_automaton::first_within() {
+    if (!m_restarts) return dead;
+    if (m_first_within != unknown) return m_first_within;
+    begin_list();
+    add_restart();
+    if (!m_cut) m_list[0] = notable;
+    return m_first_within = interned();
+}
+
 std::uint32_t regexp_automaton::step(std::uint32_t row, symbol character) {
     const state_table::number state = m_table.state_of_row(row);
     begin_list();
@@ -88,7 +97,7 @@ std::uint32_t regexp_automaton::interned() {
     if (state == state_table::full) {
         m_lost_states = m_table.size();
         m_table.clear();
-        m_first = unknown;
+        m_first = m_first_within = unknown;
         state = m_table.intern(m_list);
     }
     return m_table.row(state) | m_list[0];
@@ -124,12 +133,12 @@ bool regexp_automaton::makes_progress(std::size_t bytes) noexcept {
     return result;
 }
 
-regexp_automaton::outcome regexp_automaton::run(subject text) {
-    outcome result{outcome::nothing, text.begin, nullptr};
+regexp_automaton::outcome regexp_automaton::run(subject text, const char *from) {
+    outcome result{outcome::nothing, from, nullptr};
     const regexp_alphabet &alphabet = m_program.alphabet();
-    const char *at = text.begin, *emptied = text.begin;
+    const char *at = from, *emptied = from;
     std::uint32_t row = 0;
-    std::uint32_t to = first();
+    std::uint32_t to = from == text.begin ? first() : first_within();
     while (to != dead) {
         row = to & row_bits;
         if ((to & (notable | succeeds)) == (notable | succeeds)) {

@@ -28,8 +28,8 @@ public:
     // The program and its start outlive the automaton.
     regexp_automaton(const regexp_program &program, const regexp_start &start);
 
-    // Gives up when the text drives it into ever new states.
-    outcome run(subject text);
+    // For a match that begins at `from` or later. Gives up when the text drives it into ever new states.
+    outcome run(subject text, const char *from);
 
     std::size_t memory() const noexcept { return m_table.memory(); }
 
@@ -48,6 +48,7 @@ private:
     void add(std::uint32_t number, bool at_begin);
     void add_restart();
     std::uint32_t first();
+    std::uint32_t first_within();
     std::uint32_t step(std::uint32_t row, symbol character);
     std::uint32_t interned();
     bool succeeds_at_end(std::uint32_t row, bool at_begin);
@@ -56,9 +57,10 @@ private:
     const regexp_program &m_program;
     const regexp_start &m_start;
     state_table m_table;
-    std::uint32_t m_first = unknown;  // where a text begins
-    bool m_restarts = true;           // ways may begin behind the beginning
-    std::size_t m_lost_states = 0;    // when the table was emptied in the last step
+    std::uint32_t m_first = unknown;         // where a text begins
+    std::uint32_t m_first_within = unknown;  // where a search begins behind that
+    bool m_restarts = true;                  // ways may begin behind the beginning
+    std::size_t m_lost_states = 0;           // when the table was emptied in the last step
 
     std::vector<std::uint32_t> m_list;  // the content of a state in the making
     std::vector<std::uint32_t> m_met;   // of an instruction: the number of the last list that it was met for

@@ -20,9 +20,9 @@ bool regexp_engine::is_of(const regexp &program, encoding form) const noexcept {
            std::memcmp(m_bytes.data(), program.program, m_bytes.size()) == 0;
 }
 
-bool regexp_engine::search_text(subject text, match_slots &slots) const {
+bool regexp_engine::search_text(const char *from, const char *end, match_slots &slots) const {
     const std::string &wanted = m_start->text();
-    const char *found = find_text(text.begin, text.end, wanted.data(), wanted.size());
+    const char *found = find_text(from, end, wanted.data(), wanted.size());
     if (found == nullptr) return false;
     std::fill(std::begin(slots), std::end(slots), nullptr);
     slots[0] = found;
@@ -30,11 +30,11 @@ bool regexp_engine::search_text(subject text, match_slots &slots) const {
     return true;
 }
 
-bool regexp_engine::search(subject text, search_room &room, match_slots &slots) {
-    if (!m_program.extra_first().empty()) return room.simulation.search(m_program, text, text.begin, slots);
-    if (m_start->is_text() && !m_program.anchored()) return search_text(text, slots);
+bool regexp_engine::search(subject text, const char *from, search_room &room, match_slots &slots) {
+    if (!m_program.extra_first().empty()) return room.simulation.search(m_program, text, from, slots);
+    if (m_start->is_text() && !m_program.anchored()) return search_text(from, text.end, slots);
     if (!m_automaton) m_automaton.emplace(m_program, *m_start);
-    const regexp_automaton::outcome outcome = m_automaton->run(text);
+    const regexp_automaton::outcome outcome = m_automaton->run(text, from);
     if (outcome.what == regexp_automaton::outcome::nothing) return false;
     if (outcome.what == regexp_automaton::outcome::found) {
         if (!m_path) m_path.emplace(m_program);

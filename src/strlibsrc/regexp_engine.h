@@ -29,12 +29,13 @@ public:
     // Whether this was made from the same program.
     bool is_of(const regexp &program, encoding form) const noexcept;
 
-    bool search(subject text, search_room &room, match_slots &slots);
+    // For a match that begins at `from` or later.
+    bool search(subject text, const char *from, search_room &room, match_slots &slots);
 
     std::size_t memory() const noexcept;
 
 private:
-    bool search_text(subject text, match_slots &slots) const;
+    bool search_text(const char *from, const char *end, match_slots &slots) const;
 
     std::string m_bytes;  // of the program it was made from
     char m_first[sizeof regexp::firstChar];

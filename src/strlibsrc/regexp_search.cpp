@@ -36,27 +36,27 @@ stErrorCode check_record(const regexp &program) {
     return whole ? stSuccess : stCorruptedPointers;
 }
 
-bool must_text_occurs(const regexp &program, subject text) {
+bool must_text_occurs(const regexp &program, const char *from, const char *end) {
     if (program.mustText == nullptr) return true;
-    return memmem(text.begin, static_cast<std::size_t>(text.end - text.begin), program.mustText,
+    return memmem(from, static_cast<std::size_t>(end - from), program.mustText,
                   static_cast<std::size_t>(program.mustLength)) != nullptr;
 }
 
 }  // namespace
 
-bool regexp_search(regexp &program, const char *begin, const char *end) {
+bool regexp_search(regexp &program, const char *begin, const char *end, const char *from) {
     for (int group = 0; group < 10; ++group)
         program.groupStart[group] = program.groupEnd[group] = nullptr;
     if (const stErrorCode error = check_record(program); error != stSuccess) return fail(error, searcher);
     const subject text{begin, end};
-    if (!must_text_occurs(program, text)) return false;
+    if (!must_text_occurs(program, from, end)) return false;
     stErrorCode error = stSuccess;
     match_slots slots{};
     bool found = false;
     try {
         const kept_engine kept = engine_for(program, locale_encoding());
         error = kept.engine.error();
-        if (error == stSuccess) found = kept.engine.search(text, kept.room, slots);
+        if (error == stSuccess) found = kept.engine.search(text, from, kept.room, slots);
     } catch (const std::bad_alloc &) {
         forget_engines();
         return fail(stOutofSpace, searcher);
@@ -71,6 +71,11 @@ bool regexp_search(regexp &program, const char *begin, const char *end) {
 }
 
 }  // namespace kel::detail
+
+bool kel::search(regexp &program, std::string_view text, std::size_t from) {
+    const char *begin = text.data() ? text.data() : "";
+    return from <= text.size() && detail::regexp_search(program, begin, begin + text.size(), begin + from);
+}
 
 int regexec(regexp *program, const char *text, int &start, int &end) {
     using namespace kel::detail;
