@@ -23,14 +23,17 @@ public:
     matcher(const regexp &program, const char *begin, const char *end)
         : m_program(program), m_begin(begin), m_end(end) {}
 
-    // Nothing when the program is damaged or the steps did not suffice.
-    std::optional<answer> search() {
+    std::optional<answer> search() { return search(m_begin); }
+    // For a match that begins at `from` or later. Nothing when the program is damaged or the steps did not
+    // suffice.
+    std::optional<answer> search(const char *from) {
         const std::size_t must = static_cast<std::size_t>(m_program.mustText ? m_program.mustLength : 0);
         if (must > 0 &&
-            std::string(m_begin, m_end).find(std::string(m_program.mustText, must)) == std::string::npos)
+            std::string(from, m_end).find(std::string(m_program.mustText, must)) == std::string::npos)
             return answer{};
-        for (const char *at = m_begin;; at += bytes(at)) {
+        for (const char *at = from;; at += bytes(at)) {
             m_answer = {};
+            if (m_program.anchored && at != m_begin) return answer{};
             const std::size_t first = std::strlen(m_program.firstChar);
             if (static_cast<std::size_t>(m_end - at) >= first &&
                 std::memcmp(at, m_program.firstChar, first) == 0) {
@@ -42,7 +45,7 @@ public:
                     return m_answer;
                 }
             }
-            if (at == m_end || m_program.anchored) return answer{};
+            if (at == m_end) return answer{};
         }
     }
 

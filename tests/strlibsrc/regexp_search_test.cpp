@@ -12,6 +12,7 @@
 #include <vector>
 
 #include <kelstdmt/regexp.h>
+#include <kelstdmt/xstring.h>
 
 #include "../../fuzz/regexp_model.h"
 
@@ -96,7 +97,16 @@ std::string disagreement(regexp &program, const std::string &text) {
     const auto expected = regexp_model::matcher(program, copy.get(), end).search();
     if (!expected) return "";
     if (!found && (from != -7 || to != -7)) return "positions without a match";
-    return regexp_model::difference(program, found != 0, *expected, copy.get());
+    const std::string difference = regexp_model::difference(program, found != 0, *expected, copy.get());
+    if (!difference.empty()) return difference;
+    // From the middle of the text on.
+    xmbchar middle(copy.get());
+    while (middle.count < static_cast<int>(text.size() / 2))
+        *middle.position ? middle.Next() : void(++middle.count);
+    const auto later = regexp_model::matcher(program, copy.get(), end).search(middle.position);
+    const auto offset = static_cast<std::size_t>(middle.position - copy.get());
+    const bool found_later = kel::search(program, {copy.get(), end}, offset);
+    return later ? regexp_model::difference(program, found_later, *later, copy.get()) : "";
 }
 
 void compare_with_model(random_text &random, int rounds) {
