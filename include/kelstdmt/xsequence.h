@@ -153,6 +153,8 @@ public:
             BaseCopy(offset(index), sizeof(T), &value);
     }
     void insert(int index, T value) { BaseInsert(offset(index), sizeof(T), &value); }
+    // Room for so many elements more; their number does not change.
+    void reserve(int more) { BaseReserve(offset(more)); }
     void append(T value) {
         if (m_capacity - m_size < sizeof(T)) [[unlikely]]
             BaseReserve(sizeof(T));

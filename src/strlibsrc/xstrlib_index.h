@@ -8,7 +8,7 @@
 
 namespace kel::detail {
 
-// The places of every 256th character are kept; nothing is where each byte is one. Refers to the text.
+// The places of every 64th character are kept; nothing is where each byte is one. Refers to the text.
 class indexed_text {
 public:
     indexed_text(std::string_view text, encoding form)
@@ -30,7 +30,7 @@ public:
     }
 
 private:
-    static constexpr std::size_t stride = 256;
+    static constexpr std::size_t stride = 64;
 
     const char *m_begin;
     const char *m_end;

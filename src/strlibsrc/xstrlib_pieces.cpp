@@ -6,10 +6,9 @@
 #include <kelstdmt/strlib.h>
 
 #include <algorithm>
-#include <array>
 #include <memory>
-#include <vector>
 
+#include "strlibsrc/character_set.h"
 #include "strlibsrc/xstrlib_text.h"
 
 using namespace kel::detail;
@@ -50,11 +49,28 @@ const char *character_start(encoding form, const char *begin, const char *at) {
     return at;
 }
 
+// Equal bytes at the beginning, or the end.
+std::size_t same_bytes(std::string_view a, std::string_view b, bool backwards) {
+    constexpr std::size_t block = 64;
+    const std::size_t most = std::min(a.size(), b.size());
+    const auto from_a = [&](std::size_t at, std::size_t n) {
+        return a.data() + (backwards ? a.size() - at - n : at);
+    };
+    const auto from_b = [&](std::size_t at, std::size_t n) {
+        return b.data() + (backwards ? b.size() - at - n : at);
+    };
+    std::size_t same = 0;
+    while (most - same >= block && std::memcmp(from_a(same, block), from_b(same, block), block) == 0)
+        same += block;
+    while (same < most && *from_a(same, 1) == *from_b(same, 1))
+        ++same;
+    return same;
+}
+
 int common_prefix(std::string_view a, std::string_view b) {
     const encoding form = locale_encoding();
-    const std::size_t shorter = std::min(a.size(), b.size());
     const char *const a_end = a.data() + a.size(), *const b_end = b.data() + b.size();
-    const char *differs = std::mismatch(a.data(), a.data() + shorter, b.data()).first;
+    const char *differs = a.data() + same_bytes(a, b, false);
     if (form == encoding::single) return position_of(static_cast<std::size_t>(differs - a.data()));
     // Up to a start of characters that both texts have, their characters are the same.
     const char *at = differs > a.data() ? character_start(form, a.data(), differs - 1) : a.data();
@@ -73,11 +89,7 @@ int common_prefix(std::string_view a, std::string_view b) {
 
 int common_suffix(std::string_view a, std::string_view b) {
     const encoding form = locale_encoding();
-    const auto same = static_cast<std::ptrdiff_t>(
-        std::mismatch(a.rbegin(), a.rbegin() + static_cast<std::ptrdiff_t>(std::min(a.size(), b.size())),
-                      b.rbegin())
-            .first -
-        a.rbegin());
+    const auto same = static_cast<std::ptrdiff_t>(same_bytes(a, b, true));
     const char *const a_end = a.data() + a.size(), *const b_end = b.data() + b.size();
     const char *at = character_start(form, a.data(), a_end - same);
     const char *other = character_start(form, b.data(), b_end - same);
@@ -147,102 +159,34 @@ xstring strConcat(xstringsequence *texts) {
 
 namespace {
 
-class character_set {
-public:
-    enum class member { whole, occurring };  // a character of the set, or bytes that occur in it
-
-    character_set(std::string_view characters, member rule) : m_form(locale_encoding()) {
-        const char *at = characters.data(), *end = at + characters.size();
-        while (at < end) {
-            const std::size_t bytes = character_bytes(m_form, at, end);
-            for (std::size_t i = 0; bytes > 1 && rule == member::occurring && i < bytes; ++i)
-                m_single[byte(at[i])] = true;
-            if (bytes == 1) m_single[byte(*at)] = true;
-            if (bytes > 1) m_long.emplace_back(at, bytes);
-            m_ascii = m_ascii && byte(*at) < 0x80;
-            at += bytes;
-        }
-        std::sort(m_long.begin(), m_long.end());
-    }
-
-    // Whether the members are found without regard to where characters begin.
-    bool by_bytes() const { return m_form == encoding::single || (m_form == encoding::utf8 && m_ascii); }
-    bool holds(char single) const { return m_single[byte(single)]; }
-    bool holds(const char *at, std::size_t bytes) const {
-        if (bytes == 1) return holds(*at);
-        return std::binary_search(m_long.begin(), m_long.end(), std::string_view(at, bytes));
-    }
-
-    // The first member, or the first that is none; `end` without one.
-    template <bool Member>
-    const char *find(const char *at, const char *end) const {
-        if (by_bytes()) {
-            while (at < end && holds(*at) != Member)
-                ++at;
-            return at;
-        }
-        while (at < end) {
-            const std::size_t bytes = character_bytes(m_form, at, end);
-            if (holds(at, bytes) == Member) break;
-            at += bytes;
-        }
-        return at;
-    }
-    // The last member; null without one.
-    const char *find_last(const char *begin, const char *end) const {
-        if (by_bytes()) {
-            while (end > begin && !holds(end[-1]))
-                --end;
-            return end > begin ? end - 1 : nullptr;
-        }
-        const char *last = nullptr;
-        for (std::size_t bytes; begin < end; begin += bytes) {
-            bytes = character_bytes(m_form, begin, end);
-            if (holds(begin, bytes)) last = begin;
-        }
-        return last;
-    }
-
-private:
-    static std::size_t byte(char value) { return static_cast<unsigned char>(value); }
-
-    encoding m_form;
-    bool m_ascii = true;
-    std::array<bool, 256> m_single{};
-    std::vector<std::string_view> m_long;  // members of several bytes
-};
-
 character_set separator_set(const char *separators) {
     constexpr const char *blanks = " \t\v\b";
-    return {is_text(separators) ? separators : blanks, character_set::member::whole};
+    return {is_text(separators) ? separators : blanks, character_set::rule::whole};
 }
 
 }  // namespace
 
 xstring strWord(const char *text, int n, const char *separators) {
     if (!is_text(text) || n < 0) return xstring();
-    const character_set set = separator_set(separators);
-    const char *at = text, *end = text + std::strlen(text);
-    while (true) {
-        const char *stop = set.find<true>(at, end);
-        if (n == 0) return make_string(between(at, stop));
-        if (stop == end) return xstring();
-        at = set.find<false>(stop, end);
-        --n;
-    }
+    xstring word;
+    separator_set(separators).split(text, text + std::strlen(text), [&](const char *begin, const char *end) {
+        if (n == 0) word = make_string(between(begin, end));
+        return n-- > 0;
+    });
+    return word;
 }
 
 xstringsequence *strExplode(const char *text, const char *separators) {
     std::unique_ptr<xstringsequence> words(xstringsequence::create());
     if (!is_text(text)) return words.release();
     const character_set set = separator_set(separators);
-    const char *at = text, *end = text + std::strlen(text);
-    while (true) {
-        const char *stop = set.find<true>(at, end);
-        words->append(make_string(between(at, stop)));
-        if (stop == end) return words.release();
-        at = set.find<false>(stop, end);
-    }
+    const char *stop = text + std::strlen(text);
+    words->reserve(position_of(set.count_pieces(text, stop)));
+    set.split(text, stop, [&](const char *begin, const char *end) {
+        words->append(make_string(between(begin, end)));
+        return true;
+    });
+    return words.release();
 }
 
 int strChar(const char *text, const char *chars, strScanDir direction, int from, int to,
@@ -256,8 +200,8 @@ int strChar(const char *text, const char *chars, strScanDir direction, int from,
     const char *end = text + std::strlen(text);
     const char *first = place(form, text, end, low);
     const char *last = high == text_end ? end : place(form, first, end, high - low);
-    const character_set set(chars, character_set::member::occurring);
-    const char *found = backward ? set.find_last(first, last) : set.find<true>(first, last);
+    const character_set set(chars, character_set::rule::occurring);
+    const char *found = backward ? set.find_last(first, last) : set.find(first, last);
     if (!found || found == last) return strUnsetPos;
     return position_of(low + count_characters(form, first, found));
 }

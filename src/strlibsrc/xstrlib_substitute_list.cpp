@@ -47,12 +47,16 @@ public:
 
     xstring text() {
         seek(0);
+        std::vector<std::string_view> parts;
+        parts.reserve(m_behind.size());
         std::size_t bytes = 0;
-        for (const piece &part : m_behind)
-            bytes = add_sizes(bytes, part.bytes().size());
+        for (auto part = m_behind.rbegin(); part != m_behind.rend(); ++part) {
+            parts.push_back(part->bytes());
+            bytes = add_sizes(bytes, parts.back().size());
+        }
         string_writer writer(bytes);
-        for (auto part = m_behind.rbegin(); part != m_behind.rend(); ++part)
-            writer << part->bytes();
+        for (std::string_view part : parts)
+            writer << part;
         return std::move(writer).take();
     }
 

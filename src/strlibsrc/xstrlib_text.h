@@ -5,6 +5,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -58,6 +59,28 @@ inline std::size_t multiply_sizes(std::size_t a, std::size_t b) {
     return product;
 }
 
+// As memcpy, without its call for few bytes: two overlapping words take them.
+inline void copy_bytes(char *to, const char *from, std::size_t bytes) noexcept {
+    const auto copy_two = [&]<class Word>(Word) {
+        Word first, last;
+        std::memcpy(&first, from, sizeof first);
+        std::memcpy(&last, from + bytes - sizeof last, sizeof last);
+        std::memcpy(to, &first, sizeof first);
+        std::memcpy(to + bytes - sizeof last, &last, sizeof last);
+    };
+    if (bytes > 16) {
+        std::memcpy(to, from, bytes);
+    } else if (bytes >= 8) {
+        copy_two(std::uint64_t{});
+    } else if (bytes >= 4) {
+        copy_two(std::uint32_t{});
+    } else if (bytes > 0) {
+        to[0] = from[0];
+        to[bytes / 2] = from[bytes / 2];
+        to[bytes - 1] = from[bytes - 1];
+    }
+}
+
 // A string written from the left into a buffer of the right size.
 class string_writer {
 public:
@@ -68,7 +91,7 @@ public:
     }
 
     string_writer &operator<<(std::string_view bytes) noexcept {
-        std::memcpy(m_at, bytes.data(), bytes.size());
+        copy_bytes(m_at, bytes.data(), bytes.size());
         m_at += bytes.size();
         return *this;
     }

@@ -1,0 +1,152 @@
+// Sets of characters, to be found in texts.
+//
+// Where a byte of the set cannot lie inside a longer character (in a locale of single bytes, and in UTF-8
+// when the set is ASCII) characters do not matter: 64 bytes become 64 bits, one for each member, and what is
+// sought are bits. Otherwise the walk goes from character to character.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+#include <vector>
+
+#include "runtime/characters.h"
+
+namespace kel::detail {
+
+class byte_set {
+public:
+    static constexpr std::size_t block = 64;
+
+    void add(char value) noexcept {
+        if (holds(value)) return;
+        m_member[index(value)] = true;
+        if (m_count < m_few.size()) m_few[m_count] = ones * index(value);
+        ++m_count;
+    }
+    bool holds(char value) const noexcept { return m_member[index(value)]; }
+
+    // Bit i tells of byte i of a block.
+    std::uint64_t members(const char *bytes) const noexcept {
+        std::uint64_t result = 0;
+        if (m_count <= m_few.size()) {
+            for (std::size_t i = 0; i < block; i += 8)
+                result |= few_members(bytes + i) << i;
+        } else {
+            for (std::size_t i = 0; i < block; ++i)
+                result |= std::uint64_t{m_member[index(bytes[i])]} << i;
+        }
+        return result;
+    }
+    // The same of fewer bytes than a block.
+    std::uint64_t members(const char *bytes, std::size_t count) const noexcept {
+        char padded[block] = {};
+        std::memcpy(padded, bytes, count);
+        return members(padded) & ((std::uint64_t{1} << count) - 1);
+    }
+
+private:
+    static constexpr std::uint64_t ones = 0x0101010101010101;
+
+    static std::size_t index(char value) noexcept { return static_cast<unsigned char>(value); }
+
+    // Of eight bytes, as eight bits.
+    std::uint64_t few_members(const char *bytes) const noexcept {
+        constexpr std::uint64_t low = 0x7F * ones;
+        std::uint64_t word, other = ~std::uint64_t{0};
+        std::memcpy(&word, bytes, sizeof word);
+        if constexpr (std::endian::native == std::endian::big) word = __builtin_bswap64(word);
+        for (std::size_t i = 0; i < m_count; ++i) {
+            const std::uint64_t different = word ^ m_few[i];
+            other &=
+                ((different & low) + low) | different;  // the top bit stays where the byte is another one
+        }
+        // Top bits to the lowest places, gathered by a multiplication into the highest byte.
+        return ((~other & ~low) >> 7) * 0x0102040810204080 >> 56;
+    }
+
+    std::array<bool, 256> m_member{};
+    std::array<std::uint64_t, 4> m_few{};  // each of the first members, eight times
+    std::size_t m_count = 0;
+};
+
+class character_set {
+public:
+    enum class rule {
+        whole,     // a member is a character of the set
+        occurring  // a member is a character whose bytes occur in the set
+    };
+
+    character_set(std::string_view characters, rule members);
+
+    // Whether members are found without regard to where characters begin.
+    bool by_bytes() const noexcept { return m_by_bytes; }
+    bool holds(const char *at, std::size_t bytes) const noexcept {
+        if (bytes == 1) return m_single.holds(*at);
+        return std::binary_search(m_long.begin(), m_long.end(), std::string_view(at, bytes));
+    }
+
+    // The first member in [at, end), `end` without one; the first character that is none; the last member,
+    // null without one.
+    const char *find(const char *at, const char *end) const noexcept;
+    const char *pass(const char *at, const char *end) const noexcept;
+    const char *find_last(const char *begin, const char *end) const noexcept;
+
+    // Hands each piece between runs of members to `visit`, until that answers false. There is one piece more
+    // than runs; a run at an end of the text has an empty one beside it.
+    template <class Visit>
+    void split(const char *begin, const char *end, Visit visit) const {
+        if (by_bytes()) return split_bytes(begin, end, visit);
+        while (true) {
+            const char *stop = find(begin, end);
+            if (!visit(begin, stop) || stop == end) return;
+            begin = pass(stop, end);
+        }
+    }
+    // How many pieces those are; where a walk is needed, at least so many.
+    std::size_t count_pieces(const char *begin, const char *end) const noexcept;
+
+private:
+    // Blocks with a bit for each byte that is a member, and whether the byte before the block was one, until
+    // `visit` answers false.
+    template <class Visit>
+    void blocks(const char *begin, const char *end, Visit visit) const {
+        std::uint64_t before = 0;
+        for (; static_cast<std::size_t>(end - begin) >= byte_set::block; begin += byte_set::block) {
+            const std::uint64_t members = m_single.members(begin);
+            if (!visit(begin, members, before)) return;
+            before = members >> (byte_set::block - 1);
+        }
+        if (begin == end) return;
+        visit(begin, m_single.members(begin, static_cast<std::size_t>(end - begin)), before);
+    }
+
+    template <class Visit>
+    void split_bytes(const char *begin, const char *end, Visit visit) const {
+        bool in_run = false, more = true;
+        blocks(begin, end, [&](const char *at, std::uint64_t members, std::uint64_t before) {
+            // A piece ends, or the next one begins, where a byte is not what the one before it is.
+            for (std::uint64_t turns = members ^ (members << 1 | before); turns && more; turns &= turns - 1) {
+                const char *turn = at + std::countr_zero(turns);
+                if (turn == end) break;  // the bits behind a last block
+                if (in_run)
+                    begin = turn;
+                else
+                    more = visit(begin, turn);
+                in_run = !in_run;
+            }
+            return more;
+        });
+        if (more) visit(in_run ? end : begin, end);
+    }
+
+    encoding m_form;
+    bool m_by_bytes;
+    byte_set m_single;
+    std::vector<std::string_view> m_long;  // members of several bytes, sorted
+};
+
+}  // namespace kel::detail
