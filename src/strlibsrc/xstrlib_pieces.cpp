@@ -6,6 +6,7 @@
 #include <kelstdmt/strlib.h>
 
 #include <algorithm>
+#include <cctype>
 #include <memory>
 
 #include "strlibsrc/character_set.h"
@@ -20,9 +21,33 @@ int strLen(const char *text) {
     return position_of(Strlen(text));
 }
 
+namespace {
+
+// A text in lower case, on the stack when it is short.
+class lowered_text {
+public:
+    explicit lowered_text(const char *text) {
+        const std::size_t size = std::strlen(text) + 1;
+        char *out = m_near;
+        if (size > sizeof m_near) out = (m_far = std::make_unique_for_overwrite<char[]>(size)).get();
+        m_text = out;
+        std::transform(text, text + size, out, [](char byte) {
+            return static_cast<char>(std::tolower(static_cast<unsigned char>(byte)));
+        });
+    }
+    const char *text() const { return m_text; }
+
+private:
+    char m_near[200];
+    std::unique_ptr<char[]> m_far;
+    const char *m_text;
+};
+
+}  // namespace
+
 int strCmp(const char *a, const char *b, unsigned char ignorecase) {
     if (!ignorecase || !is_text(a) || !is_text(b)) return borrowed_text(a) - borrowed_text(b);
-    return std::strcoll(strLower(a).Str(), strLower(b).Str());
+    return std::strcoll(lowered_text(a).text(), lowered_text(b).text());
 }
 
 xstring strLower(const char *text) {

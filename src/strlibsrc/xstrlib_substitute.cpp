@@ -135,8 +135,8 @@ xstring strSubstituteAll(const char *text, const char *pattern, const char *repl
     if (!is_text(text)) return xstring();
     int start = 0, end = 0;
     // A literal match is an occurrence, so the replacing itself finds out.
-    if (!is_text(pattern) || (mode != strLit && !strMatch(text, pattern, start, end, mode, from, to)))
-        return xstring(text);
+    if (mode != strLit && !strMatch(text, pattern, start, end, mode, from, to)) return xstring(text);
+    if (!is_text(pattern)) return xstring(text);
     return replace_occurrences(places_of(text, from, to), pattern, any_view(replacement), default_limit);
 }
 

@@ -83,6 +83,17 @@ TEST(Substitute, NoMoreThanAMillionUnlessAsked) {
     EXPECT_EQ(shown(strSubstitute(many.c_str(), "x", "", 1'000'004)), "\"x\"");
 }
 
+TEST(Substitute, ResultsThatNoMemoryHoldsAreRefused) {
+    if (sizeof(std::size_t) > 4) GTEST_SKIP() << "there is memory for all that ints can ask for";
+    const std::string many(1'000'000, 'x'), by(5000, 'y');
+    EXPECT_THROW(strSubstitute(many.c_str(), "x", by.c_str(), 0), std::bad_alloc);
+    strSegments all;
+    for (int i = 0; i < 5000; ++i)
+        all.append(new strSegment(i, i));
+    EXPECT_THROW(strSubstitute(many.c_str(), &all, many.c_str()), std::bad_alloc);
+    all.delallsegs();
+}
+
 // The mode decides whether anything is replaced, and then the pattern is plain text.
 TEST(Substitute, ModesChooseWhatIsReplaced) {
     EXPECT_EQ(shown(strSubstituteAll("a.c abc", "a.c", "X", strRegExp)), "\"X abc\"");
