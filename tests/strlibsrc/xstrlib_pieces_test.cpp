@@ -122,6 +122,11 @@ TEST(Pieces, OrderKnowsNullAndCase) {
                 {"a", "B", 1, -1},
                 {"\xE9", "a", 1, 1},
                 {"_", "A", 1, -1}};
+    for (const std::size_t size : {199, 200, 5000}) {
+        const std::string low(size, 'x'), high(size, 'X');
+        EXPECT_EQ(strCmp(exact(low).get(), exact(high).get(), 1), 0) << size;
+        EXPECT_GT(strCmp(exact(low + "y").get(), exact(high + "X").get(), 1), 0) << size;
+    }
     for (const auto &row : rows) {
         EXPECT_EQ(strCmp(row.a, row.b), row.with_case) << shown(row.a) << shown(row.b);
         const int order = strCmp(row.a, row.b, 1);
