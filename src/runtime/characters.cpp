@@ -156,8 +156,8 @@ place walk(encoding form, const char *begin, const char *end, std::size_t limit)
 }  // namespace
 
 encoding locale_encoding() noexcept {
-    if (MB_CUR_MAX == 1) return encoding::single;
-    return system::locale_is_utf8() ? encoding::utf8 : encoding::other;
+    if (system::locale_is_utf8()) return encoding::utf8;
+    return MB_CUR_MAX == 1 ? encoding::single : encoding::other;
 }
 
 std::size_t multibyte_bytes(encoding form, const char *at, const char *end, bool *valid) noexcept {

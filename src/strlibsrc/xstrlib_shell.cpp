@@ -23,79 +23,105 @@ std::string_view between(const char *begin, const char *end) noexcept {
     return {begin, static_cast<std::size_t>(end - begin)};
 }
 
+bool is_ascii(char byte) noexcept {
+    return static_cast<unsigned char>(byte) < 0x80;
+}
 bool continues(char byte) noexcept {
     return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
 }
 
-// The pieces of a pattern from the left.
-class piece_reader {
-public:
-    explicit piece_reader(std::string_view pattern) noexcept : m_left(pattern) {}
-
-    std::string_view next() noexcept {
-        const std::size_t size = std::min(m_left.find(any_run), m_left.size());
-        const std::string_view piece = m_left.substr(0, size);
-        m_last = size == m_left.size();
-        m_left.remove_prefix(m_last ? size : size + 1);
-        return piece;
-    }
-    bool at_last() const noexcept { return m_last; }
-
-private:
-    std::string_view m_left;
-    bool m_last = false;
+// What lies between two stars.
+struct piece {
+    std::string_view text;
+    bool plain = true;  // without a ?
 };
 
-// A text, or the rest of one, that begins and ends between characters.
+// From `at` up to the next star or the end.
+piece read_piece(const char *at, const char *end) noexcept {
+    piece result;
+    const char *stop = at;
+    for (; stop < end && *stop != any_run; ++stop)
+        result.plain &= *stop != any_one;
+    result.text = between(at, stop);
+    return result;
+}
+
+// A text, or what is left of one, that begins and ends between characters.
 class subject {
 public:
     subject(encoding form, std::string_view text) noexcept
         : m_form(form), m_begin(text.data()), m_end(text.data() + text.size()) {}
 
-    const char *begin() const noexcept { return m_begin; }
-    const char *end() const noexcept { return m_end; }
+    bool empty() const noexcept { return m_begin == m_end; }
     void set_begin(const char *begin) noexcept { m_begin = begin; }
-    void set_end(const char *end) noexcept { m_end = end; }
 
-    // Where the piece ends that lies at `at`; null when another text does.
-    const char *match(const char *at, std::string_view piece) const noexcept;
+    // Takes from both, as long as they agree, up to a star or the end of the pattern, which it tells.
+    bool take_front(const char *&pattern, const char *end) noexcept;
+    // The same from the end of the pattern, which has a star, down to behind its last one.
+    bool take_back(const char *&end) noexcept;
     // The first place of the piece.
-    text_range find(std::string_view piece) const;
-    // The place of the piece at the end.
-    const char *match_end(std::string_view piece) const noexcept;
+    text_range find(const piece &wanted) const;
 
 private:
+    // Where the text ends that lies at `at`; null when another one does.
+    const char *match(const char *at, std::string_view wanted) const noexcept;
     bool between_characters(const char *at) const noexcept;
     // n characters back from `at`, which lies between characters; null when there are fewer.
     const char *back(const char *at, std::size_t n) const noexcept;
-    text_range find_plain(std::string_view piece) const;
-    text_range find_around(std::string_view piece) const;
+    text_range find_plain(std::string_view wanted) const;
+    text_range find_around(std::string_view wanted) const;
 
     encoding m_form;
     const char *m_begin;
     const char *m_end;
 };
 
-const char *subject::match(const char *at, std::string_view piece) const noexcept {
-    const char *wanted = piece.data();
-    const char *const wanted_end = wanted + piece.size();
-    while (wanted < wanted_end) {
-        if (at == m_end) return nullptr;
-        if (static_cast<unsigned char>(*wanted) < 0x80 && *wanted != any_one) {
-            if (*at++ != *wanted++) return nullptr;
+bool subject::take_front(const char *&pattern, const char *end) noexcept {
+    const char *at = m_begin;
+    for (; pattern < end && *pattern != any_run; ++pattern) {
+        if (at == m_end) return false;
+        if (is_ascii(*pattern) && *pattern != any_one) {
+            if (*at++ != *pattern) return false;
             continue;
         }
         const std::size_t bytes = character_bytes(m_form, at, m_end);
-        if (*wanted == any_one) {
-            ++wanted;
-        } else {
-            if (character_bytes(m_form, wanted, wanted_end) != bytes || std::memcmp(at, wanted, bytes) != 0)
-                return nullptr;
-            wanted += bytes;
+        if (*pattern != any_one) {
+            if (character_bytes(m_form, pattern, end) != bytes || std::memcmp(at, pattern, bytes) != 0)
+                return false;
+            pattern += bytes - 1;
         }
         at += bytes;
     }
-    return at;
+    m_begin = at;
+    return true;
+}
+
+const char *subject::match(const char *at, std::string_view wanted) const noexcept {
+    subject rest = *this;
+    rest.m_begin = at;
+    const char *pattern = wanted.data();
+    return rest.take_front(pattern, pattern + wanted.size()) ? rest.m_begin : nullptr;
+}
+
+bool subject::take_back(const char *&end) noexcept {
+    for (; end[-1] != any_run && is_ascii(end[-1]) && m_form != encoding::other; --end) {
+        if (empty()) return false;
+        if (end[-1] == any_one) {
+            m_end = back(m_end, 1);
+        } else if (*--m_end != end[-1]) {
+            return false;
+        }
+    }
+    if (end[-1] == any_run) return true;
+    // The characters of the pattern are not known from behind.
+    const char *last = end;
+    while (last[-1] != any_run)
+        --last;
+    const char *begin = back(m_end, count_characters(m_form, last, end));
+    if (!begin || !match(begin, between(last, end))) return false;
+    m_end = begin;
+    end = last;
+    return true;
 }
 
 bool subject::between_characters(const char *at) const noexcept {
@@ -123,10 +149,10 @@ const char *subject::back(const char *at, std::size_t n) const noexcept {
     return at;
 }
 
-text_range subject::find(std::string_view piece) const {
-    if (piece.empty()) return {m_begin, m_begin};
-    if (m_form == encoding::other) return find_by_bits(m_form, between(m_begin, m_end), piece);
-    return piece.find(any_one) == piece.npos ? find_plain(piece) : find_around(piece);
+text_range subject::find(const piece &wanted) const {
+    if (wanted.text.empty()) return {m_begin, m_begin};
+    if (m_form == encoding::other) return find_by_bits(m_form, between(m_begin, m_end), wanted.text);
+    return wanted.plain ? find_plain(wanted.text) : find_around(wanted.text);
 }
 
 // Pieces that are found at many wrong places are left to a search that does not mind: what one such place
@@ -182,49 +208,38 @@ text_range subject::find_around(std::string_view piece) const {
     return {};
 }
 
-const char *subject::match_end(std::string_view piece) const noexcept {
-    const char *begin = nullptr;
-    if (m_form != encoding::other && piece.find(any_one) == piece.npos) {
-        if (static_cast<std::size_t>(m_end - m_begin) < piece.size()) return nullptr;
-        begin = m_end - piece.size();
-        return std::memcmp(begin, piece.data(), piece.size()) == 0 && between_characters(begin) ? begin
-                                                                                                : nullptr;
-    }
-    begin = back(m_end, count_characters(m_form, piece.data(), piece.data() + piece.size()));
-    return begin && match(begin, piece) ? begin : nullptr;
-}
-
 }  // namespace
 
 bool shell_exact(encoding form, std::string_view text, std::string_view pattern) {
     subject left(form, text);
-    const std::size_t last_star = pattern.rfind(any_run);
-    if (last_star == pattern.npos) return left.match(left.begin(), pattern) == left.end();
-
-    piece_reader pieces(pattern.substr(0, last_star));
-    const char *at = left.match(left.begin(), pieces.next());
-    if (!at) return false;
-    left.set_begin(at);
-    const char *const end = left.match_end(pattern.substr(last_star + 1));
-    if (!end) return false;
-    left.set_end(end);
-    while (!pieces.at_last()) {
-        const text_range found = left.find(pieces.next());
+    const char *at = pattern.data(), *end = at + pattern.size();
+    if (!left.take_front(at, end)) return false;
+    if (at == end) return left.empty();
+    if (!left.take_back(end)) return false;
+    // Stars at both ends now, maybe the same one.
+    while (++at < end) {
+        const piece wanted = read_piece(at, end);
+        const text_range found = left.find(wanted);
         if (!found) return false;
         left.set_begin(found.end);
+        at += wanted.text.size();
     }
     return true;
 }
 
 text_range shell_search(encoding form, std::string_view text, std::string_view pattern) {
     subject left(form, text);
-    piece_reader pieces(pattern);
-    text_range result = left.find(pieces.next());
-    while (result && !pieces.at_last()) {
-        left.set_begin(result.end);
-        const text_range found = left.find(pieces.next());
+    const char *at = pattern.data(), *const end = at + pattern.size();
+    text_range result;
+    for (bool first = true; first || at < end; first = false) {
+        if (!first) ++at;
+        const piece wanted = read_piece(at, end);
+        const text_range found = left.find(wanted);
         if (!found) return {};
+        if (first) result.begin = found.begin;
         result.end = found.end;
+        left.set_begin(found.end);
+        at += wanted.text.size();
     }
     return result;
 }

@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 
 #include <kelstdmt/vumrt.h>
 
@@ -40,7 +39,9 @@ std::uint64_t random_bits() noexcept {
 }
 
 bool locale_is_utf8() noexcept {
-    return std::strcmp(::nl_langinfo(CODESET), "UTF-8") == 0;
+    // Asked for every operation on a text, so without another call.
+    const char *name = ::nl_langinfo(CODESET);
+    return name[0] == 'U' && name[1] == 'T' && name[2] == 'F' && name[3] == '-' && name[4] == '8' && !name[5];
 }
 
 void prefer_large_pages(void *block, std::size_t bytes) noexcept {
