@@ -21,6 +21,19 @@ inline constexpr std::size_t longest_character = 4;  // bytes; a longer one is i
 // Of the current locale, which may change between any two calls: ask once for an operation.
 encoding locale_encoding() noexcept;
 
+// The same, asked when it is needed first: many an answer about a short text does not depend on it.
+class lazy_encoding {
+public:
+    encoding get() noexcept {
+        if (!m_known) m_form = locale_encoding(), m_known = true;
+        return m_form;
+    }
+
+private:
+    encoding m_form = encoding::single;
+    bool m_known = false;
+};
+
 // Of the character at `at`, which lies before `end`; for a byte from 0x80 on and an encoding that is not
 // single. 1 for an invalid one; valid tells which.
 std::size_t multibyte_bytes(encoding form, const char *at, const char *end, bool *valid = nullptr) noexcept;

@@ -52,13 +52,13 @@ struct range {
         : from(given_from > 0 ? static_cast<std::size_t>(given_from) : 0),
           begin(text),
           end(text + std::strlen(text)) {
-        if (from > 0) begin = skip_characters(form, begin, end, from);
+        if (from > 0) begin = skip_characters(form.get(), begin, end, from);
         if (given_to == strUnsetPos) return;
         const std::size_t to = given_to > 0 ? static_cast<std::size_t>(given_to) : 0;
-        end = skip_characters(form, begin, end, to > from ? to - from : 0);
+        end = skip_characters(form.get(), begin, end, to > from ? to - from : 0);
     }
 
-    encoding form = locale_encoding();
+    lazy_encoding form;
     std::size_t from;  // characters before it, as the caller says
     const char *begin;
     const char *end;
@@ -104,7 +104,7 @@ program_holder compile(const char *pattern, const char *function) {
 class pattern_search {
 public:
     // The pattern, which has to stay, in the case of the texts.
-    pattern_search(encoding form, kind how, const char *pattern) : m_form(form), m_how(how) {
+    pattern_search(lazy_encoding form, kind how, const char *pattern) : m_form(form), m_how(how) {
         if (how == kind::expression)
             m_program = compile(pattern, "strMatchRegExp");
         else if (is_text(pattern))
@@ -126,7 +126,7 @@ public:
     }
 
 private:
-    encoding m_form;
+    lazy_encoding m_form;
     kind m_how;
     bool m_nothing = false;
     std::string_view m_pattern;
@@ -144,24 +144,26 @@ positions count(encoding form, std::size_t before, const char *begin, text_range
     return {start, start + count_characters(form, found.begin, found.end)};
 }
 
-// Calls action(form, characters before the range, begin, end, pattern) with text and pattern in the case that
-// the mode compares.
+// The result of action(begin, end, pattern) for the range and the pattern in upper case.
 template <class Action>
-auto in_case(const range &cut, const char *pattern, bool ignore_case, Action action) {
-    if (!ignore_case) return action(cut.begin, cut.end, pattern);
+auto in_upper_case(const range &cut, const char *pattern, Action action) {
     const upper_case text({cut.begin, static_cast<std::size_t>(cut.end - cut.begin)});
     if (!is_text(pattern)) return action(text.begin(), text.end(), pattern);
     const upper_case upper{std::string_view(pattern)};
     return action(text.begin(), text.end(), upper.begin());
 }
+template <class Action>
+auto in_case(const range &cut, const char *pattern, bool ignore_case, Action action) {
+    return ignore_case ? in_upper_case(cut, pattern, action) : action(cut.begin, cut.end, pattern);
+}
 
 bool find_first(const char *text, const char *pattern, match_mode mode, int from, int to, positions &result) {
     if (!is_text(text)) return false;
-    const range cut(text, from, to);
+    range cut(text, from, to);
     return in_case(cut, pattern, mode.ignore_case,
                    [&](const char *begin, const char *end, const char *wanted) {
                        const text_range found = pattern_search(cut.form, mode.how, wanted).find(begin, end);
-                       if (found) result = count(cut.form, cut.from, begin, found);
+                       if (found) result = count(cut.form.get(), cut.from, begin, found);
                        return static_cast<bool>(found);
                    });
 }
@@ -174,7 +176,7 @@ bool find_whole(const char *text, const char *pattern, kind how, int &start, int
     return true;
 }
 
-bool exact(encoding form, const char *begin, const char *end, const char *pattern, kind how) {
+bool exact(lazy_encoding form, const char *begin, const char *end, const char *pattern, kind how) {
     const auto size = static_cast<std::size_t>(end - begin);
     if (how == kind::expression) {
         const program_holder program = compile(pattern, "strExactMatchRegExp");
@@ -251,10 +253,11 @@ strSegment *strMatch(const char *text, const char *pattern, strMatchMode mode, s
 strSegments *strMatchAll(const char *text, const char *pattern, strMatchMode mode, int from, int to) {
     segments_holder result(new strSegments);
     if (is_text(text)) {
-        const range cut(text, from, to);
+        range cut(text, from, to);
         const match_mode how = mode_of(mode);
         in_case(cut, pattern, how.ignore_case, [&](const char *begin, const char *end, const char *wanted) {
-            find_all(cut.form, cut.from, begin, end, pattern_search(cut.form, how.how, wanted), *result);
+            find_all(cut.form.get(), cut.from, begin, end, pattern_search(cut.form, how.how, wanted),
+                     *result);
         });
     }
     return result.release();
@@ -267,10 +270,10 @@ bool strExactMatch(const char *text, const char *pattern, strMatchMode mode, int
     if (!is_text(text)) return false;
     const range cut(text, from, to);
     const match_mode how = mode_of(mode);
-    return in_case(cut, pattern, how.ignore_case,
-                   [&](const char *begin, const char *end, const char *wanted) {
-                       return exact(cut.form, begin, end, wanted, how.how);
-                   });
+    if (!how.ignore_case) return exact(cut.form, cut.begin, cut.end, pattern, how.how);
+    return in_upper_case(cut, pattern, [&](const char *begin, const char *end, const char *wanted) {
+        return exact(cut.form, begin, end, wanted, how.how);
+    });
 }
 bool strExactMatch(const char *text, const char *pattern, strMatchMode mode, strSegment *range) {
     return strExactMatch(text, pattern, mode, from_of(range), to_of(range));

@@ -3,7 +3,8 @@
 // the most room. So nothing is ever tried twice, and the same rule gives the leftmost and shortest match.
 //
 // In UTF-8 a piece is sought as bytes, and a place counts when both its ends are between characters; one look
-// at the bytes around tells that. In other encodings the text is walked.
+// at the bytes around tells that. In other encodings the text is walked;
+// but bytes that are not there are no characters in any of them.
 #include "strlibsrc/xstrlib_shell.h"
 
 #include <algorithm>
@@ -18,6 +19,7 @@ namespace {
 
 constexpr char any_run = '*';
 constexpr char any_one = '?';
+constexpr std::ptrdiff_t most_bytes = longest_character;
 
 std::string_view between(const char *begin, const char *end) noexcept {
     return {begin, static_cast<std::size_t>(end - begin)};
@@ -49,7 +51,7 @@ piece read_piece(const char *at, const char *end) noexcept {
 // A text, or what is left of one, that begins and ends between characters.
 class subject {
 public:
-    subject(encoding form, std::string_view text) noexcept
+    subject(lazy_encoding form, std::string_view text) noexcept
         : m_form(form), m_begin(text.data()), m_end(text.data() + text.size()) {}
 
     bool empty() const noexcept { return m_begin == m_end; }
@@ -60,18 +62,21 @@ public:
     // The same from the end of the pattern, which has a star, down to behind its last one.
     bool take_back(const char *&end) noexcept;
     // The first place of the piece.
-    text_range find(const piece &wanted) const;
+    text_range find(const piece &wanted);
 
 private:
     // Where the text ends that lies at `at`; null when another one does.
-    const char *match(const char *at, std::string_view wanted) const noexcept;
-    bool between_characters(const char *at) const noexcept;
+    const char *match(const char *at, std::string_view wanted) noexcept;
+    bool between_characters(const char *at) noexcept;
     // n characters back from `at`, which lies between characters; null when there are fewer.
-    const char *back(const char *at, std::size_t n) const noexcept;
-    text_range find_plain(std::string_view wanted) const;
-    text_range find_around(std::string_view wanted) const;
+    const char *back(const char *at, std::size_t n) noexcept;
+    text_range find_plain(std::string_view wanted);
+    text_range find_around(std::string_view wanted);
+    text_range find_steadily(std::string_view wanted) {
+        return find_by_bits(m_form.get(), between(m_begin, m_end), wanted);
+    }
 
-    encoding m_form;
+    lazy_encoding m_form;
     const char *m_begin;
     const char *m_end;
 };
@@ -84,9 +89,9 @@ bool subject::take_front(const char *&pattern, const char *end) noexcept {
             if (*at++ != *pattern) return false;
             continue;
         }
-        const std::size_t bytes = character_bytes(m_form, at, m_end);
+        const std::size_t bytes = is_ascii(*at) ? 1 : character_bytes(m_form.get(), at, m_end);
         if (*pattern != any_one) {
-            if (character_bytes(m_form, pattern, end) != bytes || std::memcmp(at, pattern, bytes) != 0)
+            if (character_bytes(m_form.get(), pattern, end) != bytes || std::memcmp(at, pattern, bytes) != 0)
                 return false;
             pattern += bytes - 1;
         }
@@ -96,7 +101,7 @@ bool subject::take_front(const char *&pattern, const char *end) noexcept {
     return true;
 }
 
-const char *subject::match(const char *at, std::string_view wanted) const noexcept {
+const char *subject::match(const char *at, std::string_view wanted) noexcept {
     subject rest = *this;
     rest.m_begin = at;
     const char *pattern = wanted.data();
@@ -104,54 +109,61 @@ const char *subject::match(const char *at, std::string_view wanted) const noexce
 }
 
 bool subject::take_back(const char *&end) noexcept {
-    for (; end[-1] != any_run && is_ascii(end[-1]) && m_form != encoding::other; --end) {
+    const char *const text_end = m_end, *const pattern_end = end;
+    for (; end[-1] != any_run && is_ascii(end[-1]); --end) {
         if (empty()) return false;
-        if (end[-1] == any_one) {
+        if (end[-1] != any_one) {
+            if (*--m_end != end[-1]) return false;
+        } else {
+            if (m_form.get() == encoding::other) break;
             m_end = back(m_end, 1);
-        } else if (*--m_end != end[-1]) {
-            return false;
         }
     }
-    if (end[-1] == any_run) return true;
-    // The characters of the pattern are not known from behind.
-    const char *last = end;
-    while (last[-1] != any_run)
-        --last;
-    const char *begin = back(m_end, count_characters(m_form, last, end));
-    if (!begin || !match(begin, between(last, end))) return false;
+    if (end[-1] == any_run && (end == pattern_end || m_form.get() != encoding::other)) return true;
+    // The characters of the pattern, or those of the text, are not known from behind.
+    m_end = text_end;
+    while (end[-1] != any_run)
+        --end;
+    const char *const begin = back(m_end, count_characters(m_form.get(), end, pattern_end));
+    if (!begin || !match(begin, between(end, pattern_end))) return false;
     m_end = begin;
-    end = last;
     return true;
 }
 
-bool subject::between_characters(const char *at) const noexcept {
-    if (m_form != encoding::utf8 || at == m_end || !continues(*at)) return true;
+bool subject::between_characters(const char *at) noexcept {
+    if (at == m_end || !continues(*at) || m_form.get() != encoding::utf8) return true;
     // Only a byte that continues nothing begins a character, and the nearest one decides.
-    for (std::size_t bytes = 1; bytes < longest_character && bytes <= std::size_t(at - m_begin); ++bytes)
-        if (!continues(at[-static_cast<std::ptrdiff_t>(bytes)]))
-            return character_bytes(m_form, at - bytes, m_end) <= bytes;
+    for (const char *lead = at - 1; lead >= m_begin && at - lead < most_bytes; --lead)
+        if (!continues(*lead)) return lead + character_bytes(encoding::utf8, lead, m_end) <= at;
     return true;
 }
 
-const char *subject::back(const char *at, std::size_t n) const noexcept {
-    if (m_form == encoding::single) return static_cast<std::size_t>(at - m_begin) >= n ? at - n : nullptr;
-    if (m_form == encoding::other) {
-        const std::size_t count = count_characters(m_form, m_begin, at);
-        return count >= n ? skip_characters(m_form, m_begin, at, count - n) : nullptr;
+const char *subject::back(const char *at, std::size_t n) noexcept {
+    const encoding form = m_form.get();
+    if (form == encoding::single) return static_cast<std::size_t>(at - m_begin) >= n ? at - n : nullptr;
+    if (form == encoding::other) {
+        const std::size_t count = count_characters(form, m_begin, at);
+        return count >= n ? skip_characters(form, m_begin, at, count - n) : nullptr;
     }
     for (; n > 0; --n) {
         if (at == m_begin) return nullptr;
         const char *lead = at - 1;
-        while (lead > m_begin && at - lead < std::ptrdiff_t(longest_character) && continues(*lead))
+        while (lead > m_begin && at - lead < most_bytes && continues(*lead))
             --lead;
-        at = character_bytes(m_form, lead, at) == static_cast<std::size_t>(at - lead) ? lead : at - 1;
+        at = lead + character_bytes(form, lead, at) == at ? lead : at - 1;
     }
     return at;
 }
 
-text_range subject::find(const piece &wanted) const {
+text_range subject::find(const piece &wanted) {
     if (wanted.text.empty()) return {m_begin, m_begin};
-    if (m_form == encoding::other) return find_by_bits(m_form, between(m_begin, m_end), wanted.text);
+    if (wanted.text.size() == 1 && wanted.plain && is_ascii(wanted.text[0])) {
+        const void *found = std::memchr(m_begin, wanted.text[0], static_cast<std::size_t>(m_end - m_begin));
+        if (!found) return {};
+        // In UTF-8 such a byte is never part of another character.
+        const char *at = static_cast<const char *>(found);
+        if (m_form.get() != encoding::other) return {at, at + 1};
+    }
     return wanted.plain ? find_plain(wanted.text) : find_around(wanted.text);
 }
 
@@ -174,43 +186,46 @@ private:
     std::size_t m_allowed;
 };
 
-text_range subject::find_plain(std::string_view piece) const {
-    patience limit(piece, m_begin);
-    for (const char *at = m_begin; (at = find_bytes(at, m_end, piece)); ++at) {
-        if (between_characters(at) && between_characters(at + piece.size())) return {at, at + piece.size()};
-        if (limit.ends_at(at)) return find_by_bits(m_form, between(m_begin, m_end), piece);
+text_range subject::find_plain(std::string_view wanted) {
+    const char *at = find_bytes(m_begin, m_end, wanted);
+    if (!at) return {};
+    if (m_form.get() == encoding::other) return find_steadily(wanted);
+    for (patience limit(wanted, m_begin); at; at = find_bytes(at + 1, m_end, wanted)) {
+        if (between_characters(at) && between_characters(at + wanted.size())) return {at, at + wanted.size()};
+        if (limit.ends_at(at)) return find_steadily(wanted);
     }
     return {};
 }
 
 // By the longest run of the piece without a ?.
-text_range subject::find_around(std::string_view piece) const {
-    std::string_view longest = piece.substr(0, 0);
-    for (std::size_t at = 0; at < piece.size(); ++at) {
-        const std::size_t size = std::min(piece.find(any_one, at), piece.size()) - at;
-        if (size > longest.size()) longest = piece.substr(at, size);
+text_range subject::find_around(std::string_view wanted) {
+    std::string_view longest = wanted.substr(0, 0);
+    for (std::size_t at = 0; at < wanted.size(); ++at) {
+        const std::size_t size = std::min(wanted.find(any_one, at), wanted.size()) - at;
+        if (size > longest.size()) longest = wanted.substr(at, size);
         at += size;
     }
     if (longest.empty()) {
-        const char *end = match(m_begin, piece);
+        const char *end = match(m_begin, wanted);
         return end ? text_range{m_begin, end} : text_range{};
     }
-    const std::size_t before = count_characters(m_form, piece.data(), longest.data());
-    patience limit(piece, m_begin);
-    const char *at = skip_characters(m_form, m_begin, m_end, before);
-    for (; (at = find_bytes(at, m_end, longest)); ++at) {
+    const encoding form = m_form.get();
+    if (form == encoding::other) return find_steadily(wanted);
+    const std::size_t before = count_characters(form, wanted.data(), longest.data());
+    const char *at = skip_characters(form, m_begin, m_end, before);
+    for (patience limit(wanted, m_begin); (at = find_bytes(at, m_end, longest)); ++at) {
         if (between_characters(at)) {
             const char *begin = back(at, before);
-            if (const char *end = begin ? match(begin, piece) : nullptr) return {begin, end};
+            if (const char *end = begin ? match(begin, wanted) : nullptr) return {begin, end};
         }
-        if (limit.ends_at(at)) return find_by_bits(m_form, between(m_begin, m_end), piece);
+        if (limit.ends_at(at)) return find_steadily(wanted);
     }
     return {};
 }
 
 }  // namespace
 
-bool shell_exact(encoding form, std::string_view text, std::string_view pattern) {
+bool shell_exact(lazy_encoding form, std::string_view text, std::string_view pattern) {
     subject left(form, text);
     const char *at = pattern.data(), *end = at + pattern.size();
     if (!left.take_front(at, end)) return false;
@@ -227,7 +242,7 @@ bool shell_exact(encoding form, std::string_view text, std::string_view pattern)
     return true;
 }
 
-text_range shell_search(encoding form, std::string_view text, std::string_view pattern) {
+text_range shell_search(lazy_encoding form, std::string_view text, std::string_view pattern) {
     subject left(form, text);
     const char *at = pattern.data(), *const end = at + pattern.size();
     text_range result;

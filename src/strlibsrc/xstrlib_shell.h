@@ -10,7 +10,7 @@
 namespace kel::detail {
 
 // Whether the whole text matches.
-bool shell_exact(encoding form, std::string_view text, std::string_view pattern);
+bool shell_exact(lazy_encoding form, std::string_view text, std::string_view pattern);
 
 // Of the places that match the leftmost, and of those there the shortest. Null pointers for none.
 struct text_range {
@@ -18,6 +18,6 @@ struct text_range {
     const char *end = nullptr;
     explicit operator bool() const noexcept { return begin; }
 };
-text_range shell_search(encoding form, std::string_view text, std::string_view pattern);
+text_range shell_search(lazy_encoding form, std::string_view text, std::string_view pattern);
 
 }  // namespace kel::detail
