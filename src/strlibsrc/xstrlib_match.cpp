@@ -5,6 +5,7 @@
 #include <kelstdmt/strlib.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
@@ -70,9 +71,17 @@ public:
     explicit upper_case(std::string_view text) : m_size(text.size()) {
         if (m_size >= sizeof m_short) m_long = std::make_unique_for_overwrite<char[]>(m_size + 1);
         char *out = m_long ? m_long.get() : m_short;
-        std::transform(text.begin(), text.end(), out, [](char byte) {
-            return static_cast<char>(std::toupper(static_cast<unsigned char>(byte)));
-        });
+        if (m_long) {
+            // The answers of the locale, asked once.
+            std::array<char, 256> table;
+            for (unsigned byte = 0; byte < table.size(); ++byte)
+                table[byte] = upper(byte);
+            std::transform(text.begin(), text.end(), out,
+                           [&table](char byte) { return table[static_cast<unsigned char>(byte)]; });
+        } else {
+            std::transform(text.begin(), text.end(), out,
+                           [](char byte) { return upper(static_cast<unsigned char>(byte)); });
+        }
         out[m_size] = 0;
     }
 
@@ -80,6 +89,8 @@ public:
     const char *end() const noexcept { return begin() + m_size; }
 
 private:
+    static char upper(unsigned byte) { return static_cast<char>(std::toupper(static_cast<int>(byte))); }
+
     std::size_t m_size;
     std::unique_ptr<char[]> m_long;
     char m_short[256];
@@ -124,6 +135,9 @@ public:
         const char *found = find_bytes(begin, end, m_pattern);
         return {found, found ? found + m_pattern.size() : nullptr};
     }
+
+    // Whether matches begin and end between characters.
+    bool whole_characters() const noexcept { return m_how != kind::literal; }
 
 private:
     lazy_encoding m_form;
@@ -203,24 +217,25 @@ struct delete_segments {
 };
 using segments_holder = std::unique_ptr<strSegments, delete_segments>;
 
-// From one character behind `found` on; null when it ends where the text does.
-const char *behind(encoding form, const char *begin, const char *end, text_range found) noexcept {
-    // A literal text may have been found in the middle of a character: then only counting tells.
-    const positions at = count(form, 0, begin, found);
-    const char *next = skip_characters(form, begin, end, at.end);
-    return next == end ? nullptr : next + character_bytes(form, next, end);
+// Whether the place lies between characters, as far as its bytes tell.
+bool between_characters(encoding form, const char *at, const char *end) noexcept {
+    if (form == encoding::utf8) return at == end || (static_cast<unsigned char>(*at) & 0xC0) != 0x80;
+    return form == encoding::single;
 }
 
 void find_all(encoding form, std::size_t before, const char *begin, const char *end, pattern_search search,
               strSegments &result) {
-    while (begin) {
-        const text_range found = search.find(begin, end);
-        if (!found) return;
+    while (const text_range found = search.find(begin, end)) {
         const positions at = count(form, before, begin, found);
         auto segment = std::make_unique<strSegment>(position_of(at.start), position_of(at.end));
         result.append(segment.get());
         segment.release();
-        begin = behind(form, begin, end, found);
+        // A literal text may have been found in the middle of a character: then only counting tells.
+        const bool whole = search.whole_characters() || (between_characters(form, found.begin, end) &&
+                                                         between_characters(form, found.end, end));
+        begin = whole ? found.end : skip_characters(form, begin, end, at.end - before);
+        if (begin == end) return;
+        begin += character_bytes(form, begin, end);
         before = at.end + 1;
     }
 }
@@ -256,8 +271,8 @@ strSegments *strMatchAll(const char *text, const char *pattern, strMatchMode mod
         range cut(text, from, to);
         const match_mode how = mode_of(mode);
         in_case(cut, pattern, how.ignore_case, [&](const char *begin, const char *end, const char *wanted) {
-            find_all(cut.form.get(), cut.from, begin, end, pattern_search(cut.form, how.how, wanted),
-                     *result);
+            const encoding form = cut.form.get();  // once, for all searches
+            find_all(form, cut.from, begin, end, pattern_search(cut.form, how.how, wanted), *result);
         });
     }
     return result.release();
