@@ -9,7 +9,6 @@
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 #include <memory>
 #include <string_view>
 
@@ -17,6 +16,7 @@
 #include "strlibsrc/find_bytes.h"
 #include "strlibsrc/regexp_search.h"
 #include "strlibsrc/xstrlib_shell.h"
+#include "strlibsrc/xstrlib_text.h"
 
 using kel::is_text;
 using namespace kel::detail;
@@ -36,27 +36,15 @@ match_mode mode_of(strMatchMode mode) noexcept {
     return {known ? static_cast<kind>(mode / 2) : kind::literal, known && mode % 2 != 0};
 }
 
-int from_of(strSegment *range) {
-    return range ? range->getFrom() : strUnsetPos;
-}
-int to_of(strSegment *range) {
-    return range ? range->getTo() : strUnsetPos;
-}
-
-int position_of(std::size_t characters) noexcept {
-    return static_cast<int>(std::min<std::size_t>(characters, std::numeric_limits<int>::max()));
-}
-
 // The part of a text that a match is about. It ends with the text or before it.
 struct range {
     range(const char *text, int given_from, int given_to) noexcept
-        : from(given_from > 0 ? static_cast<std::size_t>(given_from) : 0),
-          begin(text),
-          end(text + std::strlen(text)) {
-        if (from > 0) begin = skip_characters(form.get(), begin, end, from);
-        if (given_to == strUnsetPos) return;
-        const std::size_t to = given_to > 0 ? static_cast<std::size_t>(given_to) : 0;
-        end = skip_characters(form.get(), begin, end, to > from ? to - from : 0);
+        : from(position(given_from, 0)), begin(text) {
+        const std::size_t to = position(given_to, text_end);
+        // A range near the beginning of a long text does not look for the end of that.
+        end = text + strnlen(text, std::min(to, text_end / longest_character) * longest_character);
+        if (from > 0) begin = place(form.get(), begin, end, from);
+        if (to != text_end) end = place(form.get(), begin, end, to > from ? to - from : 0);
     }
 
     lazy_encoding form;
@@ -130,8 +118,7 @@ public:
             return {m_program->groupStart[0], m_program->groupEnd[0]};
         }
         if (m_nothing) return {};
-        const std::string_view text(begin, static_cast<std::size_t>(end - begin));
-        if (m_how == kind::shell) return shell_search(m_form, text, m_pattern);
+        if (m_how == kind::shell) return shell_search(m_form, between(begin, end), m_pattern);
         const char *found = find_bytes(begin, end, m_pattern);
         return {found, found ? found + m_pattern.size() : nullptr};
     }
@@ -161,7 +148,7 @@ positions count(encoding form, std::size_t before, const char *begin, text_range
 // The result of action(begin, end, pattern) for the range and the pattern in upper case.
 template <class Action>
 auto in_upper_case(const range &cut, const char *pattern, Action action) {
-    const upper_case text({cut.begin, static_cast<std::size_t>(cut.end - cut.begin)});
+    const upper_case text(between(cut.begin, cut.end));
     if (!is_text(pattern)) return action(text.begin(), text.end(), pattern);
     const upper_case upper{std::string_view(pattern)};
     return action(text.begin(), text.end(), upper.begin());
@@ -191,7 +178,6 @@ bool find_whole(const char *text, const char *pattern, kind how, int &start, int
 }
 
 bool exact(lazy_encoding form, const char *begin, const char *end, const char *pattern, kind how) {
-    const auto size = static_cast<std::size_t>(end - begin);
     if (how == kind::expression) {
         const program_holder program = compile(pattern, "strExactMatchRegExp");
         return program && regexp_search(*program, begin, end) && program->groupStart[0] == begin &&
@@ -199,8 +185,8 @@ bool exact(lazy_encoding form, const char *begin, const char *end, const char *p
     }
     if (!is_text(pattern)) return false;
     // Equal bytes are equal characters.
-    if (how == kind::literal) return std::string_view(begin, size) == pattern;
-    return shell_exact(form, {begin, size}, pattern);
+    if (how == kind::literal) return between(begin, end) == pattern;
+    return shell_exact(form, between(begin, end), pattern);
 }
 
 bool exact_whole(const char *text, const char *pattern, kind how) {

@@ -4,16 +4,16 @@
 
 #include <algorithm>
 #include <clocale>
-#include <cstdlib>
 #include <cstring>
 #include <cwchar>
-#include <filesystem>
 #include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
 #include <kelstdmt/xstring.h>
+
+#include "other_locale.h"
 
 namespace {
 
@@ -96,18 +96,8 @@ TEST_F(characters, LongTexts) {
 }
 
 TEST_F(characters, AnEncodingThatOnlyTheLibraryKnows) {
-    const auto folder =
-        std::filesystem::path(testing::TempDir()) / ("characters_" + std::to_string(std::random_device()()));
-    std::filesystem::create_directories(folder);
-    // Warnings of localedef do not matter; whether the locale can be set does.
-    const std::string command =
-        "localedef -c -i ja_JP -f EUC-JP '" + (folder / "ja_JP.EUC-JP").string() + "' >/dev/null 2>&1";
-    const bool made = std::system(command.c_str()) >= 0;
-    setenv("LOCPATH", folder.c_str(), 1);
-    const bool set = made && std::setlocale(LC_ALL, "ja_JP.EUC-JP");
-    unsetenv("LOCPATH");
-    std::filesystem::remove_all(folder);
-    if (!set) GTEST_SKIP() << "no localedef, or it cannot make this locale";
+    const other_locale locale(testing::TempDir());
+    if (!locale) GTEST_SKIP() << "no localedef, or it cannot make this locale";
     EXPECT_EQ(Strlen("a\xA4\xA2\x8F\xB0\xA1\xFFz"), 5U)
         << "characters of two and three bytes, and a stray one";
     std::mt19937 random(2026);

@@ -18,6 +18,8 @@
 
 #include <kelstdmt/strlib.h>
 
+#include "other_locale.h"
+
 namespace {
 
 using chars = std::vector<std::string>;
@@ -180,14 +182,8 @@ void expect_as_defined(const given &it) {
         << whole;
 }
 
-class matching : public testing::TestWithParam<const char *> {
-protected:
-    void SetUp() override {
-        ASSERT_TRUE(std::setlocale(LC_ALL, GetParam()));
-        setErrReport(true);
-    }
-    void TearDown() override { std::setlocale(LC_ALL, "C"); }
-
+class source {
+public:
     std::string pick(const std::vector<std::string> &from, std::size_t most) {
         std::string text;
         for (std::size_t n = m_random() % (most + 1); n > 0; --n)
@@ -195,8 +191,29 @@ protected:
         return text;
     }
     int position() { return m_random() % 2 ? strUnsetPos : static_cast<int>(m_random() % 12) - 1; }
+    given next(int round, std::vector<std::string> letters) {
+        static const std::vector<std::string> expressions = {
+            "a",    "",  "^",    "$",    "^a",   "b$", "a*", "b+", "^b*$", "(a|ab)(b|\xC3\xA9)*",
+            "[^b]", ".", "a.b?", "a|ab", "\xE9?"};
+        const std::string text = pick(letters, 12);
+        const int mode = round / 2 % 6;
+        if (mode / 2 == 1) letters.insert(letters.end(), {"*", "?", "*"});
+        const std::string pattern = mode < strRegExp ? pick(letters, round % 3 ? 3 : 7)
+                                                     : expressions[m_random() % expressions.size()];
+        return {text, pattern, mode, position(), position()};
+    }
 
+protected:
     std::mt19937 m_random{2026};
+};
+
+class matching : public source, public testing::TestWithParam<const char *> {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(std::setlocale(LC_ALL, GetParam()));
+        setErrReport(true);
+    }
+    void TearDown() override { std::setlocale(LC_ALL, "C"); }
 };
 INSTANTIATE_TEST_SUITE_P(Locales, matching, testing::Values("C", "C.UTF-8"));
 
@@ -204,18 +221,19 @@ TEST_P(matching, IsAsDefined) {
     const std::vector<std::string> letters[] = {
         {"a", "b", "A"},
         {"a", "B", "\xC3\xA9", "\xC3", "\xA9", "\xE2\x82\xAC", "\xE2\x82", "\xAC", "\xFF", "*", "?"}};
-    const std::vector<std::string> expressions = {"a",    "",   "^",    "$",    "^a",
-                                                  "b$",   "a*", "b+",   "^b*$", "(a|ab)(b|\xC3\xA9)*",
-                                                  "[^b]", ".",  "a.b?", "a|ab", "\xE9?"};
-    for (int round = 0; round < 15000 && !HasFailure(); ++round) {
-        auto alphabet = letters[round % 2];
-        const std::string text = pick(alphabet, 12);
-        const int mode = round / 2 % 6;
-        if (mode / 2 == 1) alphabet.insert(alphabet.end(), {"*", "?", "*"});
-        const std::string pattern = mode < strRegExp ? pick(alphabet, round % 3 ? 3 : 7)
-                                                     : expressions[m_random() % expressions.size()];
-        expect_as_defined({text, pattern, mode, position(), position()});
-    }
+    for (int round = 0; round < 15000 && !HasFailure(); ++round)
+        expect_as_defined(next(round, letters[round % 2]));
+}
+
+// Here every search goes character by character, and bytes tell nothing about what is around them.
+TEST(matching_elsewhere, IsAsDefined) {
+    const other_locale locale(testing::TempDir());
+    if (!locale) GTEST_SKIP() << "no localedef, or it cannot make this locale";
+    setErrReport(true);
+    source texts;
+    for (int round = 0; round < 6000 && !testing::Test::HasFailure(); ++round)
+        expect_as_defined(texts.next(
+            round, {"a", "b", "\xA4\xA2", "\xA2\xA4", "\xA4", "\x8F\xB0\xA1", "\x8F", "\xFF", "?"}));
 }
 
 // Pieces around the words that the search takes at once.
