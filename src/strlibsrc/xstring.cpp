@@ -16,6 +16,8 @@
 
 #include <kelstdmt/vumtext.h>
 
+#include "strlibsrc/xstring_case.h"
+
 using kel::is_text;
 
 namespace {
@@ -100,9 +102,7 @@ xstring each_byte(const char *text, int (*change)(int)) {
     if (!is_text(text)) return xstring();
     std::size_t count = std::strlen(text);
     char *result = create(count, count);
-    std::transform(text, text + count, result, [change](char byte) {
-        return static_cast<char>(static_cast<unsigned char>(change(static_cast<unsigned char>(byte))));
-    });
+    kel::detail::change_case({text, count}, result, change);
     return xstring::Adopt(result);
 }
 

@@ -5,7 +5,6 @@
 #include <kelstdmt/strlib.h>
 
 #include <algorithm>
-#include <array>
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
@@ -15,6 +14,7 @@
 #include "runtime/characters.h"
 #include "strlibsrc/find_bytes.h"
 #include "strlibsrc/regexp_search.h"
+#include "strlibsrc/xstring_case.h"
 #include "strlibsrc/xstrlib_shell.h"
 #include "strlibsrc/xstrlib_text.h"
 
@@ -59,17 +59,7 @@ public:
     explicit upper_case(std::string_view text) : m_size(text.size()) {
         if (m_size >= sizeof m_short) m_long = std::make_unique_for_overwrite<char[]>(m_size + 1);
         char *out = m_long ? m_long.get() : m_short;
-        if (m_long) {
-            // The answers of the locale, asked once.
-            std::array<char, 256> table;
-            for (unsigned byte = 0; byte < table.size(); ++byte)
-                table[byte] = upper(byte);
-            std::transform(text.begin(), text.end(), out,
-                           [&table](char byte) { return table[static_cast<unsigned char>(byte)]; });
-        } else {
-            std::transform(text.begin(), text.end(), out,
-                           [](char byte) { return upper(static_cast<unsigned char>(byte)); });
-        }
+        change_case(text, out, [](int byte) { return std::toupper(byte); });
         out[m_size] = 0;
     }
 
@@ -77,8 +67,6 @@ public:
     const char *end() const noexcept { return begin() + m_size; }
 
 private:
-    static char upper(unsigned byte) { return static_cast<char>(std::toupper(static_cast<int>(byte))); }
-
     std::size_t m_size;
     std::unique_ptr<char[]> m_long;
     char m_short[256];

@@ -231,9 +231,20 @@ TEST(matching_elsewhere, IsAsDefined) {
     if (!locale) GTEST_SKIP() << "no localedef, or it cannot make this locale";
     setErrReport(true);
     source texts;
+    const std::vector<std::string> letters = {"a",    "b",   "\xA4\xA2", "\xA2\xA4", "\xA4", "\x8F\xB0\xA1",
+                                              "\x8F", "\xFF"};
     for (int round = 0; round < 6000 && !testing::Test::HasFailure(); ++round)
-        expect_as_defined(texts.next(
-            round, {"a", "b", "\xA4\xA2", "\xA2\xA4", "\xA4", "\x8F\xB0\xA1", "\x8F", "\xFF", "?"}));
+        expect_as_defined(texts.next(round, letters));
+    // Pieces of more characters than a word has bits, of few letters and of many.
+    for (int round = 0; round < 400 && !testing::Test::HasFailure(); ++round) {
+        std::string text = texts.pick({letters.begin(), letters.begin() + (round % 2 ? 1 : 6)}, 300);
+        if (text.size() > 1) text.replace(text.size() / 3, 1, "xyz");
+        const chars parts = split(text);
+        const std::size_t from = parts.size() / (1 + static_cast<std::size_t>(round) % 5);
+        std::string piece = join(parts, from, from + static_cast<std::size_t>(round) % 150);
+        if (!piece.empty()) piece[piece.size() / 2] = '?';
+        expect_as_defined({text, piece, strShell, strUnsetPos, strUnsetPos});
+    }
 }
 
 // Pieces around the words that the search takes at once.
@@ -278,6 +289,8 @@ TEST_P(matching, CannotBeMadeToHang) {
     EXPECT_FALSE(strMatch(many.c_str(), (half + "b" + half).c_str(), start, end, strLit));
     EXPECT_TRUE(strMatch((many + "xb").c_str(), (half + "?b").c_str(), start, end, strShell));
     EXPECT_EQ((span{start, end}), (span{50000, 100002}));
+    EXPECT_TRUE(strMatch((many + "xB\xC3\xA9").c_str(), "Xb\xC3\xA9", start, end, strLitIC));
+    EXPECT_EQ((span{start, end}), (span{100000, MB_CUR_MAX == 1 ? 100004 : 100003}));
     std::string cut, bytes;
     for (int i = 0; i < 30000; ++i)
         cut += "\xA9\xC3", bytes += "\xC3\xA9\xC3\xA9";
