@@ -1,129 +1,64 @@
 // The container templates against the standard ones, driven at random; how arrays grow; and that every
 // element is constructed and destroyed once.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <deque>
 #include <map>
 #include <memory>
-#include <optional>
+#include <numeric>
 #include <random>
 #include <set>
-#include <stdexcept>
-#include <string>
-#include <unordered_set>
-#include <vector>
 
 #include <kelstdmt/containers.h>
-#include <kelstdmt/xstring.h>
+
+#include "services/living.h"
+#include "services/observing.h"
 
 namespace {
 
-// Collects the internal errors of its scope.
-class reports {
-public:
-    reports() {
-        seen().clear();
-        m_before = btkSetAbortHandler([](const char *message, const char *source, int) {
-            seen() += std::string(message) + "|" + source + "\n";
-        });
-    }
-    ~reports() { btkSetAbortHandler(m_before); }
-    std::string take() { return std::exchange(seen(), std::string()); }
+using tracked = Living<false>;
 
-private:
-    static std::string &seen() {
-        static std::string text;
-        return text;
-    }
-    btkAbortHandler m_before;
-};
+// The elements as both walks see them.
+template <class Container>
+auto elements(Container &ours) {
+    std::vector<typename std::iterator_traits<decltype(ours.begin())>::value_type> all(ours.begin(),
+                                                                                       ours.end());
+    EXPECT_TRUE(ours.GetSize() == all.size() && ours.IsEmpty() == all.empty());
+    auto iter = ours.GetIter();
+    for (auto at = all.begin(); at != all.end(); ++at, iter.MoveToNext())
+        EXPECT_TRUE(!iter.Finished() && iter.Current() == *at) << "element " << at - all.begin();
+    EXPECT_TRUE(iter.Finished());
+    return all;
+}
 
-// A value that knows whether it lives, and holds memory of its own.
-class tracked {
-public:
-    tracked(int value = 0) : m_value(std::make_unique<int>(value)) { born(); }
-    tracked(const tracked &other) : m_value(std::make_unique<int>(*other.m_value)) { born(); }
-    tracked &operator=(const tracked &other) {
-        EXPECT_TRUE(alive().count(this) && alive().count(&other));
-        m_value = std::make_unique<int>(*other.m_value);
-        ++assignments;
-        return *this;
-    }
-    ~tracked() { EXPECT_EQ(alive().erase(this), 1U) << "destroyed twice, or never made"; }
-    int value() const {
-        EXPECT_TRUE(alive().count(this));
-        return *m_value;
-    }
-
-    static std::size_t living() { return alive().size(); }
-    static inline long assignments = 0;
-
-private:
-    void born() { EXPECT_TRUE(alive().insert(this).second) << "made twice in one place"; }
-    static std::unordered_set<const tracked *> &alive() {
-        static std::unordered_set<const tracked *> all;
-        return all;
-    }
-    std::unique_ptr<int> m_value;
-};
+// Moving leaves an empty container behind, and what the target held before has gone.
+template <class Container>
+void expect_moves(Container &ours) {
+    auto before = elements(ours);
+    Container moved(std::move(ours));
+    EXPECT_EQ(elements(moved), before);
+    EXPECT_TRUE(elements(ours).empty());  // NOLINT: moved from
+    moved = std::move(ours = std::move(moved));
+    EXPECT_EQ(elements(moved), before);
+    moved = std::move(ours);
+    EXPECT_TRUE(elements(moved).empty());
+}
 
 // Arrays ---------------------------------------------------------------------------------------
 
+// Capacities follow the step: up as a rule, and down only where the control says exact.
 template <class T>
-class open_array : public dsXArray<T> {
-public:
-    using dsXArray<T>::dsXArray;
-    using dsXArray<T>::CopyElems;
-    using dsXArray<T>::MoveElems;
-};
-
-TEST(Arrays, ShowTheCapacityOfTheirStep) {
-    std::mt19937 random(1);
-    for (bool exact : {false, true})
-        for (unsigned step : {0U, 1U, 7U, 64U}) {
-            dsXACtrl control{exact, step};
-            dsArray<xstring> array(&control);
-            unsigned real_step = step ? step : 256, capacity = 0;
-            EXPECT_EQ(array.OptimizeSize(0), 0U);
-            EXPECT_EQ(array.OptimizeSize(1), real_step);
-            EXPECT_GE(array.OptimizeSize(0xFFFFFFFF), 0xFFFFFFFF - real_step);
-            for (int round = 0; round < 200; ++round) {
-                auto size = static_cast<unsigned>(random() % 600);
-                array.Resize(size);
-                unsigned rounded = (size + real_step - 1) / real_step * real_step;
-                if (exact || size > capacity) capacity = rounded;
-                ASSERT_EQ(array.GetCapacity(), capacity)
-                    << "size " << size << ", step " << real_step << exact;
-                ASSERT_EQ(array.GetSize(), size);
-                ASSERT_EQ(array.IsEmpty(), size == 0);
-            }
-        }
-    dsXACtrl control{false, 64};
-    dsStraightArray<int> array(&control);
-    for (int i = 0; i < 64; ++i)
-        array.Append(i);
-    EXPECT_EQ(array.GetCapacity(), 64U);
-    array.Append(64);
-    EXPECT_EQ(array.GetCapacity(), 128U);
-    array.Resize(0);
-    EXPECT_EQ(array.GetCapacity(), 128U) << "never shrinks";
-    array.FreeArray();
-    EXPECT_EQ(array.GetCapacity(), 0U);
-    EXPECT_EQ(array.GetDataPtr(), nullptr);
-}
-
-template <class T>
-void array_like_vector(bool exact, T (*make)(unsigned)) {
+void array_like_vector(dsXACtrl control, T (*make)(unsigned)) {
+    SCOPED_TRACE(testing::Message() << "step " << control.step << ", exact " << control.exact);
     std::mt19937 random(2);
-    dsXACtrl control{exact, 5};
     dsArray<T> array(&control);
     std::vector<T> model;
-    for (int round = 0; round < 3000; ++round) {
+    const unsigned step = control.step ? control.step : 256;
+    unsigned capacity = 0;
+    for (int round = 0; round < 700; ++round) {
         auto n = static_cast<unsigned>(random());
         if (random() % 8 == 0) {
-            array.Resize(n % 50);
-            model.resize(n % 50);
+            array.Resize(n % 500);
+            model.resize(n % 500);
         } else if (!model.empty() && random() % 2) {
             unsigned index = n % static_cast<unsigned>(model.size());
             array[index] = model[index] = make(n);
@@ -135,56 +70,29 @@ void array_like_vector(bool exact, T (*make)(unsigned)) {
             array.Append(make(n));
             model.push_back(make(n));
         }
-        ASSERT_EQ(array.GetSize(), model.size());
-        ASSERT_TRUE(std::equal(array.begin(), array.end(), model.begin())) << "round " << round;
+        auto size = static_cast<unsigned>(model.size()), rounded = (size + step - 1) / step * step;
+        if (control.exact || rounded > capacity) capacity = rounded;
+        ASSERT_EQ(array.GetCapacity(), capacity) << "size " << size << " in round " << round;
+        ASSERT_TRUE(elements(array) == model) << "round " << round;
+        ASSERT_TRUE(array.Contains(size - 1) == (size > 0) && !array.Contains(size));
     }
-    std::size_t at = 0;
-    for (dsIter<T> iter = array.GetIter(); !iter.Finished(); iter.MoveToNext())
-        EXPECT_EQ(iter.Current(), model[at++]);
-    EXPECT_EQ(at, model.size());
-    EXPECT_TRUE(array.Contains(static_cast<unsigned>(at) - 1) && !array.Contains(static_cast<unsigned>(at)));
-    dsArray<T> moved(std::move(array));
-    EXPECT_EQ(moved.GetSize(), model.size());
-    EXPECT_TRUE(array.IsEmpty());  // NOLINT: a moved-from array is empty
-    array = std::move(moved);
-    EXPECT_TRUE(std::equal(array.begin(), array.end(), model.begin(), model.end()));
+    expect_moves(array);
+    array.FreeArray();
+    EXPECT_EQ(array.GetCapacity(), 0U);
+    EXPECT_EQ(array.GetDataPtr(), nullptr);
+    EXPECT_EQ(array.OptimizeSize(0), 0U);
+    EXPECT_GE(array.OptimizeSize(0xFFFFFFFF), 0xFFFFFFFF - 256);
 }
 
 TEST(Arrays, BehaveAsAVector) {
-    for (bool exact : {false, true}) {
-        array_like_vector<int>(exact, [](unsigned n) { return static_cast<int>(n); });
-        array_like_vector<xstring>(exact, [](unsigned n) { return xstring(std::to_string(n).c_str()); });
-        array_like_vector<std::string>(exact, [](unsigned n) { return std::string(n % 40, 'x'); });
-    }
-}
-
-TEST(Arrays, MoveOverlappingRanges) {
-    constexpr unsigned size = 12;
-    for (unsigned from = 0; from < size; ++from)
-        for (unsigned to = 0; to < size; ++to)
-            for (unsigned n = 0; n + std::max(from, to) <= size; ++n)
-                for (bool copy : {true, false}) {
-                    open_array<tracked> array;
-                    open_array<int> plain;
-                    std::vector<int> model;
-                    for (int i = 0; i < static_cast<int>(size); ++i) {
-                        array.Append(i);
-                        plain.Append(i);
-                        model.push_back(i);
-                    }
-                    std::vector<int> before = model;
-                    std::copy_n(before.begin() + from, n, model.begin() + to);
-                    tracked *data = array.GetDataPtr();
-                    copy ? array.CopyElems(data + from, data + to, n)
-                         : array.MoveElems(data + from, data + to, n);
-                    plain.CopyElems(plain.GetDataPtr() + from, plain.GetDataPtr() + to, n);
-                    for (unsigned i = 0; i < size; ++i) {
-                        ASSERT_EQ(array.GetDataPtr()[i].value(), model[i])
-                            << n << " from " << from << " to " << to;
-                        ASSERT_EQ(plain.GetDataPtr()[i], model[i]);
-                    }
-                }
-    EXPECT_EQ(tracked::living(), 0U);
+    for (bool exact : {false, true})
+        for (unsigned step : {0U, 1U, 7U, 64U}) {
+            array_like_vector<int>({exact, step}, [](unsigned n) { return static_cast<int>(n); });
+            array_like_vector<tracked>({exact, step}, [](unsigned n) { return tracked(int(n % 99)); });
+            array_like_vector<std::string>({exact, step},
+                                           [](unsigned n) { return std::string(n % 40, 'x'); });
+        }
+    EXPECT_EQ(tracked::all.size(), 0U);
 }
 
 TEST(Arrays, ReleaseWhatLeavesThem) {
@@ -193,15 +101,11 @@ TEST(Arrays, ReleaseWhatLeavesThem) {
     for (int i = 0; i < 10; ++i)
         array.Append(held);
     array.Resize(4);
-    EXPECT_EQ(held.use_count(), 5);
-    array.Resize(8);
-    EXPECT_EQ(array[7], nullptr);
-    array.FreeArray();
-    EXPECT_EQ(held.use_count(), 1);
+    EXPECT_EQ(held.use_count(), 5) << "the elements that left hold nothing";
     struct scalar {
         int value = 7;
     };
-    dsArray<scalar> scalars;
+    dsStraightArray<scalar> scalars;
     scalars.Resize(3);
     scalars[2].value = 1;
     scalars.Resize(1);
@@ -213,64 +117,64 @@ TEST(Arrays, ReleaseWhatLeavesThem) {
     EXPECT_EQ(*owners[299], 299);
 }
 
-TEST(Arrays, ReportWhatTheyDoNotSupport) {
-    reports seen;
+// What is wrongly asked of a container is reported, and answered with a default value.
+TEST(Reports, SayWhatWasAsked) {
+    internal_errors errors;
     dsArray<int> array;
     array.Append(1);
-    int value = 5;
-    EXPECT_FALSE(array.Add(0, 1));
     EXPECT_FALSE(array.Remove(0));
-    EXPECT_FALSE(array.Find(0, value));
-    EXPECT_EQ(seen.take(),
-              "dsDataMap::Add ()|containers/dsarray\ndsDataMap::Remove ()|containers/dsarray\n"
-              "dsDataMap::Find ()|containers/dsarray\n");
-    EXPECT_EQ(value, 5);
+    EXPECT_EQ(errors.take(), "dsDataMap::Remove () (containers/dsarray)");
     array[1] = 77;
-    EXPECT_EQ(array[1], 0) << "a default value, not what was written to it before";
-    EXPECT_EQ(seen.take(),
-              "dsArray::operator [] failed|containers/dsarray\n"
-              "dsArray::operator [] failed|containers/dsarray\n");
-    dsIter<int> iter = array.GetIter();
-    EXPECT_EQ(iter.Reproduce(), nullptr);
-    EXPECT_EQ(seen.take(), "dsIter::Reproduce|containers/dsiter\n");
-    iter.MoveToNext();
-    iter.MoveToNext();
-    EXPECT_TRUE(iter.Finished());
-    EXPECT_EQ(iter.Current(), 0);
-    EXPECT_EQ(seen.take(), "dsArrayIter::Current|containers/dsiter\n");
-    iter.SetAtFirst();
-    EXPECT_EQ(iter.Current(), 1);
-    dsIter<int> none;
-    EXPECT_TRUE(none.Finished());
-    EXPECT_EQ(none.Current(), 0);
-    dsArrayIter<int> walk(array);
-    walk.MoveToNext();
-    std::unique_ptr<dsBaseIter<int>> fresh(walk.Reproduce());
-    EXPECT_TRUE(walk.Finished());
-    EXPECT_EQ(fresh->Current(), 1);
+    EXPECT_EQ(array[1], 0) << "not what was written to it before";
+    const std::string index = "dsArray::operator [] failed (containers/dsarray)";
+    EXPECT_EQ(errors.take(), index + "; " + index);
+    dsStringMap<int> map;
+    map["absent"] = 5;
+    EXPECT_EQ(std::as_const(map)["absent"], 0);
+    const std::string key = "dsSortedMap::operator [] failed (containers/dssorted)";
+    EXPECT_EQ(errors.take(), key + "; " + key);
+    EXPECT_FALSE(map.Contains("absent"));
+    dsList2<int> list;
+    EXPECT_EQ(list.Pop(), 0);
+    EXPECT_EQ(errors.take(), "dsList2::Pop () (containers/dslist)");
+
+    map.Add("a", 1);
+    list.Push(1);
+    dsScalarSet<int> set;
+    set += 1;
+    dsIter<int> walks[] = {array.GetIter(), map.GetIter(), set.GetIter(), list.GetIter()};
+    for (dsIter<int> &walk : walks) {
+        walk.MoveToNext();
+        walk.MoveToNext();
+        EXPECT_TRUE(walk.Finished() && walk.Current() == 0);
+        EXPECT_NE(errors.take().find("Iter::Current (containers/ds"), std::string::npos);
+        walk.SetAtFirst();
+        EXPECT_EQ(walk.Current(), 1);
+    }
+    EXPECT_EQ(dsIter<int>().Current(), 0);
+    EXPECT_EQ(walks[0].Reproduce(), nullptr);
+    EXPECT_EQ(errors.take(), "dsIter::Current (containers/dsiter); dsIter::Reproduce (containers/dsiter)");
 }
 
 // Sets -----------------------------------------------------------------------------------------
 
-// Keys in descending order; counts what passes through CopyKey and FreeKey, which add and take an offset.
+// Keys in descending order; counts what passes through CopyKey and FreeKey.
 class descending_set : public dsSortedSet<tracked> {
 public:
     using dsSortedSet<tracked>::dsSortedSet;
     ~descending_set() override { Clear(); }
-    int Compare(tracked a, tracked b) const override {
-        return (a.value() < b.value()) - (a.value() > b.value());
-    }
+    int Compare(tracked a, tracked b) const override { return (a < b) - (a > b); }
     std::multiset<int> stored;
     bool refuse = false;
 
 protected:
     tracked CopyKey(tracked key) override {
         if (refuse) throw std::runtime_error("no copy");
-        stored.insert(key.value());
+        stored.insert(key);
         return key;
     }
     void FreeKey(tracked key) override {
-        auto found = stored.find(key.value());
+        auto found = stored.find(key);
         ASSERT_NE(found, stored.end());
         stored.erase(found);
     }
@@ -292,22 +196,18 @@ TEST(Sets, PassTheirKeysThroughCopyAndFree) {
             } else {
                 ASSERT_EQ(set -= key, model.erase(key) == 1);
             }
-            ASSERT_EQ(set.GetSize(), model.size());
             ASSERT_EQ(set.Contains(key), model.count(key) == 1);
+            ASSERT_EQ(set.stored.size(), model.size());
         }
-        EXPECT_EQ(set.stored.size(), model.size());
-        EXPECT_TRUE(std::equal(set.begin(), set.end(), model.begin(), model.end(),
-                               [](const tracked &a, int b) { return a.value() == b; }));
         set.refuse = true;
         EXPECT_THROW(set.Add(1000), std::runtime_error);
-        EXPECT_EQ(set.GetSize(), model.size());
-        EXPECT_FALSE(set.Contains(1000));
+        EXPECT_EQ(elements(set), std::vector<tracked>(model.begin(), model.end()));
     }
-    EXPECT_EQ(tracked::living(), 0U);
+    EXPECT_EQ(tracked::all.size(), 0U);
 }
 
 template <class T, class Next>
-void scalars_like_set(Next next, std::vector<T> &&order) {
+void scalars_like_set(Next next, const std::vector<T> &order) {
     dsScalarSet<T> set;
     auto below = [](T a, T b) { return std::make_unsigned_t<T>(a) < std::make_unsigned_t<T>(b); };
     std::set<T, decltype(below)> model;
@@ -321,79 +221,59 @@ void scalars_like_set(Next next, std::vector<T> &&order) {
             ASSERT_EQ(set.Remove(key), model.erase(key) == 1);
         }
     }
-    ASSERT_EQ(set.GetSize(), model.size());
-    EXPECT_TRUE(std::equal(set.begin(), set.end(), model.begin(), model.end()));
-    unsigned rank = 0, index = 0;
-    dsIter<T> iter = set.GetIter();
+    ASSERT_EQ(elements(set), std::vector<T>(model.begin(), model.end()));
+    unsigned index = 0, rank = 0;
     for (T key : model) {
-        ASSERT_TRUE(set.Contains(key));
-        ASSERT_TRUE(set.FindIndex(key, index));
+        ASSERT_TRUE(set.Contains(key) && set.FindIndex(key, index));
         ASSERT_EQ(index, rank++);
-        ASSERT_FALSE(iter.Finished());
-        ASSERT_EQ(iter.Current(), key);
-        iter.MoveToNext();
     }
-    EXPECT_TRUE(iter.Finished());
-    for (int i = 0; i < 1000; ++i) {
+    for (int i = 0; i < 50; ++i) {
         T key = next();
         auto place = model.lower_bound(key);
         ASSERT_EQ(set.FindIndex(key, index), place != model.end() && *place == key);
-        if (i < 50) {
-            ASSERT_EQ(index, static_cast<unsigned>(std::distance(model.begin(), place)));
-        }
+        ASSERT_EQ(index, static_cast<unsigned>(std::distance(model.begin(), place)));
     }
-    dsScalarSet<T> moved(std::move(set));
-    EXPECT_TRUE(std::equal(moved.begin(), moved.end(), model.begin(), model.end()));
-    EXPECT_TRUE(set.IsEmpty() && set.begin() == set.end());  // NOLINT: moved from
+    expect_moves(set);
 }
 
 TEST(Sets, OfScalarsBehaveAsASetOfUnsignedNumbers) {
     std::mt19937_64 random(4);
     for (unsigned range : {50U, 3000U, 100000U}) {
         auto next = [&] { return static_cast<int>(random() % range) - static_cast<int>(range / 2); };
-        std::vector<int> ascending(range / 2), scattered;
-        for (std::size_t i = 0; i < ascending.size(); ++i)
-            ascending[i] = static_cast<int>(i);
-        scattered = ascending;
-        std::shuffle(scattered.begin(), scattered.end(), random);
-        std::vector<int> descending(ascending.rbegin(), ascending.rend());
-        for (auto order : {ascending, descending, scattered})
-            scalars_like_set<int>(next, std::move(order));
+        std::vector<int> order(range / 2);
+        std::iota(order.begin(), order.end(), 0);
+        scalars_like_set<int>(next, order);
+        std::reverse(order.begin(), order.end());
+        scalars_like_set<int>(next, order);
+        std::shuffle(order.begin(), order.end(), random);
+        scalars_like_set<int>(next, order);
     }
     scalars_like_set<signed char>([&] { return static_cast<signed char>(random()); }, {});
 
     int place[3];
     dsScalarSet<int *> pointers;
-    EXPECT_TRUE(pointers += &place[2]);
-    EXPECT_TRUE(pointers += &place[0]);
-    EXPECT_FALSE(pointers += &place[2]);
-    EXPECT_EQ(pointers.GetSize(), 2U);
+    EXPECT_TRUE((pointers += &place[2]) && (pointers += &place[0]) && !(pointers += &place[2]));
     EXPECT_EQ(*pointers.begin(), &place[0]);
 }
 
 // Appending one by one, and adding in random order, cost far less than moving all elements each time.
-TEST(Arrays, DoNotMoveAllElementsForEach) {
+TEST(Containers, DoNotMoveAllElementsForEach) {
     dsXACtrl control{false, 1};
     dsArray<tracked> array(&control);
-    tracked::assignments = 0;
+    tracked::copies = 0;
     for (int i = 0; i < 20000; ++i)
         array.Append(i);
-    EXPECT_EQ(array.GetCapacity(), 20000U);
-    EXPECT_LT(tracked::assignments, 150'000);
-}
-
-TEST(Sets, DoNotMoveAllElementsForEach) {
+    EXPECT_LT(tracked::copies, 150'000);
     std::mt19937 random(5);
     dsSortedMap<tracked, unsigned> map;
     std::vector<unsigned> keys(20000);  // a plain array would move 100 million elements
-    for (auto &key : keys)
-        key = static_cast<unsigned>(random());
-    tracked::assignments = 0;
+    std::generate(keys.begin(), keys.end(), std::ref(random));
+    tracked::copies = 0;
     for (unsigned key : keys)
         map.Add(key, static_cast<int>(key / 2));
-    EXPECT_LT(tracked::assignments, 10'000'000);
+    EXPECT_LT(tracked::copies, 10'000'000);
     for (unsigned key : keys)
-        ASSERT_EQ(map[key].value(), static_cast<int>(key / 2));
+        ASSERT_EQ(map[key], static_cast<int>(key / 2));
 }
 
 TEST(Sets, MayChangeUnderAWalk) {
@@ -415,14 +295,6 @@ TEST(Sets, MayChangeUnderAWalk) {
 
 // Maps -----------------------------------------------------------------------------------------
 
-template <class Map>
-std::string walk(Map &map) {
-    std::string seen;
-    for (auto &[value, key] : map)
-        seen += std::string(key ? key : "-") + "=" + std::to_string(value) + " ";
-    return seen;
-}
-
 TEST(Maps, BehaveAsAMapOfTexts) {
     std::mt19937 random(8);
     for (unsigned range : {40U, 5000U}) {
@@ -434,7 +306,7 @@ TEST(Maps, BehaveAsAMapOfTexts) {
             switch (random() % 4) {
                 case 0:
                 case 1:
-                    ASSERT_EQ(map.Add(key.c_str(), xstring(value.c_str())), model.emplace(key, value).second);
+                    ASSERT_EQ(map.Add(key.c_str(), value.c_str()), model.emplace(key, value).second);
                     break;
                 case 2:
                     ASSERT_EQ(map.Remove(key.c_str()), model.erase(key) == 1);
@@ -446,21 +318,21 @@ TEST(Maps, BehaveAsAMapOfTexts) {
             }
             ASSERT_EQ(map.Contains(key.c_str()), model.count(key) == 1);
         }
-        auto expected = model.begin();
-        for (dsIter<xstring> iter = map.GetIter(); !iter.Finished(); iter.MoveToNext(), ++expected)
-            ASSERT_STREQ(iter.Current(), expected->second.c_str());
-        EXPECT_EQ(expected, model.end());
-        dsSortedMapIter<xstring, const char *> keys(map);
+        dsSortedMapIter<xstring, const char *> iter(map);
+        auto entry = map.begin();
         for (auto &[key, value] : model) {
-            ASSERT_STREQ(keys.CurrentKey(), key.c_str());
-            keys.MoveToNext();
+            ASSERT_STREQ(iter.CurrentKey(), key.c_str());
+            ASSERT_STREQ(iter.Current(), value.c_str());
+            ASSERT_STREQ(entry->value, value.c_str());
+            iter.MoveToNext();
+            ++entry;
         }
+        EXPECT_TRUE(iter.Finished() && entry == map.end());
         dsStringMap<xstring> moved;
         moved.Add("gone", xstring("gone"));
         moved = std::move(map);
         EXPECT_EQ(moved.GetSize(), model.size());
         EXPECT_FALSE(moved.Contains("gone"));
-        if (range > 1000) moved.Clear();
     }
 }
 
@@ -468,47 +340,23 @@ TEST(Maps, OwnTheirKeysOrKeepTheCallers) {
     char key[] = "b";
     dsStringMap<int> owner;
     dsNonOwnerStringMap<int> keeper;
-    for (auto *text :
-         {static_cast<const char *>(key), "a", "c", "\xFF", static_cast<const char *>(nullptr), ""}) {
-        int value = static_cast<int>(owner.GetSize());
-        EXPECT_TRUE(owner.Add(text, value));
-        EXPECT_TRUE(keeper.Add(text, value));
-        EXPECT_FALSE(owner.Add(text, 9));
-    }
-    EXPECT_EQ(walk(owner), "-=4 =5 a=1 b=0 c=2 \xFF=3 ");
-    EXPECT_EQ(walk(keeper), walk(owner));
-    bool same = false;
-    for (auto &entry : keeper)
-        same = same || entry.key == key;
-    EXPECT_TRUE(same);
+    for (auto *text : std::initializer_list<const char *>{key, "a", "\xFF", nullptr, ""})
+        EXPECT_TRUE(owner.Add(text, 1) && keeper.Add(text, 1));
+    EXPECT_FALSE(owner.Add(nullptr, 9) || owner.Add("", 9));
+    key[0] = 'c';
+    std::string owners, keepers;
     for (auto &entry : owner)
-        EXPECT_NE(entry.key, key);
-    key[0] = 'B';
-    EXPECT_TRUE(owner.Contains("b"));
-    EXPECT_TRUE(owner.Remove(nullptr));
-    EXPECT_EQ(owner["a"], 1);
-
-    reports seen;
-    const auto &constant = owner;
-    owner["absent"] = 5;
-    EXPECT_EQ(owner["absent"] + constant["absent"], 0);
-    std::string one = "dsSortedMap::operator [] failed|containers/dssorted\n";
-    EXPECT_EQ(seen.take(), one + one + one);
-    EXPECT_FALSE(owner.Contains("absent"));
-    dsSortedMapIter<int, const char *> iter(owner);
-    std::unique_ptr<dsBaseIter<int>> fresh(iter.Reproduce());
-    EXPECT_EQ(fresh->Current(), 5) << "the value of the empty key";
-    owner.Clear();
-    EXPECT_TRUE(iter.Finished());
-    EXPECT_EQ(iter.Current(), 0);
-    EXPECT_EQ(seen.take(), "dsSortedMapIter::Current|containers/dssorted\n");
+        owners += entry.key ? entry.key : "null";
+    for (auto &entry : keeper)
+        keepers += entry.key ? entry.key : "null";
+    EXPECT_EQ(owners + keepers, "nullab\xFFnullac\xFF");
 }
 
 // Lists ----------------------------------------------------------------------------------------
 
 TEST(Lists, BehaveAsADeque) {
     std::mt19937 random(9);
-    dsList2<tracked> list;
+    dsList2<tracked> list(dsList2<tracked>::LastInFirstOut);
     std::deque<int> model;
     for (int round = 0; round < 20000; ++round) {
         switch (random() % 6) {
@@ -522,61 +370,38 @@ TEST(Lists, BehaveAsADeque) {
                 model.push_back(round);
                 break;
             case 3:
-                list.SetTakeOrder(static_cast<int>(random() % 3));
+                if (random() % 9 == 0) list.SetTakeOrder(static_cast<int>(random() % 3));
                 break;
             default:
                 if (model.empty()) break;
                 bool first = list.GetTakeOrder() == 0;
-                ASSERT_EQ(list.Pop().value(), first ? model.front() : model.back());
+                ASSERT_EQ(list.Pop(), first ? model.front() : model.back());
                 first ? model.pop_front() : model.pop_back();
         }
         ASSERT_EQ(list.GetSize(), model.size());
-        ASSERT_EQ(list.IsEmpty(), model.empty());
     }
-    while (list.GetSize() < 50) {
-        list.Push(static_cast<int>(list.GetSize()));
-        model.push_back(static_cast<int>(model.size()));
+    for (int i = 0; i < 50; ++i) {
+        list.Push(i);
+        model.push_back(i);
     }
-    auto same = [](const tracked &a, int b) { return a.value() == b; };
-    EXPECT_TRUE(std::equal(list.begin(), list.end(), model.begin(), model.end(), same));
+    EXPECT_EQ(elements(list), std::vector<tracked>(model.begin(), model.end()));
     dsList2Iter<tracked> back(list);
     back.SetAtLast();
     for (auto at = model.rbegin(); at != model.rend(); ++at, back.MoveToPrevious())
-        ASSERT_EQ(back.Current().value(), *at);
+        ASSERT_EQ(back.Current(), *at);
     EXPECT_TRUE(back.Finished());
-    std::size_t walked = 0;
-    for (dsIter<tracked> iter = list.GetIter(); !iter.Finished(); iter.MoveToNext())
-        ASSERT_EQ(iter.Current().value(), model[walked++]);
-    EXPECT_EQ(walked, model.size());
-    dsList2<tracked> moved(std::move(list)), other;
-    other.Push(1);
-    other = std::move(moved);
-    EXPECT_TRUE(list.IsEmpty() && moved.IsEmpty());  // NOLINT: moved from
-    EXPECT_TRUE(std::equal(other.begin(), other.end(), model.begin(), model.end(), same));
-    other.Unlink(other.GetHead());
-    EXPECT_EQ(other.GetHead()->value.value(), model[1]);
-    EXPECT_EQ(other.GetHead()->previous, nullptr);
-    other.Clear();
-    EXPECT_EQ(tracked::living(), 0U);
-}
-
-TEST(Lists, ReportAnEmptyPopAndHoldAnything) {
-    reports seen;
-    dsList2<std::unique_ptr<int>> list(dsList2<std::unique_ptr<int>>::LastInFirstOut);
-    EXPECT_EQ(list.Pop(), nullptr);
-    EXPECT_EQ(seen.take(), "dsList2::Pop ()|containers/dslist\n");
-    for (int i = 1; i <= 3; ++i)
-        list.Push(std::make_unique<int>(i));
-    EXPECT_EQ(*list.Pop(), 3);
-    EXPECT_EQ(*list.Pop(), 2);
-    dsList2Iter<std::unique_ptr<int>> iter(list);
-    iter.MoveToNext();
-    iter.MoveToNext();
-    EXPECT_EQ(iter.Current(), nullptr);
-    EXPECT_EQ(seen.take(), "dsList2Iter::Current|containers/dslist\n");
-    dsList2<int> huge;
+    list.Unlink(list.GetHead());
+    list.Unlink(list.GetHead()->next);
+    model.erase(model.begin());
+    model.erase(model.begin() + 1);
+    EXPECT_EQ(list.GetHead()->previous, nullptr);
+    expect_moves(list);
+    list.Push(1);
+    list.Clear();
+    EXPECT_EQ(tracked::all.size(), 0U);
+    dsList2<std::unique_ptr<int>> huge;  // of what can only be moved; deleted without recursion
     for (int i = 0; i < 300000; ++i)
-        huge.Push(i);
+        huge.Push(nullptr);
 }
 
 }  // namespace

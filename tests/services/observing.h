@@ -32,7 +32,7 @@ private:
     }
     static void report(const char *message, const char *source, int line) {
         EXPECT_GT(line, 0);
-        list().push_back(std::string(message) + " (" + source + ")");
+        list().push_back(std::string(message ? message : "-") + " (" + source + ")");
     }
 
     btkAbortHandler m_before;
