@@ -99,110 +99,70 @@ struct Types {
                              matrix.get(),   sequence.get(), dictionary.get(), get_xrttiobject()};
 };
 
-// Every query of a kind throws that kind's exception, with the name, on a descriptor of any other kind.
+// A query, the descriptor that answers it, and how it refuses a descriptor of another kind.
+struct Query {
+    xrtti *own;
+    std::string (*refusal)(const std::function<void()> &);  // the type that the exception names
+    bool takes_value;
+    std::function<void(brtti *, xany)> ask;
+};
+
 template <class X>
-void refuse_others(const Types &types, brtti *own, std::vector<std::function<void(brtti *)>> queries) {
-    for (xrtti *type : types.all)
-        for (std::size_t i = 0; type != own && i < queries.size(); ++i) {
-            SCOPED_TRACE(std::string(type->getname()) + ", query " + std::to_string(i));
-            auto refused = thrown_by<X>([&] { queries[i](type); });
-            ASSERT_TRUE(refused);
-            EXPECT_EQ(text(refused->getTypeName()), text(type->getname()));
-        }
+std::string refusal(const std::function<void()> &query) {
+    auto refused = thrown_by<X>(query);
+    return refused ? text(refused->getTypeName()) : "another exception";
 }
 
-TEST(Kinds, RefuseTheQueriesOfOtherKinds) {
-    Types t;
-    xstring key;
-    xany value(1), elem;
-    int at[2] = {};
-    refuse_others<kelXNotEnumType>(
-        t, t.colour.get(),
-        {[](brtti *d) { d->getnenumvalues(); }, [](brtti *d) { d->getenumvaluebyindex(0); },
-         [&](brtti *d) { d->getenumindex(value); }, [&](brtti *d) { d->getenumindex(xany()); },
-         [&](brtti *d) { d->getenumvalue(value); }});
-    refuse_others<kelXNotStructType>(
-        t, t.record.get(),
-        {[](brtti *d) { d->getnparents(); }, [](brtti *d) { d->getparenttype(0); },
-         [](brtti *d) { d->getnfields(); }, [](brtti *d) { d->getfieldname(0); },
-         [](brtti *d) { d->getfieldtype(0); }, [&](brtti *d) { d->getfield(0, value); },
-         [&](brtti *d) { d->lookupfield("n", value); }, [](brtti *d) { d->hasfield("n"); }});
-    refuse_others<kelXNotArrayType>(
-        t, t.matrix.get(),
-        {[](brtti *d) { d->getnarraydims(); }, [](brtti *d) { d->getnarrayelems(0); },
-         [](brtti *d) { d->getarraytype(); }, [&](brtti *d) { d->getarrayelem(at, value); }});
-    refuse_others<kelXNotSequenceType>(
-        t, t.sequence.get(),
-        {[&](brtti *d) { d->getnseqelems(value); }, [](brtti *d) { d->getseqtype(); },
-         [&](brtti *d) { d->getseqelem(0, value); }, [&](brtti *d) { d->hasindex(0, value); }});
-    refuse_others<kelXNotDictionaryType>(
-        t, t.dictionary.get(),
-        {[&](brtti *d) { d->getndictelems(value); }, [](brtti *d) { d->getdicttype(); },
-         [&](brtti *d) { d->getdictkey(0, value, key); }, [&](brtti *d) { d->getdictelem(0, value, elem); },
-         [&](brtti *d) { d->lookupdict("k", value); }, [&](brtti *d) { d->haskey("k", value); }});
-    refuse_others<kelXNotUnionType>(
-        t, t.choice.get(),
-        {[](brtti *d) { d->getnunioncases(); }, [](brtti *d) { d->getcasetype(0); },
-         [](brtti *d) { d->getcasename(0); }, [&](brtti *d) { d->getcasevalue(0, value); },
-         [](brtti *d) { d->getdiscrtype(); }, [&](brtti *d) { d->getdiscrvalue(value); },
-         [&](brtti *d) { d->getcurcasevalue(value); }});
+std::vector<Query> queries_of(Types &t) {
+    auto *as_enum = refusal<kelXNotEnumType>, *as_struct = refusal<kelXNotStructType>,
+         *as_array = refusal<kelXNotArrayType>, *as_sequence = refusal<kelXNotSequenceType>,
+         *as_dictionary = refusal<kelXNotDictionaryType>, *as_union = refusal<kelXNotUnionType>;
+    xrtti *colour = t.colour.get(), *record = t.record.get(), *choice = t.choice.get(),
+          *matrix = t.matrix.get(), *sequence = t.sequence.get(), *dictionary = t.dictionary.get();
+    static int at[2] = {};
+    return {{colour, as_enum, false, [](brtti *d, xany) { d->getnenumvalues(); }},
+            {colour, as_enum, false, [](brtti *d, xany) { d->getenumindex(xany()); }},
+            {record, as_struct, false, [](brtti *d, xany) { d->getnparents(); }},
+            {record, as_struct, false, [](brtti *d, xany) { d->getnfields(); }},
+            {record, as_struct, false, [](brtti *d, xany) { d->hasfield("n"); }},
+            {record, as_struct, true, [](brtti *d, xany v) { d->getfield(99, v); }},
+            {record, as_struct, true, [](brtti *d, xany v) { d->lookupfield("none", v); }},
+            {matrix, as_array, false, [](brtti *d, xany) { d->getnarraydims(); }},
+            {matrix, as_array, false, [](brtti *d, xany) { d->getarraytype(); }},
+            {matrix, as_array, true, [](brtti *d, xany v) { d->getarrayelem(at, v); }},
+            {sequence, as_sequence, false, [](brtti *d, xany) { d->getseqtype(); }},
+            {sequence, as_sequence, true, [](brtti *d, xany v) { d->getnseqelems(v); }},
+            {sequence, as_sequence, true, [](brtti *d, xany v) { d->getseqelem(99, v); }},
+            {sequence, as_sequence, true, [](brtti *d, xany v) { d->hasindex(0, v); }},
+            {dictionary, as_dictionary, false, [](brtti *d, xany) { d->getdicttype(); }},
+            {dictionary, as_dictionary, true, [](brtti *d, xany v) { d->getndictelems(v); }},
+            {dictionary, as_dictionary, true, [](brtti *d, xany v) { d->lookupdict("k", v); }},
+            {dictionary, as_dictionary, true, [](brtti *d, xany v) { d->haskey("k", v); }},
+            {choice, as_union, false, [](brtti *d, xany) { d->getnunioncases(); }},
+            {choice, as_union, false, [](brtti *d, xany) { d->getdiscrtype(); }},
+            {choice, as_union, true, [](brtti *d, xany v) { d->getcasevalue(99, v); }},
+            {choice, as_union, true, [](brtti *d, xany v) { d->getcurcasevalue(v); }}};
 }
 
-TEST(Kinds, SayWhatTheyAre) {
-    Types t;
-    auto kind = [](brtti *d) {
-        return std::string() + "-e"[d->isenum()] + "-c"[d->isclass()] + "-s"[d->isstruct()] +
-               "-a"[d->isarray()] + "-q"[d->issequence()] + "-d"[d->isdictionary()] + "-u"[d->isunion()];
-    };
-    EXPECT_EQ(kind(get_xrttistring()), "-------");
-    EXPECT_EQ(kind(get_xrttiobject()), "-c-----");
-    EXPECT_EQ(kind(t.colour.get()), "e------");
-    EXPECT_EQ(kind(t.record.get()), "-cs----");
-    EXPECT_EQ(kind(t.matrix.get()), "-c-a---");
-    EXPECT_EQ(kind(t.sequence.get()), "-c--q--");
-    EXPECT_EQ(kind(t.dictionary.get()), "-c---d-");
-    EXPECT_EQ(kind(t.choice.get()), "-c----u");
-    EXPECT_EQ(text(get_xrttibool()->gettypename()) + text(get_xrttiint()->gettypename()) +
-                  text(get_xrttireal()->gettypename()) + text(get_xrttistring()->gettypename()) +
-                  text(get_xrttiany()->gettypename()) + text(get_xrttiobject()->gettypename()),
-              "boolintrealstringanyobject");
-    EXPECT_FALSE(get_xrttiobject()->getisrefcount());
-}
-
-// Values of no type and of another type are told apart before anything is read.
-TEST(Values, AreCheckedAgainstTheDescriptor) {
+// The kind is looked at first, then the value, and before either of them nothing is read.
+TEST(Queries, AreCheckedByKindAndValue) {
     Types t;
     Subject wrong(t.base.get());
-    int at[2] = {};
-    xstring key;
-    xany elem;
-    std::pair<xrtti *, std::function<void(xany)>> queries[] = {
-        {t.record.get(), [&](xany v) { t.record->getfield(99, v); }},
-        {t.record.get(), [&](xany v) { t.record->lookupfield("none", v); }},
-        {t.choice.get(), [&](xany v) { t.choice->getcasevalue(99, v); }},
-        {t.choice.get(), [&](xany v) { t.choice->getdiscrvalue(v); }},
-        {t.choice.get(), [&](xany v) { t.choice->getcurcasevalue(v); }},
-        {t.matrix.get(), [&](xany v) { t.matrix->getarrayelem(at, v); }},
-        {t.sequence.get(), [&](xany v) { t.sequence->getnseqelems(v); }},
-        {t.sequence.get(), [&](xany v) { t.sequence->getseqelem(99, v); }},
-        {t.sequence.get(), [&](xany v) { t.sequence->hasindex(0, v); }},
-        {t.dictionary.get(), [&](xany v) { t.dictionary->getndictelems(v); }},
-        {t.dictionary.get(), [&](xany v) { t.dictionary->getdictkey(99, v, key); }},
-        {t.dictionary.get(), [&](xany v) { t.dictionary->getdictelem(99, v, elem); }},
-        {t.dictionary.get(), [&](xany v) { t.dictionary->lookupdict("k", v); }},
-        {t.dictionary.get(), [&](xany v) { t.dictionary->haskey("k", v); }},
-        {t.colour.get(), [&](xany v) { t.colour->getenumindex(v.isobject() ? xany(1) : v); }},
-    };
-    for (auto &[type, query] : queries) {
-        SCOPED_TRACE(type->getname().Str());
-        if (type != t.colour.get()) {
-            auto unknown = thrown_by<kelXUnknownType>([&, &q = query] { q(xany()); });
-            EXPECT_TRUE(unknown->getObject() == xany());
+    for (const Query &query : queries_of(t))
+        for (xrtti *type : t.all) {
+            SCOPED_TRACE(std::string(type->getname()) + " asked as " + query.own->getname().Str());
+            if (type != query.own) {
+                EXPECT_EQ(query.refusal([&] { query.ask(type, xany()); }), text(type->getname()));
+            } else if (query.takes_value) {
+                auto unknown = thrown_by<kelXUnknownType>([&] { query.ask(type, xany()); });
+                EXPECT_TRUE(unknown->getObject() == xany());
+                auto mismatch = thrown_by<kelXTypeMismatch>([&] { query.ask(type, &wrong); });
+                EXPECT_EQ(text(mismatch->getTypeName()), text(type->getname()));
+                EXPECT_TRUE(mismatch->getObject() == xany(&wrong));
+            }
+            EXPECT_EQ(type->isclass(), type != get_xrttiint() && type != t.colour.get());
         }
-        auto mismatch = thrown_by<kelXTypeMismatch>([&, &q = query] { q(&wrong); });
-        EXPECT_EQ(text(mismatch->getTypeName()), text(type->getname()));
-        EXPECT_TRUE(mismatch->getObject() == (type == t.colour.get() ? xany(1) : xany(&wrong)));
-    }
+    thrown_by<kelXTypeMismatch>([&] { t.colour->getenumindex(1); });
 }
 
 template <class X>
@@ -251,28 +211,19 @@ TEST(Indexes, OutsideTheCountAreRefusedWithTheirException) {
 
     // The lists themselves report and answer null.
     for (int i : {-1, 4}) {
-        EXPECT_EQ(t.fields.getbyindex(i), nullptr);
-        EXPECT_EQ(errors.take(), "Invalid field index. (services/xrtti)");
-        EXPECT_EQ(t.parents.getbyindex(i), nullptr);
-        EXPECT_EQ(errors.take(), "Invalid index. (services/xrtti)");
-        EXPECT_EQ(colours.get(i), nullptr);
+        EXPECT_TRUE(!t.fields.getbyindex(i) && !t.parents.getbyindex(i) && !colours.get(i < 0 ? i : 3));
+        EXPECT_EQ(errors.take(), "Invalid field index. (services/xrtti); Invalid index. (services/xrtti)");
     }
-    EXPECT_EQ(xrttifields(7, nullptr).getmapsize(), 0);
-    EXPECT_EQ(xrttistructs(7, nullptr).getsize(), 0);
-    EXPECT_EQ(xrttienumvalues(7, nullptr).getarraysize(), 0);
+    EXPECT_EQ(xrttifields(7, nullptr).getmapsize() + xrttistructs(7, nullptr).getsize(), 0);
 }
 
 TEST(Enums, NameTheirValues) {
     Types t;
-    EXPECT_EQ(t.colour->getnenumvalues(), 3);
     EXPECT_EQ(text(t.colour->getenumvaluebyindex(2)), "blue");
     EXPECT_EQ(text(t.colour->getenumvalue(xany(1, t.colour.get()))), "green");
-    EXPECT_EQ(t.colour->getenumindex(xany(1, t.colour.get())), 1);
     EXPECT_EQ(t.colour->getenumindex(xany(kel::nil_int)), kel::nil_int);
-    EXPECT_EQ(t.colour->getenumindex(xany(3, t.colour.get())), kel::nil_int);
     EXPECT_EQ(t.colour->getenumindex(xany()), kel::uninit_int);
     thrown_by<kelXInvalidEnumIndex>([&] { t.colour->getenumvalue(xany(9, t.colour.get())); });
-    EXPECT_EQ(make<xrttienum>("t::Empty", nullptr)->getnenumvalues(), 0);
 }
 
 TEST(Fields, AreReadByIndexAndByName) {
@@ -282,13 +233,9 @@ TEST(Fields, AreReadByIndexAndByName) {
     EXPECT_EQ(record.getnfields(), 4);
     EXPECT_EQ(text(record.getfieldname(1)), "Missing");
     EXPECT_EQ(t.record->getfieldtype(1), get_xrttistring());
-    EXPECT_TRUE(record.getfield(0) == xany(42));
-    EXPECT_TRUE(record.lookupfield("Number") == xany(42));
-    EXPECT_TRUE(record.hasfield("Number") && !record.hasfield("number"));
-    EXPECT_TRUE(t.record->getfields()->getbyindex(1)->getisoptional());
-    EXPECT_EQ(t.base->getnfields(), 0);
-    for (const char *none : {"number", "Numbe", "Number1", "", static_cast<const char *>(nullptr),
-                             kel::nil_text(), kel::uninit_text()}) {
+    EXPECT_TRUE(record.getfield(0) == xany(42) && record.lookupfield("Number") == xany(42));
+    for (const char *none :
+         {"number", "", static_cast<const char *>(nullptr), kel::nil_text(), kel::uninit_text()}) {
         EXPECT_FALSE(record.hasfield(none));
         auto refused = thrown_by<kelXNoField>([&] { record.lookupfield(none); });
         EXPECT_TRUE(refused->getFieldId() == xany(none) && refused->getObject() == xany(&record));
@@ -369,7 +316,7 @@ TEST(Absent, MayBeSaidByAnExceptionThatIsNotCounted) {
         ADD_FAILURE() << "nothing thrown";
     } catch (xthrowable *flight) {
         EXPECT_EQ(xrcgetcount(flight), -1);
-        EXPECT_EQ(text(xportXTimeout::cast(flight)->getOpName()), "op");
+        EXPECT_EQ(text(flight->gettypename()), "keljava::XTimeout");
         xdelete(flight);
     }
 }
@@ -378,22 +325,13 @@ TEST(Containers, AnswerThroughTheirFunctions) {
     Types t;
     Subject matrix(t.matrix.get()), sequence(t.sequence.get()), dictionary(t.dictionary.get());
     int at[2] = {1, 2};
-    EXPECT_TRUE(matrix.getarrayelem(at) == xany(12));
-    EXPECT_EQ(matrix.getnarraydims(), 2);
-    EXPECT_EQ(matrix.getnarrayelems(1), 3);
-    EXPECT_EQ(t.matrix->getarraytype(), get_xrttiint());
-    EXPECT_TRUE(t.matrix->getiselemoptional());
-    EXPECT_EQ(sequence.getnseqelems(), 3);
-    EXPECT_TRUE(sequence.getseqelem(0) == xany(0));
-    EXPECT_EQ(t.sequence->getseqtype(), get_xrttiint());
-    EXPECT_EQ(dictionary.getndictelems(), 2);
-    EXPECT_EQ(t.dictionary->getdicttype(), get_xrttiint());
-    EXPECT_TRUE(dictionary.lookupdict("k") == xany(7) && dictionary.haskey("k") && !dictionary.haskey("q"));
+    EXPECT_TRUE(matrix.getarrayelem(at) == xany(12) && sequence.getseqelem(0) == xany(0));
+    EXPECT_TRUE(t.matrix->getiselemoptional() && matrix.getnarrayelems(1) == 3);
     xstring key;
     xany elem;
-    EXPECT_TRUE(dictionary.getdictkey(0, key) && !dictionary.getdictkey(1, key));
-    EXPECT_TRUE(dictionary.getdictelem(0, elem) && !dictionary.getdictelem(1, elem));
-    EXPECT_TRUE(key == "k" && elem == xany(7));
+    EXPECT_TRUE(dictionary.lookupdict("k") == xany(7) && dictionary.haskey("k") && !dictionary.haskey("q"));
+    EXPECT_TRUE(dictionary.getdictkey(0, key) && !dictionary.getdictkey(1, key) && key == "k");
+    EXPECT_TRUE(dictionary.getdictelem(0, elem) && !dictionary.getdictelem(1, elem) && elem == xany(7));
     auto none = thrown_by<kelXNoField>([&] { dictionary.lookupdict("q"); });
     EXPECT_TRUE(none->getFieldId() == "q" && none->getObject() == xany(&dictionary));
 }
@@ -448,100 +386,29 @@ TEST(Kinship, IsByNameAndThroughParents) {
     EXPECT_TRUE(unnamed.issameas(&other) && !unnamed.issameas(t.base.get()));
 }
 
-// A tower of structs, each with the two below it as parents twice over: 2^40 ways lead down.
+// Circles of structs, each with one or both of the two before it as parents: 2^100,000 ways lead down.
 TEST(Kinship, CostsNoMoreThanThereAreParents) {
     struct Level {
-        xrttistruct type;
-        xrttistruct *list[2];
+        xrttistruct type, *list[2];
         std::unique_ptr<xrttistructs> parents;
-    };
-    auto tower = [](int height, auto below) {
-        std::vector<Level> levels(static_cast<std::size_t>(height));
-        for (int i = 0; i < height; ++i) {
-            Level &level = levels[static_cast<std::size_t>(i)];
-            auto [first, second] = below(i);
-            if (first >= 0 && first < height) {
-                level.list[0] = &levels[static_cast<std::size_t>(first)].type;
-                level.list[1] = &levels[static_cast<std::size_t>(second)].type;
-                level.parents = std::make_unique<xrttistructs>(first == second ? 1 : 2, level.list);
-            }
-            level.type.initialize(("t::L" + std::to_string(i)).c_str(), 0, level.parents.get(), nullptr);
-        }
-        return levels;
     };
     xrtti stranger;
     stranger.initialize("t::Stranger");
-
-    auto wide = tower(40, [](int i) { return std::pair(i - 1, std::max(i - 2, 0)); });
-    EXPECT_TRUE(wide.back().type.iskindof(&wide.front().type));
-    EXPECT_FALSE(wide.back().type.iskindof(&stranger));
-
-    auto deep = tower(100'000, [](int i) { return std::pair(i - 1, i - 1); });
-    EXPECT_TRUE(deep.back().type.iskindof(&deep.front().type));
-    EXPECT_FALSE(deep.back().type.iskindof(&stranger));
-
-    for (int size : {1, 2, 50}) {
-        auto circle = tower(size, [&](int i) { return std::pair((i + 1) % size, (i + 1) % size); });
-        EXPECT_TRUE(circle.front().type.iskindof(&circle.back().type));
-        EXPECT_FALSE(circle.front().type.iskindof(&stranger));
+    for (auto [size, parents] : {std::pair(1U, 1), {2U, 1}, {50U, 1}, {100'000U, 1}, {100'000U, 2}}) {
+        std::vector<Level> levels(size);
+        for (unsigned i = 0; i < size; ++i) {
+            Level &level = levels[i];
+            for (unsigned k : {0U, 1U})
+                level.list[k] = &levels[(i + 2 * size - 1 - k) % size].type;
+            level.parents = std::make_unique<xrttistructs>(parents, level.list);
+            level.type.initialize(("t::L" + std::to_string(i)).c_str(), 0, level.parents.get(), nullptr);
+        }
+        EXPECT_TRUE(levels.back().type.iskindof(&levels.front().type)) << size;
+        EXPECT_FALSE(levels.back().type.iskindof(&stranger)) << size;
     }
 }
 
-// A descriptor that only says of which kind it is answers with the defaults, and one that was never
-// initialised is empty; neither crashes.
-class Claims : public brtti {
-public:
-    explicit Claims(char kind) : m_kind(kind) {}
-
-private:
-    xstring GiveTypeName() override { return "t::Claims"; }
-    void OnRoutePrint(ioStream *, xany, printData *) override {}
-    xbool GiveIsEnum() override { return m_kind == 'e'; }
-    xbool GiveIsStruct() override { return m_kind == 's'; }
-    xbool GiveIsArray() override { return m_kind == 'a'; }
-    xbool GiveIsSequence() override { return m_kind == 'q'; }
-    xbool GiveIsDictionary() override { return m_kind == 'd'; }
-    xbool GiveIsUnion() override { return m_kind == 'u'; }
-    brtti *Clone() override { return new Claims(m_kind); }
-    char m_kind;
-};
-
-xany claimed(char kind) {
-    static int place;
-    return {&place, new Claims(kind)};
-}
-
-TEST(Defaults, AreTheMarkersOfTheirTypes) {
-    Claims e('e'), s('s'), a('a'), q('q'), d('d'), u('u');
-    xstring key;
-    xany elem;
-    EXPECT_EQ(e.getnenumvalues(), kel::uninit_int);
-    EXPECT_EQ(e.getenumindex(claimed('e')), kel::uninit_int);
-    thrown_by<kelXInvalidEnumIndex>([&] { e.getenumvaluebyindex(0); });
-    EXPECT_EQ(s.getnparents(), 0);
-    EXPECT_EQ(s.getnfields(), kel::uninit_int);
-    EXPECT_TRUE(s.lookupfield("n", claimed('s')).isuninit());
-    EXPECT_FALSE(s.hasfield("n"));
-    EXPECT_EQ(a.getnarraydims(), kel::nil_int);
-    EXPECT_EQ(a.getarraytype(), nullptr);
-    EXPECT_TRUE(a.getarrayelem(nullptr, claimed('a')).isnil());
-    EXPECT_EQ(q.getnseqelems(claimed('q')), kel::nil_int);
-    EXPECT_TRUE(q.getseqelem(0, claimed('q')).isnil());
-    EXPECT_FALSE(q.hasindex(0, claimed('q')));
-    EXPECT_EQ(q.getseqtype(), nullptr);
-    EXPECT_EQ(d.getndictelems(claimed('d')), kel::uninit_int);
-    EXPECT_TRUE(d.lookupdict("k", claimed('d')).isuninit());
-    EXPECT_FALSE(d.haskey("k", claimed('d')) || d.getdicttype());
-    EXPECT_EQ(u.getnunioncases(), 0);
-    EXPECT_EQ(u.getdiscrtype(), nullptr);
-    EXPECT_TRUE(u.getdiscrvalue(claimed('u')).isuninit());
-
-    // A foreign value under the name of a struct is no object to read fields from.
-    Types t;
-    internal_errors errors;
-    thrown_by<kelXTypeMismatch>([&] { t.record->getfield(0, claimed('s')); });
-    EXPECT_EQ(errors.take(), "");
-
+TEST(Descriptors, ThatWereNeverInitialisedAreEmpty) {
     xrttistruct record;
     xrttienum colours_of;
     xrttiunion choice;
