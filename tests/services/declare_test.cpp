@@ -133,39 +133,22 @@ int initial_of(demoAdmin &admin) {
 
 namespace {
 
-// Types ------------------------------------------------------------------------------------------
-
-TEST(Builders, AnswerTheSameDescriptorEverywhere) {
-    demoAdmin admin;
-    EXPECT_EQ(admin.getrtti(), xrtti_get_p_demoAdmin());
-    EXPECT_EQ(demoAdmin::getclassrtti(), xrtti_get_p_demoAdmin());
-    EXPECT_EQ(xrtti_get_p_demoAdmin()->getparenttype(0), xrtti_get_p_demoPerson());
-    EXPECT_EQ(xrtti_get_p_demoAdmin()->getnparents(), 1);
-    EXPECT_EQ(xrtti_get_p_demoPerson()->getnparents(), 0);
-    EXPECT_EQ(xrtti_get_p_demoPerson()->getfieldtype(4), xrtti_get_p_demoPerson());
-    EXPECT_EQ(kel_descriptor(demoShellNone), xrtti_get_p_demoShell());
-    EXPECT_EQ(xrtti_get_p_demoXBadLine()->getparenttype(0), xrtti_get_p_kelXException());
-    EXPECT_TRUE(xrtti_get_p_demoPerson()->getisrefcount() && !xrtti_get_p_demoDevice()->getisrefcount());
-}
-
-// Structs ----------------------------------------------------------------------------------------
-
 TEST(Structs, ReadEveryKindOfField) {
     xrchandle<demoAdmin> admin(kel::construct<demoAdmin>());
-    EXPECT_TRUE(demoPerson::getclassrtti()->lookupfield("Name", admin.get()).isnil());
+    brtti *person = xrtti_get_p_demoPerson(), *type = admin->getrtti();
+    EXPECT_TRUE(type == xrtti_get_p_demoAdmin() && type == demoAdmin::getclassrtti());
+    EXPECT_TRUE(type->getnparents() == 1 && type->getparenttype(0) == person && person->getnparents() == 0);
+    auto read = [&](const char *name) { return person->lookupfield(name, admin.get()); };
+    EXPECT_TRUE(read("Name").isnil());
     admin->Name = "ada";
     admin->Age = 36;
     admin->Friend = kel::construct<demoPerson>();
-    brtti *person = xrtti_get_p_demoPerson(), *type = xrtti_get_p_demoAdmin();
-    auto read = [&](const char *name) { return person->lookupfield(name, admin.get()); };
-    EXPECT_TRUE(read("Name") == "ada");
     EXPECT_EQ(static_cast<xrstring>(read("Name")), admin->Name.Str());
     EXPECT_TRUE(read("Age") == xany(36) && read("Nickname").isnil() && read("Active") == xany(true));
     EXPECT_TRUE(read("Friend") == xany(admin->Friend) && read("Home") == xany(&admin->Home));
     EXPECT_TRUE(read("Length") == xany(3) && read("HowMany") == xany(7));
     EXPECT_EQ(xrcgetcount(admin->Friend), 1);
     EXPECT_EQ(xrcgetcount(&admin->Home), 0);
-    EXPECT_TRUE(static_cast<xobject *>(read("Home"))->getfield(0) == xany(1.5));
 
     EXPECT_EQ(type->getnfields(), 7) << "without those of the parent";
     EXPECT_TRUE(admin->lookupfield("Shell") == xany(1, xrtti_get_p_demoShell()));
@@ -174,7 +157,6 @@ TEST(Structs, ReadEveryKindOfField) {
     EXPECT_TRUE(admin->lookupfield("Motto") == "none" && admin->lookupfield("Initial") == xany(int{'a'}));
     EXPECT_TRUE(admin->getfield(4).isuninit());
     thrown_by<kelXNoField>([&] { admin->lookupfield("Secret"); });
-    EXPECT_FALSE(admin->hasfield("Name"));
     admin->Shell = static_cast<demoShell>(3);
     EXPECT_TRUE(admin->lookupfield("Shell").isnil());
 
@@ -182,30 +164,23 @@ TEST(Structs, ReadEveryKindOfField) {
     EXPECT_TRUE(!fields->getbyindex(0)->getisoptional() && fields->getbyindex(1)->getisoptional());
     EXPECT_EQ(fields->getbyindex(1)->gettype(), get_xrttiint());
     EXPECT_EQ(fields->getbyindex(5)->gettype(), xrtti_get_p_demoPlace());
-    EXPECT_EQ(xrcgetcount(admin), 1);
-
     // An absent object is no object to read from.
     thrown_by<kelXNotInitialized>([&] { fields->getbyindex(0)->get(nullptr); });
     thrown_by<kelXNotInitialized>([&] { fields->getbyindex(0)->get(kel::uninit_object()); });
-    EXPECT_TRUE(thrown_by<kelXTypeMismatch>([&] { fields->getbyindex(0)->get(&admin->Home); })->getObject() ==
-                xany(&admin->Home));
+    thrown_by<kelXTypeMismatch>([&] { fields->getbyindex(0)->get(&admin->Home); });
+    EXPECT_EQ(xrcgetcount(admin), 1);
 }
 
 TEST(Structs, CastThroughAVirtualBase) {
     demoModem modem;
+    demoDevice device;
     xobject *object = &modem;
-    EXPECT_EQ(demoModem::cast(object), &modem);
-    EXPECT_EQ(demoDevice::cast(object), &modem);
+    EXPECT_TRUE(demoModem::cast(object) == &modem && demoDevice::cast(object) == &modem);
     EXPECT_TRUE(object->getfield(0) == xany(9600));
     EXPECT_TRUE(xrtti_get_p_demoDevice()->getfield(0, object) == xany(3));
-    EXPECT_EQ(text(thrown_by<kelXTypeMismatch>([&] { demoPerson::cast(object); })->getTypeName()),
-              "demoPerson");
-    EXPECT_EQ(text(thrown_by<kelXTypeMismatch>([&] {
-                       object->dyndowncast(xrtti_get_p_demoPerson());
-                   })->getTypeName()),
-              "demo::Person");
+    EXPECT_TRUE(xrtti_get_p_demoPerson()->getisrefcount() && !xrtti_get_p_demoDevice()->getisrefcount());
+    thrown_by<kelXTypeMismatch>([&] { demoPerson::cast(object); });
     thrown_by<kelXTypeMismatch>([&] { object->dyndowncast(nullptr); });
-    demoDevice device;
     thrown_by<kelXTypeMismatch>([&] { demoModem::cast(&device); });
 }
 
@@ -220,33 +195,30 @@ TEST(Structs, ExceptionsOfOnesOwnThrowWithTheirFields) {
 
 TEST(Kinds, SequencesReadTheirElements) {
     xrchandle<demoPeople> people(demoPeople::create());
-    EXPECT_EQ(xrcgetcount(people), 1);
     for (const char *name : {"a", "b", "c"}) {
         people->append(kel::construct<demoPerson>());
         people->get(people->getarraysize() - 1)->Name = name;
     }
     xobject *object = people;
-    EXPECT_EQ(object->getnseqelems(), 3);
-    EXPECT_EQ(people->getrtti()->getseqtype(), xrtti_get_p_demoPerson());
+    auto *type = xrtti_get_p_demoPeople();
+    EXPECT_TRUE(object->getnseqelems() == 3 && type->getseqtype() == xrtti_get_p_demoPerson());
     EXPECT_TRUE(static_cast<xobject *>(object->getseqelem(2))->getfield(0) == "c");
     EXPECT_TRUE(object->hasindex(2) && !object->hasindex(3));
     thrown_by<kelXNoField>([&] { object->getseqelem(3); });
-    auto *type = xrtti_get_p_demoPeople();
     thrown_by<kelXNegativeIndex>([&] { type->get(-1, object); });
     EXPECT_EQ(thrown_by<kelXInvalidSeqIndex>([&] { type->get(3, object); })->getIndex(), 3);
     thrown_by<kelXTypeMismatch>([&] { type->get(0, people->get(0)); });
-    EXPECT_EQ(demoPeople::cast(object), people.get());
 
     demoNumbers numbers;
     numbers.append(5);
     numbers.append(kel::nil_int);
     EXPECT_TRUE(numbers.getseqelem(0) == xany(5) && numbers.getseqelem(1).isnil());
-    EXPECT_FALSE(xrtti_get_p_demoNumbers()->getiselemoptional());
     xrchandle<demoMaybes> maybes(demoMaybes::create());
     maybes->append(std::nullopt);
     maybes->append(4);
     EXPECT_TRUE(maybes->getseqelem(0).isnil() && maybes->getseqelem(1) == xany(4));
     EXPECT_TRUE(xrtti_get_p_demoMaybes()->getiselemoptional());
+    EXPECT_FALSE(xrtti_get_p_demoNumbers()->getiselemoptional());
 }
 
 TEST(Kinds, DictionariesReadTheirEntries) {
@@ -254,57 +226,38 @@ TEST(Kinds, DictionariesReadTheirEntries) {
     people->set("ada", kel::construct<demoPerson>());
     people->set("bob", kel::construct<demoPerson>());
     xobject *object = people;
-    int live = 0;
+    int live = 0, slots = object->getndictelems();
     xstring key;
-    xany elem;
-    for (int i = 0; i < object->getndictelems(); ++i) {
-        xany value;
-        bool has = object->getdictkey(i, key);
-        EXPECT_EQ(object->getdictelem(i, value), has);
-        if (has) {
-            ++live;
-            EXPECT_TRUE(object->lookupdict(key) == value && object->haskey(key));
-        }
+    for (int i = 0; i < slots; ++i) {
+        xany elem;
+        const bool has = object->getdictkey(i, key);
+        EXPECT_EQ(object->getdictelem(i, elem), has);
+        live += has && object->lookupdict(key) == elem && object->haskey(key);
     }
     EXPECT_EQ(live, 2);
     EXPECT_FALSE(object->haskey("eve"));
     thrown_by<kelXNoField>([&] { object->lookupdict("eve"); });
     thrown_by<kelXNegativeIndex>([&] { object->getdictkey(-1, key); });
-    thrown_by<kelXNegativeIndex>([&] { object->getdictelem(-1, elem); });
-    thrown_by<kelXInvalidDictIndex>([&] { object->getdictkey(object->getndictelems(), key); });
-    EXPECT_FALSE(xrtti_get_p_demoPeopleByName()->getkey(object->getndictelems(), object, key));
-
-    demoTexts texts;
-    xrcattach(&texts);
-    texts.set("k", "v");
-    EXPECT_TRUE(texts.lookupdict("k") == "v");
+    thrown_by<kelXInvalidDictIndex>([&] { object->getdictkey(slots, key); });
+    EXPECT_FALSE(xrtti_get_p_demoPeopleByName()->getkey(slots, object, key));
     EXPECT_EQ(xrtti_get_p_demoTexts()->getdicttype(), get_xrttistring());
     EXPECT_TRUE(xrtti_get_p_demoTexts()->getiselemoptional());
 }
 
-TEST(Kinds, UnionsArraysAndEnums) {
+TEST(Kinds, UnionsAndArrays) {
     xrchandle<demoShape> shape(kel::construct<demoShape>());
     brtti *type = shape->getrtti();
-    EXPECT_EQ(type->getnunioncases(), 2);
     EXPECT_EQ(text(type->getcasename(0)), "Radius");
     EXPECT_TRUE(type->getcurcasevalue(shape.get()) == xany(2.5));
     shape->Kind = 1;
     EXPECT_TRUE(type->getcurcasevalue(shape.get()) == xany(4));
     EXPECT_TRUE(type->getcasevalue(0, shape.get()).isuninit());
-    EXPECT_EQ(type->getdiscrtype(), get_xrttiint());
 
     xrchandle<demoMatrix> matrix(kel::construct<demoMatrix>());
-    EXPECT_EQ(matrix->getnarraydims(), 2);
-    for (int row = 0; row < matrix->getnarrayelems(0); ++row)
-        for (int column = 0; column < matrix->getnarrayelems(1); ++column) {
-            int at[] = {row, column};
-            EXPECT_TRUE(matrix->getarrayelem(at) == xany(row * 10 + column));
-        }
-    int outside[] = {0, 3};
+    EXPECT_TRUE(matrix->getnarraydims() == 2 && matrix->getnarrayelems(1) == 3);
+    int at[] = {1, 2}, outside[] = {0, 3};
+    EXPECT_TRUE(matrix->getarrayelem(at) == xany(12));
     EXPECT_EQ(thrown_by<kelXInvalidArrayIndex>([&] { matrix->getarrayelem(outside); })->getDimension(), 1);
-
-    EXPECT_EQ(xrtti_get_p_demoShell()->getnenumvalues(), 3);
-    EXPECT_EQ(text(xrtti_get_p_demoShell()->getenumvaluebyindex(2)), "demoShellOther");
 }
 
 // The end of the process ---------------------------------------------------------------------------
