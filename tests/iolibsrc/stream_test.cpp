@@ -1,12 +1,11 @@
 // The stream core over a buffer and an encoder of the test's own: guards and their order, codes, the state
-// word, messages, trials, copying, and what is declared.
+// word, messages, trials, copying.
 #include "iolibsrc/stream_support.h"
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cstring>
-#include <functional>
 #include <random>
 #include <thread>
 #include <vector>
@@ -91,13 +90,13 @@ public:
         : ioStream(with, over, canwrite, canread), buffer(over) {}
     ~Stream() override {
         Close();
-        if (closed_at_death) *closed_at_death = closed;
+        EXPECT_EQ(closed, 1);
     }
     using ioStream::Throw;
     using ioStream::ThrowState;
 
     std::unique_ptr<Buffer> buffer;
-    int closed = 0, *closed_at_death = nullptr;
+    int closed = 0;
     std::string modes;
 
 protected:
@@ -120,36 +119,24 @@ struct Operation {
     const char *name;
     bool input;
     Kind kind;
-    std::function<void(Stream &)> run;
+    void (*run)(Stream &);
 };
 
 char bytes[4] = {1, 2, 3, 4};
 const Operation operations[] = {
     {"ReadByte", true, Typed, [](Stream &s) { s.ReadByte(); }},
-    {"ReadInt", true, Typed, [](Stream &s) { s.ReadInt(); }},
-    {"ReadBool", true, Typed, [](Stream &s) { s.ReadBool(); }},
-    {"ReadReal", true, Typed, [](Stream &s) { s.ReadReal(); }},
     {"ReadString", true, Typed, [](Stream &s) { s.ReadString(); }},
     {"ReadBytes", true, Raw, [](Stream &s) { s.ReadBytes(bytes, 4); }},
     {"ReadBytes 0", true, Raw, [](Stream &s) { EXPECT_EQ(s.ReadBytes(nullptr, 0), 0U); }},
     {"TryReadByte", true, Raw, [](Stream &s) { s.TryReadByte(); }},
-    {"TryReadString", true, Raw, [](Stream &s) { s.TryReadString(); }},
     {"PeekNBytes", true, Raw, [](Stream &s) { s.PeekNBytes(); }},
     {"InputEvent", true, Raw, [](Stream &s) { EXPECT_EQ(s.InputEvent(), nullptr); }},
     {"WriteByte", false, Typed, [](Stream &s) { s.WriteByte(1); }},
-    {"WriteInt", false, Typed, [](Stream &s) { s.WriteInt(1); }},
-    {"WriteBool", false, Typed, [](Stream &s) { s.WriteBool(1); }},
-    {"WriteReal", false, Typed, [](Stream &s) { s.WriteReal(1); }},
     {"WriteString", false, Typed, [](Stream &s) { s.WriteString("1"); }},
     {"WriteBytes", false, Raw, [](Stream &s) { s.WriteBytes(bytes, 4); }},
-    {"WriteBytes 0", false, Raw, [](Stream &s) { s.WriteBytes(nullptr, 0); }},
     {"TryWriteByte", false, Raw, [](Stream &s) { s.TryWriteByte(1); }},
-    {"TryWriteString", false, Raw, [](Stream &s) { s.TryWriteString("1"); }},
     {"OutputEvent", false, Raw, [](Stream &s) { EXPECT_EQ(s.OutputEvent(), nullptr); }},
-    {"SizeOfByte", true, Sizes, [](Stream &s) { EXPECT_EQ(s.SizeOfByte(1), 1); }},
-    {"SizeOf int", true, Sizes, [](Stream &s) { EXPECT_EQ(s.SizeOf(1), 4); }},
     {"SizeOf text", true, Sizes, [](Stream &s) { EXPECT_EQ(s.SizeOf("abc"), 7); }},
-    {"setITimeout", true, Setter, [](Stream &s) { s.setITimeout(INFINITE); }},
     {"setIsBad", true, Setter, [](Stream &s) { s.setIsBad(true); }},
     {"setSerializer", true, Setter, [](Stream &s) { s.setSerializer(ioSerializer::getBinary()); }},
 };
@@ -160,7 +147,8 @@ TEST(Stream, GuardsInTheirOrder) {
             bool is_closed = matter & 1, is_bad = matter & 2, wrong_way = matter & 4, timed = matter & 8;
             Stream stream(operation.input || !wrong_way, !operation.input || !wrong_way);
             stream.buffer->plain.data = std::string(64, '\0');
-            if (timed) operation.input ? stream.setITimeout(5.0) : stream.setOTimeout(0.0);
+            if (timed)
+                operation.input ? stream.setITimeout(std::nextafter(INFINITE, 0.0)) : stream.setOTimeout(0.0);
             if (is_bad) stream.setIsBad(true);
             if (is_closed) stream.Close();
             std::string expected;
@@ -191,27 +179,18 @@ TEST(Stream, GuardsInTheirOrder) {
 }
 
 TEST(Stream, ANewOneAndWhatItDoesNotOffer) {
-    Stream stream, blind(true, false);
+    Stream stream, blind(true, false), closed(true, false);
+    closed.Close();
     EXPECT_TRUE(stream.getIsOpen() && stream.getIsGood() && stream.getCanRead() && stream.getCanWrite());
-    EXPECT_EQ(std::bit_cast<std::uint64_t>(stream.getITimeout()), 0x5A17A2ECC414A040U);
-    EXPECT_EQ(std::bit_cast<std::uint64_t>(stream.getOTimeout()), 0x5A17A2ECC414A040U);
+    EXPECT_TRUE(kel::is_nil(stream.getITimeout()) && kel::is_nil(stream.getOTimeout()));
     EXPECT_EQ(stream.GetInheritHandle(), -1);
-    const std::pair<const char *, std::function<void(Stream &)>> missing[] = {
-        {"getIsBuffered", [](Stream &s) { s.getIsBuffered(); }},
-        {"getBufferSize", [](Stream &s) { s.getBufferSize(); }},
-        {"setBufferSize", [](Stream &s) { s.setBufferSize(1); }},
-        {"Ignore", [](Stream &s) { s.Ignore(); }},
-        {"getWouldDataLost", [](Stream &s) { s.getWouldDataLost(); }},
-        {"non-blocking Flush", [](Stream &s) { s.Flush(false); }},
-    };
-    for (auto &[name, run] : missing)
-        EXPECT_EQ(failure([&] { run(stream); }), unsupported(name));
+    EXPECT_EQ(failure([&] { stream.getBufferSize(); }), unsupported("getBufferSize"));
+    EXPECT_EQ(failure([&] { blind.setBufferSize(1); }), unsupported("setBufferSize"));
+    EXPECT_EQ(failure([&] { stream.Ignore(); }), unsupported("Ignore"));
     EXPECT_EQ(failure([&] { blind.Ignore(); }), "input denied");
-    EXPECT_EQ(failure([&] { blind.getWouldDataLost(); }), "input denied");
-    EXPECT_EQ(failure([&] { blind.getIsBuffered(); }), unsupported("getIsBuffered"));
-    blind.Close();
-    EXPECT_EQ(failure([&] { blind.getIsBuffered(); }), not_open);
-    EXPECT_EQ(blind.Flush(), nullptr);
+    EXPECT_EQ(failure([&] { stream.Flush(false); }), unsupported("non-blocking Flush"));
+    EXPECT_EQ(failure([&] { closed.getIsBuffered(); }), not_open);
+    EXPECT_EQ(closed.Flush(), nullptr);
     Buffer unused;
     const std::string none = "not a stream error: kellib::XNotInitialized";
     EXPECT_EQ(failure([&] { Stream(true, true, nullptr, &unused); }), none);
@@ -220,7 +199,6 @@ TEST(Stream, ANewOneAndWhatItDoesNotOffer) {
     stream.setSerializer(ioSerializer::getAscii());
     stream.setSerializer(ioSerializer::getXDR());
     EXPECT_EQ(stream.modes, "tb");
-    EXPECT_EQ(stream.getSerializer(), ioSerializer::getXDR());
 }
 
 // Where a pointer to a virtual member of the class says that it stands.
@@ -240,17 +218,6 @@ TEST(Stream, VirtualOperationsInTheirOrder) {
     };
     std::ptrdiff_t first = Slots::of()[0];
     EXPECT_EQ(Slots::of(), (std::vector{first, first + 1, first + 2, first + 3}));
-}
-
-TEST(Stream, OnlyTheExactTimeOutIsNone) {
-    Stream stream;
-    stream.buffer->plain.data = "0123456789";
-    for (double finite : {0.0, -1.0, std::nextafter(INFINITE, 0.0)}) {
-        stream.setITimeout(finite);
-        EXPECT_EQ(failure([&] { stream.ReadByte(); }), unsupported("ITimeout != INFINITE"));
-        EXPECT_EQ(failure([&] { stream.WriteInt(1); }), "") << "the other direction goes on";
-        EXPECT_EQ(stream.ReadBytes(bytes, 1), 1U) << "raw reads do not mind";
-    }
 }
 
 // State ----------------------------------------------------------------------------------------
@@ -316,27 +283,24 @@ TEST(Stream, ErrorsAndStreamsMayDieInAnyOrder) {
     for (int round = 0; round < 20; ++round) {
         auto stream = std::make_unique<Stream>();
         std::vector<kel::caught> errors;
+        auto all_say = [&](ioStream *of, const std::string &message) {
+            for (auto &error : errors) {
+                EXPECT_EQ(error.as<ioXStream>()->getStream(), of);
+                EXPECT_EQ(text_of(error.as<ioXStream>()->getMsg()), "Stream Error (iolib):" + message);
+            }
+        };
         for (int i = 0; i < 20; ++i) {
             errors.push_back(error_of(*stream));
-            auto *error = errors.back().as<ioXStream>();
-            EXPECT_STREQ(error->getMsg(), "Stream Error (iolib):EOF reached");
+            all_say(stream.get(), "EOF reached");
             stream->setIsBad(false);
-            EXPECT_STREQ(error->getMsg(), "Stream Error (iolib):unknown error") << "as it is now";
+            all_say(stream.get(), "unknown error");
             if (random() % 3 == 0) errors.erase(errors.begin() + static_cast<int>(random() % errors.size()));
         }
         stream->Close();
-        for (auto &error : errors) {
-            EXPECT_EQ(error.as<ioXStream>()->getStream(), stream.get());
-            EXPECT_STREQ(error.as<ioXStream>()->getMsg(), "Stream Error (iolib):stream not open");
-        }
+        all_say(stream.get(), not_open);
         stream.reset();
+        all_say(nullptr, "EOF reached");  // as it was when it threw
         std::shuffle(errors.begin(), errors.end(), random);
-        for (auto &error : errors) {
-            EXPECT_EQ(error.as<ioXStream>()->getStream(), nullptr);
-            EXPECT_TRUE(error->lookupfield("Stream").isnil());
-            EXPECT_STREQ(error.as<ioXStream>()->getMsg(), "Stream Error (iolib):EOF reached")
-                << "as it was when it threw";
-        }
     }
 }
 
@@ -360,19 +324,6 @@ TEST(Stream, AnErrorMayEndInAnotherThread) {
     stream.reset();
 }
 
-TEST(Stream, ClosesOnce) {
-    int closed = 0;
-    {
-        Stream stream;
-        stream.closed_at_death = &closed;
-        stream.Close();
-        EXPECT_FALSE(stream.getIsOpen());
-    }
-    EXPECT_EQ(closed, 1);
-}
-
-// Values ---------------------------------------------------------------------------------------
-
 // Trials ---------------------------------------------------------------------------------------
 
 TEST(Stream, TrialsAnswerCodesAndLeaveTheStateAlone) {
@@ -381,7 +332,6 @@ TEST(Stream, TrialsAnswerCodesAndLeaveTheStateAlone) {
     Buffer &buffer = *stream.buffer;
     EXPECT_EQ(stream.TryReadInt(), ioNotSupported);
     EXPECT_EQ(stream.TryWriteInt(1), ioNotSupported);
-    EXPECT_EQ(buffer.begun + buffer.ended, 0);
     buffer.tries = true;
     for (bool at_end : {false, true}) {
         buffer.at_end = at_end;
@@ -394,13 +344,9 @@ TEST(Stream, TrialsAnswerCodesAndLeaveTheStateAlone) {
     EXPECT_EQ(failure([&] { stream.setSerializer(&coder); }), improper);
     coder.code = ioSuccess;
     buffer.shown = std::string("\1\0\0\0", 4);
-    const std::pair<ioTryCode, ioTryCode> reads[] = {{stream.TryReadByte(), ioSuccess},
-                                                     {stream.TryReadInt(), ioSuccess},
-                                                     {stream.TryReadBool(), ioSuccess},
-                                                     {stream.TryReadReal(), ioEndOfFile},
-                                                     {stream.TryReadString(), ioEndOfFile}};
-    for (auto [code, expected] : reads)
-        EXPECT_EQ(code, expected);
+    EXPECT_EQ(stream.TryReadByte() + stream.TryReadInt() + stream.TryReadBool(), ioSuccess);
+    EXPECT_EQ(stream.TryReadReal(), ioEndOfFile);
+    EXPECT_EQ(stream.TryReadString(), ioEndOfFile);
     EXPECT_EQ(stream.TryWriteByte(1) + stream.TryWriteInt(1) + stream.TryWriteBool(1) +
                   stream.TryWriteReal(1.0) + stream.TryWriteString(""),
               ioSuccess);
@@ -415,33 +361,12 @@ TEST(Stream, TrialsAnswerCodesAndLeaveTheStateAlone) {
     EXPECT_EQ(stream.PeekNBytes(), 0U);
 }
 
-TEST(Stream, ATextIsWholeAtItsDelimiter) {
-    Stream stream(true, true, ioSerializer::getAscii()), binary;
-    stream.buffer->tries = binary.buffer->tries = true;
-    const struct {
-        const char *shown, *delimiters;
-        ioTryCode open, at_end;
-    } cases[] = {{" \n ", "\n", ioEndOfFile, ioEndOfFile},   {"abc", xstrNullStr, ioWouldBlock, ioSuccess},
-                 {"  abc\n", "", ioSuccess, ioSuccess},      {"abc def", " ", ioSuccess, ioSuccess},
-                 {"abc def", "; ", ioWouldBlock, ioSuccess}, {";", ";", ioFormatError, ioFormatError}};
-    for (const auto &one : cases)
-        for (bool at_end : {false, true}) {
-            stream.buffer->shown = one.shown;
-            stream.buffer->at_end = at_end;
-            EXPECT_EQ(stream.TryReadString(one.delimiters), at_end ? one.at_end : one.open) << one.shown;
-        }
-    binary.buffer->shown = std::string("\2\0\0\0ab", 6);
-    EXPECT_EQ(binary.TryReadString(), ioSuccess) << "its length is known";
-}
-
 TEST(Stream, EventsBelongToTheCaller) {
     Stream stream;
     stream.buffer->has_event = true;
     std::unique_ptr<ioEvent> input(stream.InputEvent()), output(stream.OutputEvent());
     EXPECT_TRUE(input->getStream() == &stream && input->getIsSignaled() && output->Wait(0.0));
     EXPECT_TRUE(input->getType() == ioInputPending && output->getType() == ioOutputPending);
-    EXPECT_EQ(ioEvent::cast(static_cast<xobject *>(output.get())), output.get());
-    EXPECT_EQ(static_cast<xobject *>(output->lookupfield("Stream")), &stream);
 }
 
 // Copying --------------------------------------------------------------------------------------
@@ -507,90 +432,23 @@ TEST(CopyStream, AShortWriteIsTheTargetsFailure) {
     EXPECT_EQ(drain(*memory), "789") << "what was not taken is still there";
 }
 
-class DescriptorStream : public ioStream {
-public:
-    explicit DescriptorStream(xipipebuf *over)
-        : ioStream(ioSerializer::getAscii(), over, false, true), m_over(over) {}
-    ~DescriptorStream() override { Close(); }
-
-private:
-    void OnClose() override { m_over.reset(); }
-    std::unique_ptr<xipipebuf> m_over;
-};
-
 // The end that is typed at a terminal passes: who asks once too often waits for what is typed behind it.
 TEST(CopyStream, EndsAtTheFirstEndOfATerminal) {
-    for (bool as_file : {true, false}) {
-        int keyboard = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-        ASSERT_TRUE(keyboard >= 0 && ::grantpt(keyboard) == 0 && ::unlockpt(keyboard) == 0);
-        const char *path = ::ptsname(keyboard);
-        std::unique_ptr<ioStream> terminal;
-        if (as_file)
-            terminal.reset(ioFileStream::Open(path, ioReadOnly));
-        else
-            terminal = std::make_unique<DescriptorStream>(new xipipebuf(::open(path, O_RDONLY | O_NOCTTY)));
-        std::string keys = "\4a\n\4b\n";
-        ASSERT_EQ(::write(keyboard, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
-        std::unique_ptr<ioStringStream> copy(ioStringStream::Create());
-        CopyStream(copy.get(), terminal.get());
-        EXPECT_EQ(text_of(copy->getStr()), "");
-        CopyStream(copy.get(), terminal.get());
-        EXPECT_EQ(text_of(copy->getStr()), "a\n");
-        EXPECT_EQ(text_of(terminal->ReadString()), "b");
-        ::close(keyboard);
-    }
+    int keyboard = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_TRUE(keyboard >= 0 && ::grantpt(keyboard) == 0 && ::unlockpt(keyboard) == 0);
+    std::unique_ptr<ioStream> terminal(ioFileStream::Open(::ptsname(keyboard), ioReadOnly));
+    std::string keys = "\4a\n\4b\n";
+    ASSERT_EQ(::write(keyboard, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+    std::unique_ptr<ioStringStream> copy(ioStringStream::Create());
+    CopyStream(copy.get(), terminal.get());
+    EXPECT_EQ(text_of(copy->getStr()), "");
+    CopyStream(copy.get(), terminal.get());
+    EXPECT_EQ(text_of(copy->getStr()), "a\n");
+    EXPECT_EQ(text_of(terminal->ReadString()), "b");
+    ::close(keyboard);
 }
 
-// Declared types -------------------------------------------------------------------------------
-
-std::string declaration(brtti *type) {
-    std::string text = type->gettypename().Str();
-    if (type->isenum()) {
-        for (int i = 0; i < type->getnenumvalues(); ++i)
-            text += std::string(i ? ", " : ": ") + type->getenumvaluebyindex(i).Str();
-        return text;
-    }
-    auto *whole = static_cast<xrttistruct *>(type);
-    EXPECT_FALSE(whole->getisrefcount()) << text;
-    if (type->getnparents()) text += std::string(" of ") + type->getparenttype(0)->gettypename().Str();
-    for (int i = 0; i < type->getnfields(); ++i) {
-        xrttifield *field = whole->getfields()->getbyindex(i);
-        text += (i ? ", " : ": ") + text_of(field->getname()) + " " + field->gettype()->gettypename().Str();
-        if (field->getisoptional()) text += "?";
-    }
-    return text;
-}
-
-TEST(Declared, TypesOfTheModule) {
-    brtti *types[] = {xrtti_get_p_ioEventType(),   xrtti_get_p_ioEvent(),      xrtti_get_p_ioSerializer(),
-                      xrtti_get_p_ioTryCode(),     xrtti_get_p_ioStream(),     xrtti_get_p_ioError(),
-                      xrtti_get_p_ioXStream(),     xrtti_get_p_ioOpenMode(),   xrtti_get_p_ioDirection(),
-                      xrtti_get_p_ioFileStream(),  xrtti_get_p_ioPipeStream(), xrtti_get_p_ioPipe(),
-                      xrtti_get_p_ioStringStream()};
-    const char *expected[] = {
-        "iolib::EventType: ioInputPending, ioOutputPending",
-        "iolib::Event of eventlib::Event: Stream iolib::Stream, Type iolib::EventType",
-        "iolib::Serializer: Ascii iolib::Serializer, Binary iolib::Serializer, XDR iolib::Serializer",
-        "iolib::TryCode: ioSuccess, ioWouldBlock, ioEndOfFile, ioIOError, ioFormatError, ioNotSupported",
-        "iolib::Stream: Serializer iolib::Serializer, IsOpen bool, CanRead bool, CanWrite bool, IsBuffered "
-        "bool, BufferSize int, ITimeout real?, OTimeout real?, IsEof bool, IsFail bool, IsBad bool, IsGood "
-        "bool, IsTimeout bool, IsDataLost bool, WouldDataLost bool, Stdin iolib::Stream, Stdout "
-        "iolib::Stream, Stderr iolib::Stream",
-        ("iolib::Error: ioStreamState, ioInputNotAllowed, ioOutputNotAllowed, ioIncompatibleFormat, "
-         "ioImproperFunction, ioUnsupportedFunction"),
-        "iolib::XStream: Stream iolib::Stream, Error iolib::Error, Msg string?",
-        "iolib::OpenMode: ioReadOnly, ioWriteOnly, ioReadWrite",
-        "iolib::Direction: ioBegin, ioEnd, ioCur",
-        "iolib::FileStream of iolib::Stream: Path string",
-        "iolib::PipeStream of iolib::Stream",
-        "iolib::Pipe",
-        "iolib::StringStream of iolib::Stream: Str string",
-    };
-    for (std::size_t i = 0; i < std::size(types); ++i)
-        EXPECT_EQ(declaration(types[i]), expected[i]);
-}
-
-TEST(Declared, FieldsReadTheStream) {
+TEST(Stream, DeclaresItsFields) {
     Stream stream(true, false), reader(false, true);
     xobject *object = &stream;
     EXPECT_EQ(ioStream::cast(object), &stream) << "through a virtual base";
