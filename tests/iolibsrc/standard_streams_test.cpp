@@ -5,12 +5,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <map>
-#include <thread>
-#include <vector>
 
 namespace {
 
@@ -85,16 +82,6 @@ int report() {
     return 0;
 }
 
-int closed_error() {
-    std::string message;
-    for (int i = 0; i < 3; ++i) {
-        message += failure([] { ioStream::getStderr()->WriteString("text\n"); }) + ";";
-        ioStream::getStderr()->setIsBad(false);
-    }
-    std::fputs(message.c_str(), stdout);
-    return 0;
-}
-
 // Into a pipe that nobody reads any more: an error, not a signal.
 int flood() {
     ioStream *out = ioStream::getStdout();
@@ -118,9 +105,8 @@ int answer() {
 }
 
 const std::map<std::string, int (*)()> parts = {
-    {"echo", echo},       {"sum", sum},       {"unflushed", unflushed},       {"late", late},
-    {"aborted", aborted}, {"report", report}, {"closed_error", closed_error}, {"flood", flood},
-    {"answer", answer},
+    {"echo", echo},       {"sum", sum},       {"unflushed", unflushed}, {"late", late},
+    {"aborted", aborted}, {"report", report}, {"flood", flood},         {"answer", answer},
 };
 
 // The tests ------------------------------------------------------------------------------------
@@ -163,32 +149,14 @@ TEST(StandardStreams, AreTextStreamsInOneDirection) {
     }
 }
 
-TEST(StandardStreams, AreMadeOnceByWhoeverComesFirst) {
-    ioStream *seen[3][8];
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i) {
-        threads.emplace_back([&, i] {
-            seen[0][i] = ioStream::getStdin();
-            seen[1][i] = ioStream::getStdout();
-            seen[2][i] = ioStream::getStderr();
-        });
-    }
-    for (auto &thread : threads)
-        thread.join();
-    for (auto &stream : seen)
-        EXPECT_EQ(std::count(stream, stream + 8, stream[0]), 8);
-}
-
 TEST(StandardStreams, InChildren) {
     const struct {
         const char *command;
         Outcome outcome;
     } cases[] = {
-        {"head -c 1000000 /dev/zero | $ME echo | wc -c", {"1000000\n", 0}},
         {"seq 1 5000 >$$.in; $ME echo <$$.in | $ME echo | cmp - $$.in; echo $?; rm $$.in", {"0\n", 0}},
         {"echo 1 2 3 | $ME sum", {"sum 6 at EOF reached", 0}},
         {"echo 1 2 x | $ME sum", {"sum 3 at conversion error", 0}},
-        {"$ME sum < /dev/null", {"sum 0 at EOF reached", 0}},
         {"(sleep 0.1; printf 1; sleep 0.1; echo 23) | $ME answer", {"quiet signalled 123", 0}},
         // Flushed at the end, and errors at once.
         {"$ME unflushed", {"before exit", 3}},
@@ -199,9 +167,7 @@ TEST(StandardStreams, InChildren) {
         {"$ME report 3>&1 2>&3 <&- >&-", {"EOF reached; ; bad\n", 0}},
         {"$ME report 2>&1 >/dev/full </dev/null", {"EOF reached; ; bad\n", 0}},
         {"$ME unflushed >/dev/full", {"", 3}},
-        {"$ME unflushed >&-", {"", 3}},
         {"$ME late <&- >&- 2>/dev/null", {"", 0}},
-        {"$ME closed_error 2>&-", {"I/O error;I/O error;I/O error;", 0}},
         {"exec 3>&1; ($ME flood 2>&3; echo \" $?\" >&3) | head -n 1 >/dev/null", {"I/O error 0\n", 0}},
     };
     for (const auto &one : cases)

@@ -57,31 +57,25 @@ TEST_F(Pipe, TrialsTakeNothingAndEventsKnowTheBuffer) {
     EXPECT_TRUE(input.IsSignaled());
     EXPECT_EQ(read(2), "ab");
     EXPECT_FALSE(input.IsSignaled());
+    // What is tried may be far more than a pipe holds.
+    ASSERT_EQ(::fcntl(raw, F_SETPIPE_SZ, 65536), 65536);
+    std::string text;
+    for (int i = 0; i < 25; ++i) {
+        std::string part(40000, static_cast<char>('a' + i));
+        send(part);
+        text += part;
+        ASSERT_TRUE(look() == text) << text.size();
+        if (i % 5 != 4) continue;
+        ASSERT_TRUE(read(7) == text.substr(0, 7));
+        text.erase(0, 7);
+        ASSERT_GE(look().size(), 160000U) << "the first trial behind a read may stop there";
+    }
+    EXPECT_TRUE(read(text.size()) == text);
     out.reset();
     EXPECT_EQ(look(), "");
     EXPECT_TRUE(in->IsEofReached() && input.IsSignaled());
     in.reset();
     EXPECT_TRUE(input.IsSignaled()) << "an event that outlives its buffer";
-}
-
-TEST_F(Pipe, TrialsGrowWithTheBytesThatArrive) {
-    ASSERT_EQ(::fcntl(raw, F_SETPIPE_SZ, 65536), 65536);
-    std::string text, seen;
-    for (int i = 0; i < 25; ++i) {
-        std::string part(40000, static_cast<char>('a' + i));
-        send(part);
-        text += part;
-        seen = look();
-        ASSERT_TRUE(seen == text) << seen.size() << " of " << text.size();
-        if (i % 5 == 4) {
-            ASSERT_TRUE(read(7) == text.substr(0, 7));
-            text.erase(0, 7);
-            ASSERT_TRUE(look().size() >= 4 * 40000);
-        }
-    }
-    EXPECT_TRUE(read(text.size()) == text);
-    send("after");
-    EXPECT_EQ(look(), "after");
 }
 
 int handled = 0;
@@ -150,17 +144,13 @@ TEST(Text, ReadsAndSeeksAView) {
     EXPECT_TRUE(btkStrstream("\xC3\xA9t\xC3\xA9") >> bytes && bytes.size() == 5) << bytes;
     std::setlocale(LC_CTYPE, "C");
     btkStrstream text("12 abc");
-    int number;
-    std::string word;
-    text >> number >> word;
-    EXPECT_EQ(number, 12);
-    EXPECT_EQ(word, "abc");
-    EXPECT_TRUE(text.eof());
+    int number = 0;
+    EXPECT_TRUE(text >> number >> bytes && number == 12 && bytes == "abc" && text.eof());
     text.clear();
     text.seekg(1);
     EXPECT_EQ(text.peek(), '2');
-    EXPECT_FALSE(btkStrstream(nullptr) >> word);
-    EXPECT_FALSE(btkStrstream(xstrNullStr) >> word);
+    EXPECT_FALSE(btkStrstream(nullptr) >> bytes);
+    EXPECT_FALSE(btkStrstream(xstrNullStr) >> bytes);
 }
 
 }  // namespace
