@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "../tests/iolibsrc/encoders.h"
+#include "encoders.h"
 
 struct EncodedInput {
     enum Type { Byte, Int, Bool, Real, String, Types };
