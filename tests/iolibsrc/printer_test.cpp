@@ -147,6 +147,9 @@ TEST(PrinterLoops, ManyObjectsAreRememberedAndLiveAsLongAsTheirPrintData) {
     }
     options.reset();
     EXPECT_EQ(Node::alive, before);
+    Node local(2);
+    Printed([&](ioStream *stream) { local.print(stream); });
+    EXPECT_EQ(xrcgetcount(&local), 0) << "a fresh object outlives its print";
     for (const xrchandle<Point> &point : *points)
         ASSERT_EQ(xrcgetcount(point), 1);
 }
