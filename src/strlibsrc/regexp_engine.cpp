@@ -100,11 +100,15 @@ struct shelf_owner {
 
 kept_engine engine_for(const regexp &program, encoding form) {
     if (shelf == nullptr) {
-        // Late searches in a thread leave their last shelf behind.
         if (!shelf_gone) static thread_local const shelf_owner owner;
         shelf = new engine_shelf;
     }
     return shelf->find(program, form);
+}
+
+// Nobody would come for what a search leaves that late in its thread.
+kept_engine::~kept_engine() {
+    if (shelf_gone) forget_engines();
 }
 
 void forget_engines() noexcept {

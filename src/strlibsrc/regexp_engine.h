@@ -50,10 +50,11 @@ private:
 };
 
 // The engine for a program, kept for the thread: those of the last programs are found again by the program's
-// bytes. The reference holds until the next call in the thread.
+// bytes. The references hold as long as this does, one at a time in a thread.
 struct kept_engine {
     regexp_engine &engine;
     search_room &room;
+    ~kept_engine();
 };
 kept_engine engine_for(const regexp &program, encoding form);
 // After an exception the engines may be incomplete.

@@ -6,6 +6,8 @@
 #include <cstring>
 #include <new>
 
+#include <kelstdmt/xtypes.h>
+
 #include "strlibsrc/regexp_engine.h"
 
 namespace kel::detail {
@@ -79,7 +81,7 @@ bool kel::search(regexp &program, std::string_view text, std::size_t from) {
 
 int regexec(regexp *program, const char *text, int &start, int &end) {
     using namespace kel::detail;
-    if (program == nullptr || text == nullptr) {
+    if (program == nullptr || !kel::is_text(text)) {
         if (program != nullptr)
             for (int group = 0; group < 10; ++group)
                 program->groupStart[group] = program->groupEnd[group] = nullptr;

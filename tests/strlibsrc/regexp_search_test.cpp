@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <clocale>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -224,11 +225,35 @@ TEST(regexp_search, ChecksComeInTheirOrder) {
     EXPECT_EQ(error_of(one.get(), nullptr), "NULL argument");
     EXPECT_EQ(one->groupStart[0], nullptr);
     EXPECT_EQ(error_of(nullptr, "a"), "NULL argument");
+    for (const std::uintptr_t marker : {1, 2})
+        EXPECT_EQ(error_of(one.get(), reinterpret_cast<const char *>(marker)), "NULL argument") << marker;
     one->program[1] = 99;
     EXPECT_EQ(error_of(one.get(), "xyz"), "") << "the text that must occur is looked for first";
     EXPECT_EQ(error_of(one.get(), "bc"), "Corrupted regular expression");
     one->program[0] = 0;
     EXPECT_EQ(error_of(one.get(), "xyz"), "Corrupted regular expression");
+}
+
+// Its destructor searches once more.
+struct late_search {
+    owned_program program = compiled("(a+)b");
+    bool *found;
+    explicit late_search(bool &result) : found(&result) {}
+    bool search() const {
+        int start = 0, end = 0;
+        return regexec(program.get(), "caab", start, end) && start == 1 && end == 4;
+    }
+    ~late_search() { *found = search(); }
+};
+
+TEST(regexp_search, AnObjectThatOutlivesTheThreadsTablesMaySearch) {
+    bool found = false;
+    std::thread([&found] {
+        // Older than the tables, which the first search makes.
+        static thread_local const late_search late(found);
+        EXPECT_TRUE(late.search());
+    }).join();
+    EXPECT_TRUE(found);
 }
 
 TEST(regexp_search, ThreadsSearchWithProgramsOfTheirOwn) {
