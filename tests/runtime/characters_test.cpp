@@ -62,8 +62,8 @@ protected:
 
 TEST_F(characters, EverySequenceOfBytes) {
     ASSERT_TRUE(std::setlocale(LC_ALL, "C.UTF-8"));
-    // Both sides of every border that a byte behind the second may have.
-    const unsigned char later[] = {0x01, 0x7F, 0x80, 0x8F, 0x90, 0x9F, 0xA0, 0xBF, 0xC0, 0xC3, 0xE2, 0xF8};
+    // Both sides of every border that a byte behind the second may have, and the beginning of another one.
+    const unsigned char later[] = {0x01, 0x7F, 0x80, 0xBF, 0xC0, 0xE2, 0xF8};
     char text[6] = {};
     for (unsigned first = 1; first < 256; ++first)
         for (unsigned second = 1; second < 256; ++second)

@@ -221,7 +221,7 @@ TEST_P(matching, IsAsDefined) {
     const std::vector<std::string> letters[] = {
         {"a", "b", "A"},
         {"a", "B", "\xC3\xA9", "\xC3", "\xA9", "\xE2\x82\xAC", "\xE2\x82", "\xAC", "\xFF", "*", "?"}};
-    for (int round = 0; round < 15000 && !HasFailure(); ++round)
+    for (int round = 0; round < 9000 && !HasFailure(); ++round)
         expect_as_defined(next(round, letters[round % 2]));
 }
 
@@ -233,7 +233,7 @@ TEST(matching_elsewhere, IsAsDefined) {
     source texts;
     const std::vector<std::string> letters = {"a",    "b",   "\xA4\xA2", "\xA2\xA4", "\xA4", "\x8F\xB0\xA1",
                                               "\x8F", "\xFF"};
-    for (int round = 0; round < 6000 && !testing::Test::HasFailure(); ++round)
+    for (int round = 0; round < 4000 && !testing::Test::HasFailure(); ++round)
         expect_as_defined(texts.next(round, letters));
     // Pieces of more characters than a word has bits, of few letters and of many.
     for (int round = 0; round < 400 && !testing::Test::HasFailure(); ++round) {
