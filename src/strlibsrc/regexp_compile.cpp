@@ -172,7 +172,7 @@ public:
     }
 
 private:
-    // The passes agree unless another thread changes the locale or the pattern between them.
+    // The passes agree unless another thread changes the locale or the pattern meanwhile.
     void require(std::size_t count) const {
         if (count > m_room - m_size) throw failure{stOther};
     }
@@ -197,7 +197,11 @@ public:
         return m_out.size();
     }
     // The flags of the whole expression.
-    unsigned write(char *program, unsigned room) { return run(program, room); }
+    unsigned write(char *program, unsigned room) {
+        const unsigned flags = run(program, room);
+        if (m_out.size() != room) throw failure{stOther};
+        return flags;
+    }
 
     const char *position() const { return m_at; }
 

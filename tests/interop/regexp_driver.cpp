@@ -1,8 +1,9 @@
-// The engine as a program for regexp_interop.py: compiles, searches and expands what it reads.
+// regexp_driver LOCALE: the engine as a program for regexp_interop.py; compiles, searches and expands what it
+// reads.
 //
 // Standard input holds patterns, texts and templates, three texts with a NUL behind each. For every three,
-// standard output gets numbers with blanks between them: the error code of the pattern or 0; then, if there is
-// a match, its start and end in characters and start and end of the groups 0 to 9 in bytes, -1 for a group
+// standard output gets numbers with blanks between them: the error code of the pattern or 0; then, if there
+// is a match, its start and end in characters and start and end of the groups 0 to 9 in bytes, -1 for a group
 // that took no part. A tab, the expansion and a NUL follow.
 #include <clocale>
 #include <cstdlib>
@@ -30,8 +31,8 @@ static void search(const std::string &pattern, const std::string &text, const st
     std::free(program);
 }
 
-int main() {
-    if (!std::setlocale(LC_ALL, "C.UTF-8")) return 1;
+int main(int argc, char **argv) {
+    if (argc != 2 || !std::setlocale(LC_ALL, argv[1])) return 1;
     setErrReport(true);
     std::ios::sync_with_stdio(false);
     std::string pattern, text, format;
