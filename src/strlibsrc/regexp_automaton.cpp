@@ -2,6 +2,27 @@
 
 namespace kel::detail {
 
+namespace {
+
+// Whether looking for the next beginning crosses enough of this text to be worth the interruption.
+class start_yield {
+public:
+    bool good() const noexcept { return m_good; }
+    void count(std::size_t bytes) noexcept {
+        m_bytes += bytes;
+        if (++m_times < period) return;
+        m_good = m_bytes >= enough * period;
+        m_times = m_bytes = 0;
+    }
+
+private:
+    static constexpr std::size_t period = 32, enough = 8;
+    std::size_t m_bytes = 0, m_times = 0;
+    bool m_good = true;
+};
+
+}  // namespace
+
 regexp_automaton::regexp_automaton(const regexp_program &program, const regexp_start &start)
     : m_program(program), m_start(start), m_table(program.alphabet().size()), m_met(program.code().size()) {
     begin_list();
@@ -54,7 +75,7 @@ std::uint32_t regexp_automaton::first() {
     // Only a way through ^ makes this state differ from those where a search goes on.
     if (!m_cut && m_restarts) {
         add_restart();
-        if (!m_crossed_begin) m_list[0] = notable;
+        if (!m_crossed_begin) m_list[0] = fresh;
     }
     return m_first = interned();
 }
@@ -64,7 +85,7 @@ std::uint32_t regexp_automaton::first_within() {
     if (m_first_within != unknown) return m_first_within;
     begin_list();
     add_restart();
-    if (!m_cut) m_list[0] = notable;
+    if (!m_cut) m_list[0] = fresh;
     return m_first_within = interned();
 }
 
@@ -76,9 +97,9 @@ std::uint32_t regexp_automaton::step(std::uint32_t row, symbol character) {
     const std::size_t size = m_table.content_size(state);
     for (std::size_t i = 1; i < size && !m_cut; ++i) {
         if (content[i] == restart) {
-            const bool fresh = m_list.size() == 1;
+            const bool alone = m_list.size() == 1;
             add_restart();
-            if (fresh && !m_cut) m_list[0] = notable;
+            if (alone && !m_cut) m_list[0] = fresh;
         } else if (m_program.takes(content[i], character)) {
             add(m_program.code()[content[i]].next, false);
         }
@@ -92,7 +113,7 @@ std::uint32_t regexp_automaton::step(std::uint32_t row, symbol character) {
 // The target for the list that is complete.
 std::uint32_t regexp_automaton::interned() {
     if (m_list.size() == 1) return dead;
-    if (m_cut) m_list[0] = notable | succeeds;
+    if (m_cut) m_list[0] = notable;
     state_table::number state = m_table.intern(m_list);
     if (state == state_table::full) {
         m_lost_states = m_table.size();
@@ -133,36 +154,60 @@ bool regexp_automaton::makes_progress(std::size_t bytes) noexcept {
     return result;
 }
 
+// Steps until something is to be done, and gives the target that tells, or until the end, and gives the row
+// there. Where stopping at fresh states is not worth while, they are only remembered.
+template <bool stops_at_fresh>
+std::uint32_t regexp_automaton::advance(std::uint32_t row, const char *&at, const char *end,
+                                        const char *&from, symbol &character) noexcept {
+    const regexp_alphabet &alphabet = m_program.alphabet();
+    const std::uint32_t *steps = m_table.steps();
+    constexpr std::uint32_t stop = stops_at_fresh ? notable | fresh : notable;
+    const char *last_fresh = from;
+    const char *position = at;
+    std::uint32_t to = row;
+    while (position != end) {
+        row = to & row_bits;
+        character = alphabet.read(position, end);
+        to = steps[row + character];
+        if (to & stop) break;
+        if (!stops_at_fresh) last_fresh = to & fresh ? position : last_fresh;
+    }
+    at = position;
+    from = last_fresh;
+    // The step that is still unknown is one from this row.
+    if (to == unknown) m_source = row;
+    return to;
+}
+
 regexp_automaton::outcome regexp_automaton::run(subject text, const char *from) {
     outcome result{outcome::nothing, from, nullptr};
-    const regexp_alphabet &alphabet = m_program.alphabet();
     const char *at = from, *emptied = from;
-    std::uint32_t row = 0;
+    start_yield yield;
     std::uint32_t to = from == text.begin ? first() : first_within();
     while (to != dead) {
-        row = to & row_bits;
-        if ((to & (notable | succeeds)) == (notable | succeeds)) {
+        if (to & fresh) {
+            result.from = at;
+            if (yield.good()) {
+                at = m_start.find(at, text.end);
+                yield.count(static_cast<std::size_t>(at - result.from));
+                result.from = at;
+            }
+        } else if (to & notable) {
             result.what = outcome::found;
             result.end = at;
-        } else if (to & notable) {
-            result.from = at = m_start.find(at, text.end);
         }
-        const std::uint32_t *steps = m_table.steps();
-        symbol character = 0;
-        for (to = 0; at != text.end; row = to) {
-            character = alphabet.read(at, text.end);
-            to = steps[row + character];
-            if (to & notable) break;
-        }
-        if (!(to & notable)) {
-            if (succeeds_at_end(row, text.begin == text.end)) {
-                result.what = outcome::found;
-                result.end = text.end;
-            }
+        to &= row_bits;
+        if (at == text.end) {
+            if (!succeeds_at_end(to, text.begin == text.end)) break;
+            result.what = outcome::found;
+            result.end = at;
             break;
         }
+        symbol character = 0;
+        to = yield.good() ? advance<true>(to, at, text.end, result.from, character)
+                          : advance<false>(to, at, text.end, result.from, character);
         if (to != unknown) continue;
-        to = step(row, character);
+        to = step(m_source, character);
         if (m_lost_states == 0) continue;
         if (!makes_progress(static_cast<std::size_t>(at - emptied))) {
             result.what = outcome::gave_up;

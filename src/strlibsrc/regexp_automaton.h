@@ -34,11 +34,11 @@ public:
     std::size_t memory() const noexcept { return m_table.memory(); }
 
 private:
-    // A step leads to the row of the next state. The high bit says that there is something to do in it, the
-    // bit below it which of two things; the two largest numbers are no rows.
-    static constexpr std::uint32_t notable = 0x80000000;
-    static constexpr std::uint32_t succeeds = 0x40000000;  // else no way is open but the one that begins here
-    static constexpr std::uint32_t row_bits = succeeds - 1;
+    // A step leads to the row of the next state, with bits for what there is to do in it.
+    static constexpr std::uint32_t notable =
+        0x80000000;                                     // a way succeeds; the two largest numbers are no rows
+    static constexpr std::uint32_t fresh = 0x40000000;  // no way is open but the one that begins here
+    static constexpr std::uint32_t row_bits = fresh - 1;
     static constexpr std::uint32_t dead = 0xFFFFFFFE;
     static constexpr std::uint32_t unknown = state_table::unknown;
     // The last number in a state's content when new ways may begin. The first are bits of its target.
@@ -52,6 +52,9 @@ private:
     std::uint32_t step(std::uint32_t row, symbol character);
     std::uint32_t interned();
     bool succeeds_at_end(std::uint32_t row, bool at_begin);
+    template <bool stops_at_fresh>
+    std::uint32_t advance(std::uint32_t row, const char *&at, const char *end, const char *&from,
+                          symbol &character) noexcept;
     bool makes_progress(std::size_t bytes) noexcept;
 
     const regexp_program &m_program;
@@ -60,6 +63,7 @@ private:
     std::uint32_t m_first = unknown;         // where a text begins
     std::uint32_t m_first_within = unknown;  // where a search begins behind that
     bool m_restarts = true;                  // ways may begin behind the beginning
+    std::uint32_t m_source = 0;              // the row of an unknown step
     std::size_t m_lost_states = 0;           // when the table was emptied in the last step
 
     std::vector<std::uint32_t> m_list;  // the content of a state in the making

@@ -10,7 +10,9 @@ regexp_engine::regexp_engine(const regexp &from, encoding form)
     : m_bytes(from.program, from.programSize), m_anchored(from.anchored), m_form(form) {
     std::memcpy(m_first, from.firstChar, sizeof m_first);
     m_error = m_program.load(from, form);
-    if (m_error == stSuccess) m_start.emplace(m_program);
+    if (m_error != stSuccess) return;
+    m_start.emplace(m_program);
+    if (regexp_attempt::serves(m_program)) m_attempt.emplace(m_program, *m_start);
 }
 
 bool regexp_engine::is_of(const regexp &program, encoding form) const noexcept {
@@ -31,12 +33,25 @@ bool regexp_engine::search_text(const char *from, const char *end, match_slots &
 }
 
 bool regexp_engine::search(subject text, const char *from, search_room &room, match_slots &slots) {
+    using outcome = regexp_attempt::result;
+    constexpr std::ptrdiff_t short_text = 256;
     if (!m_program.extra_first().empty()) return room.simulation.search(m_program, text, from, slots);
     if (m_start->is_text() && !m_program.anchored()) return search_text(from, text.end, slots);
+    if (text.end - from <= short_text && m_attempt) {
+        const outcome result = m_attempt->search(text, from, room.frames, slots);
+        if (result != outcome::gave_up) return result == outcome::found;
+    }
+    return search_long(text, from, room, slots);
+}
+
+bool regexp_engine::search_long(subject text, const char *from, search_room &room, match_slots &slots) {
     if (!m_automaton) m_automaton.emplace(m_program, *m_start);
     const regexp_automaton::outcome outcome = m_automaton->run(text, from);
     if (outcome.what == regexp_automaton::outcome::nothing) return false;
     if (outcome.what == regexp_automaton::outcome::found) {
+        using result = regexp_attempt::result;
+        if (m_attempt && m_attempt->search(text, outcome.from, room.frames, slots) == result::found)
+            return true;
         if (!m_path) m_path.emplace(m_program);
         if (m_path->trace(text, outcome.from, outcome.end, room.notes, slots)) return true;
     }

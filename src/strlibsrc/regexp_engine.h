@@ -1,12 +1,14 @@
 // All that is needed to search with one program: the program made ready, and the machines that search with
-// it. A plain text is left to the C library. Otherwise the automaton finds the end of the match and the path
-// its beginning and its groups; where one of them meets too many states, the simulation goes on.
+// it. A plain text is left to the C library. A short text is tried with backtracking. In a long one the
+// automaton finds the end of the match; its beginning and its groups are then found with backtracking, or
+// else by the path. Where an automaton meets too many states, the simulation goes on.
 #pragma once
 
 #include <memory>
 #include <optional>
 #include <string>
 
+#include "strlibsrc/regexp_attempt.h"
 #include "strlibsrc/regexp_automaton.h"
 #include "strlibsrc/regexp_path.h"
 
@@ -16,6 +18,7 @@ namespace kel::detail {
 struct search_room {
     regexp_simulation simulation;
     path_notes notes;
+    std::vector<attempt_frame> frames;
 };
 
 class regexp_engine {
@@ -36,6 +39,7 @@ public:
 
 private:
     bool search_text(const char *from, const char *end, match_slots &slots) const;
+    bool search_long(subject text, const char *from, search_room &room, match_slots &slots);
 
     std::string m_bytes;  // of the program it was made from
     char m_first[sizeof regexp::firstChar];
@@ -45,6 +49,7 @@ private:
     regexp_program m_program;
     stErrorCode m_error;
     std::optional<regexp_start> m_start;
+    std::optional<regexp_attempt> m_attempt;
     std::optional<regexp_automaton> m_automaton;
     std::optional<regexp_path> m_path;
 };

@@ -1,13 +1,17 @@
 #include "strlibsrc/regexp_path.h"
 
 #include <algorithm>
+#include <bit>
 
 namespace kel::detail {
 
 namespace {
 
-std::size_t words(std::size_t bits) {
-    return (bits + 31) / 32;
+std::vector<std::uint32_t> takers_of(const regexp_program &program) {
+    std::vector<std::uint32_t> result;
+    for (std::uint32_t number = 0; number < program.code().size(); ++number)
+        if (program.code()[number].takes_character()) result.push_back(number);
+    return result;
 }
 
 bool has(const regexp_program &program, instruction::kind kind) {
@@ -19,12 +23,16 @@ bool has(const regexp_program &program, instruction::kind kind) {
 
 regexp_path::regexp_path(const regexp_program &program)
     : m_program(program),
+      m_takers(takers_of(program)),
+      m_place(program.code().size()),
       m_symbols(program.alphabet().size()),
       m_columns(has(program, instruction::line_begin) ? 2 * m_symbols : m_symbols),
-      m_table(m_columns + words(program.code().size())),
-      m_list(words(program.code().size())) {
-    for (std::uint32_t number = 0; number < program.code().size(); ++number)
-        if (program.code()[number].takes_character()) m_takers.push_back(number);
+      m_words((program.code().size() + 31) / 32),
+      m_moves(program.has_groups() && m_takers.size() <= most_remembered ? m_takers.size() + 1 : 0),
+      m_table(m_columns + m_words + m_moves),
+      m_list(m_words) {
+    for (std::uint32_t place = 0; place < m_takers.size(); ++place)
+        m_place[m_takers[place]] = place;
     std::fill(std::begin(m_last), std::end(m_last), unknown);
 }
 
@@ -113,18 +121,21 @@ void regexp_path::read(const piece &one, path_notes &notes) {
     const regexp_alphabet &alphabet = m_program.alphabet();
     const char *at = one.begin;
     std::size_t count = 0;
-    for (; at != one.end; ++count) {
-        notes.offsets[count] = static_cast<std::uint32_t>(at - one.begin);
-        notes.symbols[count] = alphabet.read(at, one.end);
+    for (; at != one.end; ++at, ++count) {
+        notes.symbols[count] = alphabet.of_byte(*at);
+        if (notes.symbols[count] == regexp_alphabet::indirect) break;
     }
-    notes.offsets[count] = static_cast<std::uint32_t>(at - one.begin);
+    m_bytewise = at == one.end;
+    if (!m_bytewise) {
+        for (std::uint32_t i = 0; i < count; ++i)
+            notes.offsets[i] = i;
+        for (; at != one.end; ++count) {
+            notes.offsets[count] = static_cast<std::uint32_t>(at - one.begin);
+            notes.symbols[count] = alphabet.read(at, one.end);
+        }
+        notes.offsets[count] = static_cast<std::uint32_t>(at - one.begin);
+    }
     m_characters = count;
-}
-
-void regexp_path::begin_at(std::size_t number, std::size_t character) noexcept {
-    m_first_piece = number;
-    m_first_character = character;
-    m_found = true;
 }
 
 // Notes the states of a piece, from its end to its beginning or to where no way leads on; false there.
@@ -132,23 +143,35 @@ bool regexp_path::go_back(subject text, std::size_t number, path_notes &notes) {
     const piece &one = m_pieces[number];
     m_noted = number;
     read(one, notes);
-    const bool to_begin = m_columns != m_symbols && one.begin == text.begin;
+    constexpr std::size_t none = path_notes::capacity + 1;
+    std::size_t first = one.row & begins ? m_characters : none;
+    const std::size_t begin_column = m_columns != m_symbols && one.begin == text.begin ? m_symbols : 0;
     std::uint32_t *steps = m_table.steps();
     std::uint32_t row = one.row & row_bits;
-    if (one.row & begins) begin_at(number, m_characters);
     notes.rows[m_characters] = row;
-    for (std::size_t at = m_characters; at-- > 0;) {
-        const std::size_t column = notes.symbols[at] + (to_begin && at == 0 ? m_symbols : 0);
+    std::size_t at = m_characters;
+    while (at > 0) {
+        --at;
+        const std::size_t column = notes.symbols[at] + (at == 0 ? begin_column : 0);
         std::uint32_t to = steps[row + column];
-        if (to == unknown) {
-            to = step(row, column);
+        if (to >= dead) {
+            if (to == unknown) to = step(row, column);
+            if (to == dead) {
+                at = none;
+                break;
+            }
             steps = m_table.steps();
         }
-        if (to == dead) return false;
-        if (to & begins) begin_at(number, at);
+        if (to & begins) first = at;
         row = to & row_bits;
         notes.rows[at] = row;
     }
+    if (first != none) {
+        m_found = true;
+        m_first_piece = number;
+        m_first_character = first;
+    }
+    if (at == none) return false;
     if (number > 0) m_pieces[number - 1].row = row;
     return true;
 }
@@ -167,45 +190,65 @@ bool regexp_path::find_beginning(subject text, path_notes &notes) {
     return m_found && !m_overflowed;
 }
 
-bool regexp_path::walk(subject text, path_notes &notes, match_slots &slots) {
+// From an instruction to the next one that takes a character, by the first choices that are alive.
+regexp_path::move regexp_path::find_move(const std::uint32_t *content, std::uint32_t number) const noexcept {
     const std::vector<instruction> &code = m_program.code();
-    std::uint32_t number = regexp_program::start;
+    move result{0, arrived};
+    while (code[number].what != instruction::success) {
+        const instruction &each = code[number];
+        if (each.takes_character()) {
+            result.taker = m_place[number];
+            break;
+        }
+        if (each.what == instruction::save) result.saves |= 1u << each.value;
+        number = each.next;
+        if (each.what == instruction::split && !(content[number / 32] >> (number % 32) & 1))
+            number = each.value;
+    }
+    return result;
+}
+
+// The move behind a taker, or at first, for m_takers.size().
+regexp_path::move regexp_path::move_from(std::uint32_t row, std::uint32_t taker) noexcept {
+    const bool at_first = taker == m_takers.size();
+    const std::uint32_t number = at_first ? regexp_program::start : m_program.code()[m_takers[taker]].next;
+    std::uint32_t *content = m_table.steps() + row + m_columns;
+    if (m_moves == 0) return find_move(content, number);
+    std::uint32_t &known = content[m_words + taker];
+    if (known == unknown) {
+        const move found = find_move(content, number);
+        known = found.saves << 12 | found.taker;
+    }
+    return {known >> 12, known & 0xFFF};
+}
+
+void regexp_path::walk(subject text, path_notes &notes, match_slots &slots) {
+    auto taker = static_cast<std::uint32_t>(m_takers.size());
     std::size_t at = m_first_character;
-    for (std::size_t piece_number = m_first_piece; piece_number < m_pieces.size(); ++piece_number, at = 0) {
-        const piece &one = m_pieces[piece_number];
-        if (m_noted != piece_number) go_back(text, piece_number, notes);
-        if (m_overflowed) return false;
-        const std::uint32_t *steps = m_table.steps();
-        const bool is_last = piece_number + 1 == m_pieces.size();
-        while (true) {
-            const instruction &each = code[number];
-            if (each.what == instruction::success) return true;
-            number = each.next;
-            if (each.what == instruction::split) {
-                const std::uint32_t word = steps[notes.rows[at] + m_columns + number / 32];
-                if (!(word >> (number % 32) & 1)) number = each.value;
-            } else if (each.what == instruction::save) {
-                slots[each.value] = one.begin + notes.offsets[at];
-            } else if (each.takes_character() && ++at == m_characters && !is_last) {
-                break;
-            }
+    for (std::size_t number = m_first_piece; number < m_pieces.size(); ++number, at = 0) {
+        if (m_noted != number) go_back(text, number, notes);
+        const piece &one = m_pieces[number];
+        const std::size_t end = number + 1 == m_pieces.size() ? m_characters + 1 : m_characters;
+        for (; at < end; ++at) {
+            const move next = move_from(notes.rows[at], taker);
+            for (std::uint32_t saves = next.saves; saves != 0; saves &= saves - 1)
+                slots[std::countr_zero(saves)] = position(notes, one, at);
+            taker = next.taker;
         }
     }
-    return false;
 }
 
 bool regexp_path::trace(subject text, const char *from, const char *end, path_notes &notes,
                         match_slots &slots) {
     cut(from, end);
     if (!find_beginning(text, notes)) return false;
-    const std::size_t first = m_first_character;
-    const piece one = m_pieces[m_first_piece];
+    const piece &one = m_pieces[m_first_piece];
+    if (m_noted != m_first_piece) read(one, notes);
     std::fill(std::begin(slots), std::end(slots), nullptr);
-    slots[0] = m_noted == m_first_piece
-                   ? one.begin + notes.offsets[first]
-                   : skip_characters(m_program.alphabet().form(), one.begin, one.end, first);
+    slots[0] = position(notes, one, m_first_character);
     slots[1] = end;
-    return !m_program.has_groups() || walk(text, notes, slots);
+    if (m_program.has_groups()) walk(text, notes, slots);
+    return true;
 }
 
 }  // namespace kel::detail

@@ -45,34 +45,52 @@ private:
         std::uint32_t row;  // of the state at its end
     };
 
+    // What the walk does at a position: it fills the slots of `saves`, a bit for each, on its way to the
+    // instruction that takes the next character, a place in m_takers.
+    struct move {
+        std::uint32_t saves;
+        std::uint32_t taker;
+    };
+    static constexpr std::uint32_t arrived = 0xFFF;      // no taker: the match ends
+    static constexpr std::size_t most_remembered = 255;  // takers of a program whose moves are remembered
+
     bool alive(std::uint32_t number) const noexcept { return m_list[number / 32] >> (number % 32) & 1; }
     void set_alive(std::uint32_t number) noexcept { m_list[number / 32] |= 1u << (number % 32); }
     void pass_on(bool at_begin, bool at_end, bool succeeds);
     std::uint32_t interned();
     std::uint32_t last(bool at_begin, bool at_end);
     std::uint32_t step(std::uint32_t row, std::size_t column);
+    move find_move(const std::uint32_t *content, std::uint32_t number) const noexcept;
+    move move_from(std::uint32_t row, std::uint32_t taker) noexcept;
 
     void cut(const char *from, const char *end);
     void read(const piece &one, path_notes &notes);
     bool go_back(subject text, std::size_t number, path_notes &notes);
     bool find_beginning(subject text, path_notes &notes);
-    bool walk(subject text, path_notes &notes, match_slots &slots);
-    void begin_at(std::size_t number, std::size_t character) noexcept;
+    void walk(subject text, path_notes &notes, match_slots &slots);
+    const char *position(const path_notes &notes, const piece &one, std::size_t character) const noexcept {
+        return one.begin + (m_bytewise ? character : notes.offsets[character]);
+    }
 
     const regexp_program &m_program;
-    const std::size_t m_symbols;  // of the program
-    const std::size_t
-        m_columns;        // steps in a row: for all symbols, and for them at the beginning of the text
-    state_table m_table;  // behind its steps a row has the state's content once more
     std::vector<std::uint32_t> m_takers;  // instructions that take a character
-    std::vector<std::uint32_t> m_list;    // the content of a state in the making: a bit for each instruction
-    std::uint32_t m_last[4];              // where the way back begins
+    std::vector<std::uint32_t> m_place;   // of an instruction in m_takers
+    // A row has the steps for all symbols, and for them once more at the beginning of the text if that makes
+    // a difference, then the state's content, then the moves that are known, behind each taker and at first.
+    const std::size_t m_symbols;
+    const std::size_t m_columns;
+    const std::size_t m_words;
+    const std::size_t m_moves;
+    state_table m_table;
+    std::vector<std::uint32_t> m_list;  // the content of a state in the making: a bit for each instruction
+    std::uint32_t m_last[4];            // where the way back begins
     bool m_overflowed = false;
 
     // Of the match at hand.
     std::vector<piece> m_pieces;
     std::size_t m_noted = 0;       // the piece in the notes
     std::size_t m_characters = 0;  // of that piece
+    bool m_bytewise = false;       // these are single bytes, and the offsets are not noted
     std::size_t m_first_piece = 0, m_first_character = 0;
     bool m_found = false;
 };

@@ -53,6 +53,8 @@ public:
     // Bytes that a match has to begin with though the program itself does not ask for them, else empty.
     const std::string &extra_first() const noexcept { return m_extra_first; }
 
+    // Of each instruction the symbols that it takes, a bit for each; empty when there are more than 64.
+    const std::vector<std::uint64_t> &masks() const noexcept { return m_masks; }
     std::size_t memory() const noexcept;
 
     // Whether an instruction that takes a character takes this one; false for the others.
@@ -72,7 +74,7 @@ private:
     // The symbols of a set, in their order: those from m_set_begin[n] to m_set_begin[n + 1].
     std::vector<symbol> m_set_symbols;
     std::vector<std::uint32_t> m_set_begin;
-    std::vector<std::uint64_t> m_masks;  // of an instruction: the symbols it takes, when 64 bits have room
+    std::vector<std::uint64_t> m_masks;
     std::string m_extra_first;
     std::size_t m_slots = 2;
     bool m_anchored = false;
