@@ -22,11 +22,12 @@ struct attempt_frame {
     std::uint32_t number;  // of the instruction to go on at, or of the slot to be put back
     const char *at;        // the position there, or the slot's value
     const char *least;     // of a repetition: the position that it does not fall short of
+    std::uint64_t first;   // of a repetition: the symbols that what follows it can begin with
 };
 
 class regexp_attempt {
 public:
-    enum class result { found, nothing, gave_up };
+    enum class verdict { found, nothing, gave_up };
 
     // The program and its start outlive this.
     regexp_attempt(const regexp_program &program, const regexp_start &start);
@@ -34,14 +35,29 @@ public:
     // Some programs have too many symbols for the look ahead.
     static bool serves(const regexp_program &program) noexcept;
 
-    // The first match that begins at `from` or later. Only a match that is found changes the slots.
-    result search(subject text, const char *from, std::vector<attempt_frame> &frames, match_slots &slots);
+    std::size_t memory() const noexcept { return m_trials.capacity() * sizeof(trial); }
+
+    // The first match that begins at `from` or later. The slots are null before, and after unless it is
+    // found.
+    verdict search(subject text, const char *from, std::vector<attempt_frame> &frames, match_slots &slots);
+    // Beginnings that the last search tried in vain.
+    std::size_t failures() const noexcept { return m_failures; }
 
 private:
     using symbols = std::uint64_t;               // a set, a bit for each
     static constexpr unsigned end_of_text = 63;  // where no character follows
     static constexpr std::size_t most_frames = 1 << 14;
 
+    // An instruction of the program as it is tried; jumps are left out.
+    struct trial {
+        enum kind : std::uint8_t { success, take, line_begin, line_end, choose, repeat, save, fail };
+        kind what;
+        std::uint32_t next;
+        std::uint32_t value;  // the second choice, or the slot
+        symbols taken;        // by `take`, or by what is repeated
+        symbols first;        // with which the way on at next can begin
+        symbols second;       // and at value
+    };
     // A position, and what follows there.
     struct place {
         const char *at;
@@ -49,27 +65,26 @@ private:
         unsigned character;
     };
 
+    trial make(std::uint32_t number, const std::vector<symbols> &first) const;
     place look(const char *at) const noexcept;
     const char *before(const char *at, const char *least) const noexcept;
-    bool may_go_on(std::uint32_t number, unsigned character) const noexcept {
-        return m_first[number] >> character & 1;
-    }
-    bool match(const char *from, match_slots &slots);
-    bool repeat(std::uint32_t split, place &here);
+    bool match(place here, match_slots &slots);
+    void repeat(const trial &each, place &here);
     bool go_back(std::uint32_t &number, place &here, match_slots &slots);
-    void push(attempt_frame::kind what, std::uint32_t number, const char *at, const char *least = nullptr);
+    void push(const attempt_frame &frame);
     bool spend(std::size_t steps) noexcept;
 
     const regexp_program &m_program;
     const regexp_start &m_start;
-    std::vector<symbols> m_taken;  // of an instruction that takes a character
-    std::vector<symbols> m_first;  // of an instruction: what the way on can begin with
-    std::vector<bool> m_repeats;   // whether a split does nothing but repeat one that takes a character
+    std::vector<trial> m_trials;
+    std::uint32_t m_begin;
+    symbols m_first;  // with which a match can begin
 
     // Of the search at hand.
     subject m_text{};
     std::vector<attempt_frame> *m_frames = nullptr;
     std::size_t m_steps_left = 0;
+    std::size_t m_failures = 0;
 };
 
 }  // namespace kel::detail

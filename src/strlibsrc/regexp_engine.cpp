@@ -26,20 +26,27 @@ bool regexp_engine::search_text(const char *from, const char *end, match_slots &
     const std::string &wanted = m_start->text();
     const char *found = find_text(from, end, wanted.data(), wanted.size());
     if (found == nullptr) return false;
-    std::fill(std::begin(slots), std::end(slots), nullptr);
     slots[0] = found;
     slots[1] = found + wanted.size();
     return true;
 }
 
+bool regexp_engine::habit::advisable() noexcept {
+    constexpr unsigned too_many = 4, forgotten = 64;
+    if (m_in_vain >= too_many && ++m_in_vain > too_many + forgotten) m_in_vain = too_many - 1;
+    return m_in_vain < too_many;
+}
+
 bool regexp_engine::search(subject text, const char *from, search_room &room, match_slots &slots) {
-    using outcome = regexp_attempt::result;
+    using verdict = regexp_attempt::verdict;
     constexpr std::ptrdiff_t short_text = 256;
+    constexpr std::size_t few_failures = 2;
     if (!m_program.extra_first().empty()) return room.simulation.search(m_program, text, from, slots);
     if (m_start->is_text() && !m_program.anchored()) return search_text(from, text.end, slots);
-    if (text.end - from <= short_text && m_attempt) {
-        const outcome result = m_attempt->search(text, from, room.frames, slots);
-        if (result != outcome::gave_up) return result == outcome::found;
+    if (text.end - from <= short_text && m_attempt && m_attempts_at_once.advisable()) {
+        const verdict result = m_attempt->search(text, from, room.frames, slots);
+        m_attempts_at_once.note(result != verdict::gave_up && m_attempt->failures() <= few_failures);
+        if (result != verdict::gave_up) return result == verdict::found;
     }
     return search_long(text, from, room, slots);
 }
@@ -49,9 +56,12 @@ bool regexp_engine::search_long(subject text, const char *from, search_room &roo
     const regexp_automaton::outcome outcome = m_automaton->run(text, from);
     if (outcome.what == regexp_automaton::outcome::nothing) return false;
     if (outcome.what == regexp_automaton::outcome::found) {
-        using result = regexp_attempt::result;
-        if (m_attempt && m_attempt->search(text, outcome.from, room.frames, slots) == result::found)
-            return true;
+        using verdict = regexp_attempt::verdict;
+        if (m_attempt && m_attempts_at_match.advisable()) {
+            const bool found = m_attempt->search(text, outcome.from, room.frames, slots) == verdict::found;
+            m_attempts_at_match.note(found);
+            if (found) return true;
+        }
         if (!m_path) m_path.emplace(m_program);
         if (m_path->trace(text, outcome.from, outcome.end, room.notes, slots)) return true;
     }

@@ -32,12 +32,24 @@ public:
     // Whether this was made from the same program.
     bool is_of(const regexp &program, encoding form) const noexcept;
 
-    // For a match that begins at `from` or later.
+    std::size_t slots() const noexcept { return m_program.slots(); }
+
+    // For a match that begins at `from` or later. The slots are null before, and stay so without a match.
     bool search(subject text, const char *from, search_room &room, match_slots &slots);
 
     std::size_t memory() const noexcept;
 
 private:
+    // Whether attempts are advisable: not after several in vain, and then again once in a while.
+    class habit {
+    public:
+        bool advisable() noexcept;
+        void note(bool good) noexcept { m_in_vain = good ? 0 : m_in_vain + 1; }
+
+    private:
+        unsigned m_in_vain = 0;
+    };
+
     bool search_text(const char *from, const char *end, match_slots &slots) const;
     bool search_long(subject text, const char *from, search_room &room, match_slots &slots);
 
@@ -50,6 +62,8 @@ private:
     stErrorCode m_error;
     std::optional<regexp_start> m_start;
     std::optional<regexp_attempt> m_attempt;
+    habit m_attempts_at_once;   // in short texts
+    habit m_attempts_at_match;  // where the automaton has found one
     std::optional<regexp_automaton> m_automaton;
     std::optional<regexp_path> m_path;
 };

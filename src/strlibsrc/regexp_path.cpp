@@ -244,7 +244,6 @@ bool regexp_path::trace(subject text, const char *from, const char *end, path_no
     if (!find_beginning(text, notes)) return false;
     const piece &one = m_pieces[m_first_piece];
     if (m_noted != m_first_piece) read(one, notes);
-    std::fill(std::begin(slots), std::end(slots), nullptr);
     slots[0] = position(notes, one, m_first_character);
     slots[1] = end;
     if (m_program.has_groups()) walk(text, notes, slots);

@@ -29,7 +29,7 @@ public:
     explicit regexp_path(const regexp_program &program);
 
     // Fills the slots of the match that ends at `end` and begins at `from` or later. False when the text
-    // drives the automaton into too many states; the slots are then as before.
+    // drives the automaton into too many states. The slots are null before, and then still are.
     bool trace(subject text, const char *from, const char *end, path_notes &notes, match_slots &slots);
 
     std::size_t memory() const noexcept { return m_table.memory(); }

@@ -2,8 +2,11 @@
 // itself. Then the search proper.
 #include "strlibsrc/regexp_search.h"
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <new>
 
 #include <kelstdmt/xtypes.h>
@@ -28,7 +31,9 @@ stErrorCode check_record(const regexp &program) {
     if (program.programSize == 0 || static_cast<unsigned char>(program.program[0]) != regexpMagic)
         return stCorruptedRegExp;
     if (program.programSize >= program_limit) return stCorruptedRegExp;
-    if (std::memchr(program.firstChar, 0, sizeof program.firstChar) == nullptr) return stCorruptedRegExp;
+    if (std::find(std::begin(program.firstChar), std::end(program.firstChar), '\0') ==
+        std::end(program.firstChar))
+        return stCorruptedRegExp;
     if (program.mustText == nullptr) return stSuccess;
     // Compared as numbers: a damaged pointer belongs to no object.
     const auto begin = reinterpret_cast<std::uintptr_t>(program.program);
@@ -39,37 +44,40 @@ stErrorCode check_record(const regexp &program) {
 }
 
 bool must_text_occurs(const regexp &program, const char *from, const char *end) {
-    if (program.mustText == nullptr) return true;
-    return memmem(from, static_cast<std::size_t>(end - from), program.mustText,
-                  static_cast<std::size_t>(program.mustLength)) != nullptr;
+    if (program.mustText == nullptr || program.mustLength == 0) return true;
+    return find_text(from, end, program.mustText, static_cast<std::size_t>(program.mustLength)) != nullptr;
+}
+
+void clear_groups(regexp &program) {
+    std::fill(std::begin(program.groupStart), std::end(program.groupStart), nullptr);
+    std::fill(std::begin(program.groupEnd), std::end(program.groupEnd), nullptr);
+}
+
+bool search(regexp &program, subject text, const char *from, encoding form) {
+    clear_groups(program);
+    if (const stErrorCode error = check_record(program); error != stSuccess) return fail(error, searcher);
+    if (!must_text_occurs(program, from, text.end)) return false;
+    try {
+        const kept_engine kept = engine_for(program, form);
+        const stErrorCode error = kept.engine.error();
+        if (error != stSuccess) return fail(error, walker);
+        match_slots slots{};
+        if (!kept.engine.search(text, from, kept.room, slots)) return false;
+        for (std::size_t group = 0; 2 * group < kept.engine.slots(); ++group) {
+            program.groupStart[group] = slots[2 * group];
+            program.groupEnd[group] = slots[2 * group + 1];
+        }
+        return true;
+    } catch (const std::bad_alloc &) {
+        forget_engines();
+    }
+    return fail(stOutofSpace, searcher);
 }
 
 }  // namespace
 
 bool regexp_search(regexp &program, const char *begin, const char *end, const char *from) {
-    for (int group = 0; group < 10; ++group)
-        program.groupStart[group] = program.groupEnd[group] = nullptr;
-    if (const stErrorCode error = check_record(program); error != stSuccess) return fail(error, searcher);
-    const subject text{begin, end};
-    if (!must_text_occurs(program, from, end)) return false;
-    stErrorCode error = stSuccess;
-    match_slots slots{};
-    bool found = false;
-    try {
-        const kept_engine kept = engine_for(program, locale_encoding());
-        error = kept.engine.error();
-        if (error == stSuccess) found = kept.engine.search(text, from, kept.room, slots);
-    } catch (const std::bad_alloc &) {
-        forget_engines();
-        return fail(stOutofSpace, searcher);
-    }
-    if (error != stSuccess) return fail(error, walker);
-    if (!found) return false;
-    for (int group = 0; group < 10; ++group) {
-        program.groupStart[group] = slots[2 * group];
-        program.groupEnd[group] = slots[2 * group + 1];
-    }
-    return true;
+    return search(program, {begin, end}, from, locale_encoding());
 }
 
 }  // namespace kel::detail
@@ -82,15 +90,14 @@ bool kel::search(regexp &program, std::string_view text, std::size_t from) {
 int regexec(regexp *program, const char *text, int &start, int &end) {
     using namespace kel::detail;
     if (program == nullptr || !kel::is_text(text)) {
-        if (program != nullptr)
-            for (int group = 0; group < 10; ++group)
-                program->groupStart[group] = program->groupEnd[group] = nullptr;
+        if (program != nullptr) clear_groups(*program);
         return fail(stNullArgRegExp, searcher);
     }
-    if (!regexp_search(*program, text, text + std::strlen(text))) return 0;
     const encoding form = locale_encoding();
-    const std::size_t before = count_characters(form, text, program->groupStart[0]);
+    if (!kel::detail::search(*program, {text, text + std::strlen(text)}, text, form)) return 0;
+    const char *match = program->groupStart[0];
+    const std::size_t before = count_characters(form, text, match);
     start = static_cast<int>(before);
-    end = static_cast<int>(before + count_characters(form, program->groupStart[0], program->groupEnd[0]));
+    end = static_cast<int>(before + count_characters(form, match, program->groupEnd[0]));
     return 1;
 }

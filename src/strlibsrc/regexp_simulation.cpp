@@ -94,7 +94,6 @@ bool regexp_simulation::search(const regexp_program &program, subject text, cons
             const char *const *filled = m_now.slots.data() + i * m_slot_count;
             if (program.code()[number].what == instruction::success) {
                 std::copy_n(filled, m_slot_count, slots);
-                std::fill(slots + m_slot_count, std::end(slots), nullptr);
                 slots[1] = at;
                 found = true;
                 break;
