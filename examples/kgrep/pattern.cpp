@@ -12,8 +12,9 @@ const char *NodeBehind(const char *node) {
     return distance > 0 && *node != REOP_BACK ? node + distance : nullptr;
 }
 
+constexpr int operand = 3;  // bytes behind the beginning of a node
+
 std::string RequiredText(const regexp &program) {
-    constexpr int operand = 3;
     std::string best;
     for (const char *node = program.program + 1, *behind; node; node = behind) {
         behind = NodeBehind(node);
@@ -26,6 +27,49 @@ std::string RequiredText(const regexp &program) {
             best = node + operand;
     }
     return best;
+}
+
+// A pattern that is the same for a line, where `.` and sets with ^ do not take a line end.
+std::string KeptInLine(const char *pattern) {
+    std::string result;
+    for (xmbchar at(pattern); *at.position;) {
+        const char *begin = at.position;
+        at.Next();
+        if (*begin == '.') {
+            result += "[^\n]";
+            continue;
+        }
+        const bool set = *begin == '[', inverted = set && *at.position == '^';
+        if (inverted || (*begin == '\\' && *at.position)) at.Next();
+        if (set && (*at.position == ']' || *at.position == '-')) at.Next();
+        while (set && *at.position && *at.position != ']')
+            at.Next();
+        result.append(begin, static_cast<const char *>(at.position));
+        // Before a - at the end, which is plain there. The closing bracket comes next.
+        if (inverted) result.insert(result.size() - (result.back() == '-'), 1, '\n');
+    }
+    return result;
+}
+
+// Whether a match in many lines is the match in one of them: nothing takes a line end or asks where a line
+// ends.
+bool StaysInLine(const regexp &program) {
+    const char *node = program.program + 1, *end = program.program + program.programSize;
+    while (node < end) {
+        switch (*node) {
+            case REOP_BOL:
+            case REOP_EOL:
+            case REOP_ANY:
+                return false;
+            case REOP_ANYOF:
+            case REOP_ANYBUT:
+            case REOP_EXACTLY:
+                if ((*node == REOP_ANYBUT) != (std::strchr(node + operand, '\n') != nullptr)) return false;
+                node += std::strlen(node + operand) + 1;
+        }
+        node += operand;
+    }
+    return true;
 }
 
 // Of a shell pattern.
@@ -57,14 +101,18 @@ Pattern::Pattern(const std::string &pattern, strMatchMode mode, bool whole_line)
         default:
             const kel::pattern_error error = kel::check_pattern(m_pattern);
             if (error.code != stSuccess) throw BadPattern{pattern, error.message, error.position};
-            m_program.reset(regcomp(m_pattern));
+            m_program.reset(regcomp(KeptInLine(m_pattern).c_str()));
+            if (!m_program) m_program.reset(regcomp(m_pattern));
             if (!m_program) throw BadPattern{pattern, getErrSeen(), 0};
             m_required = RequiredText(*m_program);
+            m_stays_in_line = StaysInLine(*m_program);
     }
 }
 
-const char *Pattern::Candidate(const char *at) const {
-    return m_required.empty() ? at : std::strstr(at, m_required.c_str());
+const char *Pattern::Candidate(const char *at, const char *end) {
+    if (!m_required.empty()) return std::strstr(at, m_required.c_str());
+    if (!m_stays_in_line) return at;
+    return kel::search(*m_program, {at, end}) ? m_program->groupStart[0] : nullptr;
 }
 
 std::optional<Span> Pattern::First(const Line &line) {

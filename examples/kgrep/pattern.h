@@ -55,9 +55,9 @@ public:
 
     // The table that upper-cases; null for modes with case.
     const char *Folding() const { return m_mode & 1 ? m_folding : nullptr; }
-    // Within a line that matches: where the searched text from `at` up to its NUL may have the first one.
-    // Null: no line there matches.
-    const char *Candidate(const char *at) const;
+    // Within a line that may match: the first such place of a searched text, which ends with a NUL. Null: no
+    // line there matches.
+    const char *Candidate(const char *at, const char *end);
 
     bool Matches(const Line &line) { return First(line).has_value(); }
     // Calls visit(Span) for each match from left to right until it gives false. A match without characters
@@ -93,4 +93,5 @@ private:
     xstring m_pattern;       // upper-cased where the mode ignores case
     std::string m_required;  // part of every match
     Program m_program;       // of a regular expression
+    bool m_stays_in_line = false;
 };

@@ -16,7 +16,7 @@ bool VisitBlock(Blocks &block, Pattern &pattern, LineVisitor &visitor) {
     const auto size = static_cast<std::size_t>(block.end() - text);
     std::size_t told = 0;  // all before this
     for (std::size_t at = 0; at < size;) {
-        const char *candidate = pattern.Candidate(searched + at);
+        const char *candidate = pattern.Candidate(searched + at, searched + size);
         if (!candidate) break;
         std::size_t begin = LineBegin(searched, at, static_cast<std::size_t>(candidate - searched));
         if (begin == size) break;  // behind the last line end

@@ -145,7 +145,7 @@ def expected(model, files, options, locale):
 # Random inputs -------------------------------------------------------------------------------------------
 
 
-PIECES = [b"a", b"b", b"B", b"c", b"ab", b"x", b" ", b".", b"*", b"?", b"\\", b"&", "é".encode(), "ß".encode(),
+PIECES = [b"a", b"b", b"B", b"c", b"-", b"]", b"ab", b"x", b" ", b".", b"*", b"?", b"\\", b"&", "é".encode(), "ß".encode(),
           "€".encode(), "\U0001d11e".encode(), b"\xff", b"\xc3"]
 
 
@@ -166,7 +166,8 @@ def random_regexp(chance, depth, characters):
         if draw < 0.6:
             return "."
         if draw < 0.75:
-            return "[" + chance.choice(["", "^"]) + "".join(chance.sample(characters, 2)) + chance.choice(["", "a-c"]) + "]"
+            first, last = chance.choice(["", "", "]", "-"]), chance.choice(["", "", "a-c", "-"])
+            return "[" + chance.choice(["", "^"]) + first + "".join(chance.sample(characters, 2)) + last + "]"
         if draw < 0.8:
             return "\\" + chance.choice(".*?\\")
         if depth and draw < 0.95:
