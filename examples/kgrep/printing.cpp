@@ -150,6 +150,7 @@ void Printer::ShowMatches(const Line &line) {
         else
             Colored(match_color, line.text().substr(match.begin, match.end - match.begin));
         m_output.text += '\n';
+        m_output.WriteWhenLarge();
         return !m_options.first_only;
     });
 }
