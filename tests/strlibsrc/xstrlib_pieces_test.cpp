@@ -122,7 +122,7 @@ TEST(Pieces, OrderKnowsNullAndCase) {
                 {"a", "B", 1, -1},
                 {"\xE9", "a", 1, 1},
                 {"_", "A", 1, -1}};
-    for (const std::size_t size : {199, 200, 5000}) {
+    for (const std::size_t size : {199U, 200U, 5000U}) {
         const std::string low(size, 'x'), high(size, 'X');
         EXPECT_EQ(strCmp(exact(low).get(), exact(high).get(), 1), 0) << size;
         EXPECT_GT(strCmp(exact(low + "y").get(), exact(high + "X").get(), 1), 0) << size;
