@@ -23,53 +23,58 @@ public:
 
     void add(char value) noexcept {
         if (holds(value)) return;
-        m_member[index(value)] = true;
+        m_member[index(value) / 64] |= std::uint64_t{1} << index(value) % 64;
         if (m_count < m_few.size()) m_few[m_count] = ones * index(value);
         ++m_count;
     }
-    bool holds(char value) const noexcept { return m_member[index(value)]; }
+    bool holds(char value) const noexcept { return bit(value) != 0; }
 
-    // Bit i tells of byte i of a block.
-    std::uint64_t members(const char *bytes) const noexcept {
-        std::uint64_t result = 0;
-        if (m_count <= m_few.size()) {
-            for (std::size_t i = 0; i < block; i += 8)
-                result |= few_members(bytes + i) << i;
-        } else {
-            for (std::size_t i = 0; i < block; ++i)
-                result |= std::uint64_t{m_member[index(bytes[i])]} << i;
-        }
-        return result;
-    }
-    // The same of fewer bytes than a block.
+    // Bit i tells of byte i; at most a block.
     std::uint64_t members(const char *bytes, std::size_t count) const noexcept {
-        char padded[block] = {};
-        std::memcpy(padded, bytes, count);
-        return members(padded) & ((std::uint64_t{1} << count) - 1);
+        if (m_count == 1) return few_members<1>(bytes, count);
+        if (m_count == 2) return few_members<2>(bytes, count);
+        return m_count <= m_few.size() ? few_members<4>(bytes, count) : members_from(0, bytes, count);
     }
+    std::uint64_t members(const char *bytes) const noexcept { return members(bytes, block); }
 
 private:
     static constexpr std::uint64_t ones = 0x0101010101010101;
 
     static std::size_t index(char value) noexcept { return static_cast<unsigned char>(value); }
-
-    // Of eight bytes, as eight bits.
-    std::uint64_t few_members(const char *bytes) const noexcept {
-        constexpr std::uint64_t low = 0x7F * ones;
-        std::uint64_t word, other = ~std::uint64_t{0};
-        std::memcpy(&word, bytes, sizeof word);
-        if constexpr (std::endian::native == std::endian::big) word = __builtin_bswap64(word);
-        for (std::size_t i = 0; i < m_count; ++i) {
-            const std::uint64_t different = word ^ m_few[i];
-            other &=
-                ((different & low) + low) | different;  // the top bit stays where the byte is another one
-        }
-        // Top bits to the lowest places, gathered by a multiplication into the highest byte.
-        return ((~other & ~low) >> 7) * 0x0102040810204080 >> 56;
+    std::uint64_t bit(char value) const noexcept {
+        return m_member[index(value) / 64] >> index(value) % 64 & 1;
     }
 
-    std::array<bool, 256> m_member{};
-    std::array<std::uint64_t, 4> m_few{};  // each of the first members, eight times
+    std::uint64_t members_from(std::size_t at, const char *bytes, std::size_t count) const noexcept {
+        std::uint64_t result = 0;
+        for (; at < count; ++at)
+            result |= bit(bytes[at]) << at;
+        return result;
+    }
+
+    // Eight bytes together. Places in m_few that are not taken ask for NUL, which no text has.
+    template <std::size_t Count>
+    std::uint64_t few_members(const char *bytes, std::size_t count) const noexcept {
+        constexpr std::uint64_t low = 0x7F * ones;
+        std::uint64_t result = 0;
+        std::size_t at = 0;
+        for (; at + 8 <= count; at += 8) {
+            std::uint64_t word, other = ~std::uint64_t{0};
+            std::memcpy(&word, bytes + at, sizeof word);
+            if constexpr (std::endian::native == std::endian::big) word = __builtin_bswap64(word);
+            for (std::size_t i = 0; i < Count; ++i) {
+                const std::uint64_t different = word ^ m_few[i];
+                other &=
+                    ((different & low) + low) | different;  // keeps the top bit where the byte is another
+            }
+            // Top bits to the lowest places, and gathered by a multiplication in the highest byte.
+            result |= (((~other & ~low) >> 7) * 0x0102040810204080 >> 56) << at;
+        }
+        return result | members_from(at, bytes, count);
+    }
+
+    std::array<std::uint64_t, 4> m_member{};  // a bit for each byte
+    std::array<std::uint64_t, 4> m_few{};     // each of the first members, eight times
     std::size_t m_count = 0;
 };
 

@@ -104,7 +104,10 @@ private:
 };
 
 inline xstring make_string(std::string_view bytes) {
-    return std::move(string_writer(bytes.size()) << bytes).take();
+    char *text = buffer_create(bytes.size());
+    head(text).size = buffer_head::measured(bytes.size());
+    copy_bytes(text, bytes.data(), bytes.size());
+    return xstring::Adopt(text);
 }
 
 // A text pointer as a string, for the operations that strings have.
