@@ -189,6 +189,19 @@ character_set separator_set(const char *separators) {
     return {is_text(separators) ? separators : blanks, character_set::rule::whole};
 }
 
+// A piece of the text up to `text_stop`. Short ones are copied with what is behind them, which spares guesses
+// about their length; in memory they take no less.
+xstring make_word(const char *begin, const char *end, const char *text_stop) {
+    constexpr std::size_t brief = 11;
+    const std::string_view word = between(begin, end);
+    if (word.size() > brief || static_cast<std::size_t>(text_stop - begin) <= brief) return make_string(word);
+    char *text = buffer_create(brief);
+    head(text).size = buffer_head::measured(word.size());
+    std::memcpy(text, begin, brief);
+    text[word.size()] = 0;
+    return xstring::Adopt(text);
+}
+
 }  // namespace
 
 xstring strWord(const char *text, int n, const char *separators) {
@@ -208,7 +221,7 @@ xstringsequence *strExplode(const char *text, const char *separators) {
     const char *stop = text + std::strlen(text);
     words->reserve(position_of(set.count_pieces(text, stop)));
     set.split(text, stop, [&](const char *begin, const char *end) {
-        words->append(make_string(between(begin, end)));
+        words->append(make_word(begin, end, stop));
         return true;
     });
     return words.release();
