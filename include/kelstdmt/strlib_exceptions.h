@@ -1,5 +1,5 @@
-// The exceptions of the string library, one for each error code of regexp.h. They are not thrown: an error
-// is recorded or ends the process, as stHandleKnownError says there.
+// The exceptions of the string library, one for each error code of regexp.h. The library throws none of them:
+// an error is recorded or ends the process, as stHandleKnownError says there.
 #pragma once
 
 #include <kelstdmt/declare.h>
@@ -13,16 +13,20 @@ public:
     using kelXExternFunc::kelXExternFunc;
 };
 
-// A description and the function in which the error arose. Create gives an object that the caller deletes.
-#define STR_EXCEPTION(T)                                            \
-    KEL_DECLARE_STRUCT(T)                                           \
-    class KELSTDMT_API T : public strXException {                   \
-        KEL_CLASS(T, strXException)                                 \
-    public:                                                         \
-        using strXException::strXException;                         \
-        static T *Create(const char *description, kelXFunc *func) { \
-            return kel::construct<T>(description, func);            \
-        }                                                           \
+// A description and the function in which the error arose. Create gives an object that the caller deletes;
+// one that is thrown is deleted by who catches it, with xdelete.
+#define STR_EXCEPTION(T)                                                          \
+    KEL_DECLARE_STRUCT(T)                                                         \
+    class KELSTDMT_API T : public strXException {                                 \
+        KEL_CLASS(T, strXException)                                               \
+    public:                                                                       \
+        using strXException::strXException;                                       \
+        static T *Create(const char *description, kelXFunc *func) {               \
+            return kel::construct<T>(description, func);                          \
+        }                                                                         \
+        [[noreturn]] static void Throw(const char *description, kelXFunc *func) { \
+            xthrow(xrcunihandle<xthrowable>(Create(description, func)));          \
+        }                                                                         \
     };
 
 STR_EXCEPTION(strXReplMatch)
@@ -47,3 +51,5 @@ STR_EXCEPTION(strXTrailingSymbol)
 STR_EXCEPTION(strXStringZeroLen)
 STR_EXCEPTION(strXDamagedMatchStr)
 STR_EXCEPTION(strXOther)
+
+#undef STR_EXCEPTION

@@ -114,6 +114,14 @@ void expect_exceptions(const std::vector<const char *> &names) {
         std::ostringstream out;
         made->Print(out);
         EXPECT_EQ(out.str(), "Exception: \"why\"\n\tin function \"where\"\n") << declared;
+        xthrowable *flight = nullptr;
+        try {
+            T::Throw("thrown", kel::construct<kelXFunc>("where"));
+        } catch (xthrowable *caught) {
+            flight = caught;
+        }
+        EXPECT_STREQ(T::cast(flight)->getDescription(), "thrown") << declared;
+        xdelete(flight);
     };
     (expect(std::type_identity<Exceptions>()), ...);
     EXPECT_EQ(name, names.end());
