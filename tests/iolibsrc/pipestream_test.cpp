@@ -63,11 +63,17 @@ TEST_F(Pipe, EventsTellOfInputAndOfRoom) {
 }
 
 TEST_F(Pipe, ALostReaderIsAnError) {
-    in().Close();
-    out().WriteInt(1);
-    EXPECT_TRUE(out().getIsGood());
-    out().Flush();
-    EXPECT_TRUE(out().getIsBad()) << "what could not be handed on";
+    for (bool close : {false, true}) {
+        pipe.reset(ioPipe::Create());
+        in().Close();
+        out().WriteInt(1);
+        EXPECT_TRUE(out().getIsGood());
+        if (close)
+            out().Close();
+        else
+            out().Flush();
+        EXPECT_TRUE(out().getIsBad()) << "what could not be handed on";
+    }
 }
 
 // A pipe that nobody will read dies at once, whatever waits in it.

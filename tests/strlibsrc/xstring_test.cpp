@@ -1,9 +1,9 @@
 // Strings: what they hold, which buffer holds it, and what several threads may do with one buffer.
+#include <algorithm>
 #include <climits>
 #include <cstdarg>
 #include <cstring>
 #include <map>
-#include <memory>
 #include <optional>
 #include <random>
 #include <sstream>
@@ -158,128 +158,82 @@ TEST(Buffers, AreHeldByCCallers) {
     EXPECT_EQ(std::string_view(xstring::FromBytes("abcd", 3)), "abc");
 }
 
-// A string beside what it must hold and be.
-struct pair {
-    xstring string;
-    std::optional<std::string> model;
-
-    explicit pair(const char *text) : string(text), model(text) {}
-    pair(const pair &) = default;
-};
-
-class RandomStrings : public testing::Test {
-protected:
-    static constexpr unsigned strings = 6;
-
-    std::string text() {
-        std::string result(random() % 40, ' ');
-        for (char &c : result)
+// Strings beside std::string, or none for the null string. An assignment keeps its buffer exactly when nobody
+// else holds it and the text fits well, or when the text is the same.
+TEST(Buffers, HoldWhatTheyMustAndStayByTheRule) {
+    std::mt19937 random(7);
+    struct {
+        xstring string{"start"};
+        std::optional<std::string> model{"start"};
+    } all[6];
+    auto sharers = [&](const char *text) {
+        return std::ranges::count_if(all, [text](auto &one) { return one.string.Str() == text; });
+    };
+    for (int round = 0; round < 30000; ++round) {
+        auto &target = all[random() % 6], &other = all[random() % 6];
+        std::string fresh(random() % 40, ' ');
+        for (char &c : fresh)
             c = static_cast<char>('a' + random() % 3);
-        return result;
-    }
-    // The holders of the buffer behind a string, counted from outside.
-    unsigned sharers(const xstring &string) const {
-        unsigned same = 0;
-        for (auto &other : all)
-            same += other->string.Str() == string.Str();
-        return same;
-    }
-    // Whether a text of that length goes into the present buffer.
-    bool kept(const pair &target, std::size_t length) const {
-        if (!target.model || sharers(target.string) > 1) return false;
-        std::size_t present = target.model->size();
-        return length <= present && length + 10 >= present;
-    }
-    // One assignment; the buffer must be kept or changed as told.
-    void assign(pair &target, const char *from, std::optional<std::string> expected) {
-        bool stays = expected && kept(target, expected->size());
+        const std::string mine = target.model.value_or(""), theirs = other.model.value_or("");
         const char *before = target.string;
-        target.string = from;
-        target.model = std::move(expected);
-        check(target, before, stays);
-    }
-    void assign(pair &target, const pair &from) {
-        bool stays = target.model == from.model || (from.model && kept(target, from.model->size()));
-        const char *before = target.string;
-        target.string = from.string;
-        target.model = from.model;
-        check(target, before, stays);
-    }
-    void check(const pair &target, const char *before, bool stays) {
-        if (target.model) {
-            EXPECT_EQ(target.string.Str() == before, stays)
-                << "after assigning " << *target.model << " in round " << round;
-        }
-    }
-    void step() {
-        std::size_t which = random() % strings;
-        pair &target = *all[which], &other = *all[random() % strings];
-        std::string fresh = text();
-        switch (random() % 12) {
+        const bool alone = target.model && sharers(before) == 1;
+        auto fits = [&](std::size_t length) {
+            return alone && length <= mine.size() && length + 10 >= mine.size();
+        };
+        std::optional<bool> stays;
+        const std::size_t from = random() % 50;
+        switch (mine.size() > 300 ? 5 : random() % 11) {
             case 0:
             case 1:
-                return assign(target, fresh.c_str(), fresh);
+                stays = fits(fresh.size());
+                target.string = fresh.c_str();
+                target.model = fresh;
+                break;
             case 2:
             case 3:
-                return assign(target, other);
+                stays = target.model == other.model || (other.model && fits(theirs.size()));
+                target.string = other.string;
+                target.model = other.model;
+                break;
             case 4:  // a tail of the own text
-                if (target.model) {
-                    std::size_t from = random() % (target.model->size() + 1);
-                    return assign(target, target.string.Str() + from, target.model->substr(from));
-                }
-                return;
+                if (!target.model || from > mine.size()) break;
+                stays = fits(mine.size() - from);
+                target.string = target.string.Str() + from;
+                target.model = mine.substr(from);
+                break;
             case 5:
-                return assign(target, xstrNullStr, std::nullopt);
-            case 6:  // a copy shares
-                all[which] = std::make_unique<pair>(pair(other));
-                return;
+                target.string = xstrNullStr;
+                target.model.reset();
+                break;
+            case 6:
+                target.string = xstring(other.string);  // shares
+                target.model = other.model;
+                break;
             case 7:
                 target.string += other.string;
-                if (other.model) target.model = target.model.value_or("") + *other.model;
-                return;
+                if (other.model) target.model = mine + theirs;
+                break;
             case 8:
                 target.string += fresh.c_str();
-                target.model = target.model.value_or("") + fresh;
-                return;
+                target.model = mine + fresh;
+                break;
             case 9:
+                target.model = theirs + mine + fresh;
                 target.string = other.string + target.string + fresh.c_str();
-                target.model = other.model.value_or("") + target.model.value_or("") + fresh;
-                return;
-            case 10: {
-                unsigned from = static_cast<unsigned>(random() % 50),
-                         to = static_cast<unsigned>(random() % 50);
-                std::string whole = other.model.value_or("");
-                target.string = other.string(from, to);
-                target.model =
-                    from < to && from < whole.size() ? whole.substr(from, to - from) : std::string();
-                return;
-            }
+                break;
             default:
-                if (target.model) {
-                    target.string.Sprintf("%s<%s>", target.string.Str(), fresh.c_str());
-                    target.model = *target.model + "<" + fresh + ">";
-                }
-                if (target.model && target.model->size() > 300) assign(target, "", "");
-                return;
+                target.string.Sprintf("%s<%s>", mine.c_str(), fresh.c_str());
+                target.model = mine + "<" + fresh + ">";
         }
-    }
-    std::mt19937 random{7};
-    std::vector<std::unique_ptr<pair>> all;
-    int round = 0;
-};
-
-TEST_F(RandomStrings, BehaveAsTheirModelAndKeepTheirBuffersByTheRule) {
-    for (unsigned i = 0; i < strings; ++i)
-        all.push_back(std::make_unique<pair>("start"));
-    for (round = 0; round < 30000 && !HasFailure(); ++round) {
-        step();
+        if (stays && target.model) {
+            ASSERT_EQ(target.string.Str() == before, *stays) << *target.model << " in round " << round;
+        }
         for (auto &one : all) {
-            ASSERT_EQ(one->string.IsNull(), !one->model) << "round " << round;
-            if (!one->model) continue;
-            ASSERT_STREQ(one->string, one->model->c_str()) << "round " << round;
-            ASSERT_EQ(std::string_view(one->string).size(), one->model->size()) << "round " << round;
-            ASSERT_EQ(count(one->string), sharers(one->string)) << "round " << round;
-            if (one->model->size() > 500) assign(*one, "short", "short");
+            ASSERT_EQ(one.string.IsNull(), !one.model) << "round " << round;
+            if (!one.model) continue;
+            ASSERT_EQ(std::string_view(one.string), *one.model) << "round " << round;
+            ASSERT_STREQ(one.string, one.model->c_str()) << "round " << round;
+            ASSERT_EQ(count(one.string), sharers(one.string)) << "round " << round;
         }
     }
 }

@@ -11,17 +11,11 @@
 
 #include <kelstdmt/xstring.h>
 
+#include "strlibsrc/text_model.h"
+
 namespace {
 
-class locale_scope {
-public:
-    explicit locale_scope(const char *name) : m_found(std::setlocale(LC_ALL, name) != nullptr) {}
-    ~locale_scope() { std::setlocale(LC_ALL, "C"); }
-    explicit operator bool() const { return m_found; }
-
-private:
-    bool m_found;
-};
+using text_model::locale_scope;
 
 // A text pointer as a plain one: a failing comparison of text pointers would print what they point to.
 const void *at_address(const char *text) {
