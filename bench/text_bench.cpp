@@ -1,6 +1,6 @@
-// Expressions, shell patterns and texts beside their peers: ./bench-run text. The cases are listed in
-// text/cases.cpp, the work that is measured stands in text/engines.h and text/agree.h, and each library has
-// its own units.
+// Expressions, shell patterns, texts and the C interface beside their peers: ./bench-run text. The cases are
+// listed in text/cases.cpp, the work that is measured stands in text/engines.h and text/agree.h, and each
+// library has its own units.
 #include <clocale>
 #include <cstdio>
 
@@ -14,8 +14,10 @@ void add_all(Suite &suite) {
     suite.add(expressions_section());
     suite.add(shell_section());
     suite.add(texts_section());
+    suite.add(c_interface_section());
     add_ours_expressions(suite);
     add_ours_texts(suite);
+    add_c_interface(suite);
     add_std_expressions(suite);
     add_std_texts(suite);
     add_libc_expressions(suite);

@@ -143,23 +143,24 @@ void Table::print_line(const std::string &title, const Section &section, const C
                                                    : "-");
     if (marked) m_marked.push_back(title);
 
-    // The floor is no peer, but stands in where there is none.
-    const Figure *ours = nullptr, *peer = nullptr, *floor = nullptr;
+    // The floor and our own C++ functions are no peers, but stand in the ratio where they are.
+    const Figure *ours = nullptr, *peer = nullptr, *own = nullptr;
     for (const auto &[library, figure] : fastest) {
         if (library == Library::Ours)
             ours = &figure;
-        else if (library == Library::Floor)
-            floor = &figure;
-        else if (!peer || figure.median < peer->median)
+        else if (library == Library::Called || library == Library::Floor)
+            own = &figure;
+        else if (library != Library::Inlined && (!peer || figure.median < peer->median))
             peer = &figure;
     }
-    if (!peer) peer = floor;
+    const bool beside_own = own && (!peer || fastest.contains(Library::Called));
     std::vector<std::string> verdict;
-    if (ours && peer) {
+    if (ours && (peer || own)) {
+        const Figure &other = beside_own ? *own : *peer;
         char ratio[20];
-        std::snprintf(ratio, sizeof ratio, "%.2f", ours->median / peer->median);
-        verdict = {ratio, verdict_of(*ours, *peer), peer->way};
-        m_fastest.count(*ours, *peer, title);
+        std::snprintf(ratio, sizeof ratio, "%.2f", ours->median / other.median);
+        verdict = {ratio, beside_own ? "" : verdict_of(*ours, other), other.way};
+        if (peer) m_fastest.count(*ours, *peer, title);
         for (const auto &[library, figure] : fastest)
             if (library != Library::Ours) m_scores[library].count(*ours, figure, title);
     }

@@ -8,10 +8,12 @@ namespace bench {
 Section expressions_section();
 Section shell_section();
 Section texts_section();
+Section c_interface_section();
 
 // Each library in its own units, so that the peers' macros do not meet.
 void add_ours_expressions(Suite &suite);
 void add_ours_texts(Suite &suite);
+void add_c_interface(Suite &suite);
 void add_re2(Suite &suite);
 void add_pcre2(Suite &suite);
 void add_std_expressions(Suite &suite);
