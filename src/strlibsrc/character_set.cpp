@@ -14,6 +14,8 @@ character_set::character_set(std::string_view characters, rule members) : m_form
         ascii = ascii && static_cast<unsigned char>(*at) < 0x80;
     }
     std::sort(m_long.begin(), m_long.end());
+    // In UTF-8 a character can only occur as one.
+    if (members == rule::occurring && m_form == encoding::other) m_within = characters;
     m_by_bytes = m_form == encoding::single || (m_form == encoding::utf8 && ascii);
 }
 

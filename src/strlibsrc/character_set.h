@@ -91,6 +91,7 @@ public:
     bool by_bytes() const noexcept { return m_by_bytes; }
     bool holds(const char *at, std::size_t bytes) const noexcept {
         if (bytes == 1) return m_single.holds(*at);
+        if (!m_within.empty()) return m_within.find(std::string_view(at, bytes)) != m_within.npos;
         return std::binary_search(m_long.begin(), m_long.end(), std::string_view(at, bytes));
     }
 
@@ -152,6 +153,7 @@ private:
     bool m_by_bytes;
     byte_set m_single;
     std::vector<std::string_view> m_long;  // members of several bytes, sorted
+    std::string_view m_within;             // where members of several bytes may occur anywhere; else empty
 };
 
 }  // namespace kel::detail

@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "strlibsrc/character_set.h"
+#include "strlibsrc/xstring_case.h"
 #include "strlibsrc/xstrlib_text.h"
 
 using namespace kel::detail;
@@ -27,13 +28,13 @@ namespace {
 class lowered_text {
 public:
     explicit lowered_text(const char *text) {
-        const std::size_t size = std::strlen(text) + 1;
+        const std::string_view all = text;
         char *out = m_near;
-        if (size > sizeof m_near) out = (m_far = std::make_unique_for_overwrite<char[]>(size)).get();
+        if (all.size() >= sizeof m_near)
+            out = (m_far = std::make_unique_for_overwrite<char[]>(all.size() + 1)).get();
+        change_case(all, out, [](int byte) { return std::tolower(byte); });
+        out[all.size()] = 0;
         m_text = out;
-        std::transform(text, text + size, out, [](char byte) {
-            return static_cast<char>(std::tolower(static_cast<unsigned char>(byte)));
-        });
     }
     const char *text() const { return m_text; }
 

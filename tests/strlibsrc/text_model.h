@@ -2,6 +2,10 @@
 // texts, and copies that end where the sanitizers see a look beyond.
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
 #include <clocale>
 #include <cstring>
 #include <cwchar>
@@ -11,6 +15,8 @@
 #include <vector>
 
 #include <kelstdmt/strlib.h>
+
+#include "other_locale.h"
 
 namespace text_model {
 
@@ -104,17 +110,35 @@ inline std::size_t clip(int given, std::size_t unset, std::size_t count) {
     return std::min(count, static_cast<std::size_t>(std::max(given, 0)));
 }
 
-// Runs a round with random texts, in both locales.
+// An encoding that only the C library knows, or null where there is none. Made once, because that takes time.
+inline locale_t other_encoding() {
+    static const locale_t made = [] {
+        const other_locale set(testing::TempDir());
+        return set ? duplocale(LC_GLOBAL_LOCALE) : locale_t();
+    }();
+    return made;
+}
+
+// Runs rounds with random texts in single bytes, in UTF-8 and in the other encoding.
 template <class Round>
-void in_both_locales(int rounds, Round round) {
-    for (const char *name : {"C", "C.UTF-8"}) {
-        locale_scope locale(name);
-        ASSERT_TRUE(locale) << name;
+void in_all_encodings(int rounds, Round round) {
+    const auto run = [&](const char *name) {
         chance random{std::mt19937(20)};
         for (int i = 0; i < rounds && !testing::Test::HasFailure(); ++i) {
             SCOPED_TRACE(std::string(name) + ", round " + std::to_string(i));
             round(random);
         }
+    };
+    run("single bytes");
+    {
+        locale_scope locale("C.UTF-8");
+        ASSERT_TRUE(locale);
+        run("UTF-8");
+    }
+    if (const locale_t other = other_encoding()) {
+        uselocale(other);
+        run("EUC");
+        uselocale(LC_GLOBAL_LOCALE);
     }
 }
 

@@ -19,7 +19,7 @@ std::vector<std::string> shown_all(const sequence &list) {
 }
 
 TEST(Pieces, CommonEndsAreWholeCharacters) {
-    in_both_locales(5000, [](chance &random) {
+    in_all_encodings(5000, [](chance &random) {
         const std::string common = random.text(3);
         std::string a = random.text(3), b = random.text(3);
         random.below(2) ? (a = common + a, b = common + b) : (a += common, b += common);
@@ -36,7 +36,7 @@ TEST(Pieces, CommonEndsAreWholeCharacters) {
 }
 
 TEST(Pieces, SubstringsAreRangesOfCharacters) {
-    in_both_locales(5000, [](chance &random) {
+    in_all_encodings(5000, [](chance &random) {
         const std::string text = random.text(6);
         const characters all = decode(text);
         const std::size_t count = all.size();
@@ -59,7 +59,7 @@ TEST(Pieces, SubstringsAreRangesOfCharacters) {
 }
 
 TEST(Pieces, WordsEndAtRunsOfSeparators) {
-    in_both_locales(5000, [](chance &random) {
+    in_all_encodings(5000, [](chance &random) {
         const std::string text = random.text(12);
         const bool standard = random.below(3) == 0;
         const std::string set = standard ? " \t\v\b" : random.text(2);
@@ -85,7 +85,7 @@ TEST(Pieces, WordsEndAtRunsOfSeparators) {
 }
 
 TEST(Pieces, CharactersOfASetAreFoundFromBothEnds) {
-    in_both_locales(10000, [](chance &random) {
+    in_all_encodings(10000, [](chance &random) {
         const std::string text = random.text(8), set = random.text(2);
         const characters all = decode(text);
         const int from = random.position(all.size()), to = random.position(all.size());

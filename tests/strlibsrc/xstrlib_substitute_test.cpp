@@ -25,7 +25,7 @@ std::string replaced(const std::string &text, const std::string &pattern, const 
 }
 
 TEST(Substitute, RangesAreReplacedByPosition) {
-    in_both_locales(5000, [](chance &random) {
+    in_all_encodings(5000, [](chance &random) {
         const std::string text = random.text(6), by = random.text(2);
         const characters all = decode(text);
         const int from = random.position(all.size()), to = random.position(all.size());
@@ -38,7 +38,7 @@ TEST(Substitute, RangesAreReplacedByPosition) {
 }
 
 TEST(Substitute, OccurrencesArePlainText) {
-    in_both_locales(10000, [](chance &random) {
+    in_all_encodings(10000, [](chance &random) {
         const std::string text = random.text(10), pattern = random.text(2), by = random.text(2);
         const int count = static_cast<int>(random.below(4)) - 1;
         const auto limit = count > 0 ? static_cast<std::size_t>(count) : 1'000'000;
@@ -107,7 +107,7 @@ TEST(Substitute, ModesChooseWhatIsReplaced) {
 
 TEST(Substitute, ListsAreReplacedFromTheLastToTheFirst) {
     setErrReport(true);
-    in_both_locales(5000, [](chance &random) {
+    in_all_encodings(5000, [](chance &random) {
         const std::string text = random.text(8);
         characters all = decode(text), same = all;
         strSegments segments;
