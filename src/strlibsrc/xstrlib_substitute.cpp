@@ -1,8 +1,10 @@
 // Splitting around a match, and replacing.
 //
-// A result is built in one buffer of its size: occurrences are counted first and then found again while the
-// result is written. Lists of segments are in xstrlib_substitute_list.cpp.
+// A result is built in one buffer of its size: occurrences are found first and replaced when they are
+// counted. Lists of segments are in xstrlib_substitute_list.cpp.
 #include <kelstdmt/strlib.h>
+
+#include <vector>
 
 #include "strlibsrc/find_bytes.h"
 #include "strlibsrc/xstrlib_text.h"
@@ -13,6 +15,7 @@ using kel::is_text;
 namespace {
 
 constexpr std::size_t default_limit = 1'000'000;
+constexpr std::size_t most_remembered = 500'000;
 
 struct places {
     const char *begin, *first, *last, *end;  // of the text, of a range in it
@@ -57,9 +60,15 @@ private:
 xstring replace_occurrences(const places &at, std::string_view pattern, std::string_view replacement,
                             std::size_t limit) {
     const std::string_view range = between(at.first, std::max(at.first, at.last));
+    // Most occurrences are remembered, the others found again.
+    std::vector<const char *> remembered;
+    occurrences found(range, pattern), others = found;
     std::size_t count = 0;
-    for (occurrences found(range, pattern); count < limit && found.next();)
-        ++count;
+    for (const char *next; count < limit && (next = found.next()); ++count) {
+        if (count >= most_remembered) continue;
+        remembered.push_back(next);
+        if (count + 1 == most_remembered) others = found;
+    }
     if (count == 0) return make_string(between(at.begin, at.end));
     const std::string_view before = between(at.begin, at.first), after = between(at.last, at.end);
     std::size_t kept = add_sizes(before.size(), range.size() - count * pattern.size());
@@ -67,8 +76,8 @@ xstring replace_occurrences(const places &at, std::string_view pattern, std::str
     string_writer writer(add_sizes(kept, multiply_sizes(count, replacement.size())));
     writer << before;
     const char *done = range.data();
-    for (occurrences found(range, pattern); count > 0; --count) {
-        const char *occurrence = found.next();
+    for (std::size_t i = 0; i < count; ++i) {
+        const char *occurrence = i < remembered.size() ? remembered[i] : others.next();
         writer << between(done, occurrence) << replacement;
         done = occurrence + pattern.size();
     }

@@ -81,6 +81,7 @@ TEST(Substitute, NoMoreThanAMillionUnlessAsked) {
     const std::string many(1'000'005, 'x');
     EXPECT_EQ(shown(strSubstituteAll(many.c_str(), "x", "", strLit)), "\"xxxxx\"");
     EXPECT_EQ(shown(strSubstitute(many.c_str(), "x", "", 1'000'004)), "\"x\"");
+    EXPECT_TRUE(strSubstitute(many.c_str(), "", "-", 700'000) == replaced(many, "", "-", 700'000).c_str());
 }
 
 TEST(Substitute, ResultsThatNoMemoryHoldsAreRefused) {
