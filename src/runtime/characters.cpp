@@ -102,7 +102,7 @@ bool take_block(const char *at, std::size_t &continuing) noexcept {
     const byte *bytes = reinterpret_cast<const byte *>(at);
     byte bad[in_block], continued[in_block];
     for (std::size_t i = 0; i < in_block; ++i) {
-        const byte own = bytes[i], before = bytes[i - 1], second = bytes[i - 2], third = bytes[i - 3];
+        const byte own = bytes[i], before = (bytes - 1)[i], second = (bytes - 2)[i], third = (bytes - 3)[i];
         auto all_bits = [](bool holds) { return static_cast<byte>(holds ? 0xFF : 0); };
         const byte continuation = all_bits((own & 0xC0) == 0x80);
         const byte asked = all_bits(before >= 0xC0) | all_bits(second >= 0xE0) | all_bits(third >= 0xF0);
