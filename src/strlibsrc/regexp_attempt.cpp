@@ -199,13 +199,13 @@ bool regexp_attempt::match(place here, match_slots &slots) {
     return false;
 }
 
-regexp_attempt::verdict regexp_attempt::search(subject text, const char *from,
+regexp_attempt::verdict regexp_attempt::search(subject text, const char *from, std::ptrdiff_t span,
                                                std::vector<attempt_frame> &frames, match_slots &slots) {
     m_failures = 0;
     if (m_program.anchored() && from != text.begin) return verdict::nothing;
     m_text = text;
     m_frames = &frames;
-    m_steps_left = 16 * static_cast<std::size_t>(text.end - from) + 64;
+    m_steps_left = 16 * static_cast<std::size_t>(span) + 64;
     for (place here = look(from);;) {
         if (m_first >> here.character & 1) {
             if (match(here, slots)) {

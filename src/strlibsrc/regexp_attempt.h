@@ -7,6 +7,7 @@
 // begin what follows it is never shortened.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -37,9 +38,10 @@ public:
 
     std::size_t memory() const noexcept { return m_trials.capacity() * sizeof(trial); }
 
-    // The first match that begins at `from` or later. The slots are null before, and after unless it is
-    // found.
-    verdict search(subject text, const char *from, std::vector<attempt_frame> &frames, match_slots &slots);
+    // The first match that begins at `from` or later, in a number of steps that goes with the `span` bytes
+    // that it may be found in. The slots are null before, and after unless it is found.
+    verdict search(subject text, const char *from, std::ptrdiff_t span, std::vector<attempt_frame> &frames,
+                   match_slots &slots);
     // Beginnings that the last search tried in vain.
     std::size_t failures() const noexcept { return m_failures; }
 

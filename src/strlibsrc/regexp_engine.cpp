@@ -43,8 +43,9 @@ bool regexp_engine::search(subject text, const char *from, search_room &room, ma
     constexpr std::size_t few_failures = 2;
     if (!m_program.extra_first().empty()) return room.simulation.search(m_program, text, from, slots);
     if (m_start->is_text() && !m_program.anchored()) return search_text(from, text.end, slots);
-    if (text.end - from <= short_text && m_attempt && m_attempts_at_once.advisable()) {
-        const verdict result = m_attempt->search(text, from, room.frames, slots);
+    if (const std::ptrdiff_t span = text.end - from;
+        span <= short_text && m_attempt && m_attempts_at_once.advisable()) {
+        const verdict result = m_attempt->search(text, from, span, room.frames, slots);
         m_attempts_at_once.note(result != verdict::gave_up && m_attempt->failures() <= few_failures);
         if (result != verdict::gave_up) return result == verdict::found;
     }
@@ -58,7 +59,8 @@ bool regexp_engine::search_long(subject text, const char *from, search_room &roo
     if (outcome.what == regexp_automaton::outcome::found) {
         using verdict = regexp_attempt::verdict;
         if (m_attempt && m_attempts_at_match.advisable()) {
-            const bool found = m_attempt->search(text, outcome.from, room.frames, slots) == verdict::found;
+            const bool found = m_attempt->search(text, outcome.from, outcome.end - outcome.from, room.frames,
+                                                 slots) == verdict::found;
             m_attempts_at_match.note(found);
             if (found) return true;
         }
@@ -103,6 +105,7 @@ private:
         while (keep < m_engines.size() && keep < most_engines - 1 && memory < most_memory)
             memory += m_engines[keep++]->memory();
         m_engines.resize(keep);
+        if (m_room.simulation.memory() > most_memory / 16) m_room.simulation = {};
     }
 
     std::vector<std::unique_ptr<regexp_engine>> m_engines;  // the last one used comes first
