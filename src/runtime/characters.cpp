@@ -218,6 +218,13 @@ encoding locale_encoding() noexcept {
     return MB_CUR_MAX == 1 ? encoding::single : encoding::other;
 }
 
+byte_case byte_case::upper() noexcept {
+    return byte_case(system::upper_case());
+}
+byte_case byte_case::lower() noexcept {
+    return byte_case(system::lower_case());
+}
+
 std::size_t multibyte_bytes(encoding form, const char *at, const char *end, bool *valid) noexcept {
     const std::size_t left = std::min(static_cast<std::size_t>(end - at), longest_character);
     std::size_t used = 0;

@@ -47,4 +47,21 @@ std::size_t count_characters(encoding form, const char *begin, const char *end) 
 // The position behind n characters, `end` when there are fewer.
 const char *skip_characters(encoding form, const char *begin, const char *end, std::size_t n) noexcept;
 
+// What each byte is in upper or in lower case, as std::toupper and std::tolower have it, without a call for
+// each. Of the current locale: ask once for an operation.
+class byte_case {
+public:
+    static byte_case upper() noexcept;
+    static byte_case lower() noexcept;
+
+    char operator()(char byte) const noexcept {
+        return static_cast<char>(m_table[static_cast<unsigned char>(byte)]);
+    }
+
+private:
+    explicit byte_case(const std::int32_t *table) noexcept : m_table(table) {}
+
+    const std::int32_t *m_table;
+};
+
 }  // namespace kel::detail

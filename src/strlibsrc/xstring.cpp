@@ -5,7 +5,6 @@
 #include <kelstdmt/xstring.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -16,7 +15,7 @@
 
 #include <kelstdmt/vumtext.h>
 
-#include "strlibsrc/xstring_case.h"
+#include "runtime/characters.h"
 
 using kel::is_text;
 
@@ -98,11 +97,11 @@ double xstrbase::ToDouble() const {
 
 namespace {
 
-xstring each_byte(const char *text, int (*change)(int)) {
+xstring each_byte(const char *text, kel::detail::byte_case change) {
     if (!is_text(text)) return xstring();
     std::size_t count = std::strlen(text);
     char *result = create(count, count);
-    kel::detail::change_case({text, count}, result, change);
+    std::transform(text, text + count, result, change);
     return xstring::Adopt(result);
 }
 
@@ -119,10 +118,10 @@ int compare(const char *a, const char *b) {
 }  // namespace
 
 xstring xstrbase::ToLower() const {
-    return each_byte(Str(), [](int byte) { return std::tolower(byte); });
+    return each_byte(Str(), kel::detail::byte_case::lower());
 }
 xstring xstrbase::ToUpper() const {
-    return each_byte(Str(), [](int byte) { return std::toupper(byte); });
+    return each_byte(Str(), kel::detail::byte_case::upper());
 }
 
 xstring xstrbase::operator()(unsigned from, unsigned to) const {

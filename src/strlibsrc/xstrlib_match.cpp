@@ -5,7 +5,6 @@
 #include <kelstdmt/strlib.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -14,7 +13,6 @@
 #include "runtime/characters.h"
 #include "strlibsrc/find_bytes.h"
 #include "strlibsrc/regexp_search.h"
-#include "strlibsrc/xstring_case.h"
 #include "strlibsrc/xstrlib_shell.h"
 #include "strlibsrc/xstrlib_text.h"
 
@@ -59,7 +57,7 @@ public:
     explicit upper_case(std::string_view text) : m_size(text.size()) {
         if (m_size >= sizeof m_short) m_long = std::make_unique_for_overwrite<char[]>(m_size + 1);
         char *out = m_long ? m_long.get() : m_short;
-        change_case(text, out, [](int byte) { return std::toupper(byte); });
+        std::transform(text.begin(), text.end(), out, byte_case::upper());
         out[m_size] = 0;
     }
 
@@ -177,6 +175,13 @@ bool exact(lazy_encoding form, const char *begin, const char *end, const char *p
     return shell_exact(form, between(begin, end), pattern);
 }
 
+bool equal_in_upper_case(std::string_view text, std::string_view pattern) noexcept {
+    const byte_case upper = byte_case::upper();
+    return text.size() == pattern.size() &&
+           std::equal(text.begin(), text.end(), pattern.begin(),
+                      [upper](char one, char other) { return upper(one) == upper(other); });
+}
+
 bool exact_whole(const char *text, const char *pattern, kind how) {
     if (!is_text(text)) return false;
     const range all(text, strUnsetPos, strUnsetPos);
@@ -260,6 +265,8 @@ bool strExactMatch(const char *text, const char *pattern, strMatchMode mode, int
     const range cut(text, from, to);
     const match_mode how = mode_of(mode);
     if (!how.ignore_case) return exact(cut.form, cut.begin, cut.end, pattern, how.how);
+    if (how.how == kind::literal)
+        return is_text(pattern) && equal_in_upper_case(between(cut.begin, cut.end), pattern);
     return in_upper_case(cut, pattern, [&](const char *begin, const char *end, const char *wanted) {
         return exact(cut.form, begin, end, wanted, how.how);
     });

@@ -6,11 +6,9 @@
 #include <kelstdmt/strlib.h>
 
 #include <algorithm>
-#include <cctype>
 #include <memory>
 
 #include "strlibsrc/character_set.h"
-#include "strlibsrc/xstring_case.h"
 #include "strlibsrc/xstrlib_text.h"
 
 using namespace kel::detail;
@@ -32,7 +30,7 @@ public:
         char *out = m_near;
         if (all.size() >= sizeof m_near)
             out = (m_far = std::make_unique_for_overwrite<char[]>(all.size() + 1)).get();
-        change_case(all, out, [](int byte) { return std::tolower(byte); });
+        std::transform(all.begin(), all.end(), out, byte_case::lower());
         out[all.size()] = 0;
         m_text = out;
     }

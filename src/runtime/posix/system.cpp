@@ -1,5 +1,6 @@
 #include "runtime/posix/system.h"
 
+#include <ctype.h>
 #include <langinfo.h>
 #include <sys/mman.h>
 #include <sys/random.h>
@@ -42,6 +43,13 @@ bool locale_is_utf8() noexcept {
     // Asked for every operation on a text, so without another call.
     const char *name = ::nl_langinfo(CODESET);
     return name[0] == 'U' && name[1] == 'T' && name[2] == 'F' && name[3] == '-' && name[4] == '8' && !name[5];
+}
+
+const std::int32_t *upper_case() noexcept {
+    return *::__ctype_toupper_loc();
+}
+const std::int32_t *lower_case() noexcept {
+    return *::__ctype_tolower_loc();
 }
 
 void prefer_large_pages(void *block, std::size_t bytes) noexcept {

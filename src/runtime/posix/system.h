@@ -14,4 +14,9 @@ std::uint64_t random_bits() noexcept;
 // Whether the locale of this thread encodes its texts in UTF-8.
 bool locale_is_utf8() noexcept;
 
+// The tables behind std::toupper and std::tolower: what each byte is in the locale of this thread. They hold
+// until that changes.
+const std::int32_t *upper_case() noexcept;
+const std::int32_t *lower_case() noexcept;
+
 }  // namespace kel::system
