@@ -122,8 +122,11 @@ TEST(Reports, SayWhatWasAsked) {
     internal_errors errors;
     dsArray<int> array;
     array.Append(1);
-    EXPECT_FALSE(array.Remove(0));
-    EXPECT_EQ(errors.take(), "dsDataMap::Remove () (containers/dsarray)");
+    int value = 5;
+    EXPECT_FALSE(array.Add(0, 1) || array.Remove(0) || array.Find(0, value));
+    EXPECT_EQ(errors.take(),
+              "dsDataMap::Add () (containers/dsarray); dsDataMap::Remove () (containers/dsarray); "
+              "dsDataMap::Find () (containers/dsarray)");
     array[1] = 77;
     EXPECT_EQ(array[1], 0) << "not what was written to it before";
     const std::string index = "dsArray::operator [] failed (containers/dsarray)";
@@ -152,6 +155,9 @@ TEST(Reports, SayWhatWasAsked) {
         EXPECT_EQ(walk.Current(), 1);
     }
     EXPECT_EQ(dsIter<int>().Current(), 0);
+    dsArrayIter<int> walked(array);
+    walked.MoveToNext();
+    EXPECT_EQ(std::unique_ptr<dsBaseIter<int>>(walked.Reproduce())->Current(), 1) << "from the first again";
     EXPECT_EQ(walks[0].Reproduce(), nullptr);
     EXPECT_EQ(errors.take(), "dsIter::Current (containers/dsiter); dsIter::Reproduce (containers/dsiter)");
 }

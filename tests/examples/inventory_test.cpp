@@ -19,12 +19,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool sanitized = true;
-#else
-constexpr bool sanitized = false;
-#endif
-
 const char *const program = KELSTDMT_BINARY_DIR "/examples/inventory";
 
 struct Outcome {
@@ -200,20 +194,6 @@ TEST_F(inventory_test, SaysSoWhenNothingCanBeWritten) {
     outcome = Run(files + " | head -n 1");
     EXPECT_EQ(std::count(outcome.out.begin(), outcome.out.end(), '\n'), 1) << outcome.out;
     EXPECT_EQ(outcome.err, "");
-}
-
-TEST_F(inventory_test, CarriesManyAccountsInTime) {
-    constexpr int count = sanitized ? 5000 : 100000;
-    std::string passwd, group = "all:x:1:";
-    for (int i = 0; i < count; ++i) {
-        std::string name = "account" + std::to_string(i);  // they share their first and last letters
-        passwd += name + ":x:7:1:Account:/home/" + name + ":/bin/sh\n";
-        group += name + ',';
-    }
-    Outcome outcome = RunOn(passwd, group + '\n');
-    EXPECT_EQ(outcome.code, 0) << outcome.err;
-    EXPECT_SAYS(outcome.out, std::to_string(count / 1000) + ",000 accounts from ");
-    EXPECT_SAYS(outcome.out, "9 of 9 came back equal");
 }
 
 }  // namespace

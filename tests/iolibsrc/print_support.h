@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <new>
-#include <optional>
 #include <string>
 
 enum Color { red, green, blue };
@@ -21,22 +20,6 @@ public:
     int x, y;
 };
 KEL_DEFINE_STRUCT(Point, "test::Point", kel::counted, kel::field<&Point::x>("x"), kel::field<&Point::y>("y"))
-
-KEL_DECLARE_STRUCT(Everything)
-class Everything : public xobject {
-    KEL_CLASS(Everything, xobject)
-public:
-    xrchandle<Point> point;
-    Color color = red;
-    xstring text;
-    bool flag = false;
-    xany any;
-    std::optional<int> absent;
-};
-KEL_DEFINE_STRUCT(Everything, "test::Everything", kel::counted, kel::field<&Everything::point>("point"),
-                  kel::field<&Everything::color>("color"), kel::field<&Everything::text>("text"),
-                  kel::field<&Everything::flag>("flag"), kel::field<&Everything::any>("any"),
-                  kel::optional_field<&Everything::absent>("absent"))
 
 KEL_DECLARE_STRUCT(Root)
 class Root : public xobject {

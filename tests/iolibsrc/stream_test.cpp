@@ -142,6 +142,7 @@ const Operation operations[] = {
     {"WriteBytes", false, Raw, [](Stream &s) { s.WriteBytes(bytes, 4); }},
     {"TryWriteByte", false, Raw, [](Stream &s) { s.TryWriteByte(1); }},
     {"OutputEvent", false, Raw, [](Stream &s) { EXPECT_EQ(s.OutputEvent(), nullptr); }},
+    {"SizeOfByte", true, Sizes, [](Stream &s) { EXPECT_EQ(s.SizeOfByte(1), 1); }},
     {"SizeOf text", true, Sizes, [](Stream &s) { EXPECT_EQ(s.SizeOf("abc"), 7); }},
     {"setITimeout", true, Setter, [](Stream &s) { s.setITimeout(INFINITE); }},
     {"setIsBad", true, Setter, [](Stream &s) { s.setIsBad(true); }},
@@ -195,6 +196,7 @@ TEST(Stream, ANewOneAndWhatItDoesNotOffer) {
     EXPECT_EQ(failure([&] { blind.setBufferSize(1); }), unsupported("setBufferSize"));
     EXPECT_EQ(failure([&] { stream.Ignore(); }), unsupported("Ignore"));
     EXPECT_EQ(failure([&] { blind.Ignore(); }), "input denied");
+    EXPECT_EQ(failure([&] { stream.getWouldDataLost(); }), unsupported("getWouldDataLost"));
     EXPECT_EQ(failure([&] { stream.Flush(false); }), unsupported("non-blocking Flush"));
     EXPECT_EQ(failure([&] { closed.getIsBuffered(); }), not_open);
     EXPECT_EQ(closed.Flush(), nullptr);
@@ -453,6 +455,18 @@ TEST(CopyStream, EndsAtTheFirstEndOfATerminal) {
     EXPECT_EQ(text_of(copy->getStr()), "a\n");
     EXPECT_EQ(text_of(terminal->ReadString()), "b");
     ::close(keyboard);
+}
+
+TEST(Declared, TypesOfTheModule) {
+    const std::pair<brtti *, const char *> types[] = {
+        {xrtti_get_p_ioEvent(), "iolib::Event"},           {xrtti_get_p_ioEventType(), "iolib::EventType"},
+        {xrtti_get_p_ioTryCode(), "iolib::TryCode"},       {xrtti_get_p_ioError(), "iolib::Error"},
+        {xrtti_get_p_ioOpenMode(), "iolib::OpenMode"},     {xrtti_get_p_ioDirection(), "iolib::Direction"},
+        {xrtti_get_p_ioPipeStream(), "iolib::PipeStream"}, {xrtti_get_p_ioPipe(), "iolib::Pipe"}};
+    for (auto &[type, name] : types)
+        EXPECT_STREQ(type->gettypename(), name);
+    EXPECT_STREQ(xrtti_get_p_ioTryCode()->getenumvaluebyindex(ioNotSupported), "ioNotSupported");
+    EXPECT_EQ(xrtti_get_p_ioEvent()->getparenttype(0), xrtti_get_p_evtEvent());
 }
 
 TEST(Stream, DeclaresItsFields) {

@@ -137,6 +137,7 @@ TEST(Flight, CreatorsHandOverTheOnlyReference) {
     xrchandle<kelXNoField> missing = kelCreateXNoField("id", 2);
     EXPECT_EQ(xrcgetcount(missing), 1);
     EXPECT_TRUE(missing->getFieldId() == "id" && missing->getObject() == xany(2));
+    EXPECT_EQ(text(kelCreateNativeException("there")->getStringRep()), "there");
     xportXNullInNonOptArg *plain = xportXNullInNonOptArg::Create("p");
     EXPECT_EQ(xrcgetcount(plain), 0);
     xdelete(plain);
@@ -151,6 +152,7 @@ TEST(Functions, AreNamedByTheExceptionsThatArise) {
     for (auto &[named, printed] : rows) {
         xrchandle<kelXExternFunc> exception(kel::construct<kelXExternFunc>("It failed.", named));
         EXPECT_EQ(exception->getFunc().get(), named);
+        EXPECT_TRUE(exception->lookupfield("Func") == xany(named));
         std::ostringstream out;
         exception->Print(out);
         EXPECT_EQ(out.str(), printed);

@@ -335,6 +335,7 @@ TEST(Deletion, TreesDieWhole) {
 TEST(Reflection, LeavesTheCountOfAFreshObjectAlone) {
     auto *object = new Counted;
     EXPECT_EQ(object->getnfields(), 0);
+    EXPECT_TRUE(object->isstruct() && !object->issequence() && !object->isarray() && !object->isdictionary());
     EXPECT_TRUE(object->issameas(xrtti_get_p_Counted()) && !object->iskindof(xrtti_get_p_Owned()));
     thrown_by<kelXInvalidFieldIndex>([&] { object->getfield(0); });
     EXPECT_EQ(count_of(object), 0);

@@ -382,6 +382,34 @@ TEST(Kinship, CostsNoMoreThanThereAreParents) {
     }
 }
 
+// Says that it is of every kind, and nothing more.
+class Claims : public brtti {
+    xstring GiveTypeName() override { return "t::Claims"; }
+    void OnRoutePrint(ioStream *, xany, printData *) override {}
+    xbool GiveIsEnum() override { return true; }
+    xbool GiveIsStruct() override { return true; }
+    xbool GiveIsArray() override { return true; }
+    xbool GiveIsSequence() override { return true; }
+    xbool GiveIsDictionary() override { return true; }
+    xbool GiveIsUnion() override { return true; }
+    brtti *Clone() override { return new Claims; }
+};
+
+TEST(Descriptors, AnswerWithTheMarkersOfTheirTypes) {
+    Claims d;
+    int place = 0;
+    const xany value(&place, new Claims);
+    EXPECT_TRUE(d.getnenumvalues() == kel::uninit_int && d.getenumindex(value) == kel::uninit_int);
+    EXPECT_TRUE(d.getnfields() == kel::uninit_int && d.getnparents() == 0 && !d.hasfield("n"));
+    EXPECT_TRUE(d.getnarraydims() == kel::nil_int && d.getnseqelems(value) == kel::nil_int);
+    EXPECT_TRUE(d.getndictelems(value) == kel::uninit_int && d.getnunioncases() == 0);
+    EXPECT_TRUE(d.getarrayelem(nullptr, value).isnil() && d.getseqelem(0, value).isnil());
+    EXPECT_TRUE(d.lookupfield("n", value).isuninit() && d.lookupdict("k", value).isuninit());
+    EXPECT_TRUE(d.getdiscrvalue(value).isuninit());
+    EXPECT_FALSE(d.hasindex(0, value) || d.haskey("k", value));
+    EXPECT_FALSE(d.getarraytype() || d.getseqtype() || d.getdicttype() || d.getdiscrtype());
+}
+
 TEST(Descriptors, ThatWereNeverInitialisedAreEmpty) {
     xrttistruct record;
     xrttienum colours_of;
