@@ -31,13 +31,19 @@ bool is_counted(xthrowable *exception) noexcept {
     return xrcgetcount(exception) > 0;
 }
 
-// Gives up the slot's part in an exception that was taken out of it.
-void dispose(xthrowable *exception) {
+// Gives up the slot's part in an exception that was taken out of it. What its end throws is of no interest:
+// who empties the slot finds it empty.
+void dispose(xthrowable *exception) noexcept {
     if (exception == nullptr) return;
-    if (is_counted(exception))
-        xrcrelease(exception);
-    else
-        xdelete(exception);
+    try {
+        if (is_counted(exception))
+            xrcrelease(exception);
+        else
+            xdelete(exception);
+    } catch (xthrowable *thrown) {
+        const caught unwanted(thrown);
+    } catch (...) {
+    }
 }
 
 // Puts an exception with its reference into the slot. What is there goes first: its end may run code that
@@ -49,12 +55,8 @@ void keep(xthrowable *exception) noexcept {
     } catch (xthrowable *untyped) {
         const caught of_no_class(untyped);
     }
-    try {
-        dispose(exception_slot.exchange(nullptr));
-        dispose(exception_slot.exchange(exception));
-    } catch (...) {  // what its end throws is of no interest beside the new one
-        exception_slot.store(exception);
-    }
+    dispose(exception_slot.exchange(nullptr));
+    dispose(exception_slot.exchange(exception));
 }
 
 void keep_native(const char *text) noexcept {
@@ -146,7 +148,7 @@ xobject *xextractexc_c() {
 }
 
 void xcleanupexc_c() {
-    parking([] { dispose(exception_slot.exchange(nullptr)); });
+    dispose(exception_slot.exchange(nullptr));
 }
 
 const char *xgetexctypename_c() {
@@ -183,8 +185,8 @@ call_hold::call_hold(xobject *object) : m_object(object) {
 call_hold::~call_hold() {
     if (m_fresh)
         count_add(kel_object_access::count(m_object), -1);
-    else
-        xrcunirelease(m_object);
+    else  // may be the last one by now, and what the end throws must not leave a destructor
+        parking([this] { xrcunirelease(m_object); });
 }
 
 }  // namespace kel::detail

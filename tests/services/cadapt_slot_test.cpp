@@ -30,6 +30,12 @@ class Counted : public kelXException {
 public:
     Counted() : kelXException("counted") { ++lives; }
     ~Counted() override { --lives; }
+    bool clings = false;  // to life: its first end throws
+
+private:
+    void ondelete() override {
+        if (std::exchange(clings, false)) kelXNegativeIndex::Throw(-1);
+    }
 };
 KEL_DECLARE_STRUCT(Uncounted)
 class Uncounted : public kelXException {
@@ -92,13 +98,41 @@ TEST(cadapt_slot_test, OwnsAnUncountedException) {
     EXPECT_EQ(xrcgetcount(sequence), 1);
 }
 
+TEST(cadapt_slot_test, IsEmptiedThoughAnEndThrows) {
+    xobject *const next = kel::construct<Counted>();
+    const struct {
+        std::function<void()> call;
+        xobject *afterwards;
+    } cases[] = {{xcleanupexc_c, nullptr},
+                 {[] { xsetexc_c(nullptr); }, nullptr},
+                 {[] { xrcrelease_c(xintsequence_create()); }, nullptr},
+                 {[=] { xsetexc_c(next); }, next}};
+    for (auto &[call, afterwards] : cases) {
+        auto *made = kel::construct<Counted>();
+        made->clings = true;
+        xsetexc_c(made);
+        call();
+        EXPECT_EQ(xextractexc_c(), afterwards);
+        xdelete_c(made);
+    }
+    EXPECT_EQ(xrcgetcount(next), 1);
+    xdelete_c(next);
+    EXPECT_EQ(lives, 0);
+}
+
 // A sequence whose copying ends in one exception or another.
 class Throwing : public xintsequence {
 public:
     std::function<void()> fail;
+    bool clings = false;
 
 protected:
     void OnCopy(void *, const void *, unsigned) override { fail(); }
+
+private:
+    void ondelete() override {
+        if (std::exchange(clings, false)) kelXNegativeIndex::Throw(-1);
+    }
 };
 
 TEST(cadapt_slot_test, ReceivesWhateverIsThrown) {
@@ -132,6 +166,15 @@ TEST(cadapt_slot_test, ReceivesWhateverIsThrown) {
         EXPECT_EQ(xrcgetcount(&sequence), 0);
         EXPECT_EQ(lives, 0);
     }
+    // The call's hold becomes the last one.
+    auto *given_up = kel::construct<Throwing>();
+    xrcattach(given_up);
+    given_up->fail = [=] { xrcrelease(given_up); };
+    given_up->clings = true;
+    xintsequence_insert(given_up, 0, 1);
+    EXPECT_EQ(taken(xgetexctypename_c()), "kellib::XNegativeIndex");
+    xdelete_c(given_up);
+    xcleanupexc_c();
 }
 
 TEST(cadapt_slot_test, IsSharedByThreadsThatFail) {
