@@ -69,7 +69,6 @@ xstring replace_occurrences(const places &at, std::string_view pattern, std::str
         remembered.push_back(next);
         if (count + 1 == most_remembered) others = found;
     }
-    if (count == 0) return make_string(between(at.begin, at.end));
     const std::string_view before = between(at.begin, at.first), after = between(at.last, at.end);
     std::size_t kept = add_sizes(before.size(), range.size() - count * pattern.size());
     kept = add_sizes(kept, after.size());
@@ -142,11 +141,14 @@ xstring strSubstitute(const char *text, const char *pattern, const char *replace
 xstring strSubstituteAll(const char *text, const char *pattern, const char *replacement, strMatchMode mode,
                          int from, int to) {
     if (!is_text(text)) return xstring();
+    const places at = places_of(text, from, to);
     int start = 0, end = 0;
-    // A literal match is an occurrence, so the replacing itself finds out.
-    if (mode != strLit && !strMatch(text, pattern, start, end, mode, from, to)) return xstring(text);
+    // A literal match is an occurrence, so the replacing itself finds out, unless `to` is below `from`: what
+    // lies between them is there twice after a match only.
+    const bool must_match = mode != strLit || at.last < at.first;
+    if (must_match && !strMatch(text, pattern, start, end, mode, from, to)) return xstring(text);
     if (!is_text(pattern)) return xstring(text);
-    return replace_occurrences(places_of(text, from, to), pattern, any_view(replacement), default_limit);
+    return replace_occurrences(at, pattern, any_view(replacement), default_limit);
 }
 
 xstring strSubstituteAll(const char *text, const char *pattern, const char *replacement, strMatchMode mode,

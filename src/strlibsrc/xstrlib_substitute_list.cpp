@@ -2,10 +2,12 @@
 //
 // The text is a list of pieces of the texts that it is made of, and its bytes are copied once, at the end. So
 // sorted segments cost no more than the text and the result, and segments that overlap or lie out of order
-// still mean what replacing them one by one means.
+// still mean what replacing them one by one means. Only where invalid bytes meet that might make a character
+// together are the characters counted anew.
 #include <kelstdmt/strlib.h>
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "strlibsrc/xstrlib_index.h"
@@ -28,7 +30,9 @@ struct piece {
 // between it and the change before.
 class changing_text {
 public:
-    explicit changing_text(const indexed_text &text) : m_total(text.characters()) { put_behind(text); }
+    changing_text(const indexed_text &text, encoding form) : m_form(form), m_total(text.characters()) {
+        put_behind(text);
+    }
 
     // The characters before `from`, the replacement, the characters from `to` on.
     void replace(std::size_t from, std::size_t to, const indexed_text &replacement) {
@@ -43,6 +47,7 @@ public:
         put_behind(replacement);
         m_total = add_sizes(m_total, replacement.characters());
         if (m_total > std::numeric_limits<std::uint32_t>::max()) throw std::bad_alloc();
+        if (may_join_at_cursor(replacement)) count_anew();
     }
 
     xstring text() {
@@ -63,6 +68,29 @@ public:
 private:
     void put_behind(const indexed_text &text) {
         if (text.characters() > 0) m_behind.push_back({&text, 0, text.characters()});
+    }
+
+    // Whether the last byte of one is no character of its own for sure when the first of the other follows.
+    bool may_join(const piece &left, const piece &right) const {
+        const char first = *right.source->at(right.from);
+        if (m_form == encoding::utf8 && (static_cast<unsigned char>(first) & 0xC0) != 0x80) return false;
+        const char *last = left.source->at(left.to - 1);
+        return static_cast<unsigned char>(*last) >= 0x80 && left.source->at(left.to) - last == 1;
+    }
+    bool may_join_at_cursor(const indexed_text &inserted) const {
+        if (m_form == encoding::single || m_behind.empty()) return false;
+        if (!m_before.empty() && may_join(m_before.back(), m_behind.back())) return true;
+        const std::size_t behind = m_behind.size();
+        return inserted.characters() > 0 && behind > 1 && may_join(m_behind.back(), m_behind[behind - 2]);
+    }
+    void count_anew() {
+        m_joined = text();
+        m_index.emplace(std::string_view(m_joined), m_form);
+        m_before.clear();
+        m_behind.clear();
+        m_cursor = 0;
+        m_total = m_index->characters();
+        put_behind(*m_index);
     }
 
     void seek(std::size_t target) {
@@ -106,8 +134,11 @@ private:
         m_total = add_sizes(m_total, from - to);
     }
 
+    encoding m_form;
     std::vector<piece> m_before;
     std::vector<piece> m_behind;
+    xstring m_joined;  // what pieces may lie in beside the texts of the caller
+    std::optional<indexed_text> m_index;
     std::size_t m_cursor = 0;  // characters before it
     std::size_t m_total;
 };
@@ -118,7 +149,7 @@ xstring strSubstitute(const char *text, strSegments *segments, const char *repla
     if (!is_text(text)) return xstring();
     const encoding form = locale_encoding();
     const indexed_text whole(text, form), inserted(any_view(replacement), form);
-    changing_text changing(whole);
+    changing_text changing(whole, form);
     for (int i = segments ? segments->getarraysize() : 0; i-- > 0;) {
         strSegment *segment = segments->get(i);
         changing.replace(position(from_of(segment), 0), position(to_of(segment), text_end), inserted);
@@ -139,7 +170,7 @@ xstring strSubstitute(const char *text, strSegments *segments, xstringsequence *
     inserted.reserve(static_cast<std::size_t>(given));
     for (int i = 0; i < std::min(count, given); ++i)
         inserted.emplace_back(std::string_view((*replacements)[i]), form);
-    changing_text changing(whole);
+    changing_text changing(whole, form);
     for (int i = std::min(count, given); i-- > 0;) {
         strSegment *segment = segments->get(i);
         changing.replace(position(from_of(segment), 0), position(to_of(segment), text_end),

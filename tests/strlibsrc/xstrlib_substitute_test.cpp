@@ -100,6 +100,7 @@ TEST(Substitute, ModesChooseWhatIsReplaced) {
     EXPECT_EQ(shown(strSubstituteAll("a.c abc", "a.c", "X", strRegExp)), "\"X abc\"");
     EXPECT_EQ(shown(strSubstituteAll("abc", "a.c", "X", strRegExp)), "\"abc\"");
     EXPECT_EQ(shown(strSubstituteAll("Ab ab", "ab", "X", strLitIC)), "\"Ab X\"");
+    EXPECT_EQ(shown(strSubstituteAll("abc", "*", "X", strShell, 2, 1)), "\"abbc\"");
     EXPECT_EQ(shown(strSubstitute("xaaay", "a*y", "-", strShell)), "\"x-\"");
     EXPECT_EQ(shown(strSubstitute("xAbc", "b", "-", strLitIC, 2, 3)), "\"xA-c\"");
     EXPECT_EQ(shown(strSubstitute("xAbc", "q", "-", strLitIC)), "\"xAbc\"");
@@ -136,7 +137,7 @@ TEST(Substitute, ListsAreReplacedFromTheLastToTheFirst) {
                         list.begin() + static_cast<std::ptrdiff_t>(
                                            clip(segment ? segment->getTo() : strUnsetPos, count, count)),
                         list.end());
-            list = next;
+            list = decode(join(next));  // broken characters may have met
         };
         for (int i = segments.getarraysize(); i-- > 0;) {
             replace(all, segments.get(i), replacements->get(i).Str());
