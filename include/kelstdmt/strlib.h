@@ -78,6 +78,7 @@ public:
     using value_type = strSegment *;
 
     strSegments();
+    static strSegments *create() { return kel::construct<strSegments>(); }
 
     // An index that is not there is an internal error: null, a place that is forgotten, nothing set. A
     // segment may be null; it has unset positions.

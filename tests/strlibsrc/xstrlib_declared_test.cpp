@@ -38,7 +38,8 @@ TEST(Segments, WhatIsNotThereIsReported) {
 }
 
 TEST(Segments, PrintOnTheStandardOutput) {
-    strSegments list;
+    const std::unique_ptr<strSegments> made(strSegments::create());
+    strSegments &list = *made;
     list.append(new strSegment(3, -1));
     list.append(nullptr);
     testing::internal::CaptureStdout();
