@@ -66,6 +66,13 @@ bool regexp_engine::search_long(subject text, const char *from, search_room &roo
         }
         if (!m_path) m_path.emplace(m_program);
         if (m_path->trace(text, outcome.from, outcome.end, room.notes, slots)) return true;
+    } else if (m_attempt && m_attempts_at_last.advisable()) {
+        // States that grow with the program do not make its attempts long.
+        using verdict = regexp_attempt::verdict;
+        const verdict result =
+            m_attempt->search(text, outcome.from, text.end - outcome.from, room.frames, slots);
+        m_attempts_at_last.note(result != verdict::gave_up);
+        if (result != verdict::gave_up) return result == verdict::found;
     }
     return room.simulation.search(m_program, text, outcome.from, slots);
 }

@@ -64,6 +64,7 @@ private:
     std::optional<regexp_attempt> m_attempt;
     habit m_attempts_at_once;   // in short texts
     habit m_attempts_at_match;  // where the automaton has found one
+    habit m_attempts_at_last;   // when it has given up
     std::optional<regexp_automaton> m_automaton;
     std::optional<regexp_path> m_path;
 };

@@ -200,7 +200,10 @@ TEST(regexp_search, TheWorkIsBoundedByProgramTimesText) {
     std::string mixed(3000000, 'a');
     for (std::size_t i = 0; i < mixed.size(); i += 3)
         mixed[i] = 'b';
-    std::string optional;
+    std::string tossed(200000, 'a'), optional;
+    std::mt19937 random(1);
+    for (char &each : tossed)
+        each = "ab"[random() % 2];
     for (int i = 0; i < 30; ++i)
         optional += "a?";
     const bounded_case cases[] = {
@@ -216,6 +219,10 @@ TEST(regexp_search, TheWorkIsBoundedByProgramTimesText) {
         // Its automaton has a state for every set of places within the last twelve.
         {"(a|b)*a(a|b)(a|b)..........$", mixed, 0, 3000000},
         {"b(.)*a(a|b)(a|b).........c", mixed, -1, -1},
+        // There attempts answer at once, here they try in vain.
+        {"[ab]*a[ab].............(c|d)", tossed + "a" + std::string(14, 'b') + "d", 0, 200016},
+        {"[ab]*a[ab].............(c|d)", tossed, -1, -1},
+        {"(" + std::string(4000, 'q') + ")", std::string(200000, 'q'), 0, 4000},
     };
     for (bounded_case each : cases)
         for (const std::string &more : {std::string(), many_symbols}) {
