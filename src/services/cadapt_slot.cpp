@@ -77,7 +77,8 @@ class slot_reader {
 public:
     slot_reader() : m_error(static_cast<xthrowable *>(xgetexc_c())) {}
     ~slot_reader() {
-        if (m_error && !is_counted(m_error.get())) static_cast<void>(m_error.detach());
+        xthrowable *seen = m_error.detach();
+        if (is_counted(seen)) dispose(seen);  // no other was given a hold
     }
     slot_reader(const slot_reader &) = delete;
     slot_reader &operator=(const slot_reader &) = delete;
