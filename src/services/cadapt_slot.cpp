@@ -46,15 +46,21 @@ void dispose(xthrowable *exception) noexcept {
     }
 }
 
+// A reference on an exception. One without a descriptor is not counted: nothing says that it is.
+void attach(xthrowable *exception) noexcept {
+    try {
+        xrcuniattach(exception);
+    } catch (xthrowable *untyped) {
+        const caught of_no_class(untyped);
+    } catch (...) {
+    }
+}
+
 // Puts an exception with its reference into the slot. What is there goes first: its end may run code that
 // uses the slot too, and must not reach the new one.
 void keep(xthrowable *exception) noexcept {
-    try {
-        // Thrown without xthrow: nobody has asked yet whether it is counted.
-        if (xrcgetcount(exception) == 0) xrcuniattach(exception);
-    } catch (xthrowable *untyped) {
-        const caught of_no_class(untyped);
-    }
+    // Thrown without xthrow: nobody has asked yet whether it is counted.
+    if (xrcgetcount(exception) == 0) attach(exception);
     dispose(exception_slot.exchange(nullptr));
     dispose(exception_slot.exchange(exception));
 }
@@ -120,7 +126,7 @@ void xsetexc_c(xobject *exception) {
         if (kel::is_object(exception)) {
             fresh = dynamic_cast<xthrowable *>(exception);
             if (fresh == nullptr) throw_mismatch("xthrowable", exception);
-            xrcuniattach(fresh);
+            attach(fresh);
         }
         xthrowable *before = exception_slot.exchange(nullptr);
         // What is there already and is not counted stays what it is.

@@ -47,6 +47,10 @@ public:
 KEL_DEFINE_STRUCT(Counted, "test::Counted", kel::counted)
 KEL_DEFINE_STRUCT(Uncounted, "test::Uncounted", kel::uncounted)
 
+class Untyped : public Uncounted {
+    xrtticlass *givertti() override { return nullptr; }
+};
+
 TEST(cadapt_slot_test, HoldsOneReferenceOnACountedException) {
     xobject *made = kel::construct<Counted>();
     xsetexc_c(made);
@@ -91,6 +95,11 @@ TEST(cadapt_slot_test, OwnsAnUncountedException) {
     xsetexc_c(kel::construct<Uncounted>());
     xsetexc_c(XOBJECT_UNINIT_C);
     EXPECT_EQ(lives + xisexc_c(), 0);
+    xobject *untyped = new Untyped;
+    xsetexc_c(untyped);
+    EXPECT_EQ(xgetexc_c(), untyped);
+    xcleanupexc_c();
+    EXPECT_EQ(lives, 0) << "without a descriptor it is not counted";
     xrchandle<xobject> sequence(xintsequence::create());
     xsetexc_c(sequence);
     EXPECT_EQ(taken(xgetexctypename_c()), "kellib::XTypeMismatch") << "no exception";
