@@ -2,6 +2,7 @@
 // search for first bytes meets the beginnings of characters only. Other encodings are not searched this way.
 #include "strlibsrc/regexp_start.h"
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -27,6 +28,7 @@ regexp_start::regexp_start(const regexp_program &program) {
     if (program.alphabet().form() == encoding::other) return;
     find_text_of(program);
     find_bytes_of(program);
+    find_ranges();
 }
 
 void regexp_start::find_text_of(const regexp_program &program) {
@@ -91,6 +93,41 @@ void regexp_start::find_bytes_of(const regexp_program &program) {
     m_useful = bytes < 256;
 }
 
+void regexp_start::find_ranges() {
+    std::size_t count = 0;
+    for (unsigned byte = 0; byte < 256; ++byte) {
+        if (!m_first[byte]) continue;
+        const auto own = static_cast<std::uint8_t>(byte);
+        if (byte > 0 && m_first[byte - 1])
+            ++m_ranges[count - 1].width;
+        else if (count < most_ranges)
+            m_ranges[count++] = {own, 0};
+        else
+            return;
+    }
+    m_few_ranges = count > 0;
+    std::fill(m_ranges.begin() + static_cast<std::ptrdiff_t>(count), m_ranges.end(), m_ranges[0]);
+}
+
+// As far as whole blocks hold none of the bytes. A compiler makes instructions for 16 bytes of the inner
+// loop.
+const char *regexp_start::pass_blocks(const char *at, const char *end) const noexcept {
+    constexpr std::ptrdiff_t in_block = 64;
+    const std::array<byte_range, most_ranges> ranges = m_ranges;
+    for (; end - at >= in_block; at += in_block) {
+        std::uint8_t met = 0;
+        for (std::ptrdiff_t i = 0; i < in_block; ++i) {
+            auto in = [byte = static_cast<std::uint8_t>(at[i])](byte_range range) {
+                return static_cast<std::uint8_t>(static_cast<std::uint8_t>(byte - range.first) <=
+                                                 range.width);
+            };
+            met |= static_cast<std::uint8_t>(in(ranges[0]) | in(ranges[1]) | in(ranges[2]));
+        }
+        if (met) break;
+    }
+    return at;
+}
+
 const char *regexp_start::look(const char *at, const char *end) const noexcept {
     if (at == end) return end;
     if (m_text.size() > 1) {
@@ -101,8 +138,17 @@ const char *regexp_start::look(const char *at, const char *end) const noexcept {
         const void *found = std::memchr(at, m_byte, static_cast<std::size_t>(end - at));
         return found ? static_cast<const char *>(found) : end;
     }
-    while (at != end && !m_first[static_cast<unsigned char>(*at)])
-        ++at;
+    auto look_until = [&](const char *stop) {
+        while (at != stop && !m_first[static_cast<unsigned char>(*at)])
+            ++at;
+        return at != stop;
+    };
+    constexpr std::ptrdiff_t near = 128;
+    if (m_few_ranges && end - at > near) {
+        if (look_until(at + near)) return at;
+        at = pass_blocks(at, end);
+    }
+    look_until(end);
     return at;
 }
 

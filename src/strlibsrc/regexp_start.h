@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <string>
 
 #include "strlibsrc/regexp_program.h"
@@ -28,7 +29,9 @@ public:
 private:
     void find_text_of(const regexp_program &program);
     void find_bytes_of(const regexp_program &program);
+    void find_ranges();
     const char *look(const char *at, const char *end) const noexcept;
+    const char *pass_blocks(const char *at, const char *end) const noexcept;
 
     std::string m_text;
     bool m_is_text = false;
@@ -36,6 +39,13 @@ private:
     bool m_one_byte = false;
     char m_byte = 0;
     std::array<bool, 256> m_first{};
+    // The same bytes as ranges, when they make few; what is left over repeats the first one.
+    struct byte_range {
+        std::uint8_t first, width;  // width: of the last one, counted from the first
+    };
+    static constexpr std::size_t most_ranges = 3;
+    bool m_few_ranges = false;
+    std::array<byte_range, most_ranges> m_ranges{};
 };
 
 }  // namespace kel::detail

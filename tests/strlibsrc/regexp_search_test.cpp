@@ -280,6 +280,25 @@ TEST(regexp_search, AnObjectThatOutlivesTheThreadsTablesMaySearch) {
     EXPECT_TRUE(found);
 }
 
+// In long texts a beginning is sought by blocks: at every distance, beside both ends of the ranges of a set.
+TEST(regexp_search, TheFirstByteIsFoundAtAnyDistance) {
+    random_text random(99, {"a"}, {"a"});
+    for (const std::string set : {"x", "xz", "0123456789", "AQz", "AQz0", "abyz", "\x01\x7F"}) {
+        const owned_program program = compiled("[" + set + "]c?");
+        for (std::size_t size = 0; size < 700; ++size) {
+            std::string text;
+            while (text.size() < size) {
+                const auto byte = static_cast<char>(1 + random.below(127));
+                if (set.find(byte) == set.npos || text.size() + 9 > size) text += byte;
+            }
+            int start = 0, end = 0;
+            const std::size_t expected = text.find_first_of(set);
+            ASSERT_EQ(regexec(program.get(), exact(text).get(), start, end), expected != text.npos) << set;
+            ASSERT_EQ(static_cast<std::size_t>(start), expected == text.npos ? 0 : expected) << set;
+        }
+    }
+}
+
 TEST(regexp_search, ThreadsSearchWithProgramsOfTheirOwn) {
     setErrReport(true);
     std::vector<owned_program> programs;
