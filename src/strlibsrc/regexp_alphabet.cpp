@@ -40,6 +40,10 @@ symbol regexp_alphabet::read_multibyte(const char *&at, const char *end) const n
 alphabet_builder::alphabet_builder(encoding form) : m_parts(1) {
     m_result.m_form = form;
     m_single.fill(invalid);
+    constexpr std::size_t usual = 64;  // characters
+    m_part.reserve(usual);
+    m_parts.reserve(usual);
+    m_result.m_keys.reserve(usual);
 }
 
 std::uint32_t alphabet_builder::name(const char *&at, const char *end) {
@@ -104,6 +108,7 @@ regexp_alphabet alphabet_builder::finish() && {
     // The part of the beginning may have lost all its characters.
     const std::uint32_t shift = m_parts[0].size == 0 ? 0 : 1;
     m_result.m_size = m_parts.size() + shift;
+    m_result.m_symbols.reserve(m_part.size());
     for (const std::uint32_t part_number : m_part)
         m_result.m_symbols.push_back(static_cast<symbol>(part_number + shift));
     for (std::size_t byte = 0; byte < 256; ++byte) {

@@ -27,7 +27,9 @@ regexp_automaton::regexp_automaton(const regexp_program &program, const regexp_s
     : m_program(program), m_start(start), m_table(program.alphabet().size()), m_met(program.code().size()) {
     begin_list();
     add(regexp_program::start, false);
-    m_restarts = !program.anchored() && m_list.size() > 1;
+    m_starters.assign(m_list.begin() + 1, m_list.end());
+    m_starts_succeed = m_cut;
+    m_restarts = !program.anchored() && !m_starters.empty();
 }
 
 void regexp_automaton::begin_list() {
@@ -63,19 +65,24 @@ void regexp_automaton::add(std::uint32_t number, bool at_begin) {
     }
 }
 
+// A way that may begin here, behind all others. What it waits at is looked up when it takes its first step.
 void regexp_automaton::add_restart() {
-    add(regexp_program::start, false);
-    if (!m_cut) m_list.push_back(restart);
+    const bool alone = m_list.size() == 1;
+    if (m_starts_succeed)
+        add(regexp_program::start, false);
+    else
+        m_list.push_back(restart);
+    if (alone && !m_cut) m_list[0] = fresh;
 }
 
 std::uint32_t regexp_automaton::first() {
     if (m_first != unknown) return m_first;
     begin_list();
     add(regexp_program::start, true);
-    // Only a way through ^ makes this state differ from those where a search goes on.
     if (!m_cut && m_restarts) {
+        // Only a way through ^ makes this state differ from those where a search goes on.
+        if (!m_crossed_begin) begin_list();
         add_restart();
-        if (!m_crossed_begin) m_list[0] = fresh;
     }
     return m_first = interned();
 }
@@ -85,8 +92,11 @@ std::uint32_t regexp_automaton::first_within() {
     if (m_first_within != unknown) return m_first_within;
     begin_list();
     add_restart();
-    if (!m_cut) m_list[0] = fresh;
     return m_first_within = interned();
+}
+
+void regexp_automaton::take(std::uint32_t number, symbol character) {
+    if (!m_cut && m_program.takes(number, character)) add(m_program.code()[number].next, false);
 }
 
 std::uint32_t regexp_automaton::step(std::uint32_t row, symbol character) {
@@ -95,18 +105,18 @@ std::uint32_t regexp_automaton::step(std::uint32_t row, symbol character) {
     // The content may move only when the list is complete.
     const std::uint32_t *content = m_table.content(state);
     const std::size_t size = m_table.content_size(state);
-    for (std::size_t i = 1; i < size && !m_cut; ++i) {
-        if (content[i] == restart) {
-            const bool alone = m_list.size() == 1;
-            add_restart();
-            if (alone && !m_cut) m_list[0] = fresh;
-        } else if (m_program.takes(content[i], character)) {
-            add(m_program.code()[content[i]].next, false);
+    for (std::size_t i = 1; i < size; ++i) {
+        if (content[i] != restart) {
+            take(content[i], character);
+            continue;
         }
+        for (const std::uint32_t number : m_starters)
+            take(number, character);
+        if (!m_cut) add_restart();
     }
-    m_lost_states = 0;
+    m_emptied = false;
     const std::uint32_t result = interned();
-    if (m_lost_states == 0) m_table.steps()[row + character] = result;
+    if (!m_emptied) m_table.steps()[row + character] = result;
     return result;
 }
 
@@ -116,7 +126,7 @@ std::uint32_t regexp_automaton::interned() {
     if (m_cut) m_list[0] = notable;
     state_table::number state = m_table.intern(m_list);
     if (state == state_table::full) {
-        m_lost_states = m_table.size();
+        m_emptied = true;
         m_table.clear();
         m_first = m_first_within = unknown;
         state = m_table.intern(m_list);
@@ -130,8 +140,7 @@ bool regexp_automaton::succeeds_at_end(std::uint32_t row, bool at_begin) {
     const std::size_t size = m_table.content_size(state);
     begin_list();
     for (std::size_t i = 1; i < size; ++i) {
-        if (content[i] == restart) break;
-        m_open.push_back(content[i]);
+        m_open.push_back(content[i] == restart ? regexp_program::start : content[i]);
     }
     while (!m_open.empty()) {
         const std::uint32_t at = m_open.back();
@@ -145,13 +154,6 @@ bool regexp_automaton::succeeds_at_end(std::uint32_t row, bool at_begin) {
         if (each.what == instruction::split) m_open.push_back(each.value);
     }
     return false;
-}
-
-// Whether the states that were lost have served for long enough.
-bool regexp_automaton::makes_progress(std::size_t bytes) noexcept {
-    const bool result = bytes >= 8 * m_lost_states;
-    m_lost_states = 0;
-    return result;
 }
 
 // Steps until something is to be done, and gives the target that tells, or until the end, and gives the row
@@ -180,8 +182,8 @@ std::uint32_t regexp_automaton::advance(std::uint32_t row, const char *&at, cons
 }
 
 regexp_automaton::outcome regexp_automaton::run(subject text, const char *from) {
-    outcome result{outcome::nothing, from, nullptr};
-    const char *at = from, *emptied = from;
+    outcome result{false, from, nullptr};
+    const char *at = from;
     start_yield yield;
     std::uint32_t to = from == text.begin ? first() : first_within();
     while (to != dead) {
@@ -193,27 +195,20 @@ regexp_automaton::outcome regexp_automaton::run(subject text, const char *from) 
                 result.from = at;
             }
         } else if (to & notable) {
-            result.what = outcome::found;
+            result.found = true;
             result.end = at;
         }
         to &= row_bits;
         if (at == text.end) {
             if (!succeeds_at_end(to, text.begin == text.end)) break;
-            result.what = outcome::found;
+            result.found = true;
             result.end = at;
             break;
         }
         symbol character = 0;
         to = yield.good() ? advance<true>(to, at, text.end, result.from, character)
                           : advance<false>(to, at, text.end, result.from, character);
-        if (to != unknown) continue;
-        to = step(m_source, character);
-        if (m_lost_states == 0) continue;
-        if (!makes_progress(static_cast<std::size_t>(at - emptied))) {
-            result.what = outcome::gave_up;
-            return result;
-        }
-        emptied = at;
+        if (to == unknown) to = step(m_source, character);
     }
     return result;
 }

@@ -19,8 +19,7 @@ namespace kel::detail {
 class regexp_automaton {
 public:
     struct outcome {
-        enum kind { nothing, found, gave_up };
-        kind what;
+        bool found;
         const char *from;  // the match begins here or later
         const char *end;   // of the match
     };
@@ -28,16 +27,17 @@ public:
     // The program and its start outlive the automaton.
     regexp_automaton(const regexp_program &program, const regexp_start &start);
 
-    // For a match that begins at `from` or later. Gives up when the text drives it into ever new states.
+    // For a match that begins at `from` or later. A text that drives it into ever new states costs
+    // no more than a simulation would.
     outcome run(subject text, const char *from);
 
     std::size_t memory() const noexcept { return m_table.memory(); }
 
 private:
-    // A step leads to the row of the next state, with bits for what there is to do in it.
-    static constexpr std::uint32_t notable =
-        0x80000000;                                     // a way succeeds; the two largest numbers are no rows
-    static constexpr std::uint32_t fresh = 0x40000000;  // no way is open but the one that begins here
+    // A step leads to the row of the next state, with bits for what there is to do in it: a way succeeds, or
+    // no way is open but the one that begins here. The two largest numbers are no rows.
+    static constexpr std::uint32_t notable = 0x80000000;
+    static constexpr std::uint32_t fresh = 0x40000000;
     static constexpr std::uint32_t row_bits = fresh - 1;
     static constexpr std::uint32_t dead = 0xFFFFFFFE;
     static constexpr std::uint32_t unknown = state_table::unknown;
@@ -47,6 +47,7 @@ private:
     void begin_list();
     void add(std::uint32_t number, bool at_begin);
     void add_restart();
+    void take(std::uint32_t number, symbol character);
     std::uint32_t first();
     std::uint32_t first_within();
     std::uint32_t step(std::uint32_t row, symbol character);
@@ -55,16 +56,17 @@ private:
     template <bool stops_at_fresh>
     std::uint32_t advance(std::uint32_t row, const char *&at, const char *end, const char *&from,
                           symbol &character) noexcept;
-    bool makes_progress(std::size_t bytes) noexcept;
 
     const regexp_program &m_program;
     const regexp_start &m_start;
     state_table m_table;
     std::uint32_t m_first = unknown;         // where a text begins
     std::uint32_t m_first_within = unknown;  // where a search begins behind that
+    std::vector<std::uint32_t> m_starters;   // what a way that begins behind the beginning waits at
+    bool m_starts_succeed = false;           // and it succeeds at once
     bool m_restarts = true;                  // ways may begin behind the beginning
     std::uint32_t m_source = 0;              // the row of an unknown step
-    std::size_t m_lost_states = 0;           // when the table was emptied in the last step
+    bool m_emptied = false;                  // the table, in the last step
 
     std::vector<std::uint32_t> m_list;  // the content of a state in the making
     std::vector<std::uint32_t> m_met;   // of an instruction: the number of the last list that it was met for

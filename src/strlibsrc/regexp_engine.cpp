@@ -55,25 +55,16 @@ bool regexp_engine::search(subject text, const char *from, search_room &room, ma
 bool regexp_engine::search_long(subject text, const char *from, search_room &room, match_slots &slots) {
     if (!m_automaton) m_automaton.emplace(m_program, *m_start);
     const regexp_automaton::outcome outcome = m_automaton->run(text, from);
-    if (outcome.what == regexp_automaton::outcome::nothing) return false;
-    if (outcome.what == regexp_automaton::outcome::found) {
+    if (!outcome.found) return false;
+    if (m_attempt && m_attempts_at_match.advisable()) {
         using verdict = regexp_attempt::verdict;
-        if (m_attempt && m_attempts_at_match.advisable()) {
-            const bool found = m_attempt->search(text, outcome.from, outcome.end - outcome.from, room.frames,
-                                                 slots) == verdict::found;
-            m_attempts_at_match.note(found);
-            if (found) return true;
-        }
-        if (!m_path) m_path.emplace(m_program);
-        if (m_path->trace(text, outcome.from, outcome.end, room.notes, slots)) return true;
-    } else if (m_attempt && m_attempts_at_last.advisable()) {
-        // States that grow with the program do not make its attempts long.
-        using verdict = regexp_attempt::verdict;
-        const verdict result =
-            m_attempt->search(text, outcome.from, text.end - outcome.from, room.frames, slots);
-        m_attempts_at_last.note(result != verdict::gave_up);
-        if (result != verdict::gave_up) return result == verdict::found;
+        const std::ptrdiff_t span = outcome.end - outcome.from;
+        const bool found = m_attempt->search(text, outcome.from, span, room.frames, slots) == verdict::found;
+        m_attempts_at_match.note(found);
+        if (found) return true;
     }
+    if (!m_path) m_path.emplace(m_program);
+    if (m_path->trace(text, outcome.from, outcome.end, room.notes, slots)) return true;
     return room.simulation.search(m_program, text, outcome.from, slots);
 }
 

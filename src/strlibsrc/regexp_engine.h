@@ -1,7 +1,7 @@
 // All that is needed to search with one program: the program made ready, and the machines that search with
 // it. A plain text is left to the C library. A short text is tried with backtracking. In a long one the
 // automaton finds the end of the match; its beginning and its groups are then found with backtracking, or
-// else by the path. Where an automaton meets too many states, the simulation goes on.
+// else by the path. Where that meets too many states, the simulation goes on.
 #pragma once
 
 #include <memory>
@@ -64,7 +64,6 @@ private:
     std::optional<regexp_attempt> m_attempt;
     habit m_attempts_at_once;   // in short texts
     habit m_attempts_at_match;  // where the automaton has found one
-    habit m_attempts_at_last;   // when it has given up
     std::optional<regexp_automaton> m_automaton;
     std::optional<regexp_path> m_path;
 };

@@ -20,6 +20,10 @@ public:
           m_characters(form) {}
 
     stErrorCode run() {
+        // Most nodes take four bytes or more.
+        m_result.m_code.reserve(m_size / 4 + 4);
+        m_set_characters.reserve(m_size / 2);
+        m_pending.reserve(16);
         refer(1);
         while (m_error == stSuccess && !m_pending.empty()) {
             const std::uint32_t at = m_pending.back();
@@ -240,6 +244,8 @@ private:
         enum state : char { fresh, open, closed };
         std::vector<char> states(m_result.m_code.size(), fresh);
         std::vector<std::pair<std::uint32_t, int>> stack;
+        stack.reserve(16);
+        m_result.m_passers.reserve(states.size());
         for (std::uint32_t root = 0; root < states.size(); ++root) {
             if (states[root] != fresh) continue;
             stack.emplace_back(root, 0);
@@ -282,6 +288,7 @@ private:
 
     void finish_sets() {
         std::vector<symbol> &symbols = m_result.m_set_symbols;
+        symbols.reserve(m_set_characters.size());
         m_result.m_set_begin.assign(1, 0);
         std::size_t at_character = 0;
         for (const std::size_t end : m_set_ends) {
@@ -348,12 +355,17 @@ std::size_t regexp_program::memory() const noexcept {
 
 void regexp_program::make_masks() {
     if (m_alphabet.size() > 64) return;
+    const auto bit = [](std::uint32_t character) { return std::uint64_t{1} << character; };
+    const std::uint64_t all = ~std::uint64_t{0} >> (64 - m_alphabet.size());
     m_masks.reserve(m_code.size());
     for (const instruction &each : m_code) {
-        std::uint64_t mask = 0;
-        for (std::size_t each_symbol = 0; each_symbol < m_alphabet.size(); ++each_symbol)
-            if (takes_by_search(each, static_cast<symbol>(each_symbol)))
-                mask |= std::uint64_t{1} << each_symbol;
+        std::uint64_t mask = each.what == instruction::any ? all : 0;
+        if (each.what == instruction::character) mask = bit(each.value);
+        if (each.what == instruction::set || each.what == instruction::inverse_set) {
+            for (std::uint32_t i = m_set_begin[each.value]; i < m_set_begin[each.value + 1]; ++i)
+                mask |= bit(m_set_symbols[i]);
+            if (each.what == instruction::inverse_set) mask = all & ~mask;
+        }
         m_masks.push_back(mask);
     }
 }

@@ -56,13 +56,13 @@ void regexp_start::find_text_of(const regexp_program &program) {
 
 void regexp_start::find_bytes_of(const regexp_program &program) {
     const regexp_alphabet &alphabet = program.alphabet();
-    std::vector<bool> symbols(alphabet.size()), met(program.code().size());
+    std::vector<char> symbols(alphabet.size()), met(program.code().size());
     std::vector<std::uint32_t> open{regexp_program::start};
     while (!open.empty()) {
         const std::uint32_t number = open.back();
         open.pop_back();
         if (met[number]) continue;
-        met[number] = true;
+        met[number] = 1;
         const instruction &each = program.code()[number];
         if (each.what == instruction::success) return;
         if (each.takes_character()) {
@@ -75,7 +75,7 @@ void regexp_start::find_bytes_of(const regexp_program &program) {
     }
     for (unsigned byte = 0; byte < 256; ++byte) {
         const symbol direct = alphabet.of_byte(static_cast<char>(byte));
-        m_first[byte] = symbols[direct == regexp_alphabet::indirect ? regexp_alphabet::other : direct];
+        m_first[byte] = symbols[direct == regexp_alphabet::indirect ? regexp_alphabet::other : direct] != 0;
     }
     for (std::size_t i = 0; i < alphabet.named(); ++i) {
         std::uint32_t first = alphabet.key(i);
