@@ -67,12 +67,10 @@ void regexp_automaton::add(std::uint32_t number, bool at_begin) {
 
 // A way that may begin here, behind all others. What it waits at is looked up when it takes its first step.
 void regexp_automaton::add_restart() {
-    const bool alone = m_list.size() == 1;
     if (m_starts_succeed)
         add(regexp_program::start, false);
     else
         m_list.push_back(restart);
-    if (alone && !m_cut) m_list[0] = fresh;
 }
 
 std::uint32_t regexp_automaton::first() {
@@ -128,10 +126,12 @@ std::uint32_t regexp_automaton::interned() {
     if (state == state_table::full) {
         m_emptied = true;
         m_table.clear();
-        m_first = m_first_within = unknown;
+        m_first = m_first_within = m_fresh = unknown;
         state = m_table.intern(m_list);
     }
-    return m_table.row(state) | m_list[0];
+    const std::uint32_t row = m_table.row(state);
+    if (m_list.size() == 2 && m_list[1] == restart) m_fresh = row;
+    return row | m_list[0];
 }
 
 bool regexp_automaton::succeeds_at_end(std::uint32_t row, bool at_begin) {
@@ -163,16 +163,17 @@ std::uint32_t regexp_automaton::advance(std::uint32_t row, const char *&at, cons
                                         const char *&from, symbol &character) noexcept {
     const regexp_alphabet &alphabet = m_program.alphabet();
     const std::uint32_t *steps = m_table.steps();
-    constexpr std::uint32_t stop = stops_at_fresh ? notable | fresh : notable;
+    const std::uint32_t fresh = m_fresh;
     const char *last_fresh = from;
     const char *position = at;
     std::uint32_t to = row;
     while (position != end) {
-        row = to & row_bits;
+        row = to;
         character = alphabet.read(position, end);
         to = steps[row + character];
-        if (to & stop) break;
-        if (!stops_at_fresh) last_fresh = to & fresh ? position : last_fresh;
+        if (to & notable) break;
+        if (stops_at_fresh && to == fresh) break;
+        if (!stops_at_fresh) last_fresh = to == fresh ? position : last_fresh;
     }
     at = position;
     from = last_fresh;
@@ -187,7 +188,7 @@ regexp_automaton::outcome regexp_automaton::run(subject text, const char *from) 
     start_yield yield;
     std::uint32_t to = from == text.begin ? first() : first_within();
     while (to != dead) {
-        if (to & fresh) {
+        if (to == m_fresh) {
             result.from = at;
             if (yield.good()) {
                 at = m_start.find(at, text.end);

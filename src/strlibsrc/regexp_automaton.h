@@ -34,14 +34,13 @@ public:
     std::size_t memory() const noexcept { return m_table.memory(); }
 
 private:
-    // A step leads to the row of the next state, with bits for what there is to do in it: a way succeeds, or
-    // no way is open but the one that begins here. The two largest numbers are no rows.
+    // A step leads to the row of the next state, with the high bit when a way succeeds there. The two largest
+    // numbers are no rows.
     static constexpr std::uint32_t notable = 0x80000000;
-    static constexpr std::uint32_t fresh = 0x40000000;
-    static constexpr std::uint32_t row_bits = fresh - 1;
+    static constexpr std::uint32_t row_bits = notable - 1;
     static constexpr std::uint32_t dead = 0xFFFFFFFE;
     static constexpr std::uint32_t unknown = state_table::unknown;
-    // The last number in a state's content when new ways may begin. The first are bits of its target.
+    // The last number in a state's content when new ways may begin. The first is the bit of its target.
     static constexpr std::uint32_t restart = 0xFFFFFFFF;
 
     void begin_list();
@@ -62,6 +61,7 @@ private:
     state_table m_table;
     std::uint32_t m_first = unknown;         // where a text begins
     std::uint32_t m_first_within = unknown;  // where a search begins behind that
+    std::uint32_t m_fresh = unknown;         // where no way is open but the one that begins there
     std::vector<std::uint32_t> m_starters;   // what a way that begins behind the beginning waits at
     bool m_starts_succeed = false;           // and it succeeds at once
     bool m_restarts = true;                  // ways may begin behind the beginning
