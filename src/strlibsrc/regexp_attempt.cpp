@@ -1,3 +1,5 @@
+// The look ahead is prepared for every instruction, from those that lead nowhere back to those that lead to
+// them; then trying is a loop over prepared steps and a stack of what to come back to.
 #include "strlibsrc/regexp_attempt.h"
 
 #include <algorithm>

@@ -1,3 +1,6 @@
+// Building states, and the loop that runs over them. The way that could begin at every position is one mark
+// in a state, not the list of all that it waits at: programs with thousands of alternatives have small
+// states.
 #include "strlibsrc/regexp_automaton.h"
 
 namespace kel::detail {

@@ -1,3 +1,5 @@
+// Building the states of the way back, noting them for one piece at a time, and walking forwards over the
+// notes. What the walk does behind an instruction depends on the state alone, so it is remembered in its row.
 #include "strlibsrc/regexp_path.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// Ways are followed with a stack of tasks: a slot that a way fills is put back by a task below what comes
+// behind it, so that all ways of a position share one set of slots until they wait at a character.
 #include "strlibsrc/regexp_simulation.h"
 
 #include <algorithm>

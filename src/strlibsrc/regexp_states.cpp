@@ -1,3 +1,4 @@
+// Contents, rows and an index of hashes, each in one growing block.
 #include "strlibsrc/regexp_states.h"
 
 #include <algorithm>

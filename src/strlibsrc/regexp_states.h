@@ -30,7 +30,6 @@ public:
     std::uint32_t row(number state) const noexcept { return static_cast<std::uint32_t>(state * m_symbols); }
     number state_of_row(std::uint32_t row) const noexcept { return static_cast<number>(row / m_symbols); }
 
-    std::size_t size() const noexcept { return m_states.size(); }
     std::size_t memory() const noexcept;
     void clear() noexcept;
 
