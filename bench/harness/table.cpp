@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 
 namespace bench {
 namespace {
@@ -32,6 +33,16 @@ std::string shown_time(double nanoseconds) {
     char text[40];
     std::snprintf(text, sizeof text, "%.*f %s", nanoseconds < 99.95 ? 1 : 0, nanoseconds, units[unit]);
     return text;
+}
+
+// Signs that Markdown would take for its own.
+std::string escaped(const std::string &text) {
+    std::string shown;
+    for (char c : text) {
+        if (std::strchr("|*_", c)) shown += '\\';
+        shown += c;
+    }
+    return shown;
 }
 
 }  // namespace
@@ -107,11 +118,11 @@ void Table::print_head(const Section &section) {
 void Table::print_cells(const std::string &title, const std::vector<std::string> &cells,
                         const std::vector<std::string> &verdict) const {
     if (m_markdown) {
-        std::printf("| %s |", title.c_str());
+        std::printf("| %s |", escaped(title).c_str());
         for (const std::string &cell : cells)
             std::printf(" %s |", cell.c_str());
         for (std::size_t i = 0; i < 3; ++i)
-            std::printf(" %s |", i < verdict.size() ? verdict[i].c_str() : "");
+            std::printf(" %s |", i < verdict.size() ? escaped(verdict[i]).c_str() : "");
         std::printf("\n");
         return;
     }
