@@ -51,25 +51,6 @@ struct range {
     const char *end;
 };
 
-// Bytes in upper case, as the strings make it, with a terminator. Short ones need no memory.
-class upper_case {
-public:
-    explicit upper_case(std::string_view text) : m_size(text.size()) {
-        if (m_size >= sizeof m_short) m_long = std::make_unique_for_overwrite<char[]>(m_size + 1);
-        char *out = m_long ? m_long.get() : m_short;
-        std::transform(text.begin(), text.end(), out, byte_case::upper());
-        out[m_size] = 0;
-    }
-
-    const char *begin() const noexcept { return m_long ? m_long.get() : m_short; }
-    const char *end() const noexcept { return begin() + m_size; }
-
-private:
-    std::size_t m_size;
-    std::unique_ptr<char[]> m_long;
-    char m_short[256];
-};
-
 struct free_program {
     void operator()(regexp *program) const noexcept { std::free(program); }
 };
@@ -134,10 +115,10 @@ positions count(encoding form, std::size_t before, const char *begin, text_range
 // The result of action(begin, end, pattern) for the range and the pattern in upper case.
 template <class Action>
 auto in_upper_case(const range &cut, const char *pattern, Action action) {
-    const upper_case text(between(cut.begin, cut.end));
+    const byte_case upper = byte_case::upper();
+    const cased_text text(between(cut.begin, cut.end), upper);
     if (!is_text(pattern)) return action(text.begin(), text.end(), pattern);
-    const upper_case upper{std::string_view(pattern)};
-    return action(text.begin(), text.end(), upper.begin());
+    return action(text.begin(), text.end(), cased_text(pattern, upper).begin());
 }
 template <class Action>
 auto in_case(const range &cut, const char *pattern, bool ignore_case, Action action) {

@@ -20,33 +20,10 @@ int strLen(const char *text) {
     return position_of(Strlen(text));
 }
 
-namespace {
-
-// A text in lower case, on the stack when it is short.
-class lowered_text {
-public:
-    explicit lowered_text(const char *text) {
-        const std::string_view all = text;
-        char *out = m_near;
-        if (all.size() >= sizeof m_near)
-            out = (m_far = std::make_unique_for_overwrite<char[]>(all.size() + 1)).get();
-        std::transform(all.begin(), all.end(), out, byte_case::lower());
-        out[all.size()] = 0;
-        m_text = out;
-    }
-    const char *text() const { return m_text; }
-
-private:
-    char m_near[200];
-    std::unique_ptr<char[]> m_far;
-    const char *m_text;
-};
-
-}  // namespace
-
 int strCmp(const char *a, const char *b, unsigned char ignorecase) {
     if (!ignorecase || !is_text(a) || !is_text(b)) return borrowed_text(a) - borrowed_text(b);
-    return std::strcoll(lowered_text(a).text(), lowered_text(b).text());
+    const byte_case lower = byte_case::lower();
+    return std::strcoll(cased_text(a, lower).begin(), cased_text(b, lower).begin());
 }
 
 xstring strLower(const char *text) {

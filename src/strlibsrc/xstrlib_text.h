@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <new>
 #include <string_view>
 
@@ -109,6 +110,25 @@ inline xstring make_string(std::string_view bytes) {
     copy_bytes(text, bytes.data(), bytes.size());
     return xstring::Adopt(text);
 }
+
+// A text in another case, byte by byte as the strings have it, with a terminator. Short ones need no memory.
+class cased_text {
+public:
+    cased_text(std::string_view text, byte_case change) : m_size(text.size()) {
+        if (m_size >= sizeof m_short) m_long = std::make_unique_for_overwrite<char[]>(m_size + 1);
+        char *out = m_long ? m_long.get() : m_short;
+        std::transform(text.begin(), text.end(), out, change);
+        out[m_size] = 0;
+    }
+
+    const char *begin() const noexcept { return m_long ? m_long.get() : m_short; }
+    const char *end() const noexcept { return begin() + m_size; }
+
+private:
+    std::size_t m_size;
+    std::unique_ptr<char[]> m_long;
+    char m_short[256];
+};
 
 // A text pointer as a string, for the operations that strings have.
 class borrowed_text final : public xstrbase {

@@ -2,7 +2,6 @@
 // it as std::bad_alloc, or the print finds its way without.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <memory>
 #include <new>
 #include <sstream>
@@ -10,30 +9,11 @@
 
 #include <kelstdmt/kelstdmt.h>
 
-namespace {
-
-long allocations_left = -1;  // before one fails; -1: none does
-
-bool fails() {
-    return allocations_left >= 0 && allocations_left-- == 0;
-}
-
-}  // namespace
-
-// Not inlined: a compiler that sees through one of them takes the pair for a mismatch.
-[[gnu::noinline]] void *operator new(std::size_t bytes) {
-    void *block = fails() ? nullptr : std::malloc(bytes);
-    if (!block) throw std::bad_alloc();
-    return block;
-}
-[[gnu::noinline]] void operator delete(void *block) noexcept {
-    std::free(block);
-}
-[[gnu::noinline]] void operator delete(void *block, std::size_t) noexcept {
-    std::free(block);
-}
+#include "failing_memory.h"
 
 namespace {
+
+using namespace failing_memory;
 
 TEST(print_exhaustion_test, IsAnExceptionAndNoEnd) {
     const std::unique_ptr<printData> data(printData::Create());

@@ -2,42 +2,16 @@
 // exception leaves the call, what it worked on is usable afterwards, and the slot tells.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <functional>
-#include <new>
 #include <string>
 
 #include <kelstdmt/kelstdmt.h>
 
-namespace {
-
-long allocations_left = -1;  // before one fails; -1: none does
-bool all_after = false;      // whether those behind it fail too
-bool has_failed = false;
-
-bool fails() {
-    if (allocations_left < 0) return false;
-    if (allocations_left > 0) return --allocations_left, false;
-    if (!all_after) allocations_left = -1;
-    return has_failed = true;
-}
-
-}  // namespace
-
-// Not inlined: a compiler that sees through one of them takes the pair for a mismatch.
-[[gnu::noinline]] void *operator new(std::size_t bytes) {
-    void *block = fails() ? nullptr : std::malloc(bytes);
-    if (!block) throw std::bad_alloc();
-    return block;
-}
-[[gnu::noinline]] void operator delete(void *block) noexcept {
-    std::free(block);
-}
-[[gnu::noinline]] void operator delete(void *block, std::size_t) noexcept {
-    std::free(block);
-}
+#include "failing_memory.h"
 
 namespace {
+
+using namespace failing_memory;
 
 TEST(cadapt_exhaustion_test, EndsInTheSlot) {
     const char *const long_text = "a text that fits into no small buffer of anybody's";
