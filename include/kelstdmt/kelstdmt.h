@@ -2,15 +2,21 @@
 #pragma once
 
 #include <kelstdmt/cadapt.h>
+#include <kelstdmt/configfile.h>
 #include <kelstdmt/containers.h>
 #include <kelstdmt/declare.h>
 #include <kelstdmt/eventlib.h>
+#include <kelstdmt/filelib.h>
 #include <kelstdmt/iolib.h>
 #include <kelstdmt/kel.h>
 #include <kelstdmt/kelstdmt_c.h>
+#include <kelstdmt/monlib.h>
 #include <kelstdmt/printlib.h>
 #include <kelstdmt/regexp.h>
+#include <kelstdmt/reglib.h>
 #include <kelstdmt/strlib.h>
+#include <kelstdmt/syslib.h>
+#include <kelstdmt/timelib.h>
 #include <kelstdmt/vumrt.h>
 #include <kelstdmt/vumrt_event.h>
 #include <kelstdmt/vumrt_stream.h>
