@@ -18,7 +18,24 @@ namespace bench {
 
 // Ours is what is measured, the floor what nobody can be faster than; the others are its peers. Called and
 // Inlined are our own C++ functions, where those in C are measured.
-enum class Library { Ours, Called, Inlined, Std, Glib, Qt, Poco, Tirpc, Re2, Pcre, PcreJit, Libc, Floor };
+enum class Library {
+    Ours,
+    Called,
+    Inlined,
+    Std,
+    Glib,
+    Qt,
+    Poco,
+    Tirpc,
+    Re2,
+    Pcre,
+    PcreJit,
+    Libc,
+    Coreutils,
+    Sqlite,
+    SqliteFull,
+    Floor
+};
 const char *name_of(Library library);
 
 enum class Cost {

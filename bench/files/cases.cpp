@@ -1,0 +1,39 @@
+// The list of cases, in the order in which they run.
+#include "cases.h"
+
+namespace bench {
+
+Section files_section() {
+    Section files{"Files",
+                  {Library::Ours, Library::Coreutils, Library::Std, Library::Libc, Library::Glib,
+                   Library::Poco, Library::Floor}};
+    files.cases = {
+        {"tree", "a tree of 20,000 files, each", Cost::Huge, false, {"copy", "remove"}},
+        {"list", "list 100,000 names, `*7.txt`", Cost::Heavy, false, {"a name"}},
+        {"sum", "checksum of 4 GiB", Cost::Huge, false, {"a MiB"}},
+    };
+    return files;
+}
+
+Section settings_section() {
+    Section settings{
+        "Settings",
+        {Library::Ours, Library::Std, Library::Glib, Library::Poco, Library::Sqlite, Library::SqliteFull}};
+    settings.cases = {
+        {"config", "a file of 100,000 entries, each", Cost::Heavy, false, {"open", "save"}},
+        {"registry", "10,000 values, each", Cost::Huge, false, {"set", "get"}},
+    };
+    return settings;
+}
+
+Section monitor_section() {
+    Section monitor{"Monitor files",
+                    {Library::Ours, Library::Std, Library::Glib, Library::Poco, Library::Floor}};
+    monitor.cases = {
+        {"monitor/update", "update a value", Cost::Light},
+        {"monitor/follow", "read 10,000 values, each", Cost::Heavy, false, {"a value"}},
+    };
+    return monitor;
+}
+
+}  // namespace bench
