@@ -1,6 +1,7 @@
 #!/bin/bash
 # floors.sh ROOT: who may include whom. The floors stand in floors.txt beside this file. Besides:
-#   - operating-system headers are included only in src/runtime/posix, and its headers only in src/runtime;
+#   - operating-system headers are included only in src/runtime/posix, and its headers only in src/runtime: what the
+#     floors above need of the system is declared in a header of src/runtime/ and implemented in src/runtime/posix/;
 #   - a public header includes only the standard library and other public headers;
 #   - examples, tools and the like use the installed headers, never those of src.
 here=$(cd "$(dirname "$0")" && pwd)
@@ -46,7 +47,7 @@ BEGIN {
     else if ((getline line < (folder name)) >= 0) target = folder name
     else if ((getline line < ("src/" name)) >= 0) target = "src/" name
     else {
-        if (file !~ /^(src\/runtime\/posix|examples)\//) complain("<" name "> is neither ours nor of the standard library")
+        if (file !~ /^(src\/runtime\/posix|examples|tools)\//) complain("<" name "> is neither ours nor of the standard library")
         next
     }
     own = floor_of(file); other = floor_of(target)
@@ -54,7 +55,7 @@ BEGIN {
     if (other < 0) complain(target " has no floor; give it one in tests/build/floors.txt")
     if (other > own && own >= 0) complain("floor " own " includes " target " of floor " other)
     if (target ~ /^src\/generated\//) complain("includes glue: " target)
-    if (target ~ /^src\/runtime\/posix\// && file !~ /^src\/runtime\//) complain("includes the platform: " target)
+    if (target ~ /^src\/runtime\/posix\// && file !~ /^src\/runtime\//) complain("includes the platform: " target "; what the floors above need is declared in a header of src/runtime/")
     if (target ~ /^src\// && public) complain("a public header includes an internal one: " target)
     if (target ~ /^src\// && file ~ /^(examples|tools|nameserver)\//) complain("includes an internal header: " target)
 }

@@ -1,5 +1,5 @@
 // Closing what an owner held.
-#include "runtime/posix/owned_descriptor.h"
+#include "runtime/owned_descriptor.h"
 
 #include <unistd.h>
 
