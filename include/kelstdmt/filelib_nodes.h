@@ -27,11 +27,13 @@ public:
     fsNodeType getType() const;
     tmTime *getModTime() const;  // a new one that the caller owns
     double getSize() const;      // bytes
+    // The time of modification as a part of this object, which stays its owner: what the descriptor reads.
+    xauto<tmTime> &ModTime() { return m_modified; }
 
 private:
     bool m_initialized = false;
     unsigned m_mode = 0;
-    double m_modified = 0;  // seconds since the epoch
+    xauto<tmTime> m_modified{0L};
     double m_size = 0;
 };
 
