@@ -7,7 +7,7 @@
 #include <memory>
 #include <string_view>
 
-#include "runtime/posix/owned_descriptor.h"
+#include "runtime/owned_descriptor.h"
 
 namespace kel::system {
 
