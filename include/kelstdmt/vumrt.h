@@ -126,13 +126,15 @@ KELSTDMT_API const char *btkOSType() noexcept;
 
 // Each thread has a last error: the reason why a call of the runtime that reports failure by its
 // result failed, in the numbers that callers know: 2 no such file, 3 no such folder, 5 access denied,
-// 32 in use, 33 locked, 80 exists already, 87 wrong argument, 109 broken pipe, 112 disk full, 145 folder
-// not empty, 183 exists already (folders), 206 name too long. Success leaves it alone.
+// 12 read-only file system, 32 in use, 33 locked, 80 exists already, 87 wrong argument, 109 broken pipe,
+// 112 disk full, 145 folder not empty, 162 interrupted by a signal, 183 exists already (folders), 206 name
+// too long, 267 no folder, 1117 device error, 1816 quota exhausted. Success leaves it alone.
 KELSTDMT_API int Error_GetLast() noexcept;
 KELSTDMT_API void Error_SetLast(int number) noexcept;
 // From an errno value; an errno without a number of its own is 31.
 KELSTDMT_API void Error_SetLastFromSystem(int system_error) noexcept;
-// The same for a failure that concerns a host path: tells a missing file (2) from a missing folder (3).
+// The same for a failure that concerns a host path: tells a missing file (2) and a file that should be a
+// folder (267) from something missing above it (3), and a file that exists (80) from a folder (183).
 KELSTDMT_API void Error_SetLastFromSystem(int system_error, const char *host_path) noexcept;
 // English, one sentence without a line end; lives as long as the process. Never null.
 KELSTDMT_API const char *Error_GetText(int number) noexcept;
