@@ -122,6 +122,16 @@ KELSTDMT_API std::uint64_t btkRandomSeed() noexcept;
 KELSTDMT_API const char *btkMachineType() noexcept;
 KELSTDMT_API const char *btkOSType() noexcept;
 
+// Sets an environment variable; a null value removes it. False, with the last error set, when the name is
+// null, empty or holds '='. Not while another thread reads or changes the environment.
+KELSTDMT_API bool Putenv(const char *name, const char *value);
+
+// Runs the line with /bin/sh, waits for its end and answers its exit code as a shell gives it: 127 without
+// such a command, 128 and the signal's number after a signal. -1, with the last error set, when it cannot be
+// run, and for a null pointer. Meanwhile interrupt and quit from the terminal are for the command alone. What
+// the program has not flushed appears behind the command's output.
+KELSTDMT_API int System(const char *command_line);
+
 // Last error -----------------------------------------------------------------------------------
 
 // Each thread has a last error: the reason why a call of the runtime that reports failure by its

@@ -10,9 +10,10 @@ namespace kel::system {
 // False for a second whose year does not fit into std::tm; that goes far beyond two thousand million years.
 bool local_fields(std::int64_t seconds, std::tm &fields) noexcept;
 
-// The second that the fields name, which are brought into their ranges (40 January is 9 February). A negative
-// tm_isdst leaves it to the zone's rules whether daylight saving holds; an hour that the zone leaves out or
-// has twice is one of the two that could be meant. False when there is no such second.
-bool local_seconds(std::tm &fields, std::int64_t &seconds) noexcept;
+// The second that the fields name. What lies beyond its range carries over: 40 January is 9 February. A
+// negative tm_isdst leaves it to the zone's rules whether daylight saving holds: of an hour that comes twice
+// it is the first, and one that is left out counts on from before the gap. False when there is no such
+// second.
+bool local_seconds(std::tm fields, std::int64_t &seconds) noexcept;
 
 }  // namespace kel::system

@@ -1,5 +1,6 @@
 // Times against the C library in many zones, texts, and the failures that end the process.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <climits>
 #include <cmath>
@@ -80,7 +81,7 @@ TEST(Time, FieldsAreTheCalendarOfEachZone) {
 }
 
 TEST(Time, ReadsTexts) {
-    const Zone held("America/New_York");
+    const Zone held("EST5EDT,M3.2.0,M11.1.0");
     const std::string today = text(Time(tmTime::CurrentTime()), "%Y-%m-%d"), year = today.substr(0, 4);
     const struct {
         const char *given;
@@ -133,6 +134,134 @@ TEST(Time, ReadsTexts) {
         if (!expected.empty()) {
             EXPECT_EQ(text(Time(tmTime::TimeFromString(given, nullptr))), expected) << given;
         }
+    }
+}
+
+TEST(Time, LocalTimeTakesYearsAndDaylightSaving) {
+    const Zone held("EST5EDT,M3.2.0,M11.1.0");
+    const struct {
+        int year, month, day, hour;
+        unsigned char dst;
+        const char *expected;
+    } cases[] = {
+        {1, 2, 3, 4, kel::nil_bool, "2001-02-03 04:05:06"},
+        {69, 2, 3, 4, kel::nil_bool, "2069-02-03 04:05:06"},
+        {70, 2, 3, 4, kel::nil_bool, "1970-02-03 04:05:06"},
+        {99, 2, 3, 4, kel::nil_bool, "1999-02-03 04:05:06"},
+        {100, 2, 3, 4, kel::nil_bool, "100-02-03 04:05:06"},
+        {9999, 12, 31, 23, kel::nil_bool, "9999-12-31 23:05:06"},
+        {2001, 13, 32, -1, kel::nil_bool, "2002-01-31 23:05:06"},
+        {2026, 3, 8, 2, kel::nil_bool, "2026-03-08 03:05:06"},
+        {2026, 7, 1, 0, 0, "2026-07-01 01:05:06"},
+        {2026, 6, 31, 0, 1, "2026-07-01 00:05:06"},
+    };
+    for (const auto &[year, month, day, hour, dst, expected] : cases)
+        EXPECT_EQ(text(local(year, month, day, hour, 5, 6, dst)), expected);
+    EXPECT_EQ(local(2026, 11, 1, 1, 30, 0, 0)->getAbsTime() - local(2026, 11, 1, 1, 30, 0, 1)->getAbsTime(),
+              3600)
+        << "the hour that comes twice";
+    EXPECT_EQ(local(1969, 12, 31, 18, 59, 59)->getAbsTime(), -1);
+}
+
+TEST(Time, AnyRealCanBeSet) {
+    const struct {
+        double given, kept;
+    } cases[] = {{1.9, 1},           {-1.9, -1},
+                 {-0.5, 0},          {NAN, 0},
+                 {4e9 + .5, 4e9},    {-1e17, -1e17},
+                 {1e300, 0x1p63},    {-HUGE_VAL, -0x1p63},
+                 {HUGE_VAL, 0x1p63}, {kel::nil_real, 0x1p63}};
+    for (const auto &[given, kept] : cases) {
+        tmTime time(5);
+        const double set = time.setAbsTime(given);
+        EXPECT_DOUBLE_EQ(set, kept) << given;
+        EXPECT_EQ(time.getAbsTime(), set);
+        EXPECT_FALSE(std::signbit(set) && set == 0) << given;
+        EXPECT_TRUE(time.getMonth() >= 1 && time.getMonth() <= 12) << kel::printed(time);
+        EXPECT_EQ(time.getYear() > 1000000, kept > 1e16) << kel::printed(time);
+    }
+    const double before = tmTime::RealTime();
+    const Time now(tmTime::CurrentTime());
+    EXPECT_TRUE(std::floor(before) <= now->getAbsTime() && now->getAbsTime() <= tmTime::RealTime());
+    EXPECT_NEAR(before, static_cast<double>(std::time(nullptr)), 2);
+    tmTime limit(LONG_MAX);
+    EXPECT_EQ(static_cast<int>(limit.lookupfield("Year")), limit.getYear());
+}
+
+TEST(Time, FormatsWithTheLibrarysOwnOrAnother) {
+    const Zone held("CET-1CEST,M3.5.0,M10.5.0/3");
+    const Time time = local(2001, 8, 14, 10, 30, 0);
+    EXPECT_EQ(text(time, nullptr), "Tue Aug 14 10:30:00 01");
+    EXPECT_STREQ(tmTime::getTimeFormat(), "%a %b %d %H:%M:%S %y");
+    EXPECT_STREQ(tmTime::setTimeFormat("%j"), "%j");
+    EXPECT_EQ(text(time, xstrNullStr), "226");
+    EXPECT_EQ(text(time, "%Z"), "CEST");
+    tmTime::setTimeFormat(tmTime::getTimeFormat());
+    EXPECT_STREQ(tmTime::getTimeFormat(), "%j");
+    EXPECT_EQ(tmTime::setTimeFormat(xstrNullStr).Str(), xstrNullStr);
+    EXPECT_EQ(tmTime::getTimeFormat().Str(), xstrNullStr);
+    EXPECT_EXIT(text(time, nullptr), testing::ExitedWithCode(1), "format string: \"\" \\)\n$");
+    tmTime::setTimeFormat("%a %b %d %H:%M:%S %y");
+    EXPECT_EQ(text(time, std::string(999, 'x').c_str()).size(), 999U);
+    EXPECT_EXIT(text(time, std::string(1000, 'x').c_str()), testing::ExitedWithCode(1),
+                "valid time string object");
+}
+
+TEST(Time, FailuresEndTheProcessBehindItsOutput) {
+    const auto failed = testing::ExitedWithCode(1);
+    const std::string beginning =
+        "Exception: \"Cannot make valid time object\"\n\tin function \"tmTime::LocalTime\"\n";
+    EXPECT_EXIT(
+        local(INT_MAX, INT_MAX, -2, 3, 4, 5), failed,
+        testing::Eq(beginning +
+                    "\t( Year: \"2147483647\" )\n\t( Month: \"2147483647\" )\n\t( DayOfMonth: \"-2\" )\n"
+                    "\t( Hour: \"3\" )\n\t( Minute: \"4\" )\n\t( Second: \"5\" )\n"));
+    EXPECT_EXIT(local(INT_MIN, INT_MIN, 1, 1, 1, 1), failed,
+                testing::ContainsRegex("Month: \"-2147483648\""));
+    EXPECT_EXIT(Time(tmTime::TimeFromString("1/0/2", "%x")), failed,
+                testing::Eq("Exception: \"Invalid time string\"\n\tin function \"tmTime::TimeFromString\"\n"
+                            "\t( Invalid time string: \"1/0/2\" given the format \"%x\" )\n"));
+    EXPECT_EXIT(Time(tmTime::TimeFromString(nullptr, nullptr)), failed,
+                testing::ContainsRegex("string: \"\" given the format \"%a %b"));
+    const Zone held("UTC");
+    const auto no_text = [](const char *shown) {
+        return testing::Eq(
+            "Exception: \"Cannot make valid time string object from giventime object\"\n"
+            "\tin function \"tmTime::TimeToString\"\n\t( Can't make string from time object: \"" +
+            std::string(shown) + "\" given the format string: \"\" )\n");
+    };
+    EXPECT_EXIT(text(local(2001, 8, 14, 10, 30, 0), ""), failed, no_text("2001-08-14 10:30:00"));
+    EXPECT_EXIT(text(nullptr, ""), failed, no_text(""));
+    tmTime far(0);
+    far.setAbsTime(-HUGE_VAL);
+    EXPECT_EXIT(tmTime::TimeToString(&far, "%Y"), failed, testing::ContainsRegex("\"-9223372036854775808\""));
+
+    // All that was written before, in its order, whichever way it went.
+    EXPECT_EXIT(
+        {
+            ::dup2(STDERR_FILENO, STDOUT_FILENO);
+            std::setvbuf(stdout, nullptr, _IOFBF, 100);
+            std::printf("from C ");
+            std::ios::sync_with_stdio(false);
+            std::cout << "from C++ ";
+            ioStream::getStdout()->WriteString("from a stream ");
+            Time(tmTime::TimeFromString("x", "y"));
+        },
+        failed, testing::MatchesRegex("from C from C\\+\\+ from a stream ?\"?Exception: .*"));
+}
+
+TEST(Time, ExceptionsCarryTheirFields) {
+    const xrchandle<kelXFunc> func(kel::construct<kelXFunc>("f"));
+    tmTime time(86400);
+    try {
+        tmXCantMakeTimeString::Throw(&time, "%Y", "why", func.get());
+    } catch (xthrowable *thrown) {
+        const kel::caught error(thrown);
+        EXPECT_FALSE(thrown->isrefcountable());
+        EXPECT_STREQ(error.type_name(), "timelib::XCantMakeTimeString");
+        EXPECT_TRUE(error.is<tmXException>() && error.is<kelXExternFunc>());
+        EXPECT_EQ(error.as<tmXCantMakeTimeString>()->getTime()->getAbsTime(), 86400);
+        EXPECT_NE(kel::printed(*error).str().find("86400"), std::string::npos);
     }
 }
 

@@ -1,10 +1,46 @@
+// mktime answers an hour that comes twice by what it was asked before, so without a daylight-saving flag the
+// second is sought here: what the clock shows is a second plus the zone's offset, and the offsets that can be
+// meant are those a good day before and after.
 #include "runtime/calendar.h"
 
 #include <time.h>
 
+#include <optional>
+
 static_assert(sizeof(time_t) == 8, "the calendar reaches beyond 2038 on every platform");
 
 namespace kel::system {
+
+namespace {
+
+// What the clock shows, counted as if it were UTC.
+std::optional<std::int64_t> clock_count(std::tm &fields) {
+    fields.tm_wday = -1;
+    const time_t count = ::timegm(&fields);
+    if (fields.tm_wday < 0) return std::nullopt;  // -1 alone may be the last second of 1969
+    return count;
+}
+
+std::optional<std::int64_t> offset_at(std::int64_t seconds) {
+    std::tm fields{};
+    if (!local_fields(seconds, fields)) return std::nullopt;
+    const auto count = clock_count(fields);
+    return count ? std::optional(*count - seconds) : std::nullopt;
+}
+
+std::optional<std::int64_t> from_rules_of_zone(std::tm fields) {
+    constexpr std::int64_t good_day = 26 * 3600;  // no zone is further from UTC
+    const auto count = clock_count(fields);
+    if (!count) return std::nullopt;
+    const auto before = offset_at(*count - good_day), after = offset_at(*count + good_day);
+    if (!before || !after) return std::nullopt;
+    if (offset_at(*count - *before) == before) return *count - *before;
+    if (offset_at(*count - *after) == after) return *count - *after;
+    // In a gap; or between two changes of one day, which is left to mktime.
+    return before != after ? std::optional(*count - *before) : std::nullopt;
+}
+
+}  // namespace
 
 bool local_fields(std::int64_t seconds, std::tm &fields) noexcept {
     const time_t time = seconds;
@@ -12,10 +48,16 @@ bool local_fields(std::int64_t seconds, std::tm &fields) noexcept {
     return ::localtime_r(&time, &fields) != nullptr;
 }
 
-bool local_seconds(std::tm &fields, std::int64_t &seconds) noexcept {
+bool local_seconds(std::tm fields, std::int64_t &seconds) noexcept {
+    if (fields.tm_isdst < 0) {
+        if (const auto found = from_rules_of_zone(fields)) {
+            seconds = *found;
+            return true;
+        }
+    }
     fields.tm_wday = -1;
     const time_t time = ::mktime(&fields);
-    if (fields.tm_wday < 0) return false;  // -1 alone may be the last second of 1969
+    if (fields.tm_wday < 0) return false;
     seconds = time;
     return true;
 }
