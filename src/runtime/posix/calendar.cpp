@@ -23,7 +23,8 @@ std::optional<std::int64_t> clock_count(std::tm &fields) {
 
 std::optional<std::int64_t> offset_at(std::int64_t seconds) {
     std::tm fields{};
-    if (!local_fields(seconds, fields)) return std::nullopt;
+    const time_t time = seconds;
+    if (!::localtime_r(&time, &fields)) return std::nullopt;
     const auto count = clock_count(fields);
     return count ? std::optional(*count - seconds) : std::nullopt;
 }
@@ -50,6 +51,7 @@ bool local_fields(std::int64_t seconds, std::tm &fields) noexcept {
 
 bool local_seconds(std::tm fields, std::int64_t &seconds) noexcept {
     if (fields.tm_isdst < 0) {
+        ::tzset();
         if (const auto found = from_rules_of_zone(fields)) {
             seconds = *found;
             return true;
