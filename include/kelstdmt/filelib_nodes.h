@@ -60,6 +60,7 @@ public:
 
 private:
     bool m_opened = false;
+    bool m_plain = false;  // neither a device nor a FIFO
     int m_handle = -1;
 };
 

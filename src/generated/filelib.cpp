@@ -6,6 +6,9 @@ KEL_DEFINE_ENUM(fsSoftLinkCopyMode, "filelib::SoftLinkCopyMode", "fsNewLink", "f
 KEL_DEFINE_ENUM(fsRecursiveCopyMode, "filelib::RecursiveCopyMode", "fsForceNew", "fsMerge", "fsReplace")
 KEL_DEFINE_ENUM(fsNodeType, "filelib::NodeType", "fsFile", "fsDirectory", "fsSoftLink")
 
+KEL_DEFINE_STRUCT(fsNodeInfo, "filelib::NodeInfo", kel::counted, kel::field<&fsNodeInfo::getType>("Type"),
+                  kel::field<&fsNodeInfo::ModTime>("ModTime"), kel::field<&fsNodeInfo::getSize>("Size"))
+
 KEL_DEFINE_STRUCT(fsXException, "filelib::XException", kel::counted,
                   kel::field<&fsXException::getPath>("Path"))
 KEL_DEFINE_STRUCT(fsXIOError, "filelib::XIOError", kel::counted)

@@ -25,25 +25,34 @@ double available_bytes(const char *host_path) noexcept;
 // or a terminal, for which opening waits as usual. Others give the last error 50; a folder gives 5.
 enum class file_demand : unsigned char { any, stored };
 
+struct open_file {
+    owned_descriptor file;  // empty when it could not be opened
+    node told;              // as it was when it was opened
+
+    bool is_plain() const noexcept { return (told.mode & kind_bits) == file_kind; }
+};
 // For reading from start to end; the system reads ahead.
-owned_descriptor open_to_read(const char *host_path, file_demand demand);
+open_file open_to_read(const char *host_path, file_demand demand);
 // Makes the file when there is none; leaves what is in it.
-owned_descriptor open_to_write(const char *host_path, file_demand demand);
+open_file open_to_write(const char *host_path, file_demand demand);
 // A new empty file that only its owner may use; never through a link. The last error is 80 when the name is
 // taken.
 owned_descriptor make_file(const char *host_path);
 bool close_file(owned_descriptor file) noexcept;
 
-// Of files that are shared in this way, many may be read at a time, but one that is written is not opened a
-// second time: error 32. Other kinds of nodes, and hosts that have no such locks, refuse nothing. Ends with
-// the second call, or with the last copy of the descriptor.
+// Of plain files that are shared in this way, many may be read at a time, but one that is written is not
+// opened a second time: error 32. Hosts that have no such locks refuse nothing. Ends with the second call, or
+// with the last copy of the descriptor.
 bool take_share(int file, bool to_write) noexcept;
 void give_back_share(int file) noexcept;
 
 // Answers how many bytes were moved; fewer than asked are the end of what there is to read at the time, or a
-// failure. -1: failed, nothing was read. A file may be anything; what is stored costs one system call.
+// failure. -1: failed, nothing was read.
 long long read_bytes(int file, void *to, std::size_t count) noexcept;
-std::size_t write_bytes(int file, const void *from, std::size_t count, bool is_stored) noexcept;
+// For a plain file; others raise the signal of pipes here.
+std::size_t write_bytes(int file, const void *from, std::size_t count) noexcept;
+// For others.
+std::size_t write_stream(int file, const void *from, std::size_t count) noexcept;
 
 enum class seek_from : unsigned char { start, current, end };
 bool seek(int file, seek_from from, long long offset) noexcept;

@@ -15,7 +15,7 @@
 #include <algorithm>
 #include <cerrno>
 
-#include <kelstdmt/vumrt.h>
+#include <kelstdmt/vumrt_stream.h>
 
 #include "runtime/posix/descriptor.h"
 
@@ -50,21 +50,25 @@ void fill(const struct stat &from, node &told) noexcept {
     told.modified = from.st_mtime;
 }
 
-owned_descriptor open_file(const char *host_path, int flags, file_demand demand) {
+open_file open_node(const char *host_path, int flags, file_demand demand) {
     // A FIFO without a peer would keep the open waiting.
     if (demand == file_demand::stored) flags |= O_NONBLOCK;
-    owned_descriptor file(
+    open_file opened;
+    opened.file.reset(
         through_signals([&] { return ::open(host_path, flags | O_CLOEXEC | O_NOCTTY, everybody); }));
     struct stat found {};
-    if (!file || ::fstat(file.get(), &found) != 0) {
-        const bool is_fifo = errno == ENXIO && demand == file_demand::stored;
-        Error_SetLastFromSystem(is_fifo ? ENOTSUP : errno, host_path);
+    if (!opened.file || ::fstat(opened.file.get(), &found) != 0) {
+        const bool has_no_peer = errno == ENXIO && demand == file_demand::stored;
+        Error_SetLastFromSystem(has_no_peer ? ENOTSUP : errno, host_path);
         return {};
     }
     const bool is_stored = S_ISREG(found.st_mode) || S_ISBLK(found.st_mode);
-    if (is_stored || (demand == file_demand::any && !S_ISDIR(found.st_mode))) return file;
-    Error_SetLastFromSystem(S_ISDIR(found.st_mode) ? EISDIR : ENOTSUP);
-    return {};
+    if (!is_stored && (demand == file_demand::stored || S_ISDIR(found.st_mode))) {
+        Error_SetLastFromSystem(S_ISDIR(found.st_mode) ? EISDIR : ENOTSUP);
+        return {};
+    }
+    fill(found, opened.told);
+    return opened;
 }
 
 bool set_lock(int file, short kind) noexcept {
@@ -117,14 +121,14 @@ double available_bytes(const char *host_path) noexcept {
     return static_cast<double>(told.f_bavail) * static_cast<double>(told.f_frsize);
 }
 
-owned_descriptor open_to_read(const char *host_path, file_demand demand) {
-    owned_descriptor file = open_file(host_path, O_RDONLY, demand);
-    if (file) ::posix_fadvise(file.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
-    return file;
+open_file open_to_read(const char *host_path, file_demand demand) {
+    open_file opened = open_node(host_path, O_RDONLY, demand);
+    if (opened.file) ::posix_fadvise(opened.file.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+    return opened;
 }
 
-owned_descriptor open_to_write(const char *host_path, file_demand demand) {
-    return open_file(host_path, O_WRONLY | O_CREAT, demand);
+open_file open_to_write(const char *host_path, file_demand demand) {
+    return open_node(host_path, O_WRONLY | O_CREAT, demand);
 }
 
 owned_descriptor make_file(const char *host_path) {
@@ -139,8 +143,6 @@ bool close_file(owned_descriptor file) noexcept {
 }
 
 bool take_share(int file, bool to_write) noexcept {
-    node found;
-    if (!query(file, found) || (found.mode & kind_bits) != file_kind) return true;
     if (set_lock(file, to_write ? F_WRLCK : F_RDLCK) || (errno != EAGAIN && errno != EACCES)) return true;
     Error_SetLastFromSystem(EBUSY);
     return false;
@@ -164,20 +166,22 @@ long long read_bytes(int file, void *to, std::size_t count) noexcept {
     }
 }
 
-std::size_t write_bytes(int file, const void *from, std::size_t count, bool is_stored) noexcept {
-    const char *bytes = static_cast<const char *>(from);
-    if (!is_stored) return write_all(file, bytes, count);  // guards against the signal of pipes
+std::size_t write_bytes(int file, const void *from, std::size_t count) noexcept {
     std::size_t written = 0;
     while (written < count) {
-        const ssize_t some = through_signals([&] { return ::write(file, bytes + written, count - written); });
+        const char *rest = static_cast<const char *>(from) + written;
+        const ssize_t some = through_signals([&] { return ::write(file, rest, count - written); });
         if (some <= 0) {
-            if (some == 0) errno = ENOSPC;
-            done(false);
+            Error_SetLastFromSystem(some == 0 ? ENOSPC : errno);
             break;
         }
         written += static_cast<std::size_t>(some);
     }
     return written;
+}
+
+std::size_t write_stream(int file, const void *from, std::size_t count) noexcept {
+    return write_all(file, static_cast<const char *>(from), count);
 }
 
 bool seek(int file, seek_from from, long long offset) noexcept {
