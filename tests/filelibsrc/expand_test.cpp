@@ -1,0 +1,137 @@
+// Wildcards in paths against fnmatch(3) over all the paths of a tree, and what ends an expansion.
+#include <fnmatch.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <vector>
+
+#include <kelstdmt/filelib.h>
+#include <kelstdmt/vumrt.h>
+
+#include "filelibsrc/failure.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using texts = std::vector<std::string>;
+
+struct Expand : testing::Test {
+    Expand() {
+        char name[] = "/tmp/kelstdmt_expand_XXXXXX";
+        folder = ::mkdtemp(name);
+        caller = btkCallerPath(folder.c_str());
+        fs::current_path(folder);
+        for (const char *path : {"a/a", "a/ab/c", "a/b.c", "b/ab", "b/.h/c", ".h/a", "abc/x y/z"})
+            fs::create_directories(path);
+        for (const char *path : {"a/a/ab", "a/ab/c/c", "b/ab/abc", "abc/c", "abc/x y/z/[c]", "c", "a c"})
+            std::ofstream(path) << path;
+        fs::create_directory_symlink("../abc", "b/link");
+        fs::create_symlink("nowhere", "b/.h/c/dangling");
+    }
+    ~Expand() override {
+        fs::current_path("/");
+        fs::remove_all(folder);
+    }
+    std::string folder, caller;
+};
+
+texts expanded(const std::string &pattern) {
+    xrchandle<xstringsequence> found = fsExpandPattern(pattern.c_str());
+    texts paths;
+    for (int i = 0; i < found->getarraysize(); ++i)
+        paths.push_back(found->get(i).Str());
+    std::sort(paths.begin(), paths.end());
+    return paths;
+}
+
+texts components(std::string text) {
+    std::replace(text.begin(), text.end(), '\\', '/');
+    const fs::path path(text);
+    return {path.begin(), path.end()};
+}
+
+bool matches(const texts &path, const texts &pattern) {
+    return std::equal(path.begin(), path.end(), pattern.begin(), pattern.end(),
+                      [](const std::string &name, const std::string &wanted) {
+                          return ::fnmatch(wanted.c_str(), name.c_str(), FNM_NOESCAPE) == 0;
+                      });
+}
+
+TEST_F(Expand, AgreesWithFnmatchOverTheTree) {
+    texts all;
+    for (auto &entry : fs::recursive_directory_iterator(".", fs::directory_options::follow_directory_symlink))
+        all.push_back(entry.path().lexically_relative(".").string());
+    ASSERT_GT(all.size(), 25u);
+    const char *const pieces[] = {"*",  "?",   "a",  "b", "ab", "*b*",  "a*",
+                                  "?*", "*.?", ".h", "c", "*c", "none", "* *"};
+    // How a pattern may begin, and how its results do then.
+    std::string host = folder.substr(1);
+    std::replace(host.begin(), host.end(), '/', '\\');
+    const std::pair<std::string, std::string> roots[] = {{"", ""},
+                                                         {"C:", "C:"},
+                                                         {caller + "\\", caller + "\\"},
+                                                         {folder + "/", "\\" + host + "\\"},
+                                                         {".\\", ".\\"}};
+    std::mt19937 random(14);
+    std::size_t found = 0;
+    for (int round = 0; round < 600; ++round) {
+        std::string pattern = pieces[random() % std::size(pieces)];
+        for (unsigned more = random() % 4; more > 0; --more)
+            pattern.append(random() % 2 ? "\\" : "/").append(pieces[random() % std::size(pieces)]);
+        const bool folders = random() % 5 == 0;
+        const auto &[root, shown] = roots[random() % std::size(roots)];
+        texts expected;
+        for (const std::string &path : all) {
+            if (!matches(components(path), components(pattern))) continue;
+            if (folders && !fs::is_directory(path)) continue;
+            std::string result = shown + path;
+            std::replace(result.begin(), result.end(), '/', '\\');
+            expected.push_back(result);
+        }
+        std::sort(expected.begin(), expected.end());
+        pattern = root + pattern + (folders ? "\\\\" : "");
+        // A file that is written out and has a wildcard behind it is told instead.
+        texts seen;
+        if (failure([&] { seen = expanded(pattern); }).empty())
+            ASSERT_EQ(seen, expected) << pattern;
+        else
+            ASSERT_TRUE(expected.empty()) << pattern;
+        found += seen.size();
+    }
+    EXPECT_GT(found, 500u);
+    EXPECT_EQ(expanded("C:\\"), texts{"C:\\"});
+    EXPECT_EQ(expanded("/"), texts{"\\"});
+    EXPECT_EQ(expanded("a\\\\ab//c"), texts{"a\\\\ab\\c"});
+    EXPECT_EQ(expanded("abc\\x y\\z\\[*]"), texts{"abc\\x y\\z\\[c]"}) << "brackets are ordinary";
+}
+
+TEST_F(Expand, TellsWhatItCannotGoOnWith) {
+    for (const char *path : {"", "C:", "h::*"})
+        EXPECT_EQ(failure([&] { expanded(path); }),
+                  std::string("filelib::XInvalidPath fsExpandPattern ") + path);
+    for (const char *path : {static_cast<const char *>(nullptr), xstrNullStr})
+        EXPECT_EQ(failure([&] { fsExpandPattern(path); }), "filelib::XInvalidPath fsExpandPattern (null)");
+    EXPECT_EQ(failure([] { expanded("c\\*"); }), "filelib::XDoesNotExist fsExpandPattern c");
+    EXPECT_EQ(expanded("none\\*"), texts()) << "what does not exist has no matches";
+    // A name that cannot be told matters only when it matches.
+    std::ofstream("abc/back\\slash") << "x";
+    EXPECT_EQ(expanded("abc\\c*"), texts{"abc\\c"});
+    EXPECT_EQ(failure([] { expanded("abc\\b*"); }), "filelib::XInvalidName fsExpandPattern abc\\back\\slash");
+    EXPECT_EQ(failure([] { expanded("*\\*\\c"); }), "filelib::XInvalidName fsExpandPattern abc\\back\\slash");
+    // Matches too deep to be told, while the pattern is short.
+    const std::string name(120, 'n');
+    fs::create_directories(name + "/" + name + "/" + name);
+    EXPECT_EQ(expanded("n*\\n*"), texts{name + '\\' + name});
+    EXPECT_EQ(failure([] { expanded("n*\\n*\\n*"); }),
+              "filelib::XInvalidPath fsExpandPattern " + name + '\\' + name + '\\' + name);
+    if (::geteuid() == 0) return;
+    fs::permissions("abc/x y", fs::perms::none);
+    EXPECT_EQ(failure([] { expanded("abc\\x*\\*"); }), "filelib::XNoPermission fsExpandPattern abc\\x y");
+    fs::permissions("abc/x y", fs::perms::all);
+}
+
+}  // namespace
