@@ -6,8 +6,8 @@
 // the host cannot be told in this form: whoever meets one raises "Invalid file name" with that path.
 //
 // Failures are thrown as fsXException and its subclasses: they carry the path concerned and name the function
-// that was called. No function keeps state, so threads may call them at the same time, except fsGetHomeDir;
-// the current folder belongs to the process.
+// that was called. No function keeps state, so threads may call them at the same time; the current folder and
+// the environment that fsGetHomeDir reads belong to the process.
 #pragma once
 
 #include <kelstdmt/filelib_exceptions.h>
