@@ -21,7 +21,8 @@ class ovkRegistry;
 
 namespace kel::detail {
 struct registry_record;
-}
+struct registry_access;
+}  // namespace kel::detail
 
 // A key, or none (closed). Copies share the key that is open; it is let go with the last of them.
 class KELSTDMT_API ovkRegistryKey {
@@ -48,6 +49,9 @@ public:
 
 private:
     friend class ovkRegistry;
+    friend struct kel::detail::registry_access;
+    bool Reach(const ovkRegistryKey &parent, const char *subkey, bool make);
+
     kel::detail::registry_record *m_record = nullptr;
 };
 
@@ -106,6 +110,8 @@ public:
     const ovkRegistryKey &Key() const noexcept { return m_key; }
 
 private:
+    void CheckName(const char *name, bool (ovkRegistryKey::*is_valid)(const char *) const) const;
+
     ovkRegistryKey m_key;
 };
 
@@ -149,6 +155,8 @@ struct registry_value {
 // In ascending order of the names. False, with the last error set, when the key cannot be read.
 KELSTDMT_API bool registry_subkeys(const ovkRegistryKey &key, std::vector<std::string> &names);
 KELSTDMT_API bool registry_values(const ovkRegistryKey &key, std::vector<registry_value> &values);
+// A value of any type. False, with the last error set, when there is none or the name is none.
+KELSTDMT_API bool get_registry_value(const ovkRegistryKey &key, const char *name, registry_value &value);
 // False, with the last error set, when the value cannot be written.
 KELSTDMT_API bool set_registry_value(const ovkRegistryKey &key, const registry_value &value);
 

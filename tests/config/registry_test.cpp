@@ -1,0 +1,535 @@
+// The registry: its files byte by byte, its rules, and what other writers, kills, refusals and hostile
+// entries do to it (KELSTDMT_KILLS: how many writers are killed).
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <climits>
+#include <clocale>
+#include <cmath>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <random>
+#include <thread>
+
+#include <kelstdmt/kel.h>
+#include <kelstdmt/reglib.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Key = std::unique_ptr<regKey>;
+using Names = std::vector<std::string>;
+
+std::string bytes_of(const fs::path &path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return "no file";
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+void put(const fs::path &path, std::string_view bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+// Relative to the folder, sorted; only entries with such a beginning.
+Names entries(const fs::path &folder, std::string_view beginning = "") {
+    Names found;
+    for (const auto &entry : fs::recursive_directory_iterator(folder))
+        if (entry.path().filename().string().starts_with(beginning))
+            found.push_back(entry.path().lexically_relative(folder));
+    std::sort(found.begin(), found.end());
+    return found;
+}
+std::size_t open_descriptors() {
+    return static_cast<std::size_t>(std::distance(fs::directory_iterator("/proc/self/fd"), {}));
+}
+std::string read(const ovkRegistryKey &key, const char *name) {
+    const xstring value = key.GetValue(name);
+    return value.IsNull() ? "none" : std::string(kel::view(value));
+}
+// A text that tells whether it is whole.
+std::string told_text(std::size_t size) {
+    return std::to_string(size) + ":" + std::string(size, static_cast<char>('a' + size % 26));
+}
+bool is_whole(const std::string &text) {
+    return text == told_text(std::strtoul(text.c_str(), nullptr, 10));
+}
+template <class Work>
+pid_t in_child(Work work) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        work();
+        ::_exit(testing::Test::HasFailure());
+    }
+    return child;
+}
+int exit_code(pid_t child) {
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+// The declared name of what the action throws.
+template <class Action>
+std::string thrown(Action action, std::string *name = nullptr) {
+    try {
+        action();
+    } catch (xthrowable *exception) {
+        kel::caught error(exception);
+        if (auto *invalid = error.as<regXNameInvalid>(); invalid && name)
+            *name = kel::view(invalid->getName());
+        return std::string(kel::view(error.type_name()));
+    }
+    return "";
+}
+
+class Registry : public testing::Test {
+protected:
+    void SetUp() override {
+        std::string pattern = testing::TempDir() + "registry.XXXXXX";
+        m_place = ::mkdtemp(pattern.data());
+        fs::permissions(m_place, fs::perms(0755));
+        ::setenv("KELSTDMT_REGISTRY", (m_place / "in").c_str(), 1);
+        m_user = m_place / "in/user";
+    }
+    void TearDown() override { fs::remove_all(m_place); }
+
+    ovkRegistryKey create(const char *name) {
+        ovkRegistryKey key;
+        EXPECT_TRUE(key.Create(ovkRegistry::User()->Root(), name)) << name << ": " << Error_GetLast();
+        return key;
+    }
+    std::string file(const std::string &name) { return bytes_of(m_user / name); }
+
+    fs::path m_place, m_user;
+};
+
+TEST_F(Registry, ValuesAreFilesThatCanBeReadAndMadeByHand) {
+    const mode_t before = ::umask(0277);
+    ovkRegistryKey key = create("Software\\ORV"), machine;
+    EXPECT_TRUE(key.SetValue("Port", "80") && key.SetValue("", "of the key") && key.SetValue("Empty", ""));
+    EXPECT_TRUE(key.SetValue("Lines", "a\n\nb\n") && key.SetValue("Itself", nullptr) &&
+                key.SetValue("a b-ö", "ü"));
+    EXPECT_TRUE(kel::set_registry_value(key, {"Blob", 3, std::string("\0\xff\n", 3)}));
+    EXPECT_TRUE(kel::set_registry_value(key, {"", 0, ""}) && key.SetValue("", "text again"));
+    EXPECT_TRUE(machine.Create(ovkRegistry::System()->Root(), "a") && machine.SetValue("b", "c"));
+    ::umask(before);
+    EXPECT_EQ(entries(m_user),
+              (Names{".lock", "software", "software/orv", "software/orv/a b-ö.text", "software/orv/blob.data",
+                     "software/orv/default..text", "software/orv/empty.text", "software/orv/itself.text",
+                     "software/orv/lines.text", "software/orv/port.text"}));
+    EXPECT_EQ(file("software/orv/port.text"), "80\n");
+    EXPECT_EQ(file("software/orv/empty.text"), "\n");
+    EXPECT_EQ(file("software/orv/lines.text"), "a\n\nb\n\n");
+    EXPECT_EQ(file("software/orv/blob.data"), std::string("type 3\n\0\xff\n", 10));
+    for (const auto &[entry, mode] : std::map<std::string, unsigned>{{"in", 0755},
+                                                                     {"in/user", 0700},
+                                                                     {"in/user/software/orv", 0700},
+                                                                     {"in/user/software/orv/port.text", 0600},
+                                                                     {"in/machine", 0755},
+                                                                     {"in/machine/a", 0755},
+                                                                     {"in/machine/a/b.text", 0644},
+                                                                     {"in/machine/.lock", 0644}})
+        EXPECT_EQ(unsigned(fs::status(m_place / entry).permissions()), mode) << entry;
+    EXPECT_EQ(read(key, "PORT") + read(key, "") + read(key, "itself") + read(key, "lines"),
+              "80text againItselfa\n\nb\n");
+    EXPECT_EQ(read(key, "blob"), "none");
+
+    put(m_user / "software/orv/port.text", "8080");
+    put(m_user / "software/orv/cut.text", std::string("ab\0c\n", 5));
+    put(m_user / "software/orv/blob.text", "counts\n");
+    const std::map<const char *, const char *> heads{{"bad1", ""},
+                                                     {"bad2", "type 3"},
+                                                     {"bad3", "type -3\n"},
+                                                     {"bad4", "type 1\nx"},
+                                                     {"bad5", "type 99999999999\n"},
+                                                     {"bad6", "type 3 \n"}};
+    for (auto [name, bytes] : heads)
+        put(m_user / "software/orv" / (std::string(name) + ".data"), bytes);
+    put(m_user / "software/orv/UPPER.text", "no value");
+    put(m_user / "software/orv/a.b.text", "no value");
+    fs::create_directory(m_user / "software/orv/Upper");
+    EXPECT_EQ(read(key, "port") + read(key, "cut") + read(key, "upper"), "8080abnone");
+    std::vector<kel::registry_value> values;
+    ASSERT_TRUE(kel::registry_values(key, values));
+    Names told;
+    for (const auto &value : values)
+        told.push_back(value.name + "=" + std::to_string(value.type) + value.bytes);
+    EXPECT_EQ(told, (Names{"=1text again", "a b-ö=1ü", "blob=1counts", "cut=1ab", "empty=1", "itself=1Itself",
+                           "lines=1a\n\nb\n", "port=18080"}));
+    kel::registry_value value;
+    EXPECT_FALSE(kel::get_registry_value(key, "bad1", value));
+    EXPECT_EQ(Error_GetLast(), 13);
+    EXPECT_TRUE(key.DeleteValue("BLOB") && !key.DeleteValue("blob") &&
+                !fs::exists(m_user / "software/orv/blob.data"));
+    EXPECT_EQ(Error_GetLast(), 2);
+}
+
+TEST_F(Registry, NamesThatAreNone) {
+    const char *const null = nullptr;
+    ovkRegistryKey key = create("");
+    for (auto [text, is_key, is_name] :
+         {std::tuple("Software\\ORV\\Server", true, false), std::tuple("a b", true, true),
+          std::tuple("", true, true), std::tuple("a.b", false, false), std::tuple("x:y", false, false),
+          std::tuple("..", false, false), std::tuple("a/b", false, false), std::tuple("*", false, false),
+          std::tuple("?", false, false), std::tuple(null, false, false),
+          std::tuple(xstrNullStr, false, false)}) {
+        EXPECT_EQ(key.IsKeyValid(text), is_key) << kel::printed(text);
+        EXPECT_EQ(key.IsNameValid(text), is_name) << kel::printed(text);
+        if (is_name) continue;
+        EXPECT_FALSE(key.SetValue(text, "v") || key.DeleteValue(text) || key.DeleteSubkey(text));
+        EXPECT_TRUE(key.GetValue(text).IsNull());
+    }
+    // A registry with rules of its own cannot reach out either, and gives no names that others cannot reach.
+    ovkRegistry loose(ovkRegistry::UserKind, '|', ""), odd(static_cast<ovkRegistry::Type>(7), '\\', "");
+    EXPECT_FALSE(odd.Root().IsOpened() || odd.Root().IsKeyValid("a"));
+    ovkRegistryKey root(loose.Root()), sub;
+    for (const char *name : {"..", ".", "../x", "a/b", ".lock", ".new", "a.text", "a\\b"}) {
+        EXPECT_FALSE(sub.Create(root, name) || root.SetValue(name, "v") || root.DeleteSubkey(name)) << name;
+        EXPECT_EQ(Error_GetLast(), 123) << name;
+    }
+    EXPECT_TRUE(sub.Create(root, "one|two") && fs::exists(m_user / "one/two"));
+    const std::string longest(250, 'n'), longer(251, 'n'), key_name(255, 'k');
+    EXPECT_TRUE(key.SetValue(longest.c_str(), "v") && read(key, longest.c_str()) == "v");
+    EXPECT_TRUE(sub.Create(key, key_name.c_str()) && sub.Create(sub, key_name.c_str()));
+    EXPECT_FALSE(key.SetValue(longer.c_str(), "v") || sub.Create(key, (key_name + "k").c_str()));
+    EXPECT_EQ(Error_GetLast(), 206);
+    for (const char *bad : {"\\", "\\one", "one\\\\two", "one\\\\"})
+        EXPECT_FALSE(sub.Create(key, bad) || sub.IsOpened()) << bad;
+    EXPECT_FALSE(kel::set_registry_value(key, {std::string("a\0b", 3), 1, ""}));
+    EXPECT_FALSE(kel::set_registry_value(key, {"a", 1, std::string("\0", 1)}));
+    EXPECT_FALSE(kel::set_registry_value(key, {"a", -1, ""}));
+    EXPECT_FALSE(kel::set_registry_value(key, {"a", 3, std::string((16u << 20) + 1, 'x')}));
+    EXPECT_TRUE(kel::set_registry_value(key, {"a", 3, std::string(16u << 20, 'x')}));
+}
+
+TEST_F(Registry, KeysAndTheirHandles) {
+    const std::size_t descriptors = open_descriptors();
+    {
+        ovkRegistryKey reader;
+        EXPECT_FALSE(reader.Open(ovkRegistry::User()->Root(), "a") || fs::exists(m_user))
+            << "reading makes nothing";
+        EXPECT_FALSE(ovkRegistry::User()->Root().GetValue("v").Str() != xstrNullStr || fs::exists(m_user));
+        Names subkeys;
+        EXPECT_TRUE(kel::registry_subkeys(ovkRegistry::User()->Root(), subkeys) && subkeys.empty());
+
+        ovkRegistryKey a = create("A\\B\\"), b(a), again, copy;
+        EXPECT_TRUE(again.Open(ovkRegistry::User()->Root(), "a\\b") && copy.Open(again, ""));
+        EXPECT_TRUE(a.SetValue("v", "1"));
+        a.Close();
+        EXPECT_TRUE(!a.IsOpened() && !a.SetValue("v", "2") && Error_GetLast() == 6);
+        EXPECT_EQ(read(b, "v") + read(again, "v") + read(copy, "v"), "111");
+        EXPECT_TRUE(b.Create(b, "c") && b.SetValue("deep", "3")) << "a key may become its own subkey";
+        EXPECT_FALSE(b.Create(a, "x"));
+        EXPECT_TRUE(b.IsOpened()) << "without a parent nothing is closed";
+
+        ovkRegistryKey root = create("");
+        EXPECT_TRUE(!root.DeleteSubkey("a") && Error_GetLast() == 145);
+        EXPECT_TRUE(!root.DeleteSubkey("") && !again.DeleteSubkey("missing") && Error_GetLast() == 2);
+        EXPECT_TRUE(again.DeleteSubkey("C") && again.SetValue("still", "here"));
+        EXPECT_FALSE(b.SetValue("v", "lost"));
+        EXPECT_EQ(Error_GetLast(), 1018);
+        EXPECT_TRUE(b.GetValue("deep").IsNull() && Error_GetLast() == 1018);
+        for (bool done : {b.DeleteValue("deep"), b.DeleteSubkey("x"), copy.Create(b, "x"), copy.Open(b, ""),
+                          kel::registry_subkeys(b, subkeys)})
+            EXPECT_TRUE(!done && Error_GetLast() == 1018) << Error_GetLast();
+        EXPECT_TRUE(copy.Create(again, "c") && copy.GetValue("deep").IsNull());
+        EXPECT_EQ(entries(m_user), (Names{".lock", "a", "a/b", "a/b/c", "a/b/still.text", "a/b/v.text"}));
+        // A tree that is put in the place of another is found at once, by its root.
+        fs::rename(m_user, m_place / "old");
+        EXPECT_TRUE(root.GetValue("x").IsNull() && create("new").SetValue("v", "1") &&
+                    fs::exists(m_user / "new/v.text"));
+    }
+    EXPECT_EQ(open_descriptors(), descriptors);
+}
+
+TEST_F(Registry, ObjectsWithTypedValues) {
+    const Key user(regRegistry::User()), key(user->CreateSubkey("Typed"));
+    ASSERT_TRUE(key && !user->OpenSubkey("missing"));
+    const auto check = [&] {
+        for (double number : {0.0, 80.0, -2.5, 1234567.0, 1e-300, 1.5e300}) {
+            std::ostringstream expected;
+            expected.imbue(std::locale::classic());
+            expected << number;
+            key->SetValue("real", number);
+            EXPECT_EQ(kel::view(key->GetStringValue("real")), expected.str());
+            EXPECT_NEAR(key->GetRealValue("real"), number, std::abs(number) * 1e-5);
+        }
+        for (auto [text, number] :
+             {std::pair(" +2.5x", 2.5), std::pair("-1e3", -1000.0), std::pair("0x1p4", 16.0),
+              std::pair("yes", 0.0), std::pair("1.5e999", HUGE_VAL), std::pair("-1.5e-999", 0.0),
+              std::pair("inf", HUGE_VAL), std::pair("--1", 0.0), std::pair("", 0.0),
+              std::pair("4.9e-324", 4.9e-324)}) {
+            key->SetValue("real", text);
+            EXPECT_EQ(key->GetRealValue("real"), number) << text;
+        }
+    };
+    check();
+    const std::string make =
+        "localedef -c -i de_DE -f UTF-8 '" + (m_place / "de_DE").string() + "' >/dev/null 2>&1";
+    ::setenv("LOCPATH", m_place.c_str(), 1);
+    if (std::system(make.c_str()) >= 0 && std::setlocale(LC_ALL, "de_DE")) check();
+    std::setlocale(LC_ALL, "C");
+    ::unsetenv("LOCPATH");
+    for (int number : {80, -1, INT_MAX, INT_MIN + 1}) {
+        key->SetValue("int", number);
+        EXPECT_EQ(key->GetIntValue("INT"), number);
+    }
+    for (unsigned char truth : {xbool{0}, xbool{1}, xbool{200}}) {
+        key->SetValue("bool", truth);
+        EXPECT_EQ(key->GetBoolValue("bool"), truth != 0);
+    }
+    EXPECT_EQ(kel::view(key->GetStringValue("bool")), "true");
+    key->SetValue("bool", "yes");
+    EXPECT_TRUE(key->GetBoolValue("bool") == 128 && key->GetBoolValue("none") == 128);
+    EXPECT_TRUE(key->GetStringValue("none").IsNull() && kel::is_nil(key->GetRealValue("none")));
+    EXPECT_EQ(key->GetIntValue("none"), -2147483647 - 1);
+
+    std::string name;
+    EXPECT_EQ(thrown([&] { key->OpenSubkey("a.b"); }, &name) + name, "reglib::XNameInvalida.b");
+    for (const char *bad : {"a\\b", "x:y", static_cast<const char *>(nullptr)}) {
+        EXPECT_EQ(thrown([&] { key->SetValue(bad, 1); }), "reglib::XNameInvalid");
+        EXPECT_EQ(thrown([&] { key->GetBoolValue(bad); }), "reglib::XNameInvalid");
+        EXPECT_EQ(thrown([&] { key->DeleteSubkey(bad); }), "reglib::XNameInvalid");
+    }
+    EXPECT_TRUE(user->DeleteSubkey("typed"));
+    EXPECT_EQ(thrown([&] { key->SetValue("v", 1.5); }), "reglib::XAccess");
+    key->Close();
+    EXPECT_EQ(thrown([&] { key->CreateSubkey("a.b"); }) + thrown([&] { key->GetIntValue("a\\b"); }),
+              "reglib::XKeyClosedreglib::XKeyClosed");
+    user->Close();
+    EXPECT_TRUE(Key(user->CreateSubkey("a"))) << "the root stays open";
+    EXPECT_EQ(kel::view(static_cast<xobject &>(*user).getrtti()->getname()), "reglib::Registry");
+}
+
+// Whatever lies in the tree, nothing outside is read, written or removed.
+TEST_F(Registry, NothingInTheTreeLeadsOut) {
+    const fs::path outside = m_place / "outside", key_folder = m_user / "key";
+    fs::create_directories(outside / "sub");
+    put(outside / "secret.text", "secret\n");
+    ovkRegistryKey key = create("key"), sub;
+    fs::create_symlink(outside, key_folder / "link");
+    fs::create_symlink(outside / "secret.text", key_folder / "value.text");
+    fs::create_symlink(outside / "secret.text", key_folder / "data.data");
+    fs::create_symlink(outside / "secret.text", key_folder / ".new");
+    fs::create_symlink(outside / "sub", m_user / ".deleted");
+    fs::create_directory(key_folder / "folder.text");
+    ASSERT_EQ(::mkfifo((key_folder / "pipe.text").c_str(), 0600), 0);
+    put(key_folder / "huge.text", "");
+    fs::resize_file(key_folder / "huge.text", std::uintmax_t{1} << 40);
+    EXPECT_FALSE(sub.Open(key, "link") || sub.Create(key, "link\\made") || key.DeleteSubkey("link"));
+    for (const char *name : {"value", "data", "folder", "pipe", "huge"})
+        EXPECT_EQ(read(key, name), "none") << name;
+    std::vector<kel::registry_value> values;
+    Names subkeys;
+    EXPECT_TRUE(kel::registry_values(key, values) && values.empty());
+    EXPECT_TRUE(kel::registry_subkeys(key, subkeys) && subkeys.empty());
+    EXPECT_TRUE(key.SetValue("value", "mine") && key.SetValue("pipe", "mine") &&
+                !key.SetValue("folder", "mine"));
+    EXPECT_EQ(read(key, "value") + read(key, "pipe"), "minemine");
+    EXPECT_TRUE(!create("").DeleteSubkey("key") && Error_GetLast() == 145)
+        << "a folder that is no key is in it";
+    fs::remove(key_folder / "folder.text");
+    // What a killed deletion left, in the key and beside it.
+    fs::create_directories(key_folder / ".deleted/.deleted");
+    fs::remove(m_user / ".deleted");
+    fs::create_directories(m_user / ".deleted");
+    put(m_user / ".deleted/old.text", "old");
+    EXPECT_TRUE(create("").DeleteSubkey("key"));
+    EXPECT_EQ(entries(m_user), (Names{".lock"}));
+    EXPECT_EQ(entries(outside), (Names{"secret.text", "sub"}));
+    EXPECT_EQ(bytes_of(outside / "secret.text"), "secret\n");
+    fs::remove(m_user / ".lock");
+    fs::create_symlink(outside / "secret.text", m_user / ".lock");
+    EXPECT_FALSE(create("").SetValue("v", "1"));
+    EXPECT_EQ(bytes_of(outside / "secret.text"), "secret\n");
+}
+
+TEST_F(Registry, RefusalsLeaveTheOldValue) {
+    ovkRegistryKey key = create("key"), machine;
+    ASSERT_TRUE(key.SetValue("v", "old") && machine.Create(ovkRegistry::System()->Root(), "key"));
+    ASSERT_TRUE(machine.SetValue("v", "for all"));
+    const std::size_t descriptors = open_descriptors();
+    EXPECT_EQ(
+        exit_code(in_child([&] {
+            ::signal(SIGXFSZ, SIG_IGN);
+            const rlimit small{1000, 1000};
+            ::setrlimit(RLIMIT_FSIZE, &small);
+            EXPECT_TRUE(!key.SetValue("v", std::string(5000, 'x').c_str()) && Error_GetLast() == 223);
+            const rlimit few{descriptors, descriptors};
+            ::setrlimit(RLIMIT_NOFILE, &few);
+            std::vector<int> taken;
+            for (int fd; (fd = ::open("/", O_PATH)) >= 0;)
+                taken.push_back(fd);
+            EXPECT_TRUE(!key.SetValue("v", "new") && Error_GetLast() == 4);
+            EXPECT_TRUE(key.GetValue("v").IsNull() && Error_GetLast() == 4);
+            for (int fd : taken)
+                ::close(fd);
+            // Those who are not the owner read the machine's settings, and change nothing.
+            if (::geteuid() != 0 || ::setuid(65534) != 0) return;
+            ovkRegistryKey other, sub;
+            EXPECT_TRUE(other.Open(ovkRegistry::System()->Root(), "key"));
+            EXPECT_EQ(read(other, "v"), "for all");
+            EXPECT_FALSE(other.SetValue("v", "mine") || other.DeleteValue("v") || sub.Create(other, "sub"));
+            EXPECT_EQ(Error_GetLast(), 5);
+            EXPECT_EQ(thrown([&] { regKey(other).SetValue("v", 1); }), "reglib::XAccess");
+            EXPECT_FALSE(sub.Open(ovkRegistry::User()->Root(), "key"));
+        })),
+        0);
+    EXPECT_EQ(read(key, "v") + read(machine, "v"), "oldfor all");
+    EXPECT_TRUE(entries(m_place, ".new").empty());
+
+    // Somebody who holds the lock is waited for, but not for ever.
+    const int lock = ::open((m_user / ".lock").c_str(), O_RDWR | O_CLOEXEC);
+    struct flock whole {};
+    whole.l_type = F_WRLCK;
+    ASSERT_EQ(::fcntl(lock, F_OFD_SETLK, &whole), 0);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_TRUE(!key.SetValue("v", "new") && Error_GetLast() == 33);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+    std::thread releaser([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        ::close(lock);
+    });
+    EXPECT_TRUE(key.SetValue("v", "new")) << Error_GetLast();
+    releaser.join();
+    EXPECT_EQ(read(key, "v"), "new");
+}
+
+TEST_F(Registry, RandomOperationsBesideAModel) {
+    std::mt19937 random(4);
+    const auto pick = [&](std::size_t below) { return random() % below; };
+    using Values = std::map<std::string, std::pair<int, std::string>>;
+    std::map<std::string, Values> model;
+    const char *const keys[] = {"One", "TWO", "three"}, *const names[] = {"", "a", "B", "a b", "default"};
+    const auto folded = [](std::string text) {
+        std::transform(text.begin(), text.end(), text.begin(),
+                       [](unsigned char c) { return std::tolower(c); });
+        return text;
+    };
+    ovkRegistryKey root = create(""), key;
+    for (int step = 0; step < 1500; ++step) {
+        const char *key_name = keys[pick(3)], *name = names[pick(5)];
+        const std::string where = folded(key_name), what = folded(name);
+        const auto known = model.find(where);
+        const bool there = known != model.end();
+        switch (pick(6)) {
+            case 0:
+                EXPECT_TRUE(key.Create(root, key_name));
+                model[where];
+                break;
+            case 1:
+                EXPECT_EQ(root.DeleteSubkey(key_name), there);
+                model.erase(where);
+                break;
+            case 2:
+                EXPECT_EQ(key.Open(root, key_name) && key.DeleteValue(name),
+                          there && known->second.erase(what) > 0);
+                break;
+            default: {
+                ASSERT_EQ(key.Open(root, key_name), there) << step;
+                if (!there) break;
+                const int type = static_cast<int>(pick(3));
+                std::string bytes(pick(3) * pick(3000), static_cast<char>(type == 1 ? 'x' : 0));
+                EXPECT_TRUE(kel::set_registry_value(key, {name, type, bytes}));
+                known->second[what] = {type, bytes};
+            }
+        }
+        Names subkeys, expected;
+        for (const auto &[present, values] : model) {
+            expected.push_back(present);
+            std::vector<kel::registry_value> found;
+            ASSERT_TRUE(key.Open(root, present.c_str()) && kel::registry_values(key, found));
+            Values seen;
+            for (const auto &value : found)
+                seen[value.name] = {value.type, value.bytes};
+            ASSERT_EQ(seen, values) << "step " << step << " in " << present;
+        }
+        ASSERT_TRUE(kel::registry_subkeys(root, subkeys) && subkeys == expected) << step;
+    }
+}
+
+// Writers that come and go, on one key and also in one process, and readers that must find whole values.
+TEST_F(Registry, SeveralWritersOnOneKey) {
+    ovkRegistryKey key = create("key");
+    ASSERT_TRUE(key.SetValue("shared", told_text(1).c_str()));
+    const auto write = [&](unsigned seed) {
+        std::mt19937 random(seed);
+        ovkRegistryKey own, temporary;
+        EXPECT_TRUE(own.Open(ovkRegistry::User()->Root(), "key"));
+        for (int i = 0; i < 100; ++i) {
+            EXPECT_TRUE(own.SetValue("shared", told_text(random() % 20000).c_str())) << Error_GetLast();
+            EXPECT_TRUE(own.SetValue(("own" + std::to_string(seed)).c_str(), told_text(seed).c_str()));
+            if (i % 10 == 0 && temporary.Create(own, "temporary\\below")) temporary.SetValue("v", "1");
+            if (temporary.Open(own, "temporary")) temporary.DeleteSubkey("below");
+            own.DeleteSubkey("temporary");
+            EXPECT_TRUE(is_whole(read(own, "shared")));
+        }
+    };
+    std::vector<pid_t> writers;
+    for (unsigned seed = 10; seed < 13; ++seed)
+        writers.push_back(in_child([&] { write(seed); }));
+    std::thread first([&] { write(20); }), second([&] { write(21); });
+    first.join();
+    second.join();
+    for (pid_t writer : writers)
+        EXPECT_EQ(exit_code(writer), 0);
+    for (unsigned seed : {10u, 11u, 12u, 20u, 21u})
+        EXPECT_EQ(read(key, ("own" + std::to_string(seed)).c_str()), told_text(seed));
+    key.DeleteSubkey("temporary");
+    EXPECT_EQ(entries(m_user, "."), (Names{".lock"}));
+}
+
+TEST_F(Registry, KilledWritersLeaveWholeValues) {
+    const char *wanted = std::getenv("KELSTDMT_KILLS");
+    const int kills = wanted ? std::atoi(wanted) : 25;
+    std::mt19937 random(7);
+    ovkRegistryKey key = create("key");
+    ASSERT_TRUE(key.SetValue("text", told_text(1).c_str()));
+    ASSERT_TRUE(kel::set_registry_value(key, {"turning", 1, told_text(1)}));
+    int deletions_seen = 0;
+    for (int kill = 0; kill < kills; ++kill) {
+        const pid_t writer = in_child([&, seed = random()] {
+            std::mt19937 own(seed);
+            ovkRegistryKey sub;
+            for (;;) {
+                key.SetValue("text", told_text(own() % 50000).c_str());
+                kel::set_registry_value(key,
+                                        {"turning", static_cast<int>(own() % 3), told_text(own() % 9000)});
+                if (!sub.Create(key, "sub")) continue;
+                for (const char *name : {"a", "b", "c"})
+                    sub.SetValue(name, told_text(own() % 99).c_str());
+                key.DeleteSubkey("sub");
+            }
+        });
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 12000));
+        ::kill(writer, SIGKILL);
+        ::waitpid(writer, nullptr, 0);
+        ASSERT_TRUE(is_whole(read(key, "text"))) << "kill " << kill;
+        kel::registry_value turning;
+        ASSERT_TRUE(kel::get_registry_value(key, "turning", turning) && is_whole(turning.bytes))
+            << "kill " << kill;
+        std::vector<kel::registry_value> values;
+        if (ovkRegistryKey sub; sub.Open(key, "sub")) {
+            ASSERT_TRUE(kel::registry_values(sub, values));
+            for (std::size_t i = 0; i < values.size(); ++i)
+                ASSERT_TRUE(values[i].name[0] == char('a' + i) && is_whole(values[i].bytes))
+                    << "kill " << kill;
+        }
+        deletions_seen += fs::exists(m_user / "key/.deleted");
+        // The next writer goes on as if nothing had been.
+        ASSERT_TRUE(key.SetValue("text", "1:b")) << Error_GetLast();
+        if (kill % 2) continue;
+        key.DeleteSubkey("sub");
+        ASSERT_TRUE(create("key\\sub").SetValue("a", "0:") && key.DeleteSubkey("sub"));
+        ASSERT_EQ(entries(m_user, "."), (Names{".lock"})) << "kill " << kill;
+    }
+    if (deletions_seen) RecordProperty("deletions cut short", deletions_seen);
+}
+
+}  // namespace
