@@ -81,6 +81,7 @@ constexpr wording wordings[] = {
     {995, "The operation was interrupted."},
     {996, "The operation is not complete."},
     {997, "The operation is still going on."},
+    {1006, "Another file has taken its place."},
     {1016, "The registry could not be read or written."},
     {1018, "The registry key was deleted."},
     {1117, "The device reported an input or output error."},

@@ -1,49 +1,132 @@
 // A file buffer with a lock on its file. The lock belongs to the open file, so that two buffers of one
 // process keep each other out as two processes do, and closing another descriptor of the same file does
 // not drop it.
+//
+// A lock is on a file, not on its name, and a holder may have put a new file under the name. So the name is
+// followed once more when the lock is held, and what is no longer found there is let go.
 #ifndef _GNU_SOURCE
 #define _GNU_SOURCE
 #endif
 #define _FILE_OFFSET_BITS 64
 
+#include "runtime/posix/locked_file.h"
+
 #include <fcntl.h>
+#include <limits.h>
+#include <pthread.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <thread>
+#include <condition_variable>
+#include <mutex>
 
 #include <kelstdmt/vumtext.h>
 
 namespace {
 
 using clock_type = std::chrono::steady_clock;
+using time_point = clock_type::time_point;
 
-// A wait in the system would have no end; so it asks again, ever less often.
-bool lock_whole(int fd, bool exclusive, double wait) {
+struct flock whole_file(bool exclusive) noexcept {
     struct flock lock {};
     lock.l_type = static_cast<short>(exclusive ? F_WRLCK : F_RDLCK);
     lock.l_whence = SEEK_SET;
-    constexpr double longest_wait = 1e6;
-    auto deadline =
-        clock_type::now() + std::chrono::duration_cast<clock_type::duration>(
-                                std::chrono::duration<double>(wait > 0 ? std::min(wait, longest_wait) : 0));
-    auto pause = std::chrono::milliseconds(1);
-    for (;;) {
-        if (::fcntl(fd, F_OFD_SETLK, &lock) == 0) return true;
-        if (errno != EAGAIN && errno != EACCES && errno != EINTR) break;
-        if (clock_type::now() >= deadline) {
-            errno = EAGAIN;
-            break;
+    return lock;
+}
+
+// A wait for a lock that ends at a time. The system's own wait has no end, and could only be broken by a
+// signal, whose handling is the program's; so a thread waits there, which can be told to end.
+class lock_wait {
+public:
+    lock_wait(int fd, bool exclusive) : m_fd(fd), m_lock(whole_file(exclusive)) {}
+
+    // 0 or an errno value; EAGAIN when the time was over.
+    int Until(time_point end) {
+        pthread_t thread;
+        if (int refused = Start(thread)) return refused;
+        bool in_time;
+        {
+            std::unique_lock guard(m_mutex);
+            in_time = m_done.wait_until(guard, end, [this] { return m_result >= 0; });
         }
-        std::this_thread::sleep_for(pause);
-        pause = std::min(pause * 2, std::chrono::milliseconds(50));
+        if (!in_time) ::pthread_cancel(thread);
+        ::pthread_join(thread, nullptr);
+        return m_result >= 0 ? m_result : EAGAIN;
     }
-    Error_SetLastFromSystem(errno);
-    return false;
+
+private:
+    int Start(pthread_t &thread) {
+        constexpr std::size_t little_stack = 256 * 1024;
+        pthread_attr_t attributes;
+        if (int refused = ::pthread_attr_init(&attributes)) return refused;
+        ::pthread_attr_setstacksize(&attributes, little_stack);
+        sigset_t all, before;  // the program's handlers are not for this thread
+        ::sigfillset(&all);
+        ::pthread_sigmask(SIG_SETMASK, &all, &before);
+        int refused = ::pthread_create(&thread, &attributes, &lock_wait::Run, this);
+        ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+        ::pthread_attr_destroy(&attributes);
+        return refused;
+    }
+
+    // Only the wait itself can be cancelled, and it holds nothing. The address sanitizer is not told of
+    // frames that a cancelled thread leaves.
+    [[gnu::no_sanitize_address]] static void *Run(void *argument) {
+        auto &self = *static_cast<lock_wait *>(argument);
+        int result = ::fcntl(self.m_fd, F_OFD_SETLKW, &self.m_lock) == 0 ? 0 : errno;
+        int ignored;
+        ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &ignored);
+        std::lock_guard guard(self.m_mutex);
+        self.m_result = result;
+        self.m_done.notify_one();
+        return nullptr;
+    }
+
+    std::mutex m_mutex;
+    std::condition_variable m_done;
+    int m_result = -1;  // until there is one
+    int m_fd;
+    struct flock m_lock;
+};
+
+bool lock_until(int fd, bool exclusive, time_point end) {
+    if (kel::system::lock_at_once(fd, exclusive)) return true;
+    int reason = errno;
+    if (reason == EAGAIN || reason == EACCES)
+        reason = clock_type::now() < end ? lock_wait(fd, exclusive).Until(end) : EAGAIN;
+    if (reason != 0) Error_SetLastFromSystem(reason);
+    return reason == 0;
+}
+
+bool leads_to(const char *path, int fd) {
+    struct stat named {
+    }, open{};
+    return ::stat(path, &named) == 0 && ::fstat(fd, &open) == 0 && named.st_ino == open.st_ino &&
+           named.st_dev == open.st_dev;
+}
+
+// Opening one may wait for ever, or do something.
+bool is_special(const char *path) {
+    struct stat node {};
+    return ::stat(path, &node) == 0 && !S_ISREG(node.st_mode) && !S_ISDIR(node.st_mode);
+}
+
+std::string without_links(const char *path) {
+    char resolved[PATH_MAX];
+    return ::realpath(path, resolved) ? resolved : std::string();
 }
 
 }  // namespace
+
+bool kel::system::lock_at_once(int fd, bool exclusive) noexcept {
+    struct flock lock = whole_file(exclusive);
+    return ::fcntl(fd, F_OFD_SETLK, &lock) == 0;
+}
 
 bool lockFileBuf::Open(const char *name, int mode, int protection, double wait) {
     bool writes = mode & (Out | Append);
@@ -52,16 +135,52 @@ bool lockFileBuf::Open(const char *name, int mode, int protection, double wait) 
     int gentle = mode & ~Truncate;
     if (empties && !(mode & (In | Append))) gentle |= AtEnd;
     if (!writes) gentle |= NoCreate;
-    if (!btkFileBuf::Open(name, gentle, protection)) return true;
-    if (!lock_whole(GetHandle(), writes, wait) || (empties && !File_Truncate(GetHandle(), 0))) {
-        int reason = Error_GetLast();
+    constexpr double longest_wait = 1e6;
+    const time_point end =
+        clock_type::now() + std::chrono::duration_cast<clock_type::duration>(
+                                std::chrono::duration<double>(wait > 0 ? std::min(wait, longest_wait) : 0));
+    const std::string host = btkHostPath(name);
+    constexpr int free_attempts = 16;
+    for (int attempt = 0;; ++attempt) {
+        if (!IsOpen() && is_special(host.c_str())) {
+            Error_SetLastFromSystem(ENOTSUP);
+            return true;
+        }
+        if (!btkFileBuf::Open(name, gentle, protection)) return true;
+        if (!lock_until(GetHandle(), writes, end)) break;
+        if (writes) m_path = without_links(host.c_str());
+        if (leads_to(writes ? m_path.c_str() : host.c_str(), GetHandle())) {
+            if (empties && !File_Truncate(GetHandle(), 0)) break;
+            // While it waited, others may have changed the end.
+            if (empties || (mode & AtEnd)) pubseekoff(0, std::ios_base::end);
+            return false;
+        }
+        if (attempt >= free_attempts && clock_type::now() >= end) {
+            Error_SetLastFromSystem(EAGAIN);
+            break;
+        }
         btkFileBuf::Close();
-        Error_SetLast(reason);
-        return true;
     }
-    // While it waited, others may have changed the end.
-    if (empties || (mode & AtEnd)) pubseekoff(0, std::ios_base::end);
-    return false;
+    int reason = Error_GetLast();
+    btkFileBuf::Close();
+    Error_SetLast(reason);
+    return true;
+}
+
+bool lockFileBuf::Replace(std::string_view bytes) {
+    if (!IsOpen() || (::fcntl(GetHandle(), F_GETFL) & O_ACCMODE) == O_RDONLY) {
+        Error_SetLastFromSystem(IsOpen() ? EACCES : EBADF);
+        return false;
+    }
+    if (pubsync() != 0) return false;
+    kel::system::owned_descriptor file = kel::system::replace_file(m_path, GetHandle(), bytes);
+    if (!file) return false;
+    ::fcntl(file.get(), F_SETFL, ::fcntl(GetHandle(), F_GETFL));
+    // The new file gets the number of the old one, which is closed by that and loses its lock.
+    while (::dup3(file.get(), GetHandle(), O_CLOEXEC) < 0 && (errno == EINTR || errno == EBUSY)) {
+    }
+    pubseekoff(0, std::ios_base::beg);
+    return true;
 }
 
 bool lockFileBuf::Close() {

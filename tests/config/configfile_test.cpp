@@ -1,0 +1,283 @@
+// Configuration files against the bytes on disk, against a plain map, and against killed and competing
+// processes.
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <map>
+#include <random>
+#include <utility>
+#include <vector>
+
+#include <kelstdmt/configfile.h>
+
+#include "failing_memory.h"
+#include "scratch_folder.h"
+
+namespace {
+
+std::string plain(const xstring &text) {
+    return text.IsNull() ? "(null)" : std::string(kel::view(text));
+}
+
+std::string content(const ovkConfigFile &file) {
+    std::string all;
+    for (const auto &entry : file) {
+        EXPECT_EQ(plain(entry.value->name), entry.key);
+        all += std::string(entry.key) + "=" + plain(entry.value->value) + ";";
+    }
+    return all;
+}
+
+struct ConfigFile : ScratchFolder {
+    bool open(ovkConfigFile &file, ovkConfigFile::OpenMode mode = ovkConfigFile::ReadWrite) const {
+        return file.Open(path.c_str(), mode);
+    }
+};
+
+TEST_F(ConfigFile, ReadsAndWritesLines) {
+    const std::string longest(3'000'000, 'v');
+    const struct {
+        std::string text, entries, written;
+    } cases[] = {
+        {"b:2\na : 1\nc\n", "a= 1;b=2;d=4;", "a: 1\nb:2\nd:4\n"},
+        {"", "d=4;", "d:4\n"},
+        {"key:", "d=4;key=(null);", "d:4\nkey:\n"},
+        {":1\n\n \t:2\nx:1\r\nx:2:3 \r\n:", "d=4;x=2:3 \r;", "d:4\nx:2:3 \r\n"},
+        {"\xC3\xA4:1\nZ:2\nd:3\n\td d:5\nDD :6", "DD=6;Z=2;d=4;dd=5;\xC3\xA4=1;",
+         "DD:6\nZ:2\nd:4\ndd:5\n\xC3\xA4:1\n"},
+        {longest + ":1\na:" + longest, "a=" + longest + ";d=4;" + longest + "=1;",
+         "a:" + longest + "\nd:4\n" + longest + ":1\n"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.text.substr(0, 50));
+        put(c.text);
+        ovkConfigFile file;
+        ASSERT_TRUE(open(file));
+        EXPECT_TRUE(file.Close());
+        EXPECT_TRUE(get() == c.text) << "written although nothing changed";
+        ASSERT_TRUE(open(file));
+        EXPECT_TRUE(file.SetValue(" d\t", "4"));
+        EXPECT_TRUE(content(file) == c.entries) << content(file).substr(0, 200);
+        EXPECT_EQ(plain(file.GetValue("  d ")), "4");
+        EXPECT_TRUE(open(file, ovkConfigFile::ReadOnly)) << "closes first";
+        EXPECT_TRUE(get() == c.written) << get().substr(0, 200);
+        EXPECT_TRUE(content(file) == c.entries);
+    }
+}
+
+TEST_F(ConfigFile, RefusesWhatItCannotKeep) {
+    ovkConfigFile file;
+    EXPECT_FALSE(open(file, ovkConfigFile::ReadOnly));
+    EXPECT_EQ(Error_GetLast(), 2);
+    EXPECT_FALSE(file.IsOpened() || std::filesystem::exists(path));
+    ASSERT_TRUE(open(file));
+    const char *names[] = {"", " \t", "a:b", "a\nb", nullptr, xstrNullStr};
+    for (const char *name : names) {
+        EXPECT_FALSE(file.SetValue(name, "1"));
+        EXPECT_FALSE(file.DeleteValue(name));
+        EXPECT_TRUE(file.GetValue(name).IsNull());
+    }
+    EXPECT_FALSE(file.SetValue("a", "1\n2"));
+    EXPECT_EQ(Error_GetLast(), 87);
+    EXPECT_FALSE(file.DeleteValue("a"));
+    EXPECT_TRUE(file.SetValue("a", xstrNullStr) && file.SetValue("b", nullptr) && file.SetValue("b", "x"));
+    EXPECT_TRUE(file.SetValue("gone", "1") && file.DeleteValue("g one"));
+    ASSERT_TRUE(open(file, ovkConfigFile::ReadOnly));
+    EXPECT_FALSE(file.SetValue("a", "2") || file.DeleteValue("a"));
+    EXPECT_EQ(Error_GetLast(), 5);
+    EXPECT_TRUE(file.Close() && file.Close());
+    EXPECT_EQ(get(), "a:\nb:x\n");
+    // What cannot be read is no empty map, which the next change would make of the file.
+    put(std::string("a:1\nb:2\0x\n", 10));
+    ASSERT_EQ(::mkfifo((folder + "/fifo").c_str(), 0600), 0);
+    const std::pair<std::string, int> bad[] = {
+        {path, 13}, {folder, 5}, {folder + "/fifo", 50}, {"/proc/self/mem", 1117}};
+    for (const auto &[name, error] : bad) {
+        EXPECT_FALSE(file.Open(name.c_str(), ovkConfigFile::ReadOnly)) << name;
+        EXPECT_EQ(Error_GetLast(), error) << name;
+        EXPECT_TRUE(file.IsEmpty() && !file.IsOpened());
+    }
+}
+
+TEST_F(ConfigFile, StartsWithDefaults) {
+    put("b:file\n");
+    ovkConfigFile file;
+    EXPECT_TRUE(file.SetValue("a", "default") && file.SetValue("b", "default"));
+    EXPECT_FALSE(file.Open((folder + "/none").c_str(), ovkConfigFile::ReadOnly));
+    EXPECT_EQ(content(file), "a=default;b=default;");
+    ASSERT_TRUE(open(file));
+    EXPECT_EQ(content(file), "a=default;b=file;");
+    EXPECT_TRUE(file.Close());
+    EXPECT_TRUE(file.IsEmpty());
+    EXPECT_EQ(get(), "b:file\n");
+}
+
+TEST_F(ConfigFile, HoldsManyEntriesLikeAMap) {
+    std::mt19937 random(4);
+    std::map<std::string, std::string> model;
+    std::string text;
+    for (int i = 0; i < 100'000; ++i) {
+        const std::string name = "k" + std::to_string(random() % 150'000), value = std::to_string(i);
+        text += name + ":" + value + "\n";
+        model[name] = value;
+    }
+    put(text);
+    ovkConfigFile file;
+    ASSERT_TRUE(open(file));
+    for (int i = 0; i < 30'000; ++i) {
+        const std::string name = "k" + std::to_string(random() % 150'000), value = std::to_string(-i);
+        if (i % 3 > 0) {
+            EXPECT_TRUE(file.SetValue(name.c_str(), value.c_str()));
+            model[name] = value;
+        } else {
+            EXPECT_EQ(file.DeleteValue(name.c_str()), model.erase(name) == 1);
+        }
+    }
+    ASSERT_TRUE(file.Close());
+    std::string expected;
+    for (const auto &[name, value] : model)
+        expected += name + ":" + value + "\n";
+    EXPECT_TRUE(get() == expected);
+}
+
+TEST_F(ConfigFile, LeavesTheFileWhenTheDiskIsFull) {
+    const std::string before = "a:" + std::string(5000, '1') + "\n";
+    put(before);
+    auto outgrow = [&] {
+        ::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit{8000, 8000};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+        ovkConfigFile file;
+        bool right = open(file) && file.SetValue("b", std::string(5000, '2').c_str()) && !file.Close();
+        return right && !file.IsOpened() ? Error_GetLast() : 0;
+    };
+    EXPECT_EQ(wait_for(start(outgrow)), 223);
+    EXPECT_TRUE(get() == before);
+    EXPECT_EQ(files(), 1);
+}
+
+TEST_F(ConfigFile, SurvivesALackOfMemory) {
+    const std::string before = "c:3\na:1\nb :2\n";
+    put(before);
+    bool done = false;
+    for (long allowed = 0; !done && allowed < 200; ++allowed) {
+        ovkConfigFile file;
+        const std::string value(200, 'x');
+        failing_memory::allocations_left = allowed;
+        try {
+            done = open(file) && file.SetValue("d", value.c_str()) && file.Close();
+            EXPECT_TRUE(done || Error_GetLast() == 8);
+        } catch (const std::bad_alloc &) {
+        }
+        done = !std::exchange(failing_memory::has_failed, false);
+        failing_memory::allocations_left = -1;
+        const std::string now = get();
+        EXPECT_TRUE(done || now == before || now.size() > 200) << allowed << now;
+        put(before);
+    }
+    EXPECT_TRUE(done);
+}
+
+// Processes ------------------------------------------------------------------------------------
+
+constexpr int generation_entries = 3000;
+
+// The number that all values have; -1 for a text that is torn.
+int generation(const std::string &text) {
+    const std::string number = text.substr(text.find(':') + 1, text.find('\n') - text.find(':') - 1);
+    std::map<std::string, std::string> entries;
+    for (int i = 0; i < generation_entries; ++i)
+        entries["entry" + std::to_string(i)] = number;
+    std::string whole;
+    for (const auto &[name, value] : entries)
+        whole += name + ":" + value + "\n";
+    return text == whole ? std::atoi(number.c_str()) : -1;
+}
+
+bool write_generation(const std::string &path, int number) {
+    ovkConfigFile file;
+    bool right = file.Open(path.c_str(), ovkConfigFile::ReadWrite);
+    for (int i = 0; i < generation_entries; ++i)
+        right &= file.SetValue(("entry" + std::to_string(i)).c_str(), std::to_string(number).c_str());
+    return file.Close() && right;
+}
+
+// KELSTDMT_KILLS=1000 kills as often.
+TEST_F(ConfigFile, IsWholeWhenItsWriterIsKilled) {
+    using clock = std::chrono::steady_clock;
+    const char *wish = std::getenv("KELSTDMT_KILLS");
+    const int kills = wish ? std::atoi(wish) : 25;
+    const auto begin = clock::now();
+    ASSERT_TRUE(write_generation(path, 1));
+    std::uniform_int_distribution<clock::rep> life(0, 4 * (clock::now() - begin).count());
+    std::mt19937 random(static_cast<unsigned>(::getpid()));
+    int last = 1, reads = 0, left_aside = 0;
+    for (int kill = 0; kill < kills; ++kill) {
+        pid_t child = start([&] {
+            for (int number = last + 1; write_generation(path, number);)
+                ++number;
+            return 1;
+        });
+        const auto end = clock::now() + clock::duration(life(random));
+        for (bool alive = true; alive; ++reads) {
+            alive = clock::now() < end;
+            if (!alive) {
+                ::kill(child, SIGKILL);
+                EXPECT_EQ(wait_for(child), -SIGKILL) << "the writer failed";
+            }
+            const std::string text = get();  // takes no lock
+            const int now = generation(text);
+            ASSERT_GE(now, last) << "torn, " << text.size() << " bytes, writer alive: " << alive;
+            last = now;
+        }
+        left_aside += std::filesystem::exists(folder + "/.f.new");
+    }
+    std::cout << kills << " kills, " << left_aside << " of them in a rewrite; " << reads
+              << " reads, generation " << last << '\n';
+    EXPECT_TRUE(write_generation(path, last));
+    EXPECT_EQ(files(), 1) << "rests stay";
+}
+
+TEST_F(ConfigFile, KeepsWritersApart) {
+    constexpr int writers = 4, turns = 40;
+    auto count = [&] {
+        for (int turn = 0; turn < turns; ++turn) {
+            ovkConfigFile file;
+            while (!open(file))
+                if (Error_GetLast() != 33) return 1;
+            const std::string more = std::to_string(file.GetValue("count").ToInt() + 1);
+            if (!file.SetValue("count", more.c_str()) || !file.Close()) return 2;
+        }
+        return 0;
+    };
+    std::vector<pid_t> children(writers);
+    for (pid_t &child : children)
+        child = start(count);
+    for (pid_t child : children)
+        EXPECT_EQ(wait_for(child), 0);
+    EXPECT_EQ(get(), "count:" + std::to_string(writers * turns) + "\n");
+}
+
+TEST_F(ConfigFile, ReadsWhatIsLeftOfAFileThatShrinks) {
+    std::string text;
+    for (int i = 0; i < 20'000; ++i)
+        text += "name" + std::to_string(i) + ":value\n";
+    put(text);
+    pid_t child = start([&] {
+        while (::truncate(path.c_str(), 100) == 0)
+            put(text);
+        return 1;
+    });
+    for (int i = 0; i < 200; ++i) {
+        ovkConfigFile file;
+        // A file that was cut and written in the middle of a read has a hole there.
+        EXPECT_TRUE(open(file, ovkConfigFile::ReadOnly) || Error_GetLast() == 13);
+        EXPECT_LE(file.GetSize(), 20'001u);
+    }
+    ::kill(child, SIGKILL);
+    EXPECT_EQ(wait_for(child), -SIGKILL);
+}
+
+}  // namespace
