@@ -66,8 +66,7 @@ public:
 private:
     void add_matches(const std::string &path, std::string_view component, bool only_folders,
                      path_list &next) const {
-        bool is_current = path.size() == detail::drive_length(path);
-        std::string directory = is_current ? path + "." : path;
+        const std::string directory = path.empty() ? "." : path;
         detail::joined_path(directory, "*", function);
         host::directory listing;
         if (!listing.open(btkHostPath(directory.c_str()).c_str())) {

@@ -31,6 +31,7 @@ struct Expand : testing::Test {
             std::ofstream(path) << path;
         fs::create_directory_symlink("../abc", "b/link");
         fs::create_symlink("nowhere", "b/.h/c/dangling");
+        fs::create_symlink("../c", "b/c");
     }
     ~Expand() override {
         fs::current_path("/");

@@ -154,7 +154,7 @@ TEST_F(Folders, CurrentOneIsChangedAndTold) {
     EXPECT_EQ(shown(fsGetCurDir), caller + "\\sub");
     fsChangeDir(caller.c_str());
     EXPECT_EQ(fs::current_path(), folder);
-    const std::pair<const char *, int> refused[] = {{"file", 267},  {"file\\x", 3}, {"none", 2},
+    const std::pair<const char *, int> refused[] = {{"file", 267},  {"file\\x", 3}, {"none\\", 2},
                                                     {"none\\x", 3}, {"h::sub", 3},  {"C:", 0}};
     for (auto &[path, number] : refused) {
         Error_SetLast(0);
