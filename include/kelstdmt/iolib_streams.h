@@ -108,6 +108,15 @@ public:
     // Sets the file's length in bytes; the nil int means the present position.
     void Truncate(int size);
 
+    // Bytes at a position counted from the start, which may lie beyond what an int holds. They neither use
+    // nor move the stream's own position, and go past the state word; what waits in the buffer is written
+    // first. A failure of the system is ioStreamState.
+    unsigned ReadAt(long long position, void *to, unsigned count);  // fewer than asked at the end of the file
+    void WriteAt(long long position, const void *from, unsigned count);
+    void AwaitWrite();  // comes back when a write of another process that is under way is done
+    long long GetFileSize();
+    void SetFileSize(long long bytes);
+
     // A descriptor of its own on the same file, opened on first call and closed with the stream.
     int GetInheritHandle() override;
 
@@ -119,6 +128,7 @@ protected:
 private:
     ioFileStream(xfilebuf *buffer, btkFileBuf *file, const char *path, bool canwrite, bool canread);
     static ioFileStream *CreateFS(const char *path, ioOpenMode mode, int extrabits);
+    int SettledHandle();  // of the open file, after what waits in the buffer
 
     xfilebuf *m_buffer;
     btkFileBuf *m_file;

@@ -3,8 +3,9 @@
 //
 // A parameter is a record that is appended once and appears to readers whole or not yet; its value has a
 // fixed place in it, which each setValue rewrites with one write. There is one writer; readers only read. A
-// file that is cut short, half written or made to harm is reported (_Abort), and reading stops at the last
-// whole record. An object and its parameters belong to one thread at a time.
+// file that is damaged is reported (_Abort), once for each place, and reading stops at the last whole record;
+// a record that is not all there yet is no damage. An object and its parameters belong to one thread at a
+// time.
 #pragma once
 
 #include <memory>
@@ -17,6 +18,7 @@
 
 class monFile;
 
+// A parameter belongs to its file and dies with it.
 KEL_DECLARE_STRUCT(monParam)
 class KELSTDMT_API monParam : public xobject {
     KEL_CLASS(monParam, xobject)
@@ -24,18 +26,34 @@ public:
     virtual xstring getName();
 
 protected:
-    monParam(monFile *file, const char *name, long long slot);  // enters itself in the file's dictionary
+    // Enters itself in the file's dictionary. The type is that of the record.
+    monParam(monFile *file, const char *name, long long slot, int type);
+
+    // The bytes of the value as they are in the file: those of a number, and one byte of a bool. False when
+    // the file ends before.
+    bool ReadNumber(void *to, unsigned count, unsigned skip = 0);
+    void ReportOnce(const char *text, int line);  // until a value is read again
 
     xstring m_name;
     monFile *m_file;
     long long m_slot;  // bytes from the start of the file
+    bool m_reported = false;
 
 private:
     friend class monFile;
+
+    virtual xany GetAny() = 0;
+    // The same from two copies of the bytes at the slot; false when they do not give a value that is whole.
+    virtual bool FromBytes(const char *bytes, const char *again, long long count, xany &value) = 0;
+    virtual long long SlotSize() const noexcept = 0;
+
+    int m_type;
+    bool m_replaced = false;  // by a later record of the same name
 };
 
 // getValue answers what is in the file now, or the type's nil value, reported, when the file is damaged
-// there. setValue answers the value. Both throw ioXStream when the file is closed or the system fails.
+// there. setValue answers the value. Both throw ioXStream when the file is closed or the system fails; a
+// later call may succeed again.
 KEL_DECLARE_STRUCT(monIntParam)
 class KELSTDMT_API monIntParam : public monParam {
     KEL_CLASS(monIntParam, monParam)
@@ -46,18 +64,24 @@ public:
 private:
     friend class monFile;
     using monParam::monParam;
+    xany GetAny() override;
+    bool FromBytes(const char *bytes, const char *again, long long count, xany &value) override;
+    long long SlotSize() const noexcept override;
 };
 
 KEL_DECLARE_STRUCT(monBoolParam)
 class KELSTDMT_API monBoolParam : public monParam {
     KEL_CLASS(monBoolParam, monParam)
 public:
-    unsigned char getValue();
-    unsigned char setValue(unsigned char value);
+    xbool getValue();
+    xbool setValue(xbool value);
 
 private:
     friend class monFile;
     using monParam::monParam;
+    xany GetAny() override;
+    bool FromBytes(const char *bytes, const char *again, long long count, xany &value) override;
+    long long SlotSize() const noexcept override;
 };
 
 KEL_DECLARE_STRUCT(monRealParam)
@@ -70,6 +94,9 @@ public:
 private:
     friend class monFile;
     using monParam::monParam;
+    xany GetAny() override;
+    bool FromBytes(const char *bytes, const char *again, long long count, xany &value) override;
+    long long SlotSize() const noexcept override;
 };
 
 KEL_DECLARE_STRUCT(monStringParam)
@@ -77,13 +104,21 @@ class KELSTDMT_API monStringParam : public monParam {
     KEL_CLASS(monStringParam, monParam)
 public:
     xstring getValue();
-    // A text longer than the size is refused: reported, not written, and the null string is the answer.
+    // A text longer than the size is refused: reported, not written, and the null string is the answer. A
+    // null pointer and the text markers write the empty text.
     xstring setValue(const char *text);
     int getSize() const noexcept { return m_size; }  // bytes at most
 
 private:
     friend class monFile;
-    monStringParam(monFile *file, const char *name, long long slot, int size);
+    monStringParam(monFile *file, const char *name, long long slot, int type, int size);
+    xany GetAny() override;
+    bool FromBytes(const char *bytes, const char *again, long long count, xany &value) override;
+    long long SlotSize() const noexcept override;
+
+    enum class Look { Whole, CutOff, TooLong };
+    Look LookAt(std::string &text);
+
     int m_size;
 };
 
@@ -95,16 +130,19 @@ class KELSTDMT_API monFile : public xobject {
 public:
     ~monFile() override;
 
-    // Null when the file cannot be made or opened, or is no monitor file. An existing file is overwritten
-    // from its beginning. The caller owns the object.
+    // Null when the file cannot be made or opened, or is no monitor file (last error 13). The caller owns the
+    // object. Create overwrites an existing file from its beginning: records that stand whole behind a title
+    // of the same length are found again by look-ups, anything else goes with the first new record.
     static monFile *Create(const char *path, const char *title);
     static monFile *Open(const char *path);
     // For a file that may not be written: looking up a name that is missing gives null, setting a value
     // throws.
     static monFile *OpenReadOnly(const char *path);
 
-    // The parameter of this name, made when it is missing; null when it is of another type. They belong to
-    // the file. Names have at most 1,023 bytes.
+    // The parameter of this name, made when it is missing; null when it is of another type, and when the name
+    // is no text. Names have at most 1,023 bytes, strings a size of 0 to 2^31 - 5; beyond that it is reported
+    // and null. A record that a killed writer left incomplete is cut off by the next one that is made. Throws
+    // ioXStream when the file is closed or the system fails; then no part of the record stays.
     monIntParam *Int(const char *name);
     monBoolParam *Bool(const char *name);
     monRealParam *Real(const char *name);
@@ -112,17 +150,38 @@ public:
 
     xstring getTitle() const { return m_title; }
     monParamDict *getParams() { return &m_params; }  // as of the last look-up
-    // Takes in what the writer has added, without a look-up; false when the file is damaged.
+    // Takes in what the writer has added, without a look-up; false when the file is damaged or has shrunk.
     bool Refresh();
-    // All parameters in the order of the file, as of the last look-up.
+    // The parameters in the order of the file, as of the last look-up or Refresh.
     const std::vector<monParam *> &Parameters() const noexcept { return m_in_order; }
+    // The values of Parameters(), one for one, each whole and what its getValue answers, but read together:
+    // for thousands of parameters this takes a handful of system calls.
+    std::vector<xany> Values();
 
-    void Close();
+    void Close();  // values can no longer be read or set; the parameters stay
 
 private:
     friend class monParam;
+    friend class monIntParam;
+    friend class monBoolParam;
+    friend class monRealParam;
+    friend class monStringParam;
+
+    enum class State { Whole, Incomplete, Damaged, Shrunk };
 
     monFile() = default;
+    static monFile *OpenStream(const char *path, ioOpenMode mode);
+    bool WriteHeader(const char *title);
+    bool ReadHeader();
+
+    monParam *LookUp(const char *name, int type, int size);
+    monParam *Append(const char *name, int type, int size);
+    long long PlaceForRecord();
+    void WriteRecord(long long at, const std::string &bytes, long long end);
+    monParam *AddParameter(const char *name, long long slot, int type, int size);
+    State CatchUp();
+    State Report(State state, const char *text, int line);
+    void LeaveOutReplaced();
 
     std::unique_ptr<ioFileStream> m_stream;
     xstring m_title;
@@ -130,5 +189,12 @@ private:
     xauto<monParamDict> m_params;
     int m_header = 0;
     long long m_after_header = 0;
+    long long m_size = 0;  // of the file, as of the last look-up
+    State m_state = State::Whole;
+    bool m_overwrites = false;  // what follows the known records is left from before Create
+    bool m_some_replaced = false;
+    const char *m_reported = nullptr;  // the last report, and
+    long long m_reported_at = -1;      // the known end at that time
+    std::vector<std::unique_ptr<monParam>> m_owned;
     std::vector<monParam *> m_in_order;
 };

@@ -272,6 +272,15 @@ private:
 
 // Bytes of the open file; -1 with the last error set on failure.
 KELSTDMT_API long long File_GetSize(int handle);
+// At a position in bytes, which need not be the end of anything before it; neither uses nor moves the
+// descriptor's own offset. Read: how many bytes came, fewer than asked only at the end of the file; -1 with
+// the last error set on failure. Write: how many bytes were taken; fewer is a failure, with the last error
+// set.
+KELSTDMT_API long long File_ReadAt(int handle, void *to, std::size_t count, long long position);
+KELSTDMT_API long long File_WriteAt(int handle, const void *from, std::size_t count, long long position);
+// Comes back when a write to the file that was under way, in whatever process, is done. A read that meets a
+// write can get a part of it; reads before and after this that agree have met no write, or two alike.
+KELSTDMT_API void File_AwaitWrite(int handle) noexcept;
 // Cuts or lengthens the file. False with the last error set on failure, and for a negative size.
 KELSTDMT_API bool File_Truncate(int handle, long long size);
 // A descriptor for a child on a path in the callers' form; a missing file is created. -1 on failure.

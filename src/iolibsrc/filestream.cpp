@@ -135,3 +135,41 @@ void ioFileStream::Truncate(int size) {
     Flush();
     File_Truncate(m_file->GetHandle(), bytes);
 }
+
+// Past the buffer ------------------------------------------------------------------------------
+
+int ioFileStream::SettledHandle() {
+    CheckOpen();
+    if (m_file->pubsync() == -1 && getCanWrite()) ThrowState(Bad);
+    return m_file->GetHandle();
+}
+
+unsigned ioFileStream::ReadAt(long long position, void *to, unsigned count) {
+    int handle = SettledHandle();
+    CheckRead();
+    long long got = File_ReadAt(handle, to, count, position);
+    if (got < 0) ThrowState(Bad);
+    return static_cast<unsigned>(got);
+}
+
+void ioFileStream::WriteAt(long long position, const void *from, unsigned count) {
+    int handle = SettledHandle();
+    CheckWrite();
+    if (File_WriteAt(handle, from, count, position) != static_cast<long long>(count)) ThrowState(Bad);
+}
+
+void ioFileStream::AwaitWrite() {
+    File_AwaitWrite(SettledHandle());
+}
+
+long long ioFileStream::GetFileSize() {
+    long long size = File_GetSize(SettledHandle());
+    if (size < 0) ThrowState(Bad);
+    return size;
+}
+
+void ioFileStream::SetFileSize(long long bytes) {
+    int handle = SettledHandle();
+    CheckWrite();
+    if (!File_Truncate(handle, bytes)) ThrowState(Bad);
+}

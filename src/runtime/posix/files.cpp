@@ -4,6 +4,9 @@
 //
 // Reads and writes name their place in the file, so the descriptor's own offset never has to be kept in
 // step. What cannot seek has no places and is read and written in order.
+#ifndef _GNU_SOURCE
+#define _GNU_SOURCE
+#endif
 #define _FILE_OFFSET_BITS 64
 
 #include <fcntl.h>
@@ -176,17 +179,7 @@ std::streamsize btkFileBuf::Read(char *to, std::size_t count, long long at) {
 // Answers how many bytes were taken; fewer than asked is a failure.
 std::streamsize btkFileBuf::Write(const char *from, std::size_t count, long long at) {
     if (!m_seekable) return static_cast<std::streamsize>(kel::system::write_all(m_fd, from, count));
-    std::size_t done = 0;
-    while (done < count) {
-        ssize_t written = ::pwrite(m_fd, from + done, count - done, at + static_cast<long long>(done));
-        if (written > 0) {
-            done += static_cast<std::size_t>(written);
-        } else if (written == 0 || errno != EINTR) {
-            Error_SetLastFromSystem(written == 0 ? ENOSPC : errno);
-            break;
-        }
-    }
-    return static_cast<std::streamsize>(done);
+    return static_cast<std::streamsize>(File_WriteAt(m_fd, from, count, at));
 }
 
 // Reading --------------------------------------------------------------------------------------
@@ -339,6 +332,43 @@ long long File_GetSize(int handle) {
     if (::fstat(handle, &node) == 0) return node.st_size;
     Error_SetLastFromSystem(errno);
     return -1;
+}
+
+long long File_ReadAt(int handle, void *to, std::size_t count, long long position) {
+    std::size_t done = 0;
+    while (done < count) {
+        ssize_t got = ::pread(handle, static_cast<char *>(to) + done, count - done,
+                              position + static_cast<long long>(done));
+        if (got == 0) break;
+        if (got > 0) {
+            done += static_cast<std::size_t>(got);
+        } else if (errno != EINTR) {
+            Error_SetLastFromSystem(errno);
+            return -1;
+        }
+    }
+    return static_cast<long long>(done);
+}
+
+long long File_WriteAt(int handle, const void *from, std::size_t count, long long position) {
+    std::size_t done = 0;
+    while (done < count) {
+        ssize_t written = ::pwrite(handle, static_cast<const char *>(from) + done, count - done,
+                                   position + static_cast<long long>(done));
+        if (written > 0) {
+            done += static_cast<std::size_t>(written);
+        } else if (written == 0 || errno != EINTR) {
+            Error_SetLastFromSystem(written == 0 ? ENOSPC : errno);
+            break;
+        }
+    }
+    return static_cast<long long>(done);
+}
+
+// A write holds the file's lock from beginning to end, and a read takes none where it could meet a write half
+// done; the question where data begins waits for that lock and costs little else.
+void File_AwaitWrite(int handle) noexcept {
+    ::lseek(handle, 0, SEEK_DATA);
 }
 
 bool File_Truncate(int handle, long long size) {
