@@ -15,7 +15,8 @@
 enum fsNodeType : int { fsFile, fsDirectory, fsSoftLink, fsNoNode };
 KEL_DECLARE_ENUM(fsNodeType)
 
-// A node as it was when it was asked. Links are followed, so none is ever met.
+// A node as it was when it was asked. Links are followed, so none is ever met; what is neither a folder nor a
+// file, such as a FIFO, counts as a file.
 KEL_DECLARE_STRUCT(fsNodeInfo)
 class KELSTDMT_API fsNodeInfo : public xobject {
     KEL_CLASS(fsNodeInfo, xobject)
@@ -23,9 +24,11 @@ public:
     fsNodeInfo() = default;
     fsNodeInfo(const fsNodeInfo &from);
 
-    bool Initialize(const char *path);  // false, with the last error set, when it cannot be asked
-    fsNodeType getType() const;
-    tmTime *getModTime() const;  // a new one that the caller owns
+    // False, with the last error set, when the node cannot be asked; what was known before stays.
+    bool Initialize(const char *path);
+    bool IsInitialized() const noexcept { return m_initialized; }  // whether the last call succeeded
+    fsNodeType getType() const;  // fsFile, and a size and time of 0, before the first success
+    tmTime *getModTime() const;  // whole seconds; a new one that the caller owns
     double getSize() const;      // bytes
     // The time of modification as a part of this object, which stays its owner: what the descriptor reads.
     xauto<tmTime> &ModTime() { return m_modified; }
@@ -41,7 +44,12 @@ enum fsFileMode : int { fsForReading, fsForWriting };
 enum fsFilePosition : int { fsFromStart, fsFromCurrent, fsFromEnd };
 enum fsIOStatus : int { fsIODone, fsIOEnd, fsIOFailed };
 
-// An open file, read and written without a buffer. Failures set the last error.
+// An open file, read and written without a buffer: each call is one of the system. Failures set the last
+// error; 6 stands for a file that is not open. For one thread at a time.
+//
+// As long as a file is open for writing here, it is not opened a second time, and one that is open for
+// reading is not opened for writing: error 32. That holds between programs that use this class or
+// lockFileBuf; others are not kept out.
 class KELSTDMT_API fsiFile {
 public:
     fsiFile() = default;
@@ -49,11 +57,15 @@ public:
     fsiFile(const fsiFile &) = delete;
     fsiFile &operator=(const fsiFile &) = delete;
 
-    // For reading an existing file, for writing also a new one.
+    // For reading an existing file, for writing also a new one; what is in it stays. Closes what was open. A
+    // folder is refused with error 5.
     bool Open(const char *path, fsFileMode mode);
+    // Up to count bytes: fewer at the end of a file or of what has arrived in a FIFO. fsIOEnd for none.
     fsIOStatus Read(void *buffer, unsigned count, unsigned *got = nullptr);
+    // fsIOFailed when not all was written; done tells how much.
     fsIOStatus Write(const void *buffer, unsigned count, unsigned *done = nullptr);
-    bool Truncate(double size);
+    // Positions and sizes are bytes; a fraction is dropped, what is no number or too large is error 87.
+    bool Truncate(double size);  // the position is the new end
     bool Seek(fsFilePosition from, double offset);
     bool Close();
     bool IsOpened() const noexcept { return m_opened; }
@@ -65,7 +77,7 @@ private:
 };
 
 // The names in a folder, without "." and "..", in the order of the file system. Holds one descriptor and one
-// block of names at a time.
+// block of names at a time. For one thread at a time.
 class KELSTDMT_API fsiDir {
 public:
     fsiDir();
@@ -73,11 +85,12 @@ public:
     fsiDir(const fsiDir &) = delete;
     fsiDir &operator=(const fsiDir &) = delete;
 
-    bool Open(const char *directory);
+    bool Open(const char *directory);  // closes what was open
     // fsIOEnd behind the last name (last error 18). A name that cannot be told is fsIOFailed with the last
     // error 123 and the name's bytes; the next call goes on.
     fsIOStatus Read(xstring &name);
-    // `*` is any run of bytes, `?` one byte; the mode makes no difference.
+    // `*` is any run of bytes, `?` one byte, all else itself, with case; the mode makes no difference. A null
+    // pointer, a marker and an empty pattern give fsIOEnd.
     fsIOStatus ReadNextMatching(const char *pattern, strMatchMode mode, xstring &name);
     bool Close();
 
@@ -97,13 +110,23 @@ KELSTDMT_API bool fshIsFile(const char *path);
 KELSTDMT_API bool fshIsSoftLink(const char *path);
 KELSTDMT_API bool fshExists(const char *path);
 
+// The names that fsiDir::ReadNextMatching finds; xstrNullStr is every name. Throws fsXInvalidName, with its
+// path, for a name that matches and cannot be told.
 KELSTDMT_API xrchandle<xstringsequence> fsListDirectory(const char *directory, const char *pattern,
                                                         strMatchMode mode);
 
-KELSTDMT_API void fsSetFileSize(const char *path, double size);  // bytes; what is new is zeros on the disk
+// Bytes; the file is made when there is none. What is new is zeros that have their room on the disk; when
+// there is not enough, the size stays as it was. Only plain files have a size to set.
+KELSTDMT_API void fsSetFileSize(const char *path, double size);
+// The number of bytes modulo 65,536, the sum of the bytes modulo 256 and their exclusive or, in 16, 8 and 8
+// bits from the top. Of files and disks: FIFOs, terminals and the like are fsXOther.
 KELSTDMT_API int fsCalculateCheckSum(const char *path);
-KELSTDMT_API xstring fsMkTmpName(const char *directory, const char *prefix);  // makes the file, too
-KELSTDMT_API double fsGetAvailableDiskSpace(const char *path);                // bytes
+// The path of a new, empty file that only its owner may use, in the directory: up to three bytes of the
+// prefix, four or eight hexadecimal digits, ".TMP". Any threads and processes get files of their own.
+KELSTDMT_API xstring fsMkTmpName(const char *directory, const char *prefix);
+// Bytes that this user may still write to the file system of the path, or, where that does not exist yet, of
+// the nearest folder above it.
+KELSTDMT_API double fsGetAvailableDiskSpace(const char *path);
 
 namespace kel {
 
@@ -118,7 +141,7 @@ struct file_progress {
 // ends the operation as a failure would.
 using file_observer = std::function<void(const file_progress &)>;
 
-// As fsCalculateCheckSum.
+// As fsCalculateCheckSum, whose name its exceptions have.
 KELSTDMT_API int calculate_check_sum(const char *path, const file_observer &observer);
 
 }  // namespace kel

@@ -146,10 +146,13 @@ std::string nearest_node(std::string path) {
 void fsSetFileSize(const char *path, double size) {
     constexpr const char *function = "fsSetFileSize";
     const std::string checked = checked_path(path, function);
-    if (fshGetSize(checked.c_str()) == size && !fshIsDirectory(checked.c_str())) return;
+    const std::string host_path = btkHostPath(checked.c_str());
+    kel::system::node told;
+    const bool is_there = kel::system::query(host_path.c_str(), told);
+    const bool is_folder = (told.mode & kel::system::kind_bits) == kel::system::folder_kind;
+    if (is_there && !is_folder && static_cast<double>(told.size) == size) return;
     long long bytes;
-    if (!kel::detail::whole_bytes(size, bytes) || !set_size(btkHostPath(checked.c_str()), bytes))
-        throw_last(function, checked);
+    if (!kel::detail::whole_bytes(size, bytes) || !set_size(host_path, bytes)) throw_last(function, checked);
 }
 
 int fsCalculateCheckSum(const char *path) {
