@@ -9,6 +9,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <vector>
 
 #include <kelstdmt/declare.h>
@@ -26,8 +27,8 @@ public:
     virtual xstring getName();
 
 protected:
-    // Enters itself in the file's dictionary. The type is that of the record.
-    monParam(monFile *file, const char *name, long long slot, int type);
+    // Enters itself in the file's dictionary. Type and, for a string, size are those of the record.
+    monParam(monFile *file, const char *name, long long slot, int type, int size);
 
     // The bytes of the value as they are in the file: those of a number, and one byte of a bool. False when
     // the file ends before.
@@ -37,16 +38,17 @@ protected:
     xstring m_name;
     monFile *m_file;
     long long m_slot;  // bytes from the start of the file
+    int m_size;        // of a string, bytes at most
     bool m_reported = false;
 
 private:
     friend class monFile;
 
-    virtual xany GetAny() = 0;
-    // The same from two copies of the bytes at the slot; false when they do not give a value that is whole.
-    virtual bool FromBytes(const char *bytes, const char *again, long long count, xany &value) = 0;
-    virtual long long SlotSize() const noexcept = 0;
+    // The value, from two copies of what the file has at the slot; uninit when they do not give one that is
+    // whole.
+    virtual xany FromBytes(const char *bytes, const char *again, long long count) const = 0;
 
+    long long m_slot_size;
     int m_type;
     bool m_replaced = false;  // by a later record of the same name
 };
@@ -64,9 +66,7 @@ public:
 private:
     friend class monFile;
     using monParam::monParam;
-    xany GetAny() override;
-    bool FromBytes(const char *bytes, const char *again, long long count, xany &value) override;
-    long long SlotSize() const noexcept override;
+    xany FromBytes(const char *bytes, const char *again, long long count) const override;
 };
 
 KEL_DECLARE_STRUCT(monBoolParam)
@@ -79,9 +79,7 @@ public:
 private:
     friend class monFile;
     using monParam::monParam;
-    xany GetAny() override;
-    bool FromBytes(const char *bytes, const char *again, long long count, xany &value) override;
-    long long SlotSize() const noexcept override;
+    xany FromBytes(const char *bytes, const char *again, long long count) const override;
 };
 
 KEL_DECLARE_STRUCT(monRealParam)
@@ -94,9 +92,7 @@ public:
 private:
     friend class monFile;
     using monParam::monParam;
-    xany GetAny() override;
-    bool FromBytes(const char *bytes, const char *again, long long count, xany &value) override;
-    long long SlotSize() const noexcept override;
+    xany FromBytes(const char *bytes, const char *again, long long count) const override;
 };
 
 KEL_DECLARE_STRUCT(monStringParam)
@@ -111,15 +107,11 @@ public:
 
 private:
     friend class monFile;
-    monStringParam(monFile *file, const char *name, long long slot, int type, int size);
-    xany GetAny() override;
-    bool FromBytes(const char *bytes, const char *again, long long count, xany &value) override;
-    long long SlotSize() const noexcept override;
+    using monParam::monParam;
+    xany FromBytes(const char *bytes, const char *again, long long count) const override;
 
     enum class Look { Whole, CutOff, TooLong };
     Look LookAt(std::string &text);
-
-    int m_size;
 };
 
 KEL_DICTIONARY(monParamDict, monParam *)

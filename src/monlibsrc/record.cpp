@@ -14,14 +14,6 @@ void put(char *to, Unsigned value) noexcept {
         to[i] = static_cast<char>(value & 0xFF);
 }
 
-template <class Unsigned>
-Unsigned get(const char *from) noexcept {
-    Unsigned value = 0;
-    for (std::size_t i = 0; i < sizeof value; ++i)
-        value = static_cast<Unsigned>(value << 8 | static_cast<unsigned char>(from[i]));
-    return value;
-}
-
 }  // namespace
 
 void put_int(char *to, int value) noexcept {
@@ -30,13 +22,6 @@ void put_int(char *to, int value) noexcept {
 void put_real(char *to, double value) noexcept {
     put(to, std::bit_cast<std::uint64_t>(value));
 }
-int get_int(const char *from) noexcept {
-    return static_cast<int>(get<std::uint32_t>(from));
-}
-double get_real(const char *from) noexcept {
-    return std::bit_cast<double>(get<std::uint64_t>(from));
-}
-
 long long slot_bytes(int type, int size) noexcept {
     constexpr int fixed[] = {4, 4, 8, 4};
     return fixed[type] + (type == string_record ? static_cast<long long>(size) : 0);

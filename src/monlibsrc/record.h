@@ -3,6 +3,10 @@
 // is, and how long, is told by its head alone.
 #pragma once
 
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -17,8 +21,20 @@ constexpr unsigned longest_head = 4 + 4 + 4 + longest_name + 4;
 // Numbers, the most significant byte first.
 void put_int(char *to, int value) noexcept;
 void put_real(char *to, double value) noexcept;
-int get_int(const char *from) noexcept;
-double get_real(const char *from) noexcept;
+template <class Unsigned>
+inline Unsigned get_bytes(const char *from) noexcept {
+    Unsigned value;
+    std::memcpy(&value, from, sizeof value);
+    if constexpr (std::endian::native == std::endian::big) return value;
+    if constexpr (sizeof value == 4) return __builtin_bswap32(value);
+    return static_cast<Unsigned>(__builtin_bswap64(value));
+}
+inline int get_int(const char *from) noexcept {
+    return static_cast<int>(get_bytes<std::uint32_t>(from));
+}
+inline double get_real(const char *from) noexcept {
+    return std::bit_cast<double>(get_bytes<std::uint64_t>(from));
+}
 
 struct record_head {
     int type = 0;

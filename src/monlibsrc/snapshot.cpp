@@ -33,7 +33,7 @@ std::vector<xany> monFile::Values() {
         long long to = from;
         for (; next < m_in_order.size(); ++next) {
             const monParam &parameter = *m_in_order[next];
-            long long end = parameter.m_slot + std::min(parameter.SlotSize(), short_text);
+            long long end = parameter.m_slot + std::min(parameter.m_slot_size, short_text);
             if (parameter.m_slot < to || parameter.m_slot > to + widest_gap || end > from + block_size) break;
             to = end;
         }
@@ -44,60 +44,25 @@ std::vector<xany> monFile::Values() {
         for (std::size_t i = first; i < next; ++i) {
             monParam &parameter = *m_in_order[i];
             const long long at = parameter.m_slot - from;
-            xany &value = values.emplace_back();
-            if (at >= got || !parameter.FromBytes(bytes + at, again + at, got - at, value))
-                value = parameter.GetAny();
+            values.push_back(parameter.FromBytes(bytes + at, again + at, got - at));
+            if (values.back().isuninit()) values.back() = parameter.lookupfield("Value");
         }
     }
     return values;
 }
 
-xany monIntParam::GetAny() {
-    return getValue();
+xany monIntParam::FromBytes(const char *bytes, const char *again, long long count) const {
+    return count >= 4 && same(bytes, again, 4) ? xany(get_int(bytes)) : xany();
 }
-xany monBoolParam::GetAny() {
-    return getValue();
+xany monBoolParam::FromBytes(const char *bytes, const char *, long long count) const {
+    return count >= 4 ? xany(static_cast<xbool>(bytes[3])) : xany();
 }
-xany monRealParam::GetAny() {
-    return getValue();
+xany monRealParam::FromBytes(const char *bytes, const char *again, long long count) const {
+    return count >= 8 && same(bytes, again, 8) ? xany(get_real(bytes)) : xany();
 }
-xany monStringParam::GetAny() {
-    return getValue();
-}
-
-long long monIntParam::SlotSize() const noexcept {
-    return slot_bytes(integer_record, 0);
-}
-long long monBoolParam::SlotSize() const noexcept {
-    return slot_bytes(boolean_record, 0);
-}
-long long monRealParam::SlotSize() const noexcept {
-    return slot_bytes(real_record, 0);
-}
-long long monStringParam::SlotSize() const noexcept {
-    return slot_bytes(string_record, m_size);
-}
-
-bool monIntParam::FromBytes(const char *bytes, const char *again, long long count, xany &value) {
-    if (count < 4 || !same(bytes, again, 4)) return false;
-    value = get_int(bytes);
-    return true;
-}
-bool monBoolParam::FromBytes(const char *bytes, const char *, long long count, xany &value) {
-    if (count < 4) return false;
-    value = xany(static_cast<xbool>(bytes[3]));
-    return true;
-}
-bool monRealParam::FromBytes(const char *bytes, const char *again, long long count, xany &value) {
-    if (count < 8 || !same(bytes, again, 8)) return false;
-    value = xany(get_real(bytes));
-    return true;
-}
-bool monStringParam::FromBytes(const char *bytes, const char *again, long long count, xany &value) {
-    if (count < 4) return false;
-    int length = get_int(bytes);
-    if (length < 0 || length > m_size || length + 4LL > count) return false;
-    if (!same(bytes, again, 4 + static_cast<std::size_t>(length))) return false;
-    value = xany(std::string(bytes + 4, static_cast<std::size_t>(length)).c_str());
-    return true;
+xany monStringParam::FromBytes(const char *bytes, const char *again, long long count) const {
+    int length = count >= 4 ? get_int(bytes) : -1;
+    if (length < 0 || length > m_size || length + 4LL > count) return {};
+    auto size = static_cast<std::size_t>(length);
+    return same(bytes, again, 4 + size) ? xany(std::string(bytes + 4, size).c_str()) : xany();
 }

@@ -243,12 +243,8 @@ monParam *monFile::AddParameter(const char *name, long long slot, int type, int 
     monParam *before = nullptr;
     bool replaces = m_params.find(name, before);
     auto make = [&]<class Param>(Param *) -> monParam * {
-        return kel::construct_with<Param>([&](void *at) {
-            if constexpr (std::is_same_v<Param, monStringParam>)
-                return ::new (at) Param(this, name, slot, type, size);
-            else
-                return ::new (at) Param(this, name, slot, type);
-        });
+        return kel::construct_with<Param>(
+            [&](void *at) { return ::new (at) Param(this, name, slot, type, size); });
     };
     monParam *made = nullptr;
     switch (type) {
@@ -347,8 +343,13 @@ void monFile::WriteRecord(long long at, const std::string &bytes, long long end)
 
 // Values ---------------------------------------------------------------------------------------
 
-monParam::monParam(monFile *file, const char *name, long long slot, int type)
-    : m_name(name), m_file(file), m_slot(slot), m_type(type) {
+monParam::monParam(monFile *file, const char *name, long long slot, int type, int size)
+    : m_name(name),
+      m_file(file),
+      m_slot(slot),
+      m_size(size),
+      m_slot_size(slot_bytes(type, size)),
+      m_type(type) {
     file->m_params.set(name, this);
 }
 
@@ -423,13 +424,10 @@ double monRealParam::setValue(double value) {
     return value;
 }
 
-monStringParam::monStringParam(monFile *file, const char *name, long long slot, int type, int size)
-    : monParam(file, name, slot, type), m_size(size) {}
-
 // Length and, of most texts, all the rest come with one read.
 monStringParam::Look monStringParam::LookAt(std::string &text) {
     std::array<char, 4096> block;
-    auto count = static_cast<unsigned>(std::min<long long>(SlotSize(), block.size()));
+    auto count = static_cast<unsigned>(std::min<long long>(4LL + m_size, block.size()));
     unsigned got = m_file->m_stream->ReadAt(m_slot, block.data(), count);
     if (got < 4) return Look::CutOff;
     int length = get_int(block.data());

@@ -78,50 +78,32 @@ protected:
     std::string m_path = m_folder / "m";
 };
 
-TEST_F(Monitor, WritesTheFormat) {
+TEST_F(Monitor, WritesTheFormatAndReadersFollow) {
     Owned file = create(m_path);
-    std::string expected = header();
-    auto shows = [&](const std::string &more) {
-        expected += more;
-        EXPECT_EQ(get_file(m_path), expected);
-    };
-    shows("");
     Owned reader = open(m_path);  // before there is anything
+    std::string expected = header();
+    EXPECT_EQ(get_file(m_path), expected);
     monIntParam *count = file->Int("count");
-    shows(head(1, "count") + bytes_of(0));
+    EXPECT_EQ(get_file(m_path), expected += head(1, "count") + bytes_of(0));
     EXPECT_EQ(count->setValue(7), 7);
     expected.back() = 7;
     monStringParam *text = file->String("msg", 8);
-    shows(head(3, "msg") + bytes_of(8) + std::string(12, '\0'));
-    EXPECT_EQ(text_of(text->setValue("longer")), "longer");
+    EXPECT_EQ(get_file(m_path), expected += head(3, "msg") + bytes_of(8) + std::string(12, '\0'));
+    text->setValue("longer");
     EXPECT_EQ(text_of(text->setValue("hi")), "hi");
-    expected.replace(expected.size() - 12, 10, counted("hinger"));
-    expected[expected.size() - 9] = 2;
-    shows("");
-    file->Bool("on")->setValue(1);
-    shows(head(0, "on") + bytes_of(1));
-    file->Real("load")->setValue(-2.5);
-    shows(head(2, "load") + "\xC0\x04\0\0\0\0\0\0"s);
+    expected.replace(expected.size() - 12, 10, bytes_of(2) + "hinger");
+    EXPECT_EQ(get_file(m_path), expected);
 
     EXPECT_EQ(reader->Int("count")->getValue(), 7);
-    count->setValue(-2);
-    EXPECT_EQ(reader->Int("count")->getValue(), -2);
-    EXPECT_EQ(text_of(reader->String("msg", 99)->getValue()), "hi");
     EXPECT_EQ(reader->String("msg", 99)->getSize(), 8);
     EXPECT_EQ(reader->Bool("count"), nullptr);
-    EXPECT_EQ(reader->Int("msg"), nullptr);
-    EXPECT_EQ(names_of(*reader), (Texts{"count", "msg", "on", "load"}));
-    EXPECT_EQ(text_of(reader->getTitle()), "Status");
-
     std::unique_ptr<ioStringStream> printed(ioStringStream::Create());
     reader->print(printed.get());
-    const std::string text_printed = text_of(printed->getStr());
-    for (const char *piece : {"monlib::File\n", "Title: \"Status\"", "Params: monlib::ParamDict",
-                              "monlib::IntParam", "monlib::BoolParam", "monlib::RealParam",
-                              "monlib::StringParam\n     {\n      Name: \"msg\";\n      Value: \"hi\";\n"
-                              "      Size: 8;"})
-        EXPECT_NE(text_printed.find(piece), std::string::npos) << piece << " is not in " << text_printed;
-    EXPECT_FALSE(reader->isrefcountable());
+    EXPECT_EQ(text_of(printed->getStr()),
+              "monlib::File\n {\n  Title: \"Status\";\n  Params: monlib::ParamDict\n   {\n"
+              "    msg: monlib::StringParam\n     {\n      Name: \"msg\";\n      Value: \"hi\";\n"
+              "      Size: 8;\n     };\n    count: monlib::IntParam\n     {\n      Name: \"count\";\n"
+              "      Value: 7;\n     };\n   };\n }");
     EXPECT_EQ(reports, Texts());
 }
 
@@ -132,11 +114,8 @@ TEST_F(Monitor, RefusesWhatTheFileCannotHold) {
     EXPECT_FALSE(kel::is_text(text->setValue("four").Str()));
     EXPECT_EQ(file->Int(std::string(1024, 'n').c_str()), nullptr);
     EXPECT_EQ(file->String("negative", -1), nullptr);
-    EXPECT_EQ(file->String("endless", INT_MAX), nullptr);
-    EXPECT_EQ(reports,
-              (Texts{"monStringParam::setValue: Value too long", "monFile::WriteParamHead: Name too long",
-                     "monFile::String: Weird size", "monFile::String: Weird size"}));
-    EXPECT_EQ(file->Int(nullptr), nullptr);
+    EXPECT_EQ(reports, (Texts{"monStringParam::setValue: Value too long",
+                              "monFile::WriteParamHead: Name too long", "monFile::String: Weird size"}));
     EXPECT_EQ(file->Int(xstrNullStr), nullptr);
     EXPECT_EQ(get_file(m_path), before);
     EXPECT_NE(file->Int(std::string(1023, 'n').c_str()), nullptr);
@@ -177,15 +156,8 @@ TEST_F(Monitor, KeepsNoPartOfARecordOnAFullDisk) {
 TEST_F(Monitor, ReportsDamageOnceAndKeepsWhatIsWhole) {
     const std::string good = head(1, "good") + bytes_of(5), after = head(1, "after") + bytes_of(6);
     const std::string type = "Weird parameter type", length = "monFile::UpdateCache: Weird length";
-    const struct {
-        std::string record, report;
-    } damages[] = {{bytes_of(4) + bytes_of(0) + counted("x") + bytes_of(0), type},
-                   {bytes_of(-1) + std::string(40, '\0'), type},
-                   {head(1, std::string(1024, 'n')) + bytes_of(0), length},
-                   {bytes_of(1) + bytes_of(0) + bytes_of(-5) + "names" + bytes_of(0), length},
-                   {head(3, "s") + bytes_of(-4) + bytes_of(0), length},
-                   {head(3, "s") + bytes_of(INT_MAX) + bytes_of(0), length}};
-    for (const auto &[record, report] : damages) {
+    for (const auto &[record, report] :
+         {std::pair(bytes_of(4) + std::string(40, '\0'), type), {head(3, "s") + bytes_of(-4), length}}) {
         reports.clear();
         put_file(m_path, header() + good + record + after);
         Owned file = open_read_only(m_path);
@@ -194,14 +166,12 @@ TEST_F(Monitor, ReportsDamageOnceAndKeepsWhatIsWhole) {
         EXPECT_EQ(file->Int("good")->getValue(), 5);
         EXPECT_EQ(reports, Texts{report});
     }
-    for (const std::string &bytes : {""s, bytes_of(0), bytes_of(1) + counted("x"), bytes_of(0) + bytes_of(-1),
-                                     bytes_of(0) + bytes_of(7) + "Status"}) {
+    for (const std::string &bytes : {""s, bytes_of(1) + counted("x"), bytes_of(0) + bytes_of(7) + "Status"}) {
         put_file(m_path, bytes);
         Error_SetLast(0);
         EXPECT_EQ(open(m_path), nullptr);
         EXPECT_EQ(Error_GetLast(), 13);
     }
-    EXPECT_NE((put_file(m_path, bytes_of(-1) + counted("x")), open(m_path)), nullptr);
 
     reports.clear();
     put_file(m_path, header() + head(3, "s") + bytes_of(4) + bytes_of(5) + "texty" + good + good);
