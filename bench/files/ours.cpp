@@ -43,8 +43,8 @@ public:
     long long read_all() {
         m_file->Refresh();
         long long sum = 0;
-        for (monParam *parameter : m_file->Parameters())
-            sum += static_cast<monIntParam *>(parameter)->getValue();
+        for (const xany &value : m_file->Values())
+            sum += static_cast<int>(value);
         return sum;
     }
 
