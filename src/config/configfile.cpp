@@ -122,21 +122,20 @@ ovkConfigFile::~ovkConfigFile() {
 
 bool ovkConfigFile::Open(const char *file_name, OpenMode mode) {
     const bool written = Close();
-    m_file_name = kel::is_text(file_name) ? xstring(file_name) : xstring();
     m_modified = false;
     m_mode = mode;
     if (!written) return false;
-    auto file = std::make_unique<lockFileBuf>();
     const int access = mode == ReadOnly ? lockFileBuf::In : lockFileBuf::In | lockFileBuf::Out;
-    if (file->Open(m_file_name, access)) return false;
     try {
-        if (!Load(*file)) return false;
+        m_file_name = kel::is_text(file_name) ? xstring(file_name) : xstring();
+        auto file = std::make_unique<lockFileBuf>();
+        if (file->Open(m_file_name, access) || !Load(*file)) return false;
+        m_file = std::move(file);
+        return true;
     } catch (const std::exception &) {
         DeleteNodes();
         return refuse(no_memory);
     }
-    m_file = std::move(file);
-    return true;
 }
 
 bool ovkConfigFile::Load(lockFileBuf &file) {
