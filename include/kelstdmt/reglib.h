@@ -6,9 +6,16 @@
 // on misuse.
 //
 // It is stored as folders and files that `ls` and `cat` show: doc/registry.md. A write appears whole or not
-// at all, to other processes and after a crash. Keys are meant for one thread at a time.
+// at all, to other processes and after a crash. One key is for one thread at a time; different keys, also
+// copies of one, may be used by different threads.
+//
+// What answers false or the null string leaves the last error: 2 there is none, 5 access denied, 6 the key is
+// closed, 13 the file is none of a value, 33 others held the lock for five seconds, 87 a value that cannot be
+// kept, 112 disk full, 123 no name, 145 there are keys below it, 206 name too long (250 bytes for a value,
+// 255 for each component of a key), 223 value too large (16 MiB), 1018 the key was deleted.
 #pragma once
 
+#include <concepts>
 #include <string>
 #include <vector>
 
@@ -32,17 +39,20 @@ public:
     ovkRegistryKey &operator=(const ovkRegistryKey &from) noexcept;
     ~ovkRegistryKey();
 
-    // Both close this key first unless the subkey is not valid. Create opens a key that exists.
+    // Both close this key first unless the subkey is not valid. Create opens a key that exists, and makes
+    // what is missing above it too. The parent may be this key. An empty subkey is the parent once more; a
+    // separator at the end is accepted, an empty component is not.
     bool Create(const ovkRegistryKey &parent, const char *subkey);
     bool Open(const ovkRegistryKey &parent, const char *subkey);
     void Close();
     bool IsOpened() const noexcept { return m_record != nullptr; }
 
+    // False on a closed key, and for a null pointer or marker.
     bool IsKeyValid(const char *key) const;
     bool IsNameValid(const char *name) const;
 
     bool DeleteSubkey(const char *name);  // false for one that has subkeys; its values go with it
-    // The name may be empty: the key's default value. A null value is the name itself.
+    // The name may be empty: the key's default value. A null pointer or marker as value is the name itself.
     bool SetValue(const char *name, const char *value);
     xstring GetValue(const char *name) const;  // the null string for none, and for one that is no text
     bool DeleteValue(const char *name);
@@ -55,10 +65,15 @@ private:
     kel::detail::registry_record *m_record = nullptr;
 };
 
+// A tree of settings, and the rules for its keys; it must outlive the keys below it.
 class KELSTDMT_API ovkRegistry {
 public:
+    // The user's own settings, and those of the machine, which everybody reads and their owner writes.
     enum Type : int { UserKind, SystemKind };
 
+    // Keys are split at the separator; neither they nor names have one of the forbidden characters, nor one
+    // of
+    // "./\\", which the store cannot keep. Another type than these two gives a registry whose root is closed.
     ovkRegistry(Type type, char separator, const char *forbidden);
     ~ovkRegistry();
     ovkRegistry(const ovkRegistry &) = delete;
@@ -68,8 +83,10 @@ public:
     static ovkRegistry *System();
     static ovkRegistry *User();
 
+    // They count, and do nothing else; both answer true.
     bool Open();
     bool Close();
+    // Its folder is looked for whenever it is used: the environment says where it lies.
     const ovkRegistryKey &Root() const noexcept { return m_root; }
 
 private:
@@ -84,7 +101,7 @@ private:
 };
 
 // Every operation but Close throws regXKeyClosed on a closed key and regXNameInvalid for a name that is none;
-// new keys belong to the caller.
+// new keys belong to the caller, who deletes them.
 KEL_DECLARE_STRUCT(regKey)
 class KELSTDMT_API regKey : public xobject {
     KEL_CLASS(regKey, xobject)
@@ -95,12 +112,19 @@ public:
     virtual regKey *OpenSubkey(const char *name);    // null on failure
     virtual bool DeleteSubkey(const char *name);
     virtual void Close();
-    // Stored as text; a refused write throws regXAccess.
+    // Stored as text, in every locale the same: a number with at most 6 significant digits, "true" or
+    // "false". A write that fails throws regXAccess; the last error tells why.
     virtual void SetValue(const char *name, double value);
     virtual void SetValue(const char *name, unsigned char value);
     virtual void SetValue(const char *name, int value);
     virtual void SetValue(const char *name, const char *value);
-    // Without a text value: the null string and the nil values of each type.
+    // A bool, which would be an int otherwise.
+    template <std::same_as<bool> Bool>
+    void SetValue(const char *name, Bool value) {
+        SetValue(name, static_cast<unsigned char>(value));
+    }
+    // Without a text value: the null string and the nil values of each type. A text that begins with no
+    // number is 0, one that is neither "true" nor "false" is nil.
     virtual xstring GetStringValue(const char *name);
     virtual int GetIntValue(const char *name);
     virtual double GetRealValue(const char *name);
@@ -148,16 +172,18 @@ namespace kel {
 
 struct registry_value {
     std::string name;  // empty: the default value
-    int type;          // 1 is text
+    int type = 1;      // text; what others mean is up to who sets them, from 0 on
     std::string bytes;
 };
 
-// In ascending order of the names. False, with the last error set, when the key cannot be read.
+// In ascending order of the names, which are told in lower case; what is no key or value is left out. False
+// when the key cannot be read. A tree that was never written to is empty.
 KELSTDMT_API bool registry_subkeys(const ovkRegistryKey &key, std::vector<std::string> &names);
 KELSTDMT_API bool registry_values(const ovkRegistryKey &key, std::vector<registry_value> &values);
-// A value of any type. False, with the last error set, when there is none or the name is none.
+// A value of any type. False when there is none.
 KELSTDMT_API bool get_registry_value(const ovkRegistryKey &key, const char *name, registry_value &value);
-// False, with the last error set, when the value cannot be written.
+// It takes the place of a value of any type. False when it cannot be written; 87 for a negative type, and for
+// a text with a NUL.
 KELSTDMT_API bool set_registry_value(const ovkRegistryKey &key, const registry_value &value);
 
 }  // namespace kel

@@ -211,9 +211,18 @@ static bool look_around(const ovkRegistryKey &key, Work work) {
     return reason == not_found || reason == no_folder;
 }
 
+// Others may have put into the tree what this registry calls no name.
+static void keep_valid(const ovkRegistryKey &key, std::vector<std::string> &names) {
+    std::erase_if(names, [&](const std::string &name) { return !key.IsNameValid(name.c_str()); });
+}
+
 bool registry_subkeys(const ovkRegistryKey &key, std::vector<std::string> &names) {
     names.clear();
-    return look_around(key, [&](const registry_folder &folder) { return folder.list_folders(names); });
+    return look_around(key, [&](const registry_folder &folder) {
+        const bool listed = folder.list_folders(names);
+        keep_valid(key, names);
+        return listed;
+    });
 }
 
 bool registry_values(const ovkRegistryKey &key, std::vector<registry_value> &values) {
@@ -221,6 +230,7 @@ bool registry_values(const ovkRegistryKey &key, std::vector<registry_value> &val
     return look_around(key, [&](const registry_folder &folder) {
         std::vector<std::string> names;
         if (!folder.list_values(names)) return false;
+        keep_valid(key, names);
         system::registry_content content;
         for (std::string &name : names) {
             if (folder.read(name, content))

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <climits>
 #include <clocale>
@@ -153,7 +154,9 @@ TEST_F(Registry, ValuesAreFilesThatCanBeReadAndMadeByHand) {
         put(m_user / "software/orv" / (std::string(name) + ".data"), bytes);
     put(m_user / "software/orv/UPPER.text", "no value");
     put(m_user / "software/orv/a.b.text", "no value");
+    put(m_user / "software/orv/a?.text", "no value");
     fs::create_directory(m_user / "software/orv/Upper");
+    fs::create_directory(m_user / "software/orv/a?");
     EXPECT_EQ(read(key, "port") + read(key, "cut") + read(key, "upper"), "8080abnone");
     std::vector<kel::registry_value> values;
     ASSERT_TRUE(kel::registry_values(key, values));
@@ -162,6 +165,7 @@ TEST_F(Registry, ValuesAreFilesThatCanBeReadAndMadeByHand) {
         told.push_back(value.name + "=" + std::to_string(value.type) + value.bytes);
     EXPECT_EQ(told, (Names{"=1text again", "a b-ö=1ü", "blob=1counts", "cut=1ab", "empty=1", "itself=1Itself",
                            "lines=1a\n\nb\n", "port=18080"}));
+    EXPECT_TRUE(kel::registry_subkeys(key, told) && told.empty());
     kel::registry_value value;
     EXPECT_FALSE(kel::get_registry_value(key, "bad1", value));
     EXPECT_EQ(Error_GetLast(), 13);
@@ -280,6 +284,8 @@ TEST_F(Registry, ObjectsWithTypedValues) {
         key->SetValue("int", number);
         EXPECT_EQ(key->GetIntValue("INT"), number);
     }
+    key->SetValue("bool", true);
+    EXPECT_EQ(key->GetBoolValue("bool"), 1);
     for (unsigned char truth : {xbool{0}, xbool{1}, xbool{200}}) {
         key->SetValue("bool", truth);
         EXPECT_EQ(key->GetBoolValue("bool"), truth != 0);
@@ -457,13 +463,17 @@ TEST_F(Registry, RandomOperationsBesideAModel) {
 // Writers that come and go, on one key and also in one process, and readers that must find whole values.
 TEST_F(Registry, SeveralWritersOnOneKey) {
     ovkRegistryKey key = create("key");
-    ASSERT_TRUE(key.SetValue("shared", told_text(1).c_str()));
+    ASSERT_TRUE(key.SetValue("shared", told_text(1).c_str()) &&
+                key.SetValue("turning", told_text(1).c_str()));
+    std::atomic<bool> done = false;
     const auto write = [&](unsigned seed) {
         std::mt19937 random(seed);
         ovkRegistryKey own, temporary;
         EXPECT_TRUE(own.Open(ovkRegistry::User()->Root(), "key"));
         for (int i = 0; i < 100; ++i) {
             EXPECT_TRUE(own.SetValue("shared", told_text(random() % 20000).c_str())) << Error_GetLast();
+            const int type = static_cast<int>(random() % 3);
+            EXPECT_TRUE(kel::set_registry_value(own, {"turning", type, told_text(random() % 9000)}));
             EXPECT_TRUE(own.SetValue(("own" + std::to_string(seed)).c_str(), told_text(seed).c_str()));
             if (i % 10 == 0 && temporary.Create(own, "temporary\\below")) temporary.SetValue("v", "1");
             if (temporary.Open(own, "temporary")) temporary.DeleteSubkey("below");
@@ -475,10 +485,19 @@ TEST_F(Registry, SeveralWritersOnOneKey) {
     for (unsigned seed = 10; seed < 13; ++seed)
         writers.push_back(in_child([&] { write(seed); }));
     std::thread first([&] { write(20); }), second([&] { write(21); });
-    first.join();
-    second.join();
-    for (pid_t writer : writers)
-        EXPECT_EQ(exit_code(writer), 0);
+    // Among them one that turns a value from text to data and back: there always is one.
+    std::thread last([&] {
+        first.join();
+        second.join();
+        for (pid_t writer : writers)
+            EXPECT_EQ(exit_code(writer), 0);
+        done = true;
+    });
+    for (int i = 0; !done; ++i) {
+        kel::registry_value turning;
+        EXPECT_TRUE(kel::get_registry_value(key, "turning", turning) && is_whole(turning.bytes)) << i;
+    }
+    last.join();
     for (unsigned seed : {10u, 11u, 12u, 20u, 21u})
         EXPECT_EQ(read(key, ("own" + std::to_string(seed)).c_str()), told_text(seed));
     key.DeleteSubkey("temporary");
