@@ -15,7 +15,7 @@ namespace host = kel::system;
 namespace {
 
 constexpr const char *function = "fsExpandPattern";
-constexpr int no_such_file = 2, no_such_folder = 3, no_folder = 267;
+constexpr int no_such_file = 2, no_such_folder = 3, no_folder = 267, circle_of_links = 1921;
 
 using path_list = std::vector<std::string>;
 
@@ -34,9 +34,10 @@ bool is_no_folder(const std::string &path) {
     return !query(path, told) || (told.mode & host::kind_bits) != host::folder_kind;
 }
 
-// Files, and folders that vanish meanwhile, have nothing below them.
+// Files, links that lead nowhere, and folders that vanish meanwhile have nothing below them.
 bool has_nothing_below(int last_error) {
-    return last_error == no_such_file || last_error == no_such_folder || last_error == no_folder;
+    return last_error == no_such_file || last_error == no_such_folder || last_error == no_folder ||
+           last_error == circle_of_links;
 }
 
 class expansion {
@@ -45,10 +46,13 @@ public:
 
     const path_list &paths() const { return m_paths; }
 
-    // Goes on with those that exist.
+    // Goes on with those that exist. One that is too long matters where all of it that fits exists.
     void descend(std::string_view components) {
-        for (std::string &path : m_paths)
-            path = detail::joined_path(path, components, function);
+        for (std::string &path : m_paths) {
+            path = detail::joined(path, components);
+            if (path.size() > fsMaxPath && !is_missing(path.substr(0, path.rfind('\\', fsMaxPath))))
+                detail::throw_invalid_path(function, path);
+        }
         std::erase_if(m_paths, is_missing);
     }
 

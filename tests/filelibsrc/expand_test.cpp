@@ -106,6 +106,8 @@ TEST_F(Expand, TellsWhatItCannotGoOnWith) {
                   std::string("filelib::XInvalidPath fsExpandPattern ") + path);
     EXPECT_EQ(failure([] { expanded("c\\*"); }), "filelib::XDoesNotExist fsExpandPattern c");
     EXPECT_EQ(expanded("none\\*"), texts()) << "what does not exist has no matches";
+    fs::create_symlink("circle", "circle");
+    EXPECT_EQ(expanded("c*\\*"), texts());
     // A name that cannot be told matters only when it matches.
     fs::create_directory("abc/back\\slash");
     EXPECT_EQ(expanded("abc\\c*"), texts{"abc\\c"});
@@ -115,8 +117,10 @@ TEST_F(Expand, TellsWhatItCannotGoOnWith) {
     const std::string name(120, 'n');
     fs::create_directories(name + "/" + name + "/" + name);
     EXPECT_EQ(expanded("n*\\n*"), texts{name + '\\' + name});
-    EXPECT_EQ(failure([] { expanded("n*\\n*\\n*"); }),
-              "filelib::XInvalidPath fsExpandPattern " + name + '\\' + name + '\\' + name);
+    for (const std::string &last : {std::string("n*"), name})
+        EXPECT_EQ(failure([&] { expanded("n*\\n*\\" + last); }),
+                  "filelib::XInvalidPath fsExpandPattern " + name + '\\' + name + '\\' + name);
+    EXPECT_EQ(expanded("n*\\n*\\none\\" + name), texts()) << "does not exist before it is too long";
     if (::geteuid() == 0) return;
     fs::permissions("abc/x y", fs::perms::none);
     EXPECT_EQ(failure([] { expanded("abc\\x*\\*"); }), "filelib::XNoPermission fsExpandPattern abc\\x y");
