@@ -45,7 +45,8 @@ enum fsFilePosition : int { fsFromStart, fsFromCurrent, fsFromEnd };
 enum fsIOStatus : int { fsIODone, fsIOEnd, fsIOFailed };
 
 // An open file, read and written without a buffer: each call is one of the system. Failures set the last
-// error; 6 stands for a file that is not open. For one thread at a time.
+// error: 6 for a file that is not open, 5 for one that is open for the other direction. For one thread at a
+// time.
 //
 // As long as a file is open for writing here, it is not opened a second time, and one that is open for
 // reading is not opened for writing: error 32. That holds between programs that use this class or
@@ -72,7 +73,8 @@ public:
 
 private:
     bool m_opened = false;
-    bool m_plain = false;  // neither a device nor a FIFO
+    bool m_writes = false;  // otherwise reads
+    bool m_plain = false;   // neither a device nor a FIFO
     int m_handle = -1;
 };
 

@@ -25,7 +25,7 @@ using kel::system::open_file;
 
 namespace {
 
-constexpr int wrong_argument = 87, file_exists = 80;
+constexpr int file_exists = 80, wrong_argument = 87, not_supported = 50;
 
 // Size -------------------------------------------------------------------------------------------
 
@@ -36,8 +36,12 @@ bool set_size(const std::string &host_path, long long size) {
     }
     open_file opened = kel::system::open_to_write(host_path.c_str(), file_demand::stored);
     if (!opened.file) return false;
+    if (!opened.is_plain()) {  // a disk would be written over
+        Error_SetLast(not_supported);
+        return false;
+    }
     const int file = opened.file.get();
-    if (opened.is_plain() && !kel::system::take_share(file, true)) return false;
+    if (!kel::system::take_share(file, true)) return false;
     const bool is_set = opened.told.size < size ? kel::system::grow_file(file, opened.told.size, size)
                                                 : File_Truncate(file, size);
     kel::system::give_back_share(file);

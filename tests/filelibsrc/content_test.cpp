@@ -1,5 +1,7 @@
 // Files as a whole: fsiFile beside a text in memory, sizes beside the disk, checksums beside a plain loop.
 #include <fcntl.h>
+#include <linux/loop.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -68,7 +70,9 @@ TEST_F(Content, IsReadAndWrittenWhereOneStands) {
     EXPECT_EQ(file.Read(read.data(), static_cast<unsigned>(read.size()), &got), fsIODone);
     EXPECT_TRUE(read.substr(0, got) == model);
     EXPECT_EQ(file.Read(read.data(), 1, &got), fsIOEnd);
-    EXPECT_EQ(file.Write("x", 1, &got), fsIOFailed);
+    for (unsigned count : {0U, 1U})
+        EXPECT_TRUE(file.Write("x", count, &got) == fsIOFailed && Error_GetLast() == 5);
+    EXPECT_TRUE(!file.Truncate(0) && Error_GetLast() == 5);
     EXPECT_FALSE(file.Seek(fsFromStart, -1));
     EXPECT_FALSE(file.Seek(fsFromStart, std::nan("")) || file.Seek(fsFromStart, 1e126));
     // Beyond 4 GiB.
@@ -168,6 +172,33 @@ TEST_F(Content, GetsItsSize) {
     ::setrlimit(RLIMIT_FSIZE, &before);
     EXPECT_EQ(failed, "filelib::XOther fsSetFileSize " + native + "f");
     EXPECT_EQ(get("f"), ten);
+}
+
+// A disk whose content is the file, or "" where this user cannot have one. It goes with the last descriptor.
+std::string disk_of(int file, int &held) {
+    const int control = ::open("/dev/loop-control", O_RDWR | O_CLOEXEC);
+    const std::string path = "/dev/loop" + std::to_string(::ioctl(control, LOOP_CTL_GET_FREE));
+    ::close(control);
+    held = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+    loop_config config{};
+    config.fd = static_cast<unsigned>(file);
+    config.info.lo_flags = LO_FLAGS_AUTOCLEAR;
+    return ::ioctl(held, LOOP_CONFIGURE, &config) == 0 ? path : "";
+}
+
+TEST_F(Content, OfADiskIsNotWrittenOver) {
+    const std::string bytes(66048, 'd');
+    const int file = ::open(put("image", bytes).c_str(), O_RDWR | O_CLOEXEC);
+    int held = -1;
+    const std::string disk = disk_of(file, held);
+    if (!disk.empty()) {
+        EXPECT_EQ(failure([&] { fsSetFileSize(disk.c_str(), 8192); }).find("filelib::XOther"), 0U);
+        EXPECT_EQ(Error_GetLast(), 50);
+        EXPECT_EQ(fsCalculateCheckSum(disk.c_str()), 0x2000000);
+    }
+    ::close(held);
+    ::close(file);
+    EXPECT_TRUE(get("image") == bytes);
 }
 
 // As it is told, byte by byte.
