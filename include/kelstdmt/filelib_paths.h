@@ -16,8 +16,8 @@ constexpr int fsMaxPath = 259;  // bytes, without the terminator
 KELSTDMT_API bool fsIsPathAbsolute(const char *path);  // false for no text
 // head, a backslash and tail. A tail that is absolute or on another host, and no text, is an fsXInvalidPath.
 KELSTDMT_API xstring fsCatPaths(const char *head, const char *tail);
-// Without an address the path as it is. A path that has one already is an fsXInvalidPath, and so is an
-// address that could not be taken off again, since it holds "::" or ends in a colon.
+// Without an address the path as it is. No path, and one that has an address already, are an fsXInvalidPath,
+// and so is an address that could not be taken off again, since it holds "::" or ends in a colon.
 KELSTDMT_API xstring fsMkRemPath(const char *address, const char *path);
 KELSTDMT_API xstring fsGetAddress(const char *path);    // the null string when the path has none
 KELSTDMT_API xstring fsGetLocalPath(const char *path);  // the path as it is when it has no address
