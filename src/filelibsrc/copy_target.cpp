@@ -1,0 +1,136 @@
+// Making beside, and putting into place.
+#include "filelibsrc/copy_target.h"
+
+#include <cstdio>
+#include <string_view>
+#include <utility>
+
+#include "filelibsrc/remove.h"
+
+namespace kel::detail {
+
+using system::links;
+using system::outcome;
+using system::owned_descriptor;
+
+namespace {
+
+constexpr std::string_view ending = ".kel-copy";
+constexpr std::size_t longest_stem = 200;  // bytes; with the rest it stays a name for any file system
+constexpr int attempts = 16;
+constexpr unsigned maker_alone = 0700;
+
+std::string hidden_by_chance() {
+    char name[40];
+    std::snprintf(name, sizeof name, ".%016llx%s", static_cast<unsigned long long>(btkRandomSeed()),
+                  ending.data());
+    return name;
+}
+
+std::string hidden_name_of(std::string_view name) {
+    return std::string(".").append(name.substr(0, longest_stem)).append(ending);
+}
+
+// `make` gets a name that nobody has chosen before.
+template <class Make>
+outcome make_hidden(std::string &name, Make make) {
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+        std::string chosen = hidden_by_chance();
+        const outcome result = make(chosen.c_str());
+        if (result == outcome::done) name = std::move(chosen);
+        if (result != outcome::exists) return result;
+    }
+    return outcome::exists;
+}
+
+}  // namespace
+
+new_entry::~new_entry() {
+    if (m_hidden.empty()) return;
+    const int reason = Error_GetLast();
+    tree_path path(m_path);
+    tree_removal().remove(m_folder, m_hidden.c_str(), path);
+    Error_SetLast(reason);
+}
+
+outcome new_entry::make_file(bool may_be_unnamed) {
+    if (may_be_unnamed && system::make_unnamed(m_folder, m_made) == outcome::done) return outcome::done;
+    return make_hidden(m_hidden, [&](const char *name) { return system::make_file(m_folder, name, m_made); });
+}
+
+outcome new_entry::make_link(const char *text) {
+    return make_hidden(m_hidden, [&](const char *name) { return system::make_link(text, m_folder, name); });
+}
+
+outcome new_entry::make_folder() {
+    m_is_folder = true;
+    m_hidden = hidden_name_of(m_name);
+    outcome result = system::make_folder(m_folder, m_hidden.c_str(), maker_alone);
+    if (result == outcome::done || result == outcome::exists)
+        if (take_over(result == outcome::done)) return outcome::done;
+    m_hidden.clear();  // nothing of ours, or another copy is at work there
+    if (result != outcome::done && result != outcome::exists) return result;
+    result = make_hidden(m_hidden,
+                         [&](const char *name) { return system::make_folder(m_folder, name, maker_alone); });
+    if (result != outcome::done) return result;
+    return system::open_folder(m_folder, m_hidden.c_str(), links::seen, m_made);
+}
+
+// The lock is worth something only if the name still leads to what is locked: its maker may have put it into
+// place in the meantime.
+bool new_entry::take_over(bool is_new) {
+    const char *name = m_hidden.c_str();
+    if (system::open_folder(m_folder, name, links::seen, m_made) != outcome::done) return false;
+    const outcome lock = system::hold(m_made.get());
+    if (lock == outcome::unsupported && is_new) return true;  // then nobody takes over anything here
+    system::status held, named;
+    bool is_ours = lock == outcome::done && system::look(m_made.get(), held) == outcome::done &&
+                   system::is_mine(held) &&
+                   system::look(m_folder, name, links::seen, named) == outcome::done && named.who == held.who;
+    if (is_ours && !is_new) {
+        owned_descriptor listed;
+        tree_path path(m_path);
+        is_ours = system::open_folder(m_made.get(), ".", links::seen, listed) == outcome::done &&
+                  tree_removal().empty(std::move(listed), path) == fsErrSuccess;
+    }
+    if (!is_ours) m_made.reset();
+    return is_ours;
+}
+
+outcome new_entry::put(putting way) {
+    if (!m_hidden.empty() && !m_is_folder && m_made) {
+        const outcome closed = system::close_written(std::move(m_made));
+        if (closed != outcome::done) return closed;
+    }
+    if (m_hidden.empty()) {
+        const auto give_name = [&](const char *name) {
+            return system::give_name(m_made.get(), m_folder, name);
+        };
+        const outcome named = way == putting::anew ? give_name(m_name) : make_hidden(m_hidden, give_name);
+        m_cannot_be_named = named == outcome::unsupported;
+        if (named != outcome::done || way == putting::anew) return named;
+    }
+    if (way == putting::instead) return system::exchange(m_folder, m_hidden.c_str(), m_name);
+    const outcome result = way == putting::anew
+                               ? system::rename_new(m_folder, m_hidden.c_str(), m_folder, m_name)
+                               : system::rename_over(m_folder, m_hidden.c_str(), m_name);
+    if (result == outcome::done) m_hidden.clear();
+    return result;
+}
+
+fsErrorCode new_entry::remove_old(std::string &culprit) {
+    tree_path path(m_path);
+    const fsErrorCode code = tree_removal().remove(m_folder, m_hidden.c_str(), path);
+    if (code == fsErrSuccess) {
+        m_hidden.clear();
+        return code;
+    }
+    // What is left of it gets its name back, where it can be seen.
+    const int reason = Error_GetLast();
+    culprit = path.text();
+    system::exchange(m_folder, m_hidden.c_str(), m_name);
+    Error_SetLast(reason);
+    return code;
+}
+
+}  // namespace kel::detail

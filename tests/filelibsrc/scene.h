@@ -1,0 +1,70 @@
+// A folder of its own for each test, and what stands in a tree as a map that can be compared.
+#pragma once
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <string>
+
+class scene {
+public:
+    scene() : root("/tmp/kel-trees-XXXXXX") {
+        const char *folder = std::getenv("TMPDIR");
+        if (folder && *folder) root = std::string(folder) + "/kel-trees-XXXXXX";
+        if (!::mkdtemp(root.data())) throw std::runtime_error("no folder for the test");
+    }
+    ~scene() {
+        std::error_code ignored;
+        std::filesystem::remove_all(root, ignored);
+    }
+    scene(const scene &) = delete;
+    scene &operator=(const scene &) = delete;
+
+    std::string at(const std::string &name) const { return root + "/" + name; }
+    void folder(const std::string &name) const { std::filesystem::create_directories(at(name)); }
+    void file(const std::string &name, const std::string &content) const {
+        std::filesystem::create_directories(std::filesystem::path(at(name)).parent_path());
+        std::ofstream(at(name), std::ios::binary) << content;
+    }
+    void link(const std::string &text, const std::string &name) const {
+        std::filesystem::create_symlink(text, at(name));
+    }
+
+    std::string root;
+};
+
+inline std::string content_of(const std::string &path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// Each entry below a folder by its path there: "folder MODE", "link TEXT", "file MODE TIME CONTENT", "other".
+inline std::map<std::string, std::string> snapshot(const std::string &folder) {
+    namespace fs = std::filesystem;
+    std::map<std::string, std::string> found;
+    if (!fs::exists(fs::symlink_status(folder))) return found;
+    auto tell = [&](const fs::path &path) {
+        struct stat node {};
+        ::lstat(path.c_str(), &node);
+        const std::string mode = std::to_string(node.st_mode & 07777);
+        const std::string name = fs::path(path).lexically_relative(folder);
+        if (S_ISLNK(node.st_mode))
+            found[name] = "link " + fs::read_symlink(path).string();
+        else if (S_ISDIR(node.st_mode))
+            found[name] = "folder " + mode;
+        else if (S_ISREG(node.st_mode))
+            found[name] = "file " + mode + " " + std::to_string(node.st_mtim.tv_sec) + "." +
+                          std::to_string(node.st_mtim.tv_nsec) + " " + content_of(path);
+        else
+            found[name] = "other";
+    };
+    tell(folder);
+    if (!fs::is_directory(fs::symlink_status(folder))) return found;
+    for (const fs::directory_entry &entry : fs::recursive_directory_iterator(folder))
+        tell(entry.path());
+    return found;
+}
