@@ -22,10 +22,6 @@ std::string Now() {
     return std::string(tmTime::TimeToString(now.get(), "%Y-%m-%d %H:%M:%S"));
 }
 
-std::string Size(double bytes) {
-    return Counted(bytes) + " bytes";
-}
-
 // Prints how long a step took.
 class Clock {
 public:
@@ -109,9 +105,9 @@ void Steps(const Job &job, const std::string &record, Progress &progress) {
     const Clock counting;
     progress.Begin("counting", 0, 0);
     const Tree tree = ListTree(job.from);
-    std::cout << "2. Counted " << Shown(job.from) << ": " << Counted(tree.files) << " files, "
-              << Counted(tree.folders) << " folders, " << Counted(tree.links) << " links, "
-              << Size(tree.bytes) << " (" << counting << ')' << std::endl;
+    std::cout << "2. Counted " << Shown(job.from) << ": " << Counted(tree.files, "file") << ", "
+              << Counted(tree.folders, "folder") << ", " << Counted(tree.links, "link") << ", "
+              << Counted(tree.bytes, "byte") << " (" << counting << ')' << std::endl;
     Edit(record, {{"State", "copying since " + Now()}});
 
     const Clock copying;
@@ -135,8 +131,8 @@ void Steps(const Job &job, const std::string &record, Progress &progress) {
     const std::string time = Now();
     const std::string edited = Edit(record, {{"From", Shown(job.from)},
                                              {"To", Shown(job.to)},
-                                             {"Files", Counted(tree.files)},
-                                             {"Bytes", Counted(tree.bytes)},
+                                             {"Copied", Counted(tree.files, "file")},
+                                             {"Size", Counted(tree.bytes, "byte")},
                                              {"State", "complete since " + time}});
     std::cout << "5. Edited " << Shown(record) << "\n" << edited << std::flush;
     settings.Keep(time);
@@ -172,7 +168,8 @@ std::string WhatHappened() {
         std::string text(kel::is_text(error.description()) ? error.description() : error.type_name());
         if (!failure) return text;
         if (kel::is_text(failure->getPath())) text += ": " + Shown(failure->getPath().Str());
-        return text + ": " + last_error;
+        // The others say all that there is to say.
+        return error.is<fsXIOError>() || error.is<fsXOther>() ? text + ": " + last_error : text;
     } catch (const std::exception &error) {
         return error.what();
     }

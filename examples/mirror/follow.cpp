@@ -51,7 +51,7 @@ void Print(const Values &values) {
     std::cout << values.phase;
     if (values.all_files > 0)
         std::cout << ": " << 10 * values.Tenths() << "%, " << Counted(values.files) << " of "
-                  << Counted(values.all_files) << " files";
+                  << Counted(values.all_files, "file");
     if (!values.file.empty()) std::cout << ", at " << Shown(values.file);
     std::cout << std::endl;
 }
@@ -68,7 +68,7 @@ bool Follow(const std::string &path, int patience) {
         if (!file) file.reset(fshIsFile(path.c_str()) ? monFile::OpenReadOnly(path.c_str()) : nullptr);
         const Values now = file ? Read(*file) : Values();
         if (now != seen) changed = tmTime::RealTime();
-        if (!now.phase.empty() && (now.phase != shown.phase || now.Tenths() != shown.Tenths())) {
+        if (!now.phase.empty() && (now.phase != shown.phase || now.Tenths() > shown.Tenths())) {
             Print(now);
             shown = now;
         }

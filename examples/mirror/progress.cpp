@@ -16,14 +16,15 @@ Progress::Progress(const std::string &path) {
     m_failure = m_file->String(published::failure, published::failure_size);
     m_ended = m_file->Bool(published::ended);
     m_phase = m_file->String(published::phase, published::phase_size);
+    m_ended->setValue(false);
+    Begin("starting", 0, 0);
 }
 
 void Progress::Begin(const char *phase, double all_files, double all_bytes) {
-    m_phase->setValue(phase);
-    m_files->setValue(0);
-    m_bytes->setValue(0);
+    Reach("", 0, 0);
     m_all_files->setValue(static_cast<int>(all_files));
     m_all_bytes->setValue(all_bytes);
+    m_phase->setValue(phase);  // from here on the numbers are its own
 }
 
 void Progress::Reach(const std::string &file, double files, double bytes) {
@@ -42,6 +43,9 @@ std::string Counted(double number) {
     for (std::size_t at = digits.size(); at > 3;)
         digits.insert(at -= 3, 1, ',');
     return digits;
+}
+std::string Counted(double number, const char *unit) {
+    return Counted(number) + ' ' + unit + (number == 1 ? "" : "s");
 }
 
 std::string Shown(const std::string &path) {

@@ -44,7 +44,8 @@ private:
 // neither made the file nor changed it for so many seconds.
 bool Follow(const std::string &path, int patience);
 
-// 1234567 as "1,234,567".
+// As "1,234,567", and with its unit as "1 file" and "2 files".
 std::string Counted(double number);
+std::string Counted(double number, const char *unit);
 // The host's form, which the reader knows from the command line.
 std::string Shown(const std::string &path);

@@ -81,6 +81,6 @@ std::string Difference(const Tree &tree, const std::string &from, const std::str
         files += node.kind == Node::file;
         bytes += node.size;
     }
-    progress.Reach(to, files, bytes);
+    progress.Reach("", files, bytes);
     return "";
 }

@@ -108,7 +108,7 @@ TEST_F(mirror_test, CopiesWhileAnotherFollows) {
     EXPECT_EQ(Compare(), 0);
     const std::string record = Contents(Path("state/mirror.conf"));
     EXPECT_NE(record.find("State:complete since "), std::string::npos) << record;
-    EXPECT_NE(record.find("Files:5\n"), std::string::npos) << record;
+    EXPECT_NE(record.find("Copied:5 files\n"), std::string::npos) << record;
 
     // Again, onto what is there. The settings are files of the registry, which the user may write.
     ExpectWords(Copy(), 1, {"mirror: File exists", "/to"});
@@ -119,7 +119,7 @@ TEST_F(mirror_test, CopiesWhileAnotherFollows) {
     Write("from/new", 5);
     Write("to/old", 5);
     ExpectWords(Copy("--replace"), 0,
-                {"links are left out", "This is run 2, the last was on", "Files: 6 (was 5)"});
+                {"links are left out", "This is run 2, the last was on", "Copied: 6 files (was 5 files)"});
     EXPECT_FALSE(fs::is_symlink(Path("to/link")) || fs::exists(Path("to/old")));
     EXPECT_EQ(Contents(key / "runs.text"), "2\n");
     ExpectWords(Copy("--merge"), 0, {"This is run 3"});
