@@ -22,7 +22,7 @@ class KELSTDMT_API fsNodeInfo : public xobject {
     KEL_CLASS(fsNodeInfo, xobject)
 public:
     fsNodeInfo() = default;
-    fsNodeInfo(const fsNodeInfo &from);
+    fsNodeInfo(const fsNodeInfo &from) = default;
 
     // False, with the last error set, when the node cannot be asked; what was known before stays.
     bool Initialize(const char *path);
@@ -30,13 +30,13 @@ public:
     fsNodeType getType() const;  // fsFile, and a size and time of 0, before the first success
     tmTime *getModTime() const;  // whole seconds; a new one that the caller owns
     double getSize() const;      // bytes
-    // The time of modification as a part of this object, which stays its owner: what the descriptor reads.
-    xauto<tmTime> &ModTime() { return m_modified; }
+    // The same for the descriptor: whoever reads the field holds the time.
+    xrchandle<tmTime> ModTime() const { return getModTime(); }
 
 private:
     bool m_initialized = false;
     unsigned m_mode = 0;
-    xauto<tmTime> m_modified{0L};
+    double m_modified = 0;
     double m_size = 0;
 };
 

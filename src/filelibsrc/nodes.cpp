@@ -47,19 +47,12 @@ tmTime *new_time(double seconds) {
 
 }  // namespace
 
-fsNodeInfo::fsNodeInfo(const fsNodeInfo &from)
-    : xobject(from),
-      m_initialized(from.m_initialized),
-      m_mode(from.m_mode),
-      m_modified(from.m_modified),
-      m_size(from.m_size) {}
-
 bool fsNodeInfo::Initialize(const char *path) {
     kel::system::node told;
     m_initialized = ask(path, told);
     if (!m_initialized) return false;
     m_mode = told.mode;
-    m_modified.setAbsTime(static_cast<double>(told.modified));
+    m_modified = static_cast<double>(told.modified);
     m_size = static_cast<double>(told.size);
     return true;
 }
@@ -69,7 +62,7 @@ fsNodeType fsNodeInfo::getType() const {
 }
 
 tmTime *fsNodeInfo::getModTime() const {
-    return kel::construct<tmTime>(m_modified);
+    return new_time(m_modified);
 }
 
 double fsNodeInfo::getSize() const {

@@ -53,6 +53,8 @@ TEST_F(Nodes, AreToldAsTheirTargets) {
         EXPECT_TRUE(info->getType() == type && fshGetNodeType(path.c_str()) == type);
         EXPECT_TRUE(fshIsDirectory(path.c_str()) != fshIsFile(path.c_str()) && fshExists(path.c_str()));
         EXPECT_TRUE(fshIsFile(path.c_str()) == (type == fsFile) && !fshIsSoftLink(path.c_str()));
+        const xany held = fsGetNodeInfo(path.c_str())->lookupfield("ModTime");  // without its node
+        EXPECT_EQ(tmTime::cast(held)->getAbsTime(), time);
         EXPECT_EQ(info->lookupfield("Size").getreal(), size);
         EXPECT_EQ(kel::printed(info->lookupfield("Type")).str(), type == fsFile ? "fsFile" : "fsDirectory");
     }
