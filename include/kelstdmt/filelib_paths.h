@@ -41,10 +41,10 @@ KELSTDMT_API xstring fsIntersectPaths(const char *a, const char *b);
 
 // The existing paths that match a path with wildcards in any component: `*` is any run of bytes, `?` one
 // byte, all else itself, with case. Folder by folder in the order of the file system; components without
-// wildcards stay as they are written. A pattern that ends in a separator gives folders alone, without it.
-// What is written out in front of a wildcard and exists must be a folder; a folder that cannot be listed
-// throws, and a match that cannot be told (a backslash in its name, too long) throws fsXInvalidName,
-// fsXInvalidPath.
+// wildcards stay as they are written; a name such as "a:b" in the current folder is told as ".\a:b". A
+// pattern that ends in a separator gives folders alone, without it. What is written out in front of a
+// wildcard and exists must be a folder; a folder that cannot be listed throws, and a match that cannot be
+// told (a backslash in its name, too long) throws fsXInvalidName, fsXInvalidPath.
 KELSTDMT_API xrchandle<xstringsequence> fsExpandPattern(const char *pattern);
 
 // HOMEDRIVE (at most 3 bytes) and HOMEPATH (at most 255) when either is set; one that is missing, empty or

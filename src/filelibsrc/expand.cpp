@@ -85,7 +85,9 @@ private:
             if ((is_leaf && only_folders) || !detail::matches_wildcard(entry.view(), component)) continue;
             if (entry.view().find('\\') != std::string_view::npos)  // would be two names
                 fsThrow(fsErrInvalidName, function, detail::joined(path, entry.view()).c_str());
-            next.push_back(detail::joined_path(path, entry.view(), function));
+            // A bare "a:b" would lead to another drive.
+            const bool is_drive = path.empty() && detail::drive_length(entry.view()) > 0;
+            next.push_back(detail::joined_path(is_drive ? "." : path, entry.view(), function));
         }
         if (step == host::listing_step::failed) detail::throw_last(function, directory);
     }

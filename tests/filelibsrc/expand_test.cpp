@@ -113,6 +113,9 @@ TEST_F(Expand, TellsWhatItCannotGoOnWith) {
     EXPECT_EQ(expanded("abc\\c*"), texts{"abc\\c"});
     EXPECT_EQ(failure([] { expanded("abc\\b*"); }), "filelib::XInvalidName fsExpandPattern abc\\back\\slash");
     EXPECT_EQ(failure([] { expanded("*\\*\\c"); }), "filelib::XInvalidName fsExpandPattern abc\\back\\slash");
+    for (const char *name : {"c:c", "C:"})  // neither the file c nor the current folder
+        std::ofstream(name) << "";
+    EXPECT_EQ(expanded("?:*"), (texts{".\\C:", ".\\c:c"}));
     // Matches too deep to be told, while the pattern is short.
     const std::string name(120, 'n');
     fs::create_directories(name + "/" + name + "/" + name);
