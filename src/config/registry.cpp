@@ -201,14 +201,17 @@ namespace kel {
 template <class Work>
 static bool look_around(const ovkRegistryKey &key, Work work) {
     const registry_record *record = detail::registry_access::record(key);
+    const int before = Error_GetLast();
     bool found = false;
     const bool done = with_folder(record, false, [&](const registry_folder &folder) {
         found = true;
         return work(folder);
     });
-    if (done || found || !record || !record->tree) return done;
     const int reason = Error_GetLast();
-    return reason == not_found || reason == no_folder;
+    const bool untouched =
+        !done && !found && record && record->tree && (reason == not_found || reason == no_folder);
+    if (done || untouched) Error_SetLast(before);
+    return done || untouched;
 }
 
 // Others may have put into the tree what this registry calls no name.

@@ -70,7 +70,7 @@ private:
     int at() const noexcept { return m_folder ? m_folder.get() : m_root->folder.get(); }
     bool is_deleted() const noexcept;
     bool failed(int system_error) const noexcept;
-    bool walk(const registry_folder &parent, const std::vector<std::string_view> &names, bool make);
+    int walk(const registry_folder &parent, const std::vector<std::string_view> &names, bool make);
     owned_descriptor stage(std::string_view bytes, bool with_name) const;
     bool put_in_place(owned_descriptor staged, std::string_view bytes, const char *name) const;
     template <class Take>

@@ -37,9 +37,11 @@ constexpr bool is_hidden(std::string_view entry) noexcept {
     return entry.starts_with('.');
 }
 
-// What the file of a value has besides, at most; and in place of an errno, that a file is none of a value.
+// What the file of a value has besides, at most.
 constexpr std::size_t longest_addition = 24;
-constexpr int no_value = -1;
+
+// In place of an errno: a file is none of a value, a name is none and the last error tells why.
+constexpr int no_value = -1, refused = -2;
 
 // In every locale the same: only the 26 letters have a case.
 constexpr char folded(char byte) noexcept {
@@ -50,8 +52,8 @@ bool refuse(int number) noexcept {
     Error_SetLast(number);
     return false;
 }
-constexpr int not_found = 2, bad_data = 13, bad_argument = 87, bad_name = 123, not_empty = 145,
-              name_too_long = 206, too_large = 223, key_deleted = 1018;
+constexpr int bad_data = 13, bad_argument = 87, bad_name = 123, not_empty = 145, name_too_long = 206,
+              too_large = 223, key_deleted = 1018;
 
 // The name of an entry: a name of a key or value in lower case, and an ending.
 class entry_name {
@@ -163,6 +165,7 @@ bool registry_folder::is_deleted() const noexcept {
 
 // A deleted key looks like one that has nothing in it.
 bool registry_folder::failed(int system_error) const noexcept {
+    if (system_error == refused) return false;
     if (system_error == no_value) return refuse(bad_data);
     if (system_error == ENOENT && is_deleted()) return refuse(key_deleted);
     Error_SetLastFromSystem(system_error);
@@ -171,15 +174,16 @@ bool registry_folder::failed(int system_error) const noexcept {
 
 // Keys -----------------------------------------------------------------------------------------
 
-bool registry_folder::walk(const registry_folder &parent, const std::vector<std::string_view> &names,
-                           bool make) {
+int registry_folder::walk(const registry_folder &parent, const std::vector<std::string_view> &names,
+                          bool make) {
     const mode_t mode = folder_mode(*parent.m_root);
     owned_descriptor here(names.empty() ? open_key(parent.at(), ".") : -1);
-    if (names.empty() && (!here || parent.is_deleted())) return parent.failed(here ? ENOENT : errno);
+    if (names.empty() && !here) return errno;
+    if (names.empty() && parent.is_deleted()) return ENOENT;
     for (std::string_view name : names) {
         const int above = here ? here.get() : parent.at();
         entry_name entry;
-        if (!entry.set(name, "")) return false;
+        if (!entry.set(name, "")) return refused;
         int fd = open_key(above, entry.text());
         if (fd < 0 && errno == ENOENT && make &&
             (::mkdirat(above, entry.text(), mode) == 0 || errno == EEXIST)) {
@@ -188,21 +192,23 @@ bool registry_folder::walk(const registry_folder &parent, const std::vector<std:
             if (made) give_mode(made.get(), mode);
             fd = open_key(above, entry.text());
         }
-        if (fd < 0) return parent.failed(errno);
+        if (fd < 0) return errno;
         here.reset(fd);
     }
     m_folder = std::move(here);
     m_root = parent.m_root;
-    return true;
+    return 0;
 }
 
 // Under the lock nobody deletes what was just found. What is there already needs no lock.
 bool registry_folder::open(const registry_folder &parent, const std::vector<std::string_view> &names,
                            bool make) {
-    if (walk(parent, names, false)) return true;
-    if (!make || Error_GetLast() != not_found) return false;
-    registry_lock lock;
-    return lock.take(*parent.m_root) ? walk(parent, names, true) : parent.failed(errno);
+    int error = walk(parent, names, false);
+    if (error == ENOENT && make) {
+        registry_lock lock;
+        error = lock.take(*parent.m_root) ? walk(parent, names, true) : errno;
+    }
+    return error == 0 || parent.failed(error);
 }
 
 bool registry_folder::remove_folder(std::string_view name) const {
@@ -261,25 +267,25 @@ int read_file(int folder, const char *name, std::string &bytes) {
 bool registry_folder::read_text(std::string_view name, std::string &text) const {
     entry_name entry;
     if (!entry.set_value(name, text_ending)) return false;
-    if (const int error = read_file(at(), entry.text(), text)) return failed(error);
-    cut_text(text);
-    return true;
+    const int error = read_file(at(), entry.text(), text);
+    if (error == 0) cut_text(text);
+    return error == 0 || failed(error);
 }
 
 // A value that changes from data to text while we look for one after the other is found in the next round.
 bool registry_folder::read(std::string_view name, registry_content &content) const {
-    entry_name data;
-    if (!data.set_value(name, data_ending)) return false;
+    entry_name text, data;
+    if (!text.set_value(name, text_ending) || !data.set_value(name, data_ending)) return false;
+    int error = ENOENT;
     constexpr int rounds = 3;
-    for (int round = 0; round < rounds; ++round) {
-        content.type = text_type;
-        if (read_text(name, content.bytes)) return true;
-        if (Error_GetLast() != not_found) return false;
-        const int error = read_file(at(), data.text(), content.bytes);
+    for (int round = 0; round < rounds && error == ENOENT; ++round) {
+        error = read_file(at(), text.text(), content.bytes);
+        if (error == 0) return cut_text(content.bytes), content.type = text_type, true;
+        if (error != ENOENT) break;
+        error = read_file(at(), data.text(), content.bytes);
         if (error == 0) return parse_data(content.bytes, content.type) || refuse(bad_data);
-        if (!failed(error) && Error_GetLast() != not_found) return false;
     }
-    return false;
+    return failed(error);
 }
 
 // A file with these bytes on the disk, which has no name yet, or, where the file system needs one, the hidden
