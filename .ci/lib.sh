@@ -36,7 +36,7 @@ need() {
 }
 
 need_to_build() {
-    local tools=(cmake ninja-build)
+    local tools=(cmake ninja-build libcli11-dev)  # the last for the program kel
     command -v "${CXX:-c++}" >/dev/null || tools+=(g++)
     command -v "${CC:-cc}" >/dev/null || tools+=(gcc)
     need "to build" "${tools[@]}"

@@ -15,8 +15,16 @@ prefix=$work/prefix
 libdir=$(dirname "$(find "$prefix" -name 'libkelstdmt.*' -print -quit)")
 
 stray=$(cd "$prefix" && find . -type f ! -path './include/kelstdmt/*.h' ! -name 'libkelstdmt.*' \
-    ! -path '*/cmake/kelstdmt/kelstdmt*.cmake' ! -path '*/pkgconfig/kelstdmt.pc')
+    ! -path '*/cmake/kelstdmt/kelstdmt*.cmake' ! -path '*/pkgconfig/kelstdmt.pc' \
+    ! -path ./bin/kel ! -path ./share/bash-completion/completions/kel)
 [[ -z $stray ]] || fail "installed but not foreseen: $stray"
+
+# The program finds the library where the tree lies now, and so does bash its completion.
+if [[ -e $prefix/bin/kel ]]; then
+    "$prefix/bin/kel" --version >/dev/null || fail "the installed kel does not run"
+    cmp "$prefix/share/bash-completion/completions/kel" <("$prefix/bin/kel" completion bash) ||
+        fail "the installed completion is not what kel prints"
+fi
 
 # A bare machine may have ninja alone.
 ! command -v ninja >/dev/null || export CMAKE_GENERATOR=Ninja

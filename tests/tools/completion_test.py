@@ -1,0 +1,57 @@
+"""The completion script, run by bash."""
+
+import subprocess
+
+from driving import KEL, KelCase, run
+
+# Completes the last word of a line, as bash would call the function.
+DRIVER = r"""
+set -u
+source <("$0" completion bash)
+COMP_WORDS=("$@") COMP_CWORD=$(($# - 1))
+COMP_WORDS[0]=$0
+_kel
+printf '%s\n' "${COMPREPLY[@]-}"
+"""
+
+
+class Completion(KelCase):
+    def complete(self, *words):
+        found = subprocess.run(["bash", "--norc", "-c", DRIVER, KEL, "kel", *words], capture_output=True, text=True,
+                               cwd=self.here, env=self.environment, timeout=120)
+        self.assertEqual(found.stderr, "", words)
+        return sorted(filter(None, found.stdout.split("\n")))
+
+    def test_words(self):
+        self.assertEqual(self.complete(""), ["completion", "conf", "cp", "mon", "reg", "sum"])
+        self.assertEqual(self.complete("co"), ["completion", "conf"])
+        self.assertEqual(self.complete("reg", ""), ["del", "export", "get", "import", "ls", "set"])
+        self.assertEqual(self.complete("reg", "ls", "--ma"), ["--machine"])
+        self.assertEqual(self.complete("cp", "a", "b", "--links", ""), ["expand", "ignore", "new"])
+        self.assertEqual(self.complete("cp", "--links", "=", "e"), ["expand"])
+        self.assertEqual(self.complete("mon", "set", "f", "n", "1", "--type", "re"), ["real"])
+        self.assertEqual(self.complete("mon", "watch", "-n", ""), [])
+        self.assertEqual(self.complete("nothing", ""), [])
+        for command in ([], ["reg"], ["reg", "import"], ["mon", "watch"]):
+            self.assertIn("--help", self.complete(*command, "-"))
+
+    def test_files(self):
+        for name in ("one file", "other"):
+            (self.here / name).touch()
+        for words in (["sum", "o"], ["sum", "a", "o"], ["cp", "a", "b", "o"], ["conf", "get", "--json", "o"],
+                      ["sum", "--", "o"], ["reg", "import", "--to", "k", "o"]):
+            self.assertEqual(self.complete(*words), ["one file", "other"], words)
+        self.assertEqual(self.complete("conf", "get", "f", "o"), [])
+
+    def test_keys(self):
+        for key in ("software/orv", "software/other one", "solo"):
+            self.run_kel("reg", "set", key, "v", "1")
+        self.run_kel("reg", "set", "--machine", "hers", "v", "1")
+        self.assertEqual(self.complete("reg", "ls", "so"), ["software/", "solo/"])
+        self.assertEqual(self.complete("reg", "get", "software/o"), ["software/orv/", "software/other one/"])
+        self.assertEqual(self.complete("reg", "ls", "--machine", ""), ["hers/"])
+        self.assertEqual(self.complete("reg", "import", "--to", "sol"), ["solo/"])
+
+
+if __name__ == "__main__":
+    run()

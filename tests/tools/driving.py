@@ -1,0 +1,46 @@
+"""Runs the built kel in a folder of its own, away from the caller's settings."""
+
+import base64
+import json
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+KEL = os.path.abspath(sys.argv.pop(1)) if len(sys.argv) > 1 else "kel"
+
+
+def exact(entry, name):
+    """The bytes of a member that holds any bytes."""
+    coded = entry.get(name + "_base64")
+    return base64.b64decode(coded, validate=True) if coded is not None else entry[name].encode()
+
+
+class KelCase(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory(prefix="kel-")
+        self.addCleanup(folder.cleanup)
+        self.here = pathlib.Path(folder.name)
+        self.environment = dict(os.environ, KELSTDMT_REGISTRY=str(self.here / "registry"), LC_ALL="C.UTF-8",
+                                TERM="xterm", LSAN_OPTIONS="exitcode=99", ASAN_OPTIONS="exitcode=99")
+
+    def run_kel(self, *arguments, code=0, input=b""):
+        """Standard output as bytes; checks the exit code, and that a failure is told on one line."""
+        done = subprocess.run([KEL, *map(os.fsencode, arguments)], input=input, capture_output=True, cwd=self.here,
+                              env=self.environment, timeout=120)
+        self.complaint = done.stderr.decode(errors="surrogateescape")
+        self.assertEqual(done.returncode, code, f"kel {arguments}: {done.stdout!r} {self.complaint}")
+        if code == 0:
+            self.assertEqual(self.complaint, "", f"kel {arguments}")
+        else:
+            self.assertRegex(self.complaint, r"\Akel[a-z ]*: .", f"kel {arguments}")
+        return done.stdout
+
+    def json_of(self, *arguments, code=0):
+        return json.loads(self.run_kel(*arguments, "--json", code=code).decode())
+
+
+def run():
+    unittest.main(verbosity=1)

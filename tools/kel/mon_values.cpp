@@ -1,0 +1,166 @@
+#include "mon_values.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include <kelstdmt/vumrt.h>
+#include <kelstdmt/xtypes.h>
+
+#include "command.h"
+#include "text.h"
+
+namespace tool {
+
+namespace {
+
+constexpr std::array<std::pair<MonitorType, const char *>, 4> type_names = {{{MonitorType::boolean, "bool"},
+                                                                             {MonitorType::integer, "int"},
+                                                                             {MonitorType::real, "real"},
+                                                                             {MonitorType::text, "string"}}};
+
+std::string BytesOf(const xstring &text) {
+    return kel::is_text(text) ? text.Str() : "";
+}
+
+unsigned char ToBoolean(const std::string &text) {
+    if (text == "true" || text == "1") return 1;
+    if (text == "false" || text == "0") return 0;
+    throw Failure("neither true nor false: " + Printable(text));
+}
+
+int ToWhole(const std::string &text) {
+    if (std::optional<int> number = ToInteger(text)) return *number;
+    throw Failure("no whole number of 32 bits: " + Printable(text));
+}
+
+double ToReal(const std::string &text) {
+    if (std::optional<double> number = ToNumber(text)) return *number;
+    throw Failure("no number: " + Printable(text));
+}
+
+std::unique_ptr<monFile> Opened(monFile *opened, const std::string &path) {
+    std::unique_ptr<monFile> file(opened);
+    // Without a last error, it is what the file holds.
+    if (!file) {
+        if (Error_GetLast()) throw LastErrorFailure("cannot open", path);
+        throw Failure("not a monitor file: " + Printable(path));
+    }
+    return file;
+}
+
+}  // namespace
+
+const char *NameOf(MonitorType type) {
+    return std::find_if(type_names.begin(), type_names.end(),
+                        [&](auto &known) { return known.first == type; })
+        ->second;
+}
+
+std::optional<MonitorType> TypeNamed(const std::string &name) {
+    for (auto [type, known] : type_names)
+        if (name == known) return type;
+    return std::nullopt;
+}
+
+MonitorType TypeOf(monParam &parameter) {
+    if (dynamic_cast<monBoolParam *>(&parameter)) return MonitorType::boolean;
+    if (dynamic_cast<monIntParam *>(&parameter)) return MonitorType::integer;
+    if (dynamic_cast<monRealParam *>(&parameter)) return MonitorType::real;
+    return MonitorType::text;
+}
+
+MonitorValue ValueOf(monParam &parameter) {
+    MonitorValue value{TypeOf(parameter), std::nullopt, std::nullopt};
+    auto number = [&value](auto found) {
+        if (!kel::is_nil(found) && !kel::is_uninit(found)) value.number = static_cast<double>(found);
+    };
+    switch (value.type) {
+        case MonitorType::boolean:
+            number(static_cast<monBoolParam &>(parameter).getValue());
+            break;
+        case MonitorType::integer:
+            number(static_cast<monIntParam &>(parameter).getValue());
+            break;
+        case MonitorType::real:
+            number(static_cast<monRealParam &>(parameter).getValue());
+            break;
+        case MonitorType::text:
+            xstring text = static_cast<monStringParam &>(parameter).getValue();
+            if (kel::is_text(text)) value.text = text.Str();
+    }
+    return value;
+}
+
+std::string ShownValue(const MonitorValue &value) {
+    if (value.text) return Printable(*value.text);
+    if (!value.number) return "nil";
+    if (value.type == MonitorType::boolean) return *value.number != 0 ? "true" : "false";
+    return value.type == MonitorType::integer ? std::to_string(static_cast<int>(*value.number))
+                                              : NumberText(*value.number);
+}
+
+void WriteValue(JsonWriter &json, const MonitorValue &value) {
+    json.Name("type").Text(NameOf(value.type));
+    if (value.text) {
+        json.Bytes("value", *value.text);
+        return;
+    }
+    json.Name("value");
+    if (!value.number) {
+        json.Null();
+    } else if (value.type == MonitorType::boolean) {
+        json.Boolean(*value.number != 0);
+    } else if (value.type == MonitorType::integer) {
+        json.Integer(static_cast<long long>(*value.number));
+    } else {
+        json.Real(*value.number);
+    }
+}
+
+void SetValue(monParam &parameter, const std::string &text) {
+    switch (TypeOf(parameter)) {
+        case MonitorType::boolean:
+            static_cast<monBoolParam &>(parameter).setValue(ToBoolean(text));
+            break;
+        case MonitorType::integer:
+            static_cast<monIntParam &>(parameter).setValue(ToWhole(text));
+            break;
+        case MonitorType::real:
+            static_cast<monRealParam &>(parameter).setValue(ToReal(text));
+            break;
+        case MonitorType::text:
+            auto &bounded = static_cast<monStringParam &>(parameter);
+            if (text.size() > static_cast<std::size_t>(std::max(bounded.getSize(), 0)))
+                throw Failure("longer than " + std::to_string(bounded.getSize()) +
+                              " bytes: " + Printable(text));
+            bounded.setValue(text.c_str());
+    }
+}
+
+std::string NameOf(monParam &parameter) {
+    return BytesOf(parameter.getName());
+}
+
+std::string TitleOf(const monFile &file) {
+    return BytesOf(file.getTitle());
+}
+
+std::unique_ptr<monFile> OpenForReading(const std::string &path) {
+    Error_SetLast(0);
+    return Opened(monFile::OpenReadOnly(path.c_str()), path);
+}
+
+std::unique_ptr<monFile> OpenForWriting(const std::string &path) {
+    Error_SetLast(0);
+    return Opened(monFile::Open(path.c_str()), path);
+}
+
+monParam *FindParameter(monFile &file, const std::string &name) {
+    monParam *found = nullptr;
+    for (monParam *parameter : file.Parameters())
+        if (NameOf(*parameter) == name) found = parameter;
+    return found;
+}
+
+}  // namespace tool

@@ -1,0 +1,146 @@
+// kel reg export and import: a key with all below it as one JSON document, byte for byte.
+//
+//     {"format": "kelstdmt registry 1", "key": "software\\orv", "keys": [
+//       {"key": "", "values": [
+//         {"name": "port", "type": 1, "value": "80"}
+//       ]},
+//       {"key": "server", "values": []}
+//     ]}
+//
+// The outer key is where it comes from, the inner ones are told from there. Names and values that are no
+// UTF-8 are in members NAME_base64 (json.h).
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <limits>
+#include <sstream>
+
+#include "json_reader.h"
+#include "registry.h"
+#include "text.h"
+
+namespace tool {
+
+namespace {
+
+constexpr std::string_view format_name = "kelstdmt registry 1";
+
+struct Export {
+    RegistryPlace place;
+};
+
+ExitCode Write(const Export &options) {
+    RegistryPlace place = options.place;
+    place.key = KeyText(place.key);
+    ListKey(place);  // fails before anything is written
+    JsonWriter json(std::cout);
+    json.BeginObject().Name("format").Text(format_name).Bytes("key", place.key).Name("keys").BeginArray();
+    WalkKeys(place, [&](const RegistryFolder &folder) {
+        std::string key =
+            folder.key == place.key ? "" : folder.key.substr(place.key.empty() ? 0 : place.key.size() + 1);
+        json.BeginObject().Bytes("key", key).Name("values");
+        WriteValues(json, folder.values);
+        json.EndObject();
+    });
+    json.EndArray().EndObject().EndDocument();
+    return done;
+}
+
+// import -----------------------------------------------------------------------------------------
+
+struct Import {
+    RegistryPlace place;
+    std::string file;
+    const CLI::Option *to = nullptr;
+};
+
+std::string ReadAll(const std::string &file) {
+    if (file.empty() || file == "-") return {std::istreambuf_iterator<char>(std::cin), {}};
+    std::ifstream in(file, std::ios::binary);
+    std::ostringstream bytes;
+    // An empty file sets the failure bit of the output, and is no JSON anyway.
+    if (!in || !(bytes << in.rdbuf()) || in.bad())
+        throw Failure("cannot read: " + Printable(file) +
+                      (errno ? std::string(": ") + std::strerror(errno) : ""));
+    return bytes.str();
+}
+
+std::string BytesOf(const JsonValue &object, const std::string &name) {
+    if (const JsonValue *coded = object.Member(name + "_base64")) {
+        const std::string *text = coded->As<std::string>();
+        std::optional<std::string> bytes = text ? FromBase64(*text) : std::nullopt;
+        if (!bytes) throw Failure(name + "_base64 is not base64");
+        return *bytes;
+    }
+    const JsonValue *member = object.Member(name);
+    const std::string *text = member ? member->As<std::string>() : nullptr;
+    if (!text) throw Failure("a text \"" + name + "\" is missing");
+    return *text;
+}
+
+const JsonArray &ArrayOf(const JsonValue &object, const char *name) {
+    const JsonValue *member = object.Member(name);
+    const JsonArray *array = member ? member->As<JsonArray>() : nullptr;
+    if (!array) throw Failure(std::string("a list \"") + name + "\" is missing");
+    return *array;
+}
+
+kel::registry_value ValueOf(const JsonValue &object) {
+    kel::registry_value value{BytesOf(object, "name"), registry_text, BytesOf(object, "value")};
+    if (const JsonValue *member = object.Member("type")) {
+        const double *type = member->As<double>();
+        if (!type || *type != std::floor(*type) || std::abs(*type) > std::numeric_limits<int>::max())
+            throw Failure("\"type\" is no whole number");
+        value.type = static_cast<int>(*type);
+    }
+    CheckValue(value);
+    return value;
+}
+
+// Everything is looked at before the first key is made.
+ExitCode Read(const Import &options) {
+    JsonValue document = ReadJson(ReadAll(options.file));
+    const JsonValue *format = document.Member("format");
+    if (!format || !format->As<std::string>() || *format->As<std::string>() != format_name)
+        throw Failure("not an export of the registry: \"format\" is not \"" + std::string(format_name) + '"');
+    RegistryPlace place = options.place;
+    std::string top = KeyText(options.to->count() ? place.key : BytesOf(document, "key"));
+    std::vector<RegistryFolder> folders;
+    for (const JsonValue &entry : ArrayOf(document, "keys")) {
+        RegistryFolder folder{JoinedKey(top, KeyText(BytesOf(entry, "key"))), {}, {}};
+        CheckKey(folder.key);
+        for (const JsonValue &value : ArrayOf(entry, "values"))
+            folder.values.push_back(ValueOf(value));
+        folders.push_back(std::move(folder));
+    }
+    for (const RegistryFolder &folder : folders) {
+        place.key = folder.key;
+        ovkRegistryKey key = folder.key.empty() ? RegistryRoot(place) : CreateKey(place);
+        for (const kel::registry_value &value : folder.values)
+            SetRegistryValue(key, folder.key, value);
+    }
+    return done;
+}
+
+}  // namespace
+
+void AddTransfer(CLI::App &group) {
+    {
+        auto [line, options] = AddCommand(group, "export", "Write a key and all below it as JSON", Write);
+        AddArgument(line, "KEY", options.place.key, "The key; without it, the root");
+        AddLayer(line, options.place);
+    }
+    {
+        auto [line, options] = AddCommand(group, "import", "Set what an export holds", Read);
+        AddArgument(line, "FILE", options.file, "The export; without it, or with -, standard input");
+        options.to = AddArgument(line, "--to", options.place.key, "Another key than the export's own")
+                         ->type_name("KEY");
+        AddLayer(line, options.place);
+        line.footer("Values that the export does not name stay as they are.");
+    }
+}
+
+}  // namespace tool
