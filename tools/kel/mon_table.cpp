@@ -42,7 +42,7 @@ std::string HistoryLine(const History &history, bool utf8) {
     return line;
 }
 
-std::vector<std::string> MonitorTable(const std::vector<MonitorRow> &rows, std::size_t columns,
+std::vector<std::string> MonitorTable(std::span<const MonitorRow> rows, std::size_t columns,
                                       MonitorWidths &widest) {
     bool limited = columns != unlimited_columns;
     bool histories = std::any_of(rows.begin(), rows.end(), [](const MonitorRow &row) { return row.history; });

@@ -4,6 +4,7 @@
 
 #include <deque>
 #include <limits>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -31,7 +32,7 @@ struct MonitorWidths {
 };
 
 // A header and a line for each row, in this many columns at most.
-std::vector<std::string> MonitorTable(const std::vector<MonitorRow> &rows, std::size_t columns,
+std::vector<std::string> MonitorTable(std::span<const MonitorRow> rows, std::size_t columns,
                                       MonitorWidths &widest);
 
 }  // namespace tool

@@ -85,12 +85,14 @@ public:
         m_page = size.rows > 4 ? size.rows - 4 : 1;  // without title, header, status and the line above it
         m_rows = watched.Rows().size();
         m_first = std::min(m_first, m_rows > m_page ? m_rows - m_page : 0);
-        std::string frame = "\033[H" + Line(Head(watched, size.columns), size.columns);
-        std::vector<std::string> table = MonitorTable(watched.Rows(), size.columns, m_widest);
-        if (size.rows > 2) frame += Line(table[0], size.columns);
         std::size_t last = std::min(m_rows, m_first + m_page);
-        for (std::size_t i = m_first; i < last; ++i)
-            frame += Line(table[i + 1], size.columns);
+        std::vector<std::string> lines =
+            MonitorTable(std::span(watched.Rows()).subspan(m_first, last - m_first), size.columns, m_widest);
+        lines.insert(lines.begin(), Head(watched, size.columns));
+        lines.resize(std::min(lines.size(), size.rows - 1));  // the last row is the status
+        std::string frame = "\033[H";
+        for (const std::string &line : lines)
+            frame += Fitted(line, std::min(size.columns, Width(line))) + "\033[K\r\n";
         frame +=
             "\033[J\033[" + std::to_string(size.rows) + ";1H" + Fitted(Foot(watched, last), size.columns - 1);
         return screen.Write(frame);
@@ -133,9 +135,6 @@ public:
     }
 
 private:
-    static std::string Line(std::string_view text, std::size_t columns) {
-        return Fitted(text, std::min(columns, Width(text))) + "\033[K\r\n";
-    }
     std::string Head(const Watched &watched, std::size_t columns) const {
         std::string every = "every " + NumberText(m_options.interval) + " s   " + Now();
         std::string title = watched.Title() + "   " + Printable(m_options.file);
