@@ -2,16 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
-#include <iostream>
 #include <iterator>
-#include <mutex>
-
-#include <kelstdmt/filelib_exceptions.h>
-#include <kelstdmt/vumrt.h>
-#include <kelstdmt/xtypes.h>
-
-#include "progress.h"
-#include "text.h"
 
 namespace tool {
 
@@ -29,31 +20,7 @@ struct {
     Action action;
 } chosen;
 
-struct {
-    std::mutex lock;
-    bool kept = false, any = false;
-    std::vector<std::string> messages;
-} reports;
-
-void Report(const char *message, const char *, int) {
-    std::string text = message ? message : "internal error";
-    std::lock_guard held(reports.lock);
-    reports.any = true;
-    if (reports.kept) {
-        reports.messages.push_back(std::move(text));
-    } else {
-        Complain(text);
-    }
-}
-
 }  // namespace
-
-Failure LastErrorFailure(std::string_view what, std::string_view path) {
-    std::string text(what);
-    if (!path.empty()) text += ": " + Printable(path);
-    if (int error = Error_GetLast()) text += std::string(": ") + Error_GetText(error);
-    return Failure(text);
-}
 
 Group::Group(const char *of_name, const char *of_description, Maker of_maker)
     : name(of_name), description(of_description), maker(of_maker) {
@@ -77,7 +44,7 @@ const Action &ChosenAction() {
     return chosen.action;
 }
 
-std::string ChosenCommand() {
+std::string CommandName() {
     std::string names;
     for (const CLI::App *app = chosen.command; app; app = app->get_parent())
         names.insert(0, app->get_name() + (names.empty() ? "" : " "));
@@ -136,50 +103,6 @@ CLI::Option *AddArguments(CLI::App &line, const char *name, std::vector<std::str
 
 CLI::Option *AddJson(CLI::App &line, bool &json) {
     return line.add_flag("--json", json, "Print JSON for programs");
-}
-
-void Complain(std::string_view text) {
-    Progress::WipeAll();
-    std::cout.flush();
-    std::cerr << ChosenCommand() << ": " << text << std::endl;
-}
-
-void ListenToReports() {
-    btkSetAbortHandler(Report);
-}
-
-Reports::Reports() {
-    std::lock_guard held(reports.lock);
-    reports.kept = true;
-}
-
-Reports::~Reports() {
-    std::lock_guard held(reports.lock);
-    reports.kept = false;
-    reports.messages.clear();
-}
-
-std::vector<std::string> Reports::Take() {
-    std::lock_guard held(reports.lock);
-    return std::exchange(reports.messages, {});
-}
-
-bool AnythingReported() {
-    std::lock_guard held(reports.lock);
-    return reports.any;
-}
-
-std::string Explained(const kel::caught &error) {
-    int last_error = Error_GetLast();
-    xstring description = error.description();
-    std::string text = kel::is_text(description) ? description.Str() : "";
-    if (text.empty()) text = error.type_name();
-    if (const fsXException *file_error = error.as<fsXException>()) {
-        bool vague = error.is<fsXOther>() || error.is<fsXIOError>();
-        if (kel::is_text(file_error->getPath())) text += ": " + PrintablePath(file_error->getPath());
-        if (vague && last_error) text += std::string(": ") + Error_GetText(last_error);
-    }
-    return text;
 }
 
 }  // namespace tool

@@ -12,29 +12,12 @@
 #include <CLI/Formatter.hpp>
 #include <functional>
 #include <memory>
-#include <stdexcept>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include <kelstdmt/kel.h>
+#include "failure.h"
 
 namespace tool {
-
-enum ExitCode : int { done = 0, failed = 1, wrong_usage = 2 };
-
-// The reason why a command ends with `failed`: one line, shown behind the command's name.
-class Failure : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-// A command line that is wrong in a way that only the command can tell: `wrong_usage`.
-class Misuse : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-// "WHAT: PATH: why", with the library's last error for the reason.
-Failure LastErrorFailure(std::string_view what, std::string_view path);
 
 class Group {
 public:
@@ -52,7 +35,6 @@ const std::vector<const Group *> &Groups();  // in the order of their names
 using Action = std::function<ExitCode()>;
 void SetAction(CLI::App &command, Action action);
 const Action &ChosenAction();
-std::string ChosenCommand();  // "kel reg ls"
 const CLI::App &WholeProgram();
 
 // Adds a command, whose options are read into an object of its own:
@@ -89,24 +71,5 @@ CLI::Option *AddArgument(CLI::App &line, const char *name, std::string &value, c
 CLI::Option *AddArguments(CLI::App &line, const char *name, std::vector<std::string> &values,
                           const char *description);
 CLI::Option *AddJson(CLI::App &line, bool &json);
-
-// Complains on standard error, "kel COMMAND: TEXT", and goes on.
-void Complain(std::string_view text);
-// From now on what the library reports as an internal error is a complaint as well; or kept, while Reports
-// lives.
-void ListenToReports();
-class Reports {
-public:
-    Reports();
-    ~Reports();
-    Reports(const Reports &) = delete;
-    Reports &operator=(const Reports &) = delete;
-
-    std::vector<std::string> Take();  // those since the last call
-};
-bool AnythingReported();
-
-// An exception of the framework as one line: what it says, the path that it concerns, the reason.
-std::string Explained(const kel::caught &error);
 
 }  // namespace tool

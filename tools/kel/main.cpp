@@ -73,7 +73,7 @@ ExitCode Run() {
     } catch (const Failure &failure) {
         Complain(failure.what());
     } catch (const Misuse &mistake) {
-        return Misused(ChosenCommand(), mistake.what());
+        return Misused(CommandName(), mistake.what());
     } catch (const Progress::Interrupted &) {
         Complain("interrupted");
         Interruption::Die(Interruption::Signal());

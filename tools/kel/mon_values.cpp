@@ -7,7 +7,7 @@
 #include <kelstdmt/vumrt.h>
 #include <kelstdmt/xtypes.h>
 
-#include "command.h"
+#include "failure.h"
 #include "text.h"
 
 namespace tool {

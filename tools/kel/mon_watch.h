@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "command.h"
+#include "failure.h"
 
 namespace tool {
 

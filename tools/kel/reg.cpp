@@ -3,10 +3,15 @@
 #include <iostream>
 #include <iterator>
 
-#include "registry.h"
+#include "reg_commands.h"
 #include "text.h"
 
 namespace tool {
+
+void AddLayer(CLI::App &line, RegistryPlace &place) {
+    CLI::Option *machine = line.add_flag("--machine", place.machine, "The settings of the machine");
+    line.add_flag("--user", place.user, "The settings of the user (the default)")->excludes(machine);
+}
 
 namespace {
 

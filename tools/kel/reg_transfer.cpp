@@ -19,7 +19,7 @@
 #include <sstream>
 
 #include "json_reader.h"
-#include "registry.h"
+#include "reg_commands.h"
 #include "text.h"
 
 namespace tool {

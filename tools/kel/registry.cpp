@@ -36,11 +36,6 @@ bool List(const RegistryPlace &place, RegistryFolder &folder) {
 
 }  // namespace
 
-void AddLayer(CLI::App &line, RegistryPlace &place) {
-    CLI::Option *machine = line.add_flag("--machine", place.machine, "The settings of the machine");
-    line.add_flag("--user", place.user, "The settings of the user (the default)")->excludes(machine);
-}
-
 std::string KeyText(std::string_view given) {
     std::string key(given);
     std::replace(key.begin(), key.end(), '/', '\\');

@@ -8,7 +8,7 @@
 
 #include <kelstdmt/reglib.h>
 
-#include "command.h"
+#include "failure.h"
 #include "json.h"
 
 namespace tool {
@@ -19,7 +19,6 @@ struct RegistryPlace {
     bool machine = false, user = false;
     std::string key;
 };
-void AddLayer(CLI::App &line, RegistryPlace &place);
 
 // With backslashes, without one at either end. A slash, which no key can hold, does as well as a backslash.
 std::string KeyText(std::string_view given);
@@ -44,8 +43,5 @@ RegistryFolder ListKey(const RegistryPlace &place);
 void WalkKeys(const RegistryPlace &top, const std::function<void(const RegistryFolder &)> &visit);
 
 void WriteValues(JsonWriter &json, const std::vector<kel::registry_value> &values);
-
-// reg_transfer.cpp
-void AddTransfer(CLI::App &group);
 
 }  // namespace tool
