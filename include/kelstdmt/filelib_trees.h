@@ -30,7 +30,7 @@ KELSTDMT_API void fsRemove(const char *path, fsOpMode mode);
 
 // Never onto something that exists: fsXFileExists. With fsRecursive the folders missing above `to` are made.
 // To another file system, a copy with owners and attributes is put into place and onto the disk, then the
-// source is removed, except for what was added or changed meanwhile: that is a failure, and stays.
+// source is removed, except for what is found to be added or changed meanwhile: that is a failure, and stays.
 KELSTDMT_API void fsMove(const char *from, const char *to, fsOpMode mode);
 
 // In the same folder. new_name is a name, not a path: otherwise fsXInvalidName. A path without a separator
@@ -45,7 +45,7 @@ KELSTDMT_API void fsRename(const char *path, const char *new_name);
 // copy_mode: an existing `to` is fsXFileExists with fsForceNew. fsReplace puts the copy in its place once
 // that
 //     is whole, then removes what was there. fsMerge copies into an existing folder, where files and links
-//     give way to files; a folder and anything else in one place are fsXFileExists.
+//     give way to files; a folder and anything else in one place are fsXFileExists, and so is a device.
 // link_mode: of links below from. fsNewLink makes the same link, fsExpand copies what it leads to (nothing:
 //     fsXDoesNotExist, round in a circle: fsXInvalidPath), fsIgnore passes it by.
 //
@@ -63,7 +63,7 @@ namespace kel {
 
 // As fsCopy and fsRemove, and tells how far they are: the path is the source's, and what is removed has no
 // bytes. An observer that throws ends a copy so that nothing new is left of it, except what a merge has
-// finished.
+// finished; at its last call all is done.
 KELSTDMT_API void copy_tree(const char *from, const char *to, fsRecursiveCopyMode copy_mode,
                             fsSoftLinkCopyMode link_mode, fsOpMode mode, const file_observer &observer);
 KELSTDMT_API void remove_tree(const char *path, fsOpMode mode, const file_observer &observer);

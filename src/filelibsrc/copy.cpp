@@ -98,6 +98,7 @@ fsErrorCode tree_copy::resolve(target &to, bool is_folder) {
         return fsErrSuccess;
     }
     if (is_link && system::look(to.folder, to.name, links::followed, there) != outcome::done) there.mode = 0;
+    if (!is_link && there.kind() != system::file_kind) return fail(fsErrFileExists, m_to);
     if (there.kind() == system::folder_kind) return fail(fsErrFileExists, m_to);
     to.way = arrival::over;
     return fsErrSuccess;

@@ -82,7 +82,8 @@ fsErrorCode tree_copy::choose_arrival(const place &to, fsRecursiveCopyMode mode,
         (system::look(to.folder(), to.name(), links::followed, behind) == outcome::done &&
          behind.kind() == system::folder_kind);
     if (is_folder && !leads_to_folder) return fail(fsErrFileExists, m_from);
-    if (!is_folder && leads_to_folder) return fail(fsErrFileExists, m_to);
+    const bool gives_way = there.kind() == system::file_kind || there.kind() == system::link_kind;
+    if (!is_folder && (leads_to_folder || !gives_way)) return fail(fsErrFileExists, m_to);
     way = is_folder ? arrival::merged : arrival::over;
     return fsErrSuccess;
 }

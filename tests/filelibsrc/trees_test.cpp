@@ -379,6 +379,14 @@ TEST(Trees, RefuseWhatMakesNoSense) {
     EXPECT_EQ(failure([&] { fsReadLink("a/b"); }), R"(filelib::XLinksNotSupported fsReadLink a\b)");
     EXPECT_EQ(failure([&] { fsCreateSoftLink("a", "b", fsSimple); }),
               "filelib::XLinksNotSupported fsCreateSoftLink (null)");
+    in.folder("b");
+    ::mkfifo(text(in.at("b/fifo")), 0600);  // as a device would be
+    in.file("c/fifo", "1");
+    for (const std::string below : {"", "/fifo"})
+        EXPECT_EQ(failure([&] {
+                      fsCopy(text(in.at("c" + below)), text(in.at("b" + below)), fsMerge, fsExpand, fsSimple);
+                  }),
+                  "filelib::XFileExists fsCopy " + root + R"(\b\fifo)");
     in.link("a", "link");
     fsRemove(text(in.at("link/")), fsRecursive);
     EXPECT_TRUE(fs::exists(in.at("a/other")) && !fs::exists(in.at("link")));
