@@ -1,5 +1,5 @@
-// A point in time: whole seconds since 1 January 1970 UTC, read in local time. The zone is that of the
-// environment variable TZ, else of the system.
+// A point in time: whole seconds since 1 January 1970 UTC in a double, which counts them for 285 million
+// years, read in local time. The zone is that of the environment variable TZ, else of the system.
 //
 // A failure of LocalTime, TimeFromString and TimeToString does not return: the program's output is flushed,
 // the exception printed to standard error, and the process ended with status 1.
