@@ -71,10 +71,13 @@ private:
     using dsStringMap::Remove;
 
     void AddNode(xstring name, xstring value);
-    void InsertNode(xstring name, xstring value);
+    void InsertNode(const char *name, xstring value);
     bool Load(lockFileBuf &file);
     bool Save();
     void DeleteNodes() noexcept;
+    // A key is one of the holders of a counted buffer, as is the name of its entry.
+    const char *CopyKey(const char *key) override;
+    void FreeKey(const char *key) override;
 
     xstring m_file_name;
     std::unique_ptr<lockFileBuf> m_file;

@@ -4,9 +4,14 @@
 #include <kelstdmt/strlib.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
 #include <cstring>
 #include <exception>
+#include <iterator>
 #include <memory>
+#include <numeric>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -35,10 +40,6 @@ private:
     std::unique_ptr<char, release> m_copy;
     const char *m_text;
 };
-
-xstring text_or_null(std::string_view text) {
-    return text.empty() ? xstring() : xstring::FromBytes(text.data(), text.size());
-}
 
 bool has_any(std::string_view text, std::string_view bytes) {
     return text.find_first_of(bytes) != text.npos;
@@ -69,44 +70,94 @@ bool read_unbroken(lockFileBuf &file, std::string &text) {
     return true;
 }
 
-// An entry as it stands in the text of the file.
+// A line: where its name begins in the text, ended by a NUL, behind which the value begins, which also ends
+// with one. A line finds its place by eight bytes of the name at a time, taken as a number, so that the
+// texts, which lie far apart, are seldom looked at.
 struct config_line {
-    std::string_view name, value;
+    const char *name;  // null when a later line has the same name
+    std::uint64_t word;
+
+    void ReadWord(std::size_t from) {
+        word = 0;
+        const char *at = name + from;
+        for (int shift = 56; shift >= 0 && *at; shift -= 8)
+            word |= std::uint64_t{static_cast<unsigned char>(*at++)} << shift;
+    }
+    unsigned Byte(unsigned place) const { return word >> 8 * place & 0xFF; }  // 0: the last
+    bool EndsInWord() const { return Byte(0) == 0; }
+    const char *Value() const { return name + std::strlen(name) + 1; }
+    bool operator<(const config_line &other) const {
+        return word != other.word ? word < other.word : name < other.name;
+    }
 };
+using config_lines = std::span<config_line>;
 
-// By name; the lines of one name in their order in the text.
-bool below(const config_line &a, const config_line &b) {
-    const int order = a.name.compare(b.name);
-    return order != 0 ? order < 0 : a.name.data() < b.name.data();
-}
-
-// In the order of the text. The names lose their blanks and tabs in place.
+// In the order of the text, whose bytes are made into names and values.
 std::vector<config_line> split_lines(std::string &text) {
     std::vector<config_line> lines;
-    for (char *at = text.data(), *end = at + text.size(); at < end;) {
-        auto find = [&at](char byte, char *stop) {
-            return static_cast<char *>(std::memchr(at, byte, static_cast<std::size_t>(stop - at)));
+    lines.reserve(static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')) + 1);
+    auto is_blank = [](char byte) { return byte == ' ' || byte == '\t'; };
+    for (char *at = text.data(), *end = at + text.size(), *stop; at < end; at = stop + 1) {
+        auto find = [at](char byte, char *last) {
+            return static_cast<char *>(std::memchr(at, byte, static_cast<std::size_t>(last - at)));
         };
-        char *feed = find('\n', end);
-        char *stop = feed ? feed : end;
-        if (char *colon = find(':', stop)) {
-            char *pressed = std::remove_if(at, colon, [](char byte) { return byte == ' ' || byte == '\t'; });
-            if (pressed > at) lines.push_back({{at, pressed}, {colon + 1, stop}});
-        }
-        at = stop + 1;
+        stop = find('\n', end);
+        if (!stop) stop = end;
+        char *colon = find(':', stop);
+        if (!colon) continue;
+        // What is kept moves up to the colon.
+        char *name = std::remove_if(std::reverse_iterator(colon), std::reverse_iterator(at), is_blank).base();
+        *colon = *stop = 0;
+        if (name < colon) lines.push_back({name, 0});
     }
     return lines;
 }
 
-// In ascending order, each name once: the last line of that name.
-std::vector<config_line> sorted_lines(std::string &text) {
-    std::vector<config_line> lines = split_lines(text);
-    if (!std::is_sorted(lines.begin(), lines.end(), below)) std::sort(lines.begin(), lines.end(), below);
-    auto kept = lines.begin();
-    for (auto line = lines.begin(); line != lines.end(); ++line)
-        if (line + 1 == lines.end() || line->name != line[1].name) *kept++ = *line;
-    lines.erase(kept, lines.end());
-    return lines;
+// Lines of equal words stay in the order of the text. Many are not compared, for the processor cannot foresee
+// how that turns out, but dealt out by each byte from the last to the first.
+void sort_by_word(config_lines lines, std::vector<config_line> &spare) {
+    constexpr std::size_t many = 256;
+    constexpr unsigned word_bytes = 8;
+    if (std::is_sorted(lines.begin(), lines.end())) return;
+    if (lines.size() < many) return std::sort(lines.begin(), lines.end());
+    std::array<std::array<std::size_t, 256>, word_bytes> places{};
+    for (const config_line &line : lines)
+        for (unsigned byte = 0; byte < word_bytes; ++byte)
+            ++places[byte][line.Byte(byte)];
+    spare.resize(std::max(spare.size(), lines.size()));
+    config_lines from = lines, to(spare.data(), lines.size());
+    for (unsigned byte = 0; byte < word_bytes; ++byte) {
+        auto &place = places[byte];
+        if (place[from[0].Byte(byte)] == lines.size()) continue;  // all have the same
+        std::exclusive_scan(place.begin(), place.end(), place.begin(), std::size_t{0});
+        for (const config_line &line : from)
+            to[place[line.Byte(byte)]++] = line;
+        std::swap(from, to);
+    }
+    if (from.data() != lines.data()) std::copy(from.begin(), from.end(), lines.begin());
+}
+
+// In ascending order of the names. Only where lines are equal in one word, the next is looked at.
+void sort_lines(config_lines lines) {
+    struct part {
+        config_lines lines;
+        std::size_t from;  // bytes of the names that are equal
+    };
+    std::vector<config_line> spare;
+    for (std::vector<part> parts{{lines, 0}}; !parts.empty();) {
+        const auto [equal, from] = parts.back();
+        parts.pop_back();
+        for (config_line &line : equal)
+            line.ReadWord(from);
+        sort_by_word(equal, spare);
+        for (std::size_t begin = 0, end = 0; begin < equal.size(); begin = end) {
+            const config_line first = equal[begin];
+            while (++end < equal.size() && equal[end].word == first.word)
+                if (first.EndsInWord()) equal[end - 1].name = nullptr;
+            if (end - begin > 1 && !first.EndsInWord())
+                parts.push_back({equal.subspan(begin, end - begin), from + sizeof first.word});
+        }
+    }
 }
 
 }  // namespace
@@ -142,12 +193,19 @@ bool ovkConfigFile::Load(lockFileBuf &file) {
     std::string text;
     if (!read_unbroken(file, text)) return false;
     const bool has_defaults = !IsEmpty();
-    for (const config_line &line : sorted_lines(text)) {
-        xstring name = text_or_null(line.name), value = text_or_null(line.value);
+    std::vector<config_line> lines = split_lines(text);
+    sort_lines(lines);
+    if (!has_defaults) {  // memory for all at once
+        Resize(static_cast<unsigned>(lines.size()));
+        Resize(0);
+    }
+    for (const config_line &line : lines) {
+        if (!line.name) continue;
+        xstring value = *line.Value() ? xstring(line.Value()) : xstring();
         if (has_defaults) {
-            AddNode(std::move(name), std::move(value));
+            AddNode(line.name, std::move(value));
         } else {
-            InsertNode(std::move(name), std::move(value));
+            InsertNode(line.name, std::move(value));
         }
     }
     return true;
@@ -216,15 +274,23 @@ void ovkConfigFile::AddNode(xstring name, xstring value) {
     if (const auto *entry = Locate(name)) {
         entry->value->value = std::move(value);
     } else {
-        InsertNode(std::move(name), std::move(value));
+        InsertNode(name, std::move(value));
     }
 }
 
 // A name that is not there yet.
-void ovkConfigFile::InsertNode(xstring name, xstring value) {
-    auto node = std::make_unique<Node>(Node{std::move(name), std::move(value)});
-    Add(node->name, node.get());
-    node.release();
+void ovkConfigFile::InsertNode(const char *name, xstring value) {
+    auto node = std::make_unique<Node>(Node{xstring(), std::move(value)});
+    auto *entry = Insert(name);
+    node->name = xstring::Adopt(xstrlock_c(entry->key));
+    entry->value = node.release();
+}
+
+const char *ovkConfigFile::CopyKey(const char *key) {
+    return kel::is_text(key) ? xstrlock_c(xstring(key)) : key;
+}
+void ovkConfigFile::FreeKey(const char *key) {
+    xstrunlock_c(key);
 }
 
 void ovkConfigFile::DeleteNodes() noexcept {

@@ -118,8 +118,10 @@ TEST_F(ConfigFile, HoldsManyEntriesLikeAMap) {
     std::mt19937 random(4);
     std::map<std::string, std::string> model;
     std::string text;
+    const std::string beginnings[] = {"k", "\xC3\xA4", "12345678", std::string(300, 'w'), ""};
+    auto any_name = [&] { return beginnings[random() % 5] + std::to_string(random() % 30'000); };
     for (int i = 0; i < 100'000; ++i) {
-        const std::string name = "k" + std::to_string(random() % 150'000), value = std::to_string(i);
+        const std::string name = any_name(), value = std::to_string(i);
         text += name + ":" + value + "\n";
         model[name] = value;
     }
@@ -127,7 +129,7 @@ TEST_F(ConfigFile, HoldsManyEntriesLikeAMap) {
     ovkConfigFile file;
     ASSERT_TRUE(open(file));
     for (int i = 0; i < 3000; ++i) {
-        const std::string name = "k" + std::to_string(random() % 150'000), value = std::to_string(-i);
+        const std::string name = any_name(), value = std::to_string(-i);
         if (i % 3 > 0) {
             EXPECT_TRUE(file.SetValue(name.c_str(), value.c_str()));
             model[name] = value;
