@@ -34,14 +34,15 @@ public:
     virtual int getDayOfWeek();   // 0 to 6, Sunday is 0
     virtual int getHour();        // 0 to 23
     virtual int getMinute();      // 0 to 59
-    virtual int getSecond();      // 0 to 59
+    virtual int getSecond();      // 0 to 59; 60 is a leap second, in a zone that counts them
 
     // New times belong to the caller, who deletes them.
 
     // Years below 70 are counted from 2000, from 70 to 99 from 1900, others stand as they are; month and day
     // begin at 1. Values beyond their ranges carry over: 31 June is 1 July. The daylight-saving flag is 0, 1,
     // or kel::nil_bool to let the zone's rules decide: then an hour that comes twice is the first of the two,
-    // and one that the zone leaves out counts on from before the gap.
+    // and one that the zone leaves out counts on from before the gap. (A zone that counts leap seconds may
+    // take either of the two, or either side of the gap.)
     static tmTime *LocalTime(int year, int month, int day, int hour, int minute, int second,
                              unsigned char daylight_saving);
     static tmTime *CurrentTime();

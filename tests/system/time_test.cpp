@@ -52,7 +52,8 @@ const char *const zones[] = {"UTC",
                              "Asia/Kathmandu",
                              "Pacific/Apia",
                              "EST5EDT,M3.2.0,M11.1.0",
-                             "X-14"};
+                             "<+14>-14",
+                             "right/Asia/Shanghai"};
 
 TEST(Time, FieldsAreTheCalendarOfEachZone) {
     std::mt19937_64 chance(7);
@@ -61,7 +62,10 @@ TEST(Time, FieldsAreTheCalendarOfEachZone) {
     for (const char *zone : zones) {
         const Zone held(zone);
         for (int round = 0; round < 3000; ++round) {
-            const auto seconds = static_cast<std::time_t>(round % 2 ? far(chance) : near(chance));
+            // The first ones lie around a leap second.
+            const auto seconds = static_cast<std::time_t>(round < 40  ? 1'483'228'806 + round
+                                                          : round % 2 ? far(chance)
+                                                                      : near(chance));
             tmTime time(0);
             ASSERT_EQ(time.setAbsTime(static_cast<double>(seconds)), static_cast<double>(seconds));
             const std::tm *expected = std::localtime(&seconds);
@@ -70,12 +74,18 @@ TEST(Time, FieldsAreTheCalendarOfEachZone) {
                         time.getDayOfWeek() == expected->tm_wday && time.getHour() == expected->tm_hour &&
                         time.getMinute() == expected->tm_min && time.getSecond() == expected->tm_sec)
                 << seconds << " in " << zone << ": " << kel::printed(time);
-            // Back through the fields: years below 100 have another meaning there.
+            // Back through the fields: years below 100 have another meaning there, and an hour that comes
+            // twice is the first of the two.
             if (time.getYear() + 1900 < 100) continue;
-            const Time back =
-                local(time.getYear() + 1900, time.getMonth(), time.getDayOfMonth(), time.getHour(),
-                      time.getMinute(), time.getSecond(), static_cast<unsigned char>(expected->tm_isdst));
-            ASSERT_EQ(back->getAbsTime(), time.getAbsTime()) << zone;
+            const auto back = [&, dst = expected->tm_isdst](bool tell) {
+                return local(time.getYear() + 1900, time.getMonth(), time.getDayOfMonth(), time.getHour(),
+                             time.getMinute(), time.getSecond(),
+                             tell ? static_cast<unsigned char>(dst) : kel::nil_bool);
+            };
+            ASSERT_EQ(back(true)->getAbsTime(), time.getAbsTime()) << zone;
+            const Time first = back(false);
+            ASSERT_EQ(text(first), text(Time(new tmTime(time)))) << zone;
+            ASSERT_LE(first->getAbsTime(), time.getAbsTime()) << zone;
         }
     }
 }

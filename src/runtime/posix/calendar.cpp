@@ -29,7 +29,15 @@ std::optional<std::int64_t> offset_at(std::int64_t seconds) {
     return count ? std::optional(*count - seconds) : std::nullopt;
 }
 
+bool counts_leap_seconds() {
+    std::tm new_year{};
+    new_year.tm_year = 2020 - 1900;
+    new_year.tm_mday = 1;
+    return ::timegm(&new_year) != 1'577'836'800;
+}
+
 std::optional<std::int64_t> from_rules_of_zone(std::tm fields) {
+    if (counts_leap_seconds()) return std::nullopt;  // what the clock shows is no count there
     constexpr std::int64_t good_day = 26 * 3600;  // no zone is further from UTC
     const auto count = clock_count(fields);
     if (!count) return std::nullopt;
