@@ -99,6 +99,10 @@ public:
     // With overwrite false, a file that exists makes the call fail.
     static ioFileStream *Create(const char *path, ioOpenMode mode, bool overwrite);
 
+    // For what must be a file on a disk: anything else fails at once with error 50 (a folder with 5).
+    static ioFileStream *OpenPlain(const char *path, ioOpenMode mode);
+    static ioFileStream *CreatePlain(const char *path, ioOpenMode mode);
+
     xstring getPath() const { return m_path; }
 
     // Offsets in bytes. A seek that fails is ioStreamState; one that succeeds clears IsEof.

@@ -122,7 +122,8 @@ class KELSTDMT_API monFile : public xobject {
 public:
     ~monFile() override;
 
-    // Null when the file cannot be made or opened, or is no monitor file (last error 13). The caller owns the
+    // Null when the file cannot be made or opened, or is no monitor file (last error 13; 50 for
+    // what is no file on a disk). The caller owns the
     // object. Create overwrites an existing file from its beginning: records that stand whole behind a title
     // of the same length are found again by look-ups, anything else goes with the first new record.
     static monFile *Create(const char *path, const char *title);
@@ -172,6 +173,7 @@ private:
     void WriteRecord(long long at, const std::string &bytes, long long end);
     monParam *AddParameter(const char *name, long long slot, int type, int size);
     State CatchUp();
+    bool IsFiller(const char *name) const;
     State Report(State state, const char *text, int line);
     void LeaveOutReplaced();
 

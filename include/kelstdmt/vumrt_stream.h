@@ -215,7 +215,8 @@ public:
         Truncate = 0x10,
         NoCreate = 0x20,
         NoReplace = 0x40,  // fail when the file exists; atomic
-        Binary = 0x80      // no difference on this platform
+        Binary = 0x80,     // no difference on this platform
+        Plain = 0x100      // fail, without a wait, for what is no file on a disk: error 50
     };
     static constexpr int openprot = 0666;  // permissions of a new file, less the process's mask
 

@@ -86,6 +86,13 @@ ioFileStream *ioFileStream::Create(const char *path, ioOpenMode mode, bool overw
     return CreateFS(path, mode, overwrite ? 0 : btkFileBuf::NoReplace);
 }
 
+ioFileStream *ioFileStream::OpenPlain(const char *path, ioOpenMode mode) {
+    return CreateFS(path, mode, btkFileBuf::NoCreate | btkFileBuf::Plain);
+}
+ioFileStream *ioFileStream::CreatePlain(const char *path, ioOpenMode mode) {
+    return CreateFS(path, mode, btkFileBuf::Plain);
+}
+
 void ioFileStream::OnClose() {
     File_Close(std::exchange(m_inherit, -1));
     if (!m_file->Close() && getCanWrite()) SetState(Bad);

@@ -63,7 +63,7 @@ bool read_text(ioFileStream &stream, long long at, int length, std::string &text
 monFile::~monFile() = default;
 
 monFile *monFile::Create(const char *path, const char *title) {
-    std::unique_ptr<ioFileStream> stream(ioFileStream::Create(path, ioReadWrite, true));
+    std::unique_ptr<ioFileStream> stream(ioFileStream::CreatePlain(path, ioReadWrite));
     if (!stream) return nullptr;
     std::unique_ptr<monFile> file(kel::construct_with<monFile>([](void *at) { return ::new (at) monFile; }));
     file->m_stream = std::move(stream);
@@ -78,7 +78,7 @@ monFile *monFile::OpenReadOnly(const char *path) {
 }
 
 monFile *monFile::OpenStream(const char *path, ioOpenMode mode) {
-    std::unique_ptr<ioFileStream> stream(ioFileStream::Open(path, mode));
+    std::unique_ptr<ioFileStream> stream(ioFileStream::OpenPlain(path, mode));
     if (!stream) return nullptr;
     std::unique_ptr<monFile> file(kel::construct_with<monFile>([](void *at) { return ::new (at) monFile; }));
     file->m_stream = std::move(stream);
@@ -205,7 +205,12 @@ monFile::State monFile::CatchUp() {
     while (m_known_end < m_size && found.stopped == reading::whole) {
         found = read_batch(*m_stream, m_known_end, m_size, blocks.get(), blocks.get() + block);
         for (const auto &[head, slot] : found.records) {
-            AddParameter(std::string(head.name).c_str(), slot, head.type, head.size);
+            const std::string name(head.name);
+            if (IsFiller(name.c_str())) {
+                found.stopped = reading::bad_length;
+                break;
+            }
+            AddParameter(name.c_str(), slot, head.type, head.size);
             m_known_end = slot + slot_bytes(head.type, head.size);
         }
     }
@@ -221,6 +226,12 @@ monFile::State monFile::CatchUp() {
             break;
     }
     return State::Whole;
+}
+
+// Zeros, of which a file can have any number without a disk behind it, read as records without a name. A
+// writer makes one such record at most.
+bool monFile::IsFiller(const char *name) const {
+    return !*name && !m_in_order.empty() && !*m_in_order.back()->m_name.Str();
 }
 
 // Once for each place.

@@ -55,7 +55,7 @@ def tell(data):
         title = take(length).split(b"\0")[0]
     except More:
         return ["none"]
-    found, state = {}, "whole"
+    found, state, before = {}, "whole", None
     try:
         while at < len(data):
             kind = int_()
@@ -78,6 +78,10 @@ def tell(data):
                 value = "nil" if not 0 <= length <= size else "x" + raw[4 : 4 + length].split(b"\0")[0].hex()
             else:
                 value = raw[3] if kind == BOOL else struct.unpack({INT: ">i", REAL: ">Q"}[kind], raw)[0]
+            if name == before == b"":  # zeros without end would read so
+                state = "damaged"
+                break
+            before = name
             found.pop(name, None)  # the later one counts, at its own place
             found[name] = f"{kind} x{name.hex()} {size} {value}"
     except More:

@@ -157,7 +157,8 @@ TEST_F(Monitor, ReportsDamageOnceAndKeepsWhatIsWhole) {
     const std::string good = head(1, "good") + bytes_of(5), after = head(1, "after") + bytes_of(6);
     const std::string type = "Weird parameter type", length = "monFile::UpdateCache: Weird length";
     for (const auto &[record, report] :
-         {std::pair(bytes_of(4) + std::string(40, '\0'), type), {head(3, "s") + bytes_of(-4), length}}) {
+         {std::pair(bytes_of(4) + std::string(40, '\0'), type), {head(3, "s") + bytes_of(-4), length},
+          {std::string(40, '\0'), length}}) {
         reports.clear();
         put_file(m_path, header() + good + record + after);
         Owned file = open_read_only(m_path);
@@ -171,6 +172,11 @@ TEST_F(Monitor, ReportsDamageOnceAndKeepsWhatIsWhole) {
         Error_SetLast(0);
         EXPECT_EQ(open(m_path), nullptr);
         EXPECT_EQ(Error_GetLast(), 13);
+    }
+    ASSERT_EQ(::mkfifo((m_folder / "fifo").c_str(), 0600), 0);
+    for (const std::string &path : {m_folder / "fifo", "/dev/zero"s}) {
+        EXPECT_TRUE(!open_read_only(path) && !create(path));
+        EXPECT_EQ(Error_GetLast(), 50);
     }
 
     reports.clear();

@@ -29,19 +29,22 @@ namespace {
 constexpr std::size_t buffer_size = 65536;
 constexpr std::size_t first_read = 4096;  // after a seek: a far seek may be for a few bytes only
 
-// As ::open, but through interruptions, and with the last error set. -1 on failure and for folders.
+// As ::open, but through interruptions, and with the last error set. -1 on failure and for folders; with
+// O_NONBLOCK for all but plain files.
 int open_host(const std::string &host_path, int flags, int protection) {
     int fd;
     do {
         fd = ::open(host_path.c_str(), flags | O_CLOEXEC | O_NOCTTY, static_cast<mode_t>(protection));
     } while (fd < 0 && errno == EINTR);
     if (fd < 0) {
-        Error_SetLastFromSystem(errno, host_path.c_str());
+        const bool is_socket = errno == ENXIO && (flags & O_NONBLOCK);
+        Error_SetLastFromSystem(is_socket ? ENOTSUP : errno, host_path.c_str());
         return -1;
     }
     struct stat node {};
-    if (::fstat(fd, &node) == 0 && !S_ISDIR(node.st_mode)) return fd;
-    Error_SetLastFromSystem(EISDIR);
+    const bool found = ::fstat(fd, &node) == 0, is_plain = found && S_ISREG(node.st_mode);
+    if (is_plain || (found && !S_ISDIR(node.st_mode) && !(flags & O_NONBLOCK))) return fd;
+    Error_SetLastFromSystem(S_ISDIR(node.st_mode) ? EISDIR : ENOTSUP);
     ::close(fd);
     return -1;
 }
@@ -52,6 +55,7 @@ int open_flags(int mode) {
     if (!in && !out) return -1;
     int flags = in && out ? O_RDWR : out ? O_WRONLY : O_RDONLY;
     if (mode & btkFileBuf::Append) flags |= O_APPEND;
+    if (mode & btkFileBuf::Plain) flags |= O_NONBLOCK;  // a FIFO without a peer keeps others waiting
     bool keeps = mode & (btkFileBuf::In | btkFileBuf::AtEnd | btkFileBuf::Append);
     if (out && (!keeps || (mode & btkFileBuf::Truncate))) flags |= O_TRUNC;
     if (!(mode & btkFileBuf::NoCreate)) {
