@@ -11,31 +11,18 @@
 #include <chrono>
 #include <functional>
 #include <random>
-#include <thread>
+#include <regex>
 
 #include "iolibsrc/stream_support.h"
+#include "services/observing.h"
 
 #include <kelstdmt/monlib.h>
 
 namespace {
 
 using Owned = std::unique_ptr<monFile>;
+using Clock = std::chrono::steady_clock;
 using namespace std::string_literals;
-
-std::vector<std::string> reports;
-
-struct Reports {
-    Reports()
-        : m_before(btkSetAbortHandler([](const char *message, const char *source, int) {
-              reports.push_back((source == "monlibsrc/xmonlib"s ? "" : source + ": "s) + message);
-          })) {
-        reports.clear();
-    }
-    ~Reports() { btkSetAbortHandler(m_before); }
-    btkAbortHandler m_before;
-};
-
-using Texts = std::vector<std::string>;
 
 Owned create(const std::string &path, const char *title = "Status") {
     return Owned(monFile::Create(path.c_str(), title));
@@ -49,10 +36,8 @@ Owned open_read_only(const std::string &path) {
 
 std::string bytes_of(int value) {
     auto bits = static_cast<unsigned>(value);
-    std::string bytes;
-    for (int shift = 24; shift >= 0; shift -= 8)
-        bytes += static_cast<char>(bits >> shift);
-    return bytes;
+    return {static_cast<char>(bits >> 24), static_cast<char>(bits >> 16), static_cast<char>(bits >> 8),
+            static_cast<char>(bits)};
 }
 std::string counted(const std::string &text) {
     return bytes_of(static_cast<int>(text.size())) + text;
@@ -64,16 +49,15 @@ std::string header() {
     return bytes_of(0) + counted("Status");
 }
 
-Texts names_of(monFile &file) {
-    Texts names;
-    for (monParam *parameter : file.Parameters())
-        names.push_back(text_of(parameter->getName()));
-    return names;
-}
-
 class Monitor : public testing::Test {
 protected:
-    Reports m_reports;
+    ~Monitor() override { EXPECT_EQ(m_reports.take(), ""); }
+    // Of the module, without their place in it.
+    std::string Reported() {
+        return std::regex_replace(m_reports.take(), std::regex(" .monlibsrc/xmonlib."), "");
+    }
+
+    internal_errors m_reports;
     Folder m_folder;
     std::string m_path = m_folder / "m";
 };
@@ -81,30 +65,21 @@ protected:
 TEST_F(Monitor, WritesTheFormatAndReadersFollow) {
     Owned file = create(m_path);
     Owned reader = open(m_path);  // before there is anything
-    std::string expected = header();
-    EXPECT_EQ(get_file(m_path), expected);
-    monIntParam *count = file->Int("count");
-    EXPECT_EQ(get_file(m_path), expected += head(1, "count") + bytes_of(0));
-    EXPECT_EQ(count->setValue(7), 7);
-    expected.back() = 7;
     monStringParam *text = file->String("msg", 8);
-    EXPECT_EQ(get_file(m_path), expected += head(3, "msg") + bytes_of(8) + std::string(12, '\0'));
+    EXPECT_EQ(file->Int("count")->setValue(7), 7);
     text->setValue("longer");
     EXPECT_EQ(text_of(text->setValue("hi")), "hi");
-    expected.replace(expected.size() - 12, 10, bytes_of(2) + "hinger");
-    EXPECT_EQ(get_file(m_path), expected);
+    EXPECT_EQ(get_file(m_path), header() + head(3, "msg") + bytes_of(8) + bytes_of(2) + "hinger" +
+                                    std::string(2, '\0') + head(1, "count") + bytes_of(7));
 
     EXPECT_EQ(reader->Int("count")->getValue(), 7);
-    EXPECT_EQ(reader->String("msg", 99)->getSize(), 8);
     EXPECT_EQ(reader->Bool("count"), nullptr);
-    std::unique_ptr<ioStringStream> printed(ioStringStream::Create());
-    reader->print(printed.get());
-    EXPECT_EQ(text_of(printed->getStr()),
+    const std::string printed = kel::printed(*reader).str();
+    EXPECT_EQ(printed,
               "monlib::File\n {\n  Title: \"Status\";\n  Params: monlib::ParamDict\n   {\n"
               "    msg: monlib::StringParam\n     {\n      Name: \"msg\";\n      Value: \"hi\";\n"
-              "      Size: 8;\n     };\n    count: monlib::IntParam\n     {\n      Name: \"count\";\n"
-              "      Value: 7;\n     };\n   };\n }");
-    EXPECT_EQ(reports, Texts());
+              "      Size: 8;\n     };\n    count: monlib::IntParam\n     {\n"
+              "      Name: \"count\";\n      Value: 7;\n     };\n   };\n }");
 }
 
 TEST_F(Monitor, RefusesWhatTheFileCannotHold) {
@@ -114,8 +89,9 @@ TEST_F(Monitor, RefusesWhatTheFileCannotHold) {
     EXPECT_FALSE(kel::is_text(text->setValue("four").Str()));
     EXPECT_EQ(file->Int(std::string(1024, 'n').c_str()), nullptr);
     EXPECT_EQ(file->String("negative", -1), nullptr);
-    EXPECT_EQ(reports, (Texts{"monStringParam::setValue: Value too long",
-                              "monFile::WriteParamHead: Name too long", "monFile::String: Weird size"}));
+    EXPECT_EQ(Reported(),
+              "monStringParam::setValue: Value too long; "
+              "monFile::WriteParamHead: Name too long; monFile::String: Weird size");
     EXPECT_EQ(file->Int(xstrNullStr), nullptr);
     EXPECT_EQ(get_file(m_path), before);
     EXPECT_NE(file->Int(std::string(1023, 'n').c_str()), nullptr);
@@ -126,29 +102,24 @@ TEST_F(Monitor, RefusesWhatTheFileCannotHold) {
     EXPECT_EQ(text_of(reader->String("msg", 0)->getValue()), "");
     reader->Close();
     EXPECT_EQ(failure([&] { reader->Int("count"); }), "stream not open");
-    EXPECT_EQ(failure([&] { (*reader->Parameters().begin())->lookupfield("Value"); }), "stream not open");
-    EXPECT_EQ(open(m_folder / "none"), nullptr);
-    EXPECT_EQ(create(m_folder.path), nullptr);
+    EXPECT_TRUE(!open(m_folder / "none") && !create(m_folder.path));
 }
 
 // A record that does not fit on the disk leaves nothing behind, and its place is used when there is room.
 TEST_F(Monitor, KeepsNoPartOfARecordOnAFullDisk) {
     Owned file = create(m_path);
-    file->Int("count");
     const std::string before = get_file(m_path);
-    struct rlimit old {};
+    struct rlimit old {
+    }, tight{};
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
+    tight = {before.size() + 50, old.rlim_max};
     signal(SIGXFSZ, SIG_IGN);
-    struct rlimit tight {
-        before.size() + 50, old.rlim_max
-    };
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &tight), 0);
     const std::string refused = failure([&] { file->String("text", 100); });
     const std::string also_refused = failure([&] { file->String("sparse", 100000); });
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &old), 0);
     EXPECT_EQ(refused + ", " + also_refused, "I/O error, I/O error");
     EXPECT_EQ(get_file(m_path), before);
-    EXPECT_NE(file->String("text", 100), nullptr);
     file->Int("count")->setValue(5);
     EXPECT_EQ(open(m_path)->Int("count")->getValue(), 5);
 }
@@ -156,16 +127,15 @@ TEST_F(Monitor, KeepsNoPartOfARecordOnAFullDisk) {
 TEST_F(Monitor, ReportsDamageOnceAndKeepsWhatIsWhole) {
     const std::string good = head(1, "good") + bytes_of(5), after = head(1, "after") + bytes_of(6);
     const std::string type = "Weird parameter type", length = "monFile::UpdateCache: Weird length";
-    for (const auto &[record, report] :
-         {std::pair(bytes_of(4) + std::string(40, '\0'), type), {head(3, "s") + bytes_of(-4), length},
-          {std::string(40, '\0'), length}}) {
-        reports.clear();
+    for (const auto &[record, report] : {std::pair(bytes_of(4) + std::string(40, '\0'), type),
+                                         {head(3, "s") + bytes_of(-4), length},
+                                         {std::string(40, '\0'), length}}) {
         put_file(m_path, header() + good + record + after);
         Owned file = open_read_only(m_path);
         EXPECT_FALSE(file->Refresh() || file->Refresh());
         EXPECT_EQ(file->Int("after"), nullptr);
         EXPECT_EQ(file->Int("good")->getValue(), 5);
-        EXPECT_EQ(reports, Texts{report});
+        EXPECT_EQ(Reported(), report);
     }
     for (const std::string &bytes : {""s, bytes_of(1) + counted("x"), bytes_of(0) + bytes_of(7) + "Status"}) {
         put_file(m_path, bytes);
@@ -179,7 +149,6 @@ TEST_F(Monitor, ReportsDamageOnceAndKeepsWhatIsWhole) {
         EXPECT_EQ(Error_GetLast(), 50);
     }
 
-    reports.clear();
     put_file(m_path, header() + head(3, "s") + bytes_of(4) + bytes_of(5) + "texty" + good + good);
     Owned file = open(m_path);
     EXPECT_FALSE(file->Refresh());  // a writer without manners ran over the next record
@@ -190,8 +159,9 @@ TEST_F(Monitor, ReportsDamageOnceAndKeepsWhatIsWhole) {
     EXPECT_EQ(::truncate(m_path.c_str(), 30), 0);
     EXPECT_FALSE(file->Refresh() || file->Refresh());
     EXPECT_TRUE(kel::is_nil(text->getValue().Str()) && file->Values()[0].isnil());
-    EXPECT_EQ(reports, (Texts{type, "monStringParam::getValue: Weird length", "monFile has shrunk!",
-                              "monParam::getValue: Value is cut off"}));
+    EXPECT_EQ(Reported(), type +
+                              "; monStringParam::getValue: Weird length; monFile has shrunk!; "
+                              "monParam::getValue: Value is cut off");
 }
 
 // Wherever a writer was killed, readers see the records before, and the next writer goes on there. The same
@@ -202,9 +172,8 @@ TEST_F(Monitor, ARecordThatIsNotAllThereIsNotYet) {
     for (std::size_t cut = 0; cut < next.size(); ++cut) {
         put_file(m_path, whole + next.substr(0, cut));
         Owned reader = open_read_only(m_path), writer = open(m_path);
-        EXPECT_TRUE(reader->Refresh());
-        EXPECT_EQ(names_of(*reader), Texts{"first"});
-        EXPECT_EQ(text_of(writer->String("next", 6)->setValue("abc")), "abc");
+        EXPECT_TRUE(reader->Refresh() && reader->Parameters().size() == 1);
+        writer->String("next", 6)->setValue("abc");
         EXPECT_EQ(get_file(m_path), whole + next) << "cut at " << cut;
         EXPECT_TRUE(reader->String("next", 0)->getValue() == "abc" && writer->Int("first")->getValue() == 5);
     }
@@ -219,7 +188,6 @@ TEST_F(Monitor, ARecordThatIsNotAllThereIsNotYet) {
         EXPECT_TRUE(again->Refresh());
         EXPECT_EQ(open_read_only(m_path)->Int("mine")->getValue(), 3);
     }
-    EXPECT_EQ(reports, Texts());
 }
 
 // A slot of 2 GiB takes no memory and no disk, and what follows it lies beyond what an int counts.
@@ -235,10 +203,13 @@ TEST_F(Monitor, GoesBeyondTwoGigabytes) {
     EXPECT_EQ(reader->Int("count")->getValue(), 9);
     EXPECT_EQ(text_of(reader->String("vast", 0)->getValue()), std::string(100000, 't'));
     EXPECT_TRUE(reader->Values()[0] == text->getValue() && reader->Values()[1] == 9);
-    EXPECT_EQ(reports, Texts());
 }
 
 // Another process ----------------------------------------------------------------------------------
+
+Clock::time_point after(long microseconds) {
+    return Clock::now() + std::chrono::microseconds(microseconds);
+}
 
 struct Child {
     explicit Child(const std::function<void()> &work) : id(fork()) {
@@ -259,118 +230,92 @@ TEST_F(Monitor, NoValueIsSeenHalfWritten) {
     Owned file = create(m_path);
     const std::size_t up_to_slot = head(3, "pad").size() + 8 + head(1, "number").size();
     file->String("pad", static_cast<int>(8190 - get_file(m_path).size() - up_to_slot));
-    file->Int("number");
+    monIntParam *number = file->Int("number");
     ASSERT_EQ(get_file(m_path).size(), 8190U + 4);
-    file->String("text", 6000);
+    monStringParam *text = file->String("text", 6000);
     Child writer([&] {
         for (unsigned i = 0;; ++i) {
-            file->Int("number")->setValue(static_cast<int>((i & 0xFFFF) * 0x10001));
-            file->String("text", 0)->setValue(
-                std::string(3000 + i % 3000, static_cast<char>('a' + i % 26)).c_str());
-            auto until = std::chrono::steady_clock::now() + std::chrono::microseconds(10);
-            while (std::chrono::steady_clock::now() < until) {
+            number->setValue(static_cast<int>((i & 0xFFFF) * 0x10001));
+            text->setValue(std::string(3000 + i % 3000, static_cast<char>('a' + i % 26)).c_str());
+            for (auto until = after(10); Clock::now() < until;) {
             }
         }
     });
-    Owned reader = open_read_only(m_path);
-    monIntParam *number = reader->Int("number");
-    monStringParam *text = reader->String("text", 0);
-    auto whole_number = [](int value) { return (value & 0xFFFF) == (value >> 16 & 0xFFFF); };
-    auto whole_text = [](const std::string &value) {
-        return value.find_first_not_of(value[0]) == std::string::npos;
+    auto torn = [](int seen, const std::string &seen_text) {
+        return (seen & 0xFFFF) != (seen >> 16 & 0xFFFF) ||
+               seen_text.find_first_not_of(seen_text[0]) != std::string::npos;
     };
-    int torn = 0;
+    int found = 0;
     for (int i = 0; i < 10000; ++i) {
-        torn += !whole_number(number->getValue()) + !whole_text(text_of(text->getValue()));
-        std::vector<xany> values = reader->Values();
-        torn += !whole_number(values[1]) + !whole_text(text_of(values[2].getstring()));
+        std::vector<xany> values = file->Values();
+        found += torn(number->getValue(), text_of(text->getValue())) +
+                 torn(values[1], text_of(values[2].getstring()));
     }
-    EXPECT_EQ(torn, 0);
-    EXPECT_EQ(reports, Texts());
+    EXPECT_EQ(found, 0);
 }
 
-// The parameter of a number: type, name and size follow from it, records from 17 bytes to 60 KB.
+// The parameter of a number, in records from 17 bytes to 60 KB.
 struct Numbered {
-    explicit Numbered(unsigned number)
-        : type(number % 2 ? 3 : static_cast<int>(number / 2 % 3)),
-          name(std::to_string(number) + std::string(number * 37 % 200, 'n')),
-          size(type == 3 ? static_cast<int>(number * 7919 % 60000) : 0) {}
+    explicit Numbered(std::size_t number)
+        : name(std::to_string(number) + std::string(number * 37 % 200, 'n')),
+          size(number % 2 ? static_cast<int>(number * 7919 % 60000) : -1) {}
     monParam *Make(monFile &file) const {
-        switch (type) {
-            case 0:
-                return file.Bool(name.c_str());
-            case 1:
-                return file.Int(name.c_str());
-            case 2:
-                return file.Real(name.c_str());
-        }
+        if (size < 0) return file.Int(name.c_str());
         return file.String(name.c_str(), size);
     }
     std::string Bytes() const {
-        return head(type, name) + (type == 3 ? bytes_of(size) : "") +
-               std::string(type == 2 ? 8 : 4 + static_cast<std::size_t>(size), '\0');
+        if (size < 0) return head(1, name) + bytes_of(0);
+        return head(3, name) + bytes_of(size) + std::string(4 + static_cast<std::size_t>(size), '\0');
     }
-    int type;
     std::string name;
-    int size;
+    int size;  // negative: an integer
 };
 
 // KELSTDMT_KILLS asks for more of them.
 TEST_F(Monitor, AKilledWriterLeavesNoTornRecord) {
     const char *asked = std::getenv("KELSTDMT_KILLS");
-    const int kills = asked ? std::atoi(asked) : 30;
     std::mt19937 random(11);
     Owned reader;
-    std::size_t seen = 0;
-    int cut_short = 0;
-    for (int i = 0; i < kills; ++i) {
-        if (!reader || seen > 300) {  // begin anew, so that the file stays small
+    std::size_t seen = 301;
+    auto check = [&] {
+        ASSERT_TRUE(reader->Refresh());
+        for (const std::size_t now = reader->Parameters().size(); seen < now; ++seen) {
+            const Numbered expected(seen);
+            monParam *parameter = reader->Parameters()[seen];
+            ASSERT_EQ(text_of(parameter->getName()), expected.name);
+            ASSERT_EQ(parameter, expected.Make(*reader));
+        }
+    };
+    for (int kills = asked ? std::atoi(asked) : 30; kills > 0; --kills) {
+        if (seen > 300) {  // begin anew, so that the file stays small
             ::unlink(m_path.c_str());
             create(m_path);
             reader = open_read_only(m_path);
             seen = 0;
         }
         const std::size_t before = seen;
-        auto check = [&] {
-            ASSERT_TRUE(reader->Refresh());
-            for (; seen < reader->Parameters().size(); ++seen) {
-                Numbered expected(static_cast<unsigned>(seen));
-                monParam *parameter = reader->Parameters()[seen];
-                ASSERT_EQ(text_of(parameter->getName()), expected.name);
-                ASSERT_EQ(parameter, expected.Make(*reader));
-                auto *text = dynamic_cast<monStringParam *>(parameter);
-                ASSERT_EQ(text ? text->getSize() : 0, expected.size);
-            }
-        };
         {
             Child writer([&] {
                 Owned file = open(m_path);
                 file->Refresh();
-                for (auto number = static_cast<unsigned>(file->Parameters().size());; ++number)
+                for (std::size_t number = file->Parameters().size();; ++number)
                     Numbered(number).Make(*file);
             });
             // Once it has begun, and then at some moment.
-            auto from = std::chrono::steady_clock::now();
-            while (seen == before && std::chrono::steady_clock::now() - from < std::chrono::seconds(30))
+            for (auto until = after(30'000'000); seen == before && Clock::now() < until;)
                 ASSERT_NO_FATAL_FAILURE(check());
-            auto until = std::chrono::steady_clock::now() + std::chrono::microseconds(random() % 1500);
-            while (std::chrono::steady_clock::now() < until)
+            for (auto until = after(random() % 1500); Clock::now() < until;)
                 ASSERT_NO_FATAL_FAILURE(check());
         }
         ASSERT_NO_FATAL_FAILURE(check());
         ASSERT_GT(seen, before) << "the writer has not gone on";
-        const std::string bytes = get_file(m_path);
         std::string whole = header();
         for (std::size_t number = 0; number < seen; ++number)
-            whole += Numbered(static_cast<unsigned>(number)).Bytes();
-        ASSERT_TRUE(bytes.compare(0, whole.size(), whole) == 0) << "the records are not what was written";
-        const std::string tail = bytes.substr(whole.size());
-        ASSERT_TRUE(tail == Numbered(static_cast<unsigned>(seen)).Bytes().substr(0, tail.size()));
-        cut_short += !tail.empty();
+            whole += Numbered(number).Bytes();
+        const std::string bytes = get_file(m_path), tail = bytes.substr(std::min(bytes.size(), whole.size()));
+        ASSERT_TRUE(bytes.starts_with(whole)) << "the records are not what was written";
+        ASSERT_TRUE(Numbered(seen).Bytes().starts_with(tail));
     }
-    RecordProperty("cut_short", cut_short);
-    std::cout << kills << " writers killed, " << cut_short << " of them within a record\n";
-    EXPECT_EQ(reports, Texts());
 }
 
 }  // namespace
