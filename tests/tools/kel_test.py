@@ -33,7 +33,8 @@ class CommandLine(KelCase):
 
     def test_wrong_usage(self):
         for line in ["", "nothing", "reg", "reg nothing", "reg get", "reg ls a b", "reg ls --nothing", "mon watch",
-                     "mon watch f --interval x", "mon watch f --count 0", "mon set f a 1 --type long", "conf set f a",
+                     "mon watch f --interval x", "mon watch f -n nan", "mon watch f -n 1e999", "mon watch f -n -1",
+                     "mon watch f --count 0", "mon set f a 1 --type long", "conf set f a",
                      "cp a", "cp", "cp a b --links no", "cp a b --new --merge", "sum", "reg set a b",
                      "reg set a b c --stdin", "reg ls --user --machine"]:
             self.assertEqual(self.run_kel(*line.split(), code=2), b"", line)

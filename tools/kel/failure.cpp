@@ -78,7 +78,7 @@ std::string Explained(const kel::caught &error) {
     std::string text = kel::is_text(description) ? description.Str() : "";
     if (text.empty()) text = error.type_name();
     if (const fsXException *file_error = error.as<fsXException>()) {
-        bool vague = error.is<fsXOther>() || error.is<fsXIOError>();
+        bool vague = error.is<fsXOther>() || error.is<fsXIOError>() || error.is<fsXInvalidPath>();
         if (kel::is_text(file_error->getPath())) text += ": " + PrintablePath(file_error->getPath());
         if (vague && last_error) text += std::string(": ") + Error_GetText(last_error);
     }

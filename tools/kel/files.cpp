@@ -4,6 +4,7 @@
 
 #include <kelstdmt/filelib.h>
 #include <kelstdmt/kel.h>
+#include <kelstdmt/vumrt.h>
 
 #include "command.h"
 #include "json.h"
@@ -56,14 +57,15 @@ ExitCode CopyAll(const Copy &options) {
     bool many = options.paths.size() > 2;
     fsRecursiveCopyMode mode = options.only_new ? fsForceNew : options.replace ? fsReplace : fsMerge;
     Progress progress;
-    ExitCode code = done;
     for (std::size_t i = 0; i + 1 < options.paths.size(); ++i) {
         const std::string &from = options.paths[i];
-        kel::copy_tree(from.c_str(), Target(from, to, many).c_str(), mode, LinkMode(options.links),
-                       fsRecursive, progress.Observer());
+        std::string target = Target(from, to, many);
+        Error_SetLast(0);
+        kel::copy_tree(from.c_str(), target.c_str(), mode, LinkMode(options.links), fsRecursive,
+                       progress.Observer());
         progress.Add();
     }
-    return code;
+    return done;
 }
 
 void AddCopy(CLI::App &group) {
@@ -106,6 +108,7 @@ ExitCode SumAll(const Sum &options) {
     JsonWriter json(std::cout);
     if (options.json) json.BeginArray();
     for (const std::string &file : options.files) {
+        Error_SetLast(0);
         try {
             auto sum = static_cast<unsigned>(kel::calculate_check_sum(file.c_str(), progress.Observer()));
             progress.Add();

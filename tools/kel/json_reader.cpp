@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <utility>
 
 #include "text.h"
 
@@ -102,7 +103,7 @@ private:
             if (Peek() != '"') Fail("the name of a member is missing");
             std::string name = Text();
             Need(':', "a colon is missing");
-            members.emplace_back(std::move(name), Value(depth + 1));
+            members.push_back({std::move(name), Value(depth + 1)});
         } while (Skip(), Take(","));
         Need('}', "a comma or } is missing");
         return members;

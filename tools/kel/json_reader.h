@@ -5,15 +5,15 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <variant>
 #include <vector>
 
 namespace tool {
 
 struct JsonValue;
+struct JsonMember;
 using JsonArray = std::vector<JsonValue>;
-using JsonObject = std::vector<std::pair<std::string, JsonValue>>;  // in the document's order
+using JsonObject = std::vector<JsonMember>;  // in the document's order
 
 struct JsonValue {
     std::variant<std::nullptr_t, bool, double, std::string, JsonArray, JsonObject> value;
@@ -24,6 +24,10 @@ struct JsonValue {
     }
     // The member of this name; null when there is none, or this is no object.
     const JsonValue *Member(std::string_view name) const;
+};
+struct JsonMember {
+    std::string name;
+    JsonValue value;
 };
 
 // "line 3: ..."

@@ -52,7 +52,7 @@ std::vector<std::string> MonitorTable(std::span<const MonitorRow> rows, std::siz
         widest.name = std::max(widest.name, Width(row.name));
         widest.value = std::max(widest.value, Width(shown.back()));
     }
-    auto [names, values] = widest;
+    std::size_t names = widest.name, values = widest.value;
     std::size_t history = histories ? history_columns : 0;
     if (limited) {
         // A long name leaves room for a value, and values for some history.

@@ -92,7 +92,8 @@ std::string Printable(std::string_view text) {
 }
 
 std::string PrintablePath(std::string_view path) {
-    return Printable(btkHostPath(std::string(path).c_str()));
+    bool other_drive = path.size() > 1 && path[1] == ':' && path[0] != 'C' && path[0] != 'c';
+    return Printable(other_drive ? std::string(path) : btkHostPath(std::string(path).c_str()));
 }
 
 std::string Base64(std::string_view bytes) {

@@ -15,7 +15,7 @@ bool IsUtf8(std::string_view text);
 // For people: on one line, harmless to a terminal. Control characters are \n, \t, \r or \xNN, and so are
 // bytes that are no UTF-8. A backslash stays a single one, for the sake of paths.
 std::string Printable(std::string_view text);
-// The same for a path in either form, as the host writes it.
+// The same for a path in either form, as the host writes it; one of another drive or host stays as it is.
 std::string PrintablePath(std::string_view path);
 
 std::string Base64(std::string_view bytes);
