@@ -8,13 +8,15 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <stdexcept>
 #include <string>
+#include <utility>
 
 class scene {
 public:
-    scene() : root("/tmp/kel-trees-XXXXXX") {
-        const char *folder = std::getenv("TMPDIR");
-        if (folder && *folder) root = std::string(folder) + "/kel-trees-XXXXXX";
+    // Below the temporary directory, or another one.
+    explicit scene(std::string above = std::filesystem::temp_directory_path())
+        : root(std::move(above) + "/kel-trees-XXXXXX") {
         if (!::mkdtemp(root.data())) throw std::runtime_error("no folder for the test");
     }
     ~scene() {
