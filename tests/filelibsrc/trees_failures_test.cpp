@@ -12,6 +12,7 @@
 #include <sys/wait.h>
 
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
@@ -72,33 +73,32 @@ TEST(TreeFailures, FoldersSwappedForLinksAreNotEntered) {
     fill(in, "far/sub", 20);
     in.file("far/secret", "secret");
     const auto far = snapshot(in.at("far"));
+    const std::string to = in.at("to"), work = in.at("work");
     long swaps = 0;
-    int removed = 0, copied = 0, merged = 0;
+    int removed = 0, copied = 0;
     for (int round = 0; round < 60; ++round) {
         for (int i = 0; i < 10; ++i)
             fill(in, "work/" + std::to_string(i) + "/sub", 3);
         fill(in, "from/5/sub", 3);
         in.link("../far", "work/link");
-        swapper attack(in.at("work/5"), in.at("work/link"));
-        // As source, as target and as victim. Each may fail, but none may touch or tell what is far.
-        const std::string to = in.at("to"), work = in.at("work");
-        if (failure([&] { fsCopy(text(work), text(to), fsReplace, fsNewLink, fsSimple); }).empty()) ++copied;
+        {
+            // As source, as target and as victim. Each may fail, but none may touch or tell what is far.
+            swapper attack(in.at("work/5"), in.at("work/link"));
+            auto copy = [&](const std::string &from, const std::string &where, fsRecursiveCopyMode mode) {
+                return failure([&] { fsCopy(text(from), text(where), mode, fsNewLink, fsSimple); }).empty();
+            };
+            copied += copy(work, to, fsReplace) + copy(in.at("from"), work, fsMerge);
+            removed += failure([&] { fsRemove(text(work), fsRecursive); }).empty();
+            swaps += attack.swaps;
+        }
         for (const auto &[name, node] : snapshot(to))
             EXPECT_EQ(node.find("secret"), node.npos) << name;
-        if (failure([&] { fsCopy(text(in.at("from")), text(work), fsMerge, fsNewLink, fsSimple); }).empty())
-            ++merged;
-        EXPECT_EQ(snapshot(in.at("far")), far);
-        if (failure([&] { fsRemove(text(work), fsRecursive); }).empty()) ++removed;
         ASSERT_EQ(snapshot(in.at("far")), far);
-        swaps += attack.swaps;
-        std::error_code ignored;
-        if (removed <= round) fs::remove_all(work, ignored);
-        fs::remove_all(work, ignored);
+        fs::remove_all(work);
     }
-    RecordProperty("swaps", std::to_string(swaps));
     EXPECT_GT(swaps, 60);
     EXPECT_GT(removed, 30);
-    EXPECT_GT(copied + merged, 0);
+    EXPECT_GT(copied, 0);
 }
 
 TEST(TreeFailures, AKilledCopyLeavesAllOrNothing) {
@@ -106,40 +106,36 @@ TEST(TreeFailures, AKilledCopyLeavesAllOrNothing) {
     for (int i = 0; i < 20; ++i)
         fill(in, "from/" + std::to_string(i), 10);
     const auto wanted = snapshot(in.at("from"));
-    in.file("old/file", "old");
-    const auto old = snapshot(in.at("old"));
+    auto copy = [&] { fsCopy(text(in.at("from")), text(in.at("to")), fsReplace, fsExpand, fsSimple); };
+    const auto begin = std::chrono::steady_clock::now();
+    copy();
+    const std::chrono::microseconds time =
+        std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - begin);
     std::minstd_rand random(4);
     int cut = 0;
-    for (int round = 0; round < 60; ++round) {
+    for (int round = 0; round < 30; ++round) {
         fs::remove_all(in.at("to"));
-        fs::copy(in.at("old"), in.at("to"));
-        const bool replaces = round % 2;
-        if (!replaces) fs::remove_all(in.at("to"));
+        if (round % 2) in.file("to/file", "old");
         const auto before = snapshot(in.at("to"));
         const pid_t child = ::fork();
         if (child == 0) {
-            fsCopy(text(in.at("from")), text(in.at("to")), fsReplace, fsExpand, fsSimple);
+            copy();
             ::_exit(0);
         }
-        ::usleep(static_cast<useconds_t>(random() % 8000));
+        std::this_thread::sleep_for(time * (random() % 1000) / 500);
         ::kill(child, SIGKILL);
         ::waitpid(child, nullptr, 0);
-        auto found = snapshot(in.at("to"));
-        const bool is_whole = found == wanted;
-        cut += !is_whole;
-        if (!is_whole && found.size() == before.size()) {
-            if (replaces) found["file"] = snapshot(in.at("to/file"))["."];
-            ASSERT_EQ(found.size(), before.size());
-            EXPECT_EQ(replaces ? content_of(in.at("to/file")) : "", replaces ? "old" : "");
-        } else {
+        const auto found = snapshot(in.at("to"));
+        if (found == before)
+            ++cut;
+        else
             ASSERT_EQ(found, wanted) << "a torn tree";
-        }
-        fsCopy(text(in.at("from")), text(in.at("to")), fsReplace, fsExpand, fsSimple);
+        copy();
         ASSERT_EQ(snapshot(in.at("to")), wanted);
-        // from, old, to: what the killed process left is gone.
-        ASSERT_EQ(std::distance(fs::directory_iterator(in.root), {}), 3) << "round " << round;
+        // from and to: what the killed process left is gone.
+        ASSERT_EQ(std::distance(fs::directory_iterator(in.root), {}), 2) << "round " << round;
     }
-    EXPECT_GT(cut, 5);
+    EXPECT_GT(cut, 3);
 }
 
 TEST(TreeFailures, CopiesToOnePlaceDoNotMix) {
