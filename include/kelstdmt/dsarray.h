@@ -165,6 +165,7 @@ public:
     const T *end() const noexcept { return m_data + m_size; }
 
 protected:
+    bool IsExact() const noexcept { return m_exact; }
     void Swap(dsXArray &other) noexcept {
         std::swap(m_data, other.m_data);
         std::swap(m_size, other.m_size);

@@ -2,14 +2,16 @@
 //
 // Putting an element into a long array moves what lies behind it, and n elements in random order would
 // cost n squared. So the array is two sorted runs: behind the main run a short one collects late comers,
-// and is merged into the main run when it has grown to about the square root of the size. Walks see one
-// ascending sequence.
+// and is merged into the main run when it has grown to about the square root of the size. And taking an
+// element out of a long main run only moves the rest of its segment: of each segment the elements come first,
+// then vacant slots, until a segment is empty and all gaps are closed. Walks see one ascending sequence.
 //
 // Keys are stored through CopyKey and given up through FreeKey. A class that overrides FreeKey calls Clear
 // in its own destructor: later its operation is no longer heard. Compare must not throw, and must not
 // change the container.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <compare>
 #include <concepts>
@@ -17,6 +19,9 @@
 #include <cstdint>
 #include <cstring>
 #include <iterator>
+#include <memory>
+#include <new>
+#include <numeric>
 #include <type_traits>
 #include <utility>
 
@@ -48,10 +53,19 @@ class sorted_runs {
 public:
     virtual ~sorted_runs() = default;
 
+    static constexpr unsigned segment = 512;  // slots of the main run
+
     // The main run is [0, main), the late comers are [main, end).
     struct extent {
         E *elements;
         unsigned main, end;
+        const unsigned *live;  // elements of each segment, at least one; null: no slot is vacant
+
+        // The slot, or the one behind the gap that it is in.
+        unsigned Skip(unsigned slot) const noexcept {
+            if (!live || slot >= main || slot % segment < live[slot / segment]) return slot;
+            return std::min(main, slot - slot % segment + segment);
+        }
     };
     virtual extent GetExtent() const = 0;
 
@@ -86,16 +100,24 @@ public:
 
     // The element with the lower key of the two at hand; null at the end.
     E *element() const {
-        auto [elements, main, end] = m_runs->GetExtent();
-        bool in_main = m_main < main, in_late = m_late < end;
+        const auto runs = m_runs->GetExtent();
+        const unsigned at = runs.Skip(m_main);
+        E *elements = runs.elements;
+        bool in_main = at < runs.main, in_late = m_late < runs.end;
         if (in_main && in_late)
-            in_late = m_runs->Compare(sorted_key(elements[m_late]), sorted_key(elements[m_main])) < 0;
-        return in_late ? elements + m_late : in_main ? elements + m_main : nullptr;
+            in_late = m_runs->Compare(sorted_key(elements[m_late]), sorted_key(elements[at])) < 0;
+        return in_late ? elements + m_late : in_main ? elements + at : nullptr;
     }
     void advance() {
         E *present = element();
         if (!present) return;
-        ++(present == m_runs->GetExtent().elements + m_main ? m_main : m_late);
+        const auto runs = m_runs->GetExtent();
+        const unsigned at = runs.Skip(m_main);
+        if (present == runs.elements + at) {
+            m_main = at + 1;
+        } else {
+            ++m_late;
+        }
     }
 
 private:
@@ -162,43 +184,45 @@ class sorted_array : public sorted_runs<E, K>, protected A {
 public:
     explicit sorted_array(const dsXACtrl *control = nullptr) noexcept : A(control) {}
     sorted_array(sorted_array &&other) noexcept
-        : A(std::move(other)), m_main(std::exchange(other.m_main, 0U)) {}
+        : A(std::move(other)),
+          m_main(std::exchange(other.m_main, 0U)),
+          m_live(std::move(other.m_live)),
+          m_vacant(std::exchange(other.m_vacant, 0U)) {}
     sorted_array &operator=(sorted_array &&other) noexcept {
         if (this != &other) {
             Clear();
             A::operator=(std::move(other));
             m_main = std::exchange(other.m_main, 0U);
+            m_live = std::move(other.m_live);
+            m_vacant = std::exchange(other.m_vacant, 0U);
         }
         return *this;
     }
 
     using A::GetCapacity;
-    using A::GetSize;
     using A::IsEmpty;
 
+    unsigned GetSize() const noexcept { return A::GetSize() - m_vacant; }
     typename sorted_runs<E, K>::extent GetExtent() const override {
-        return {this->GetDataPtr(), m_main, GetSize()};
+        return {this->GetDataPtr(), m_main, A::GetSize(), m_live.get()};
     }
     bool Contains(K key) const { return Locate(key) != nullptr; }
     // False when there is no such key.
     bool Remove(K key) {
         E *element = Locate(key);
         if (!element) return false;
-        auto [elements, main, end] = GetExtent();
         K stored = sorted_key(*element);
-        auto index = static_cast<unsigned>(element - elements);
-        this->MoveElems(element + 1, element, end - index - 1);
-        if (index < main) --m_main;
-        this->Resize(end - 1);
+        Take(static_cast<unsigned>(element - this->GetDataPtr()));
         this->FreeKey(stored);
         return true;
     }
     // Frees all keys.
     void Clear() {
-        auto [elements, main, end] = GetExtent();
-        for (unsigned i = 0; i < end; ++i)
-            this->FreeKey(sorted_key(elements[i]));
-        m_main = 0;
+        const auto runs = GetExtent();
+        for (unsigned i = 0; i < runs.end; i = runs.Skip(i + 1))
+            this->FreeKey(sorted_key(runs.elements[i]));
+        m_main = m_vacant = 0;
+        m_live.reset();
         this->Resize(0);
     }
 
@@ -208,28 +232,30 @@ public:
 
 protected:
     E *Locate(const K &key) const {
-        auto [elements, main, end] = GetExtent();
+        const auto runs = GetExtent();
         bool found = false;
-        unsigned index = this->Search(elements, 0, main, key, found);
-        if (!found && main < end) index = this->Search(elements, main, end, key, found);
-        return found ? elements + index : nullptr;
+        unsigned index = SearchMain(key, found);
+        if (!found && runs.main < runs.end)
+            index = this->Search(runs.elements, runs.main, runs.end, key, found);
+        return found ? runs.elements + index : nullptr;
     }
     // How many keys are below the given one.
     bool Rank(const K &key, unsigned &rank) const {
-        auto [elements, main, end] = GetExtent();
+        const auto runs = GetExtent();
         bool in_main = false, in_late = false;
-        rank = this->Search(elements, 0, main, key, in_main);
-        rank += this->Search(elements, main, end, key, in_late) - main;
+        rank = SearchMain(key, in_main);
+        if (m_live) rank = rank == m_main ? m_main - m_vacant : LiveBelow(rank);
+        rank += this->Search(runs.elements, runs.main, runs.end, key, in_late) - runs.main;
         return in_main || in_late;
     }
     // Adds a key and answers its element, or null when the key is there already.
     E *Insert(const K &key) {
-        auto [elements, main, end] = GetExtent();
+        const auto [elements, main, end, live] = GetExtent();
         bool found = false;
         unsigned index = main;
-        if (main > 0 && this->Compare(sorted_key(elements[main - 1]), key) >= 0)
-            index = this->Search(elements, 0, main, key, found);
-        bool late = !found && (main < end || main - index > direct_move);
+        if (live || (main > 0 && this->Compare(sorted_key(elements[main - 1]), key) >= 0))
+            index = SearchMain(key, found);
+        bool late = !found && (live || main < end || main - index > direct_move);
         if (late) index = this->Search(elements, main, end, key, found);
         if (found) return nullptr;
         Open(index, key);
@@ -238,14 +264,70 @@ protected:
     }
 
 private:
-    static constexpr unsigned direct_move = 512;  // elements that an addition may move at once
+    using sorted_runs<E, K>::segment;
+    static constexpr unsigned direct_move = segment;  // elements that a change may move at once
     static unsigned late_limit(unsigned size) {
         return static_cast<unsigned>(std::sqrt(2.0 * static_cast<double>(size)));
     }
 
+    // As Search, in the main run: first the segment whose last element is not below the key.
+    unsigned SearchMain(const K &key, bool &found) const {
+        E *elements = this->GetDataPtr();
+        if (!m_live) return this->Search(elements, 0, m_main, key, found);
+        unsigned from = 0;
+        for (unsigned to = segments(); from < to;) {
+            unsigned middle = from + (to - from) / 2, last = middle * segment + m_live[middle] - 1;
+            bool below = this->Compare(sorted_key(elements[last]), key) < 0;
+            (below ? from : to) = below ? middle + 1 : middle;
+        }
+        if (from == segments()) return m_main;
+        return this->Search(elements, from * segment, from * segment + m_live[from], key, found);
+    }
+    unsigned segments() const noexcept { return (m_main + segment - 1) / segment; }
+    unsigned LiveBelow(unsigned slot) const {
+        return std::accumulate(m_live.get(), m_live.get() + slot / segment, slot % segment);
+    }
+
+    // Takes out an element, whose key is not freed.
+    void Take(unsigned index) {
+        E *elements = this->GetDataPtr();
+        unsigned end = A::GetSize();
+        if (index < m_main && (m_live || (m_main - index > direct_move && MayHaveGaps()))) {
+            unsigned &live = m_live[index / segment];
+            unsigned last = index - index % segment + live - 1;
+            this->MoveElems(elements + index + 1, elements + index, last - index);
+            this->CleanupElems(elements + last, 1);
+            ++m_vacant;
+            if (--live == 0) CloseGaps();
+        } else {
+            this->MoveElems(elements + index + 1, elements + index, end - index - 1);
+            if (index < m_main) --m_main;
+            this->Resize(end - 1);
+        }
+    }
+    // An exact array gives memory back at once. Without memory for the numbers it goes as in a short array.
+    bool MayHaveGaps() {
+        if (this->IsExact()) return false;
+        m_live.reset(new (std::nothrow) unsigned[segments()]);
+        for (unsigned i = 0; m_live && i < segments(); ++i)
+            m_live[i] = std::min(segment, m_main - i * segment);
+        return m_live != nullptr;
+    }
+    void CloseGaps() {
+        auto [elements, main, end, live] = GetExtent();
+        unsigned closed = 0;
+        for (unsigned i = 0; i < segments(); closed += live[i++])
+            this->MoveElems(elements + i * segment, elements + closed, live[i]);
+        this->MoveElems(elements + main, elements + closed, end - main);
+        m_main = closed;
+        m_vacant = 0;
+        m_live.reset();
+        this->Resize(closed + end - main);
+    }
+
     // A new element with a copy of the key; nothing has changed when that throws.
     void Open(unsigned index, const K &key) {
-        unsigned end = GetSize();
+        unsigned end = A::GetSize();
         this->Append(E());
         E *elements = this->GetDataPtr();
         E added{};
@@ -268,7 +350,8 @@ private:
 
     // Blocks of the main run move up from the back, each making room for the late comer below it.
     const K &Merge(const K &key) {
-        auto [elements, main, end] = GetExtent();
+        if (m_live) CloseGaps();
+        auto [elements, main, end, live] = GetExtent();
         unsigned left = end - main;
         E *late = this->AllocElems(left);
         this->MoveElems(elements + main, late, left);
@@ -285,6 +368,8 @@ private:
     }
 
     unsigned m_main = 0;
+    std::unique_ptr<unsigned[]> m_live;  // as extent::live
+    unsigned m_vacant = 0;
 };
 
 }  // namespace kel::detail

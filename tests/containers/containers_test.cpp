@@ -262,7 +262,7 @@ TEST(Sets, OfScalarsBehaveAsASetOfUnsignedNumbers) {
     EXPECT_EQ(*pointers.begin(), &place[0]);
 }
 
-// Appending one by one, and adding in random order, cost far less than moving all elements each time.
+// Appending one by one, and adding and removing in random order, cost far less than moving all each time.
 TEST(Containers, DoNotMoveAllElementsForEach) {
     dsXACtrl control{false, 1};
     dsArray<tracked> array(&control);
@@ -280,6 +280,11 @@ TEST(Containers, DoNotMoveAllElementsForEach) {
     EXPECT_LT(tracked::copies, 10'000'000);
     for (unsigned key : keys)
         ASSERT_EQ(map[key], static_cast<int>(key / 2));
+    tracked::copies = 0;
+    for (unsigned left = map.GetSize(); left > 0; --left)
+        ASSERT_TRUE(map.GetSize() == left && map.Remove(keys[left - 1]));
+    EXPECT_LT(tracked::copies, 10'000'000);
+    EXPECT_TRUE(map.IsEmpty() && map.begin() == map.end());
 }
 
 TEST(Sets, MayChangeUnderAWalk) {
