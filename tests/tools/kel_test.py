@@ -227,6 +227,10 @@ class Monitor(KelCase):
         for none in [b"", b"\0\0\0\1", b"text\n"]:
             (self.here / "m").write_bytes(none)
             self.run_kel("mon", "show", "m", code=1)
+        os.mkfifo(self.here / "pipe")
+        for none in ("pipe", ".", "missing"):
+            self.run_kel("mon", "show", none, code=1)
+            self.run_kel("mon", "set", none, "a", "1", code=1)
 
     def test_watch_into_a_pipe(self):
         (self.here / "m").write_bytes(self.FILE)

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include <kelstdmt/vumrt.h>
@@ -37,6 +39,14 @@ int ToWhole(const std::string &text) {
 double ToReal(const std::string &text) {
     if (std::optional<double> number = ToNumber(text)) return *number;
     throw Failure("no number: " + Printable(text));
+}
+
+// Opening a pipe would wait for somebody at its other end.
+void CheckKind(const std::string &path) {
+    std::error_code unknown;
+    auto status = std::filesystem::status(btkHostPath(path.c_str()), unknown);
+    if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))
+        throw Failure("not a monitor file: " + Printable(path));
 }
 
 std::unique_ptr<monFile> Opened(monFile *opened, const std::string &path) {
@@ -147,11 +157,13 @@ std::string TitleOf(const monFile &file) {
 }
 
 std::unique_ptr<monFile> OpenForReading(const std::string &path) {
+    CheckKind(path);
     Error_SetLast(0);
     return Opened(monFile::OpenReadOnly(path.c_str()), path);
 }
 
 std::unique_ptr<monFile> OpenForWriting(const std::string &path) {
+    CheckKind(path);
     Error_SetLast(0);
     return Opened(monFile::Open(path.c_str()), path);
 }
