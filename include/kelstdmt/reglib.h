@@ -72,8 +72,7 @@ public:
     enum Type : int { UserKind, SystemKind };
 
     // Keys are split at the separator; neither they nor names have one of the forbidden characters, nor one
-    // of
-    // "./\\", which the store cannot keep. Another type than these two gives a registry whose root is closed.
+    // of "./\\", which the store cannot keep. Another type than these gives a registry whose root is closed.
     ovkRegistry(Type type, char separator, const char *forbidden);
     ~ovkRegistry();
     ovkRegistry(const ovkRegistry &) = delete;
@@ -155,16 +154,16 @@ private:
 };
 
 KEL_DECLARE_STRUCT(regXNameInvalid)
-class KELSTDMT_API regXNameInvalid : public kelXException {
-    KEL_UNCOUNTED_EXCEPTION(regXNameInvalid, kelXException, xstrNullStr, (xstring, Name))
+class KELSTDMT_API regXNameInvalid : public xthrowable {
+    KEL_ROOT_EXCEPTION(regXNameInvalid, (xstring, Name))
 };
 KEL_DECLARE_STRUCT(regXKeyClosed)
-class KELSTDMT_API regXKeyClosed : public kelXException {
-    KEL_UNCOUNTED_EXCEPTION(regXKeyClosed, kelXException, xstrNullStr)
+class KELSTDMT_API regXKeyClosed : public xthrowable {
+    KEL_ROOT_EXCEPTION(regXKeyClosed)
 };
 KEL_DECLARE_STRUCT(regXAccess)
-class KELSTDMT_API regXAccess : public kelXException {
-    KEL_UNCOUNTED_EXCEPTION(regXAccess, kelXException, xstrNullStr)
+class KELSTDMT_API regXAccess : public xthrowable {
+    KEL_ROOT_EXCEPTION(regXAccess)
 };
 
 // Looking around, and values that are no text.

@@ -342,30 +342,33 @@ private:                                                                   \
 //     class myXBadLine : public kelXException {
 //         KEL_EXCEPTION(myXBadLine, kelXException, "Malformed line.", (xstring, File), (int, Line))
 //     };
-#define KEL_EXCEPTION(T, BASE, ...) KEL_EXCEPTION_BODY(T, BASE, xrchandle<T>, __VA_ARGS__)
+#define KEL_EXCEPTION(T, BASE, ...) KEL_EXCEPTION_BODY(T, BASE, BASE(description), xrchandle<T>, __VA_ARGS__)
 // The same for an exception whose objects are not counted: Create gives a plain pointer.
-#define KEL_UNCOUNTED_EXCEPTION(T, BASE, ...) KEL_EXCEPTION_BODY(T, BASE, T *, __VA_ARGS__)
+#define KEL_UNCOUNTED_EXCEPTION(T, BASE, ...) KEL_EXCEPTION_BODY(T, BASE, BASE(description), T *, __VA_ARGS__)
+// And for one that descends from none and has no description, of a class derived from xthrowable.
+#define KEL_ROOT_EXCEPTION(T, ...) \
+    KEL_EXCEPTION_BODY(T, xthrowable, xthrowable(), T *, xstrNullStr __VA_OPT__(, ) __VA_ARGS__)
 
-#define KEL_EXCEPTION_BODY(T, BASE, HOLDER, DESCRIPTION, ...)                                    \
-    KEL_CLASS(T, BASE)                                                                           \
-public:                                                                                          \
-    KEL_EACH(KEL_X_GETTER, __VA_ARGS__)                                                          \
-    static HOLDER Create(KEL_COMMAS(KEL_X_PARAM, __VA_ARGS__)) {                                 \
-        return kel::construct_with<T>([&](void *at) {                                            \
-            return ::new (at) T(DESCRIPTION __VA_OPT__(, ) KEL_COMMAS(KEL_X_PASS, __VA_ARGS__)); \
-        });                                                                                      \
-    }                                                                                            \
-    [[noreturn]] static void Throw(KEL_COMMAS(KEL_X_PARAM, __VA_ARGS__)) {                       \
-        HOLDER thrown = Create(KEL_COMMAS(KEL_X_PASS, __VA_ARGS__));                             \
-        xthrow(xrcunihandle<xthrowable>(thrown));                                                \
-    }                                                                                            \
-    static constexpr auto kel_fields() {                                                         \
-        return kel::detail::rows(KEL_COMMAS(KEL_X_FIELD, __VA_ARGS__));                          \
-    }                                                                                            \
-                                                                                                 \
-protected:                                                                                       \
-    explicit T(const char *description __VA_OPT__(, ) KEL_COMMAS(KEL_X_PARAM, __VA_ARGS__))      \
-        : BASE(description) __VA_OPT__(, ) KEL_COMMAS(KEL_X_INIT, __VA_ARGS__) {}                \
-                                                                                                 \
-private:                                                                                         \
+#define KEL_EXCEPTION_BODY(T, BASE, BASE_FROM, HOLDER, DESCRIPTION, ...)                                     \
+    KEL_CLASS(T, BASE)                                                                                       \
+public:                                                                                                      \
+    KEL_EACH(KEL_X_GETTER, __VA_ARGS__)                                                                      \
+    static HOLDER Create(KEL_COMMAS(KEL_X_PARAM, __VA_ARGS__)) {                                             \
+        return kel::construct_with<T>([&](void *at) {                                                        \
+            return ::new (at) T(DESCRIPTION __VA_OPT__(, ) KEL_COMMAS(KEL_X_PASS, __VA_ARGS__));             \
+        });                                                                                                  \
+    }                                                                                                        \
+    [[noreturn]] static void Throw(KEL_COMMAS(KEL_X_PARAM, __VA_ARGS__)) {                                   \
+        HOLDER thrown = Create(KEL_COMMAS(KEL_X_PASS, __VA_ARGS__));                                         \
+        xthrow(xrcunihandle<xthrowable>(thrown));                                                            \
+    }                                                                                                        \
+    static constexpr auto kel_fields() {                                                                     \
+        return kel::detail::rows(KEL_COMMAS(KEL_X_FIELD, __VA_ARGS__));                                      \
+    }                                                                                                        \
+                                                                                                             \
+protected:                                                                                                   \
+    explicit T([[maybe_unused]] const char *description __VA_OPT__(, ) KEL_COMMAS(KEL_X_PARAM, __VA_ARGS__)) \
+        : BASE_FROM __VA_OPT__(, ) KEL_COMMAS(KEL_X_INIT, __VA_ARGS__) {}                                    \
+                                                                                                             \
+private:                                                                                                     \
     KEL_EACH(KEL_X_MEMBER, __VA_ARGS__)
