@@ -48,9 +48,9 @@ private:
 };
 
 constexpr const char *entries[] = {
-    "a",      "b",        "A",        "a.text", "b.text",   "b.data",      "default..text",
-    ".new",   ".deleted", ".lock",    "..text", "a.data",   "a.b.text",    ".deleted/x",
-    "a/.new", "a/.lock",  "a/b.data", "a/a",    "a/a.text", "b/.deleted/y"};
+    "a",      "b",        "A",        "a.text", "b.text",   "b.data",       "default..text",
+    ".new",   ".deleted", ".lock",    "..text", "a.data",   "a.b.text",     ".deleted/x",
+    "a/.new", "a/.lock",  "a/b.data", "a/a",    "a/a.text", "b/.deleted/y", ".made"};
 constexpr const char *targets[] = {
     "../../outside", "../outside/kept.text", "../../outside/kept.text", ".", "..", "a", "a.text", "/dev/zero",
     "missing"};

@@ -71,8 +71,8 @@ private:
     bool is_deleted() const noexcept;
     bool failed(int system_error) const noexcept;
     int walk(const registry_folder &parent, const std::vector<std::string_view> &names, bool make);
+    int hide(const char *name) const;
     owned_descriptor stage(std::string_view bytes, bool with_name) const;
-    bool put_in_place(owned_descriptor staged, std::string_view bytes, const char *name) const;
     template <class Take>
     bool list(Take take) const;
 

@@ -299,6 +299,9 @@ TEST_F(Registry, ObjectsWithTypedValues) {
     user->Close();
     EXPECT_TRUE(Key(user->CreateSubkey("a"))) << "the root stays open";
     EXPECT_EQ(kel::view(static_cast<xobject &>(*user).getrtti()->getname()), "reglib::Registry");
+    for (xrttistruct *root : {xrtti_get_p_regKey(), xrtti_get_p_regXNameInvalid(),
+                              xrtti_get_p_regXKeyClosed(), xrtti_get_p_regXAccess()})
+        EXPECT_EQ(root->getparents(), nullptr) << root->getname();
 }
 
 // Whatever lies in the tree, nothing outside is read, written or removed.
@@ -326,14 +329,22 @@ TEST_F(Registry, NothingInTheTreeLeadsOut) {
     EXPECT_TRUE(key.SetValue("value", "mine") && key.SetValue("pipe", "mine") &&
                 !key.SetValue("folder", "mine"));
     EXPECT_EQ(read(key, "value") + read(key, "pipe"), "minemine");
-    EXPECT_TRUE(!create("").DeleteSubkey("key") && Error_GetLast() == 145)
-        << "a folder that is no key is in it";
-    fs::remove(key_folder / "folder.text");
-    // What a killed deletion left, in the key and beside it.
+    for (const char *foreign : {"folder.text", ".git"}) {
+        fs::create_directory(key_folder / foreign);
+        EXPECT_TRUE(!create("").DeleteSubkey("key") && Error_GetLast() == 145) << foreign << " is no key";
+        fs::remove(key_folder / foreign);
+    }
+    // What processes left that were killed while they made or deleted a key, in the key and beside it.
     fs::create_directories(key_folder / ".deleted/.deleted");
+    fs::create_symlink(outside / "sub", key_folder / ".made");
+    ovkRegistryKey leaving = create("leaving");
+    EXPECT_TRUE(leaving.SetValue("v", "old") && sub.Create(key, "sub") && key.DeleteSubkey("sub"));
     fs::remove(m_user / ".deleted");
-    fs::create_directories(m_user / ".deleted");
-    put(m_user / ".deleted/old.text", "old");
+    fs::rename(m_user / "leaving", m_user / ".deleted");
+    EXPECT_TRUE(!leaving.SetValue("v", "lost") && Error_GetLast() == 1018);
+    EXPECT_TRUE(!sub.Create(leaving, "lost") && Error_GetLast() == 1018);
+    fs::create_directory(m_user / ".made");
+    EXPECT_TRUE(create("").DeleteSubkey("key") && create("key").SetValue("v", "1"));
     EXPECT_TRUE(create("").DeleteSubkey("key"));
     EXPECT_EQ(entries(m_user), (Names{".lock"}));
     EXPECT_EQ(entries(outside), (Names{"secret.text", "sub"}));
@@ -377,6 +388,18 @@ TEST_F(Registry, RefusalsLeaveTheOldValue) {
         0);
     EXPECT_EQ(read(key, "v") + read(machine, "v"), "oldfor all");
     EXPECT_TRUE(entries(m_place, ".new").empty());
+    // What the superuser writes into another's tree does not lock its owner out.
+    if (::geteuid() == 0) {
+        fs::remove(m_user / ".lock");
+        ASSERT_EQ(::chown(m_user.c_str(), 65534, 65534), 0);
+        EXPECT_TRUE(create("owned").SetValue("v", "by root"));
+        EXPECT_EQ(exit_code(in_child([&] {
+                      if (::setgid(65534) != 0 || ::setuid(65534) != 0) return;
+                      EXPECT_EQ(read(create("owned"), "v"), "by root");
+                      EXPECT_TRUE(create("owned\\sub").SetValue("v", "mine")) << Error_GetLast();
+                  })),
+                  0);
+    }
 
     // Somebody who holds the lock is waited for, but not for ever.
     const int lock = ::open((m_user / ".lock").c_str(), O_RDWR | O_CLOEXEC);

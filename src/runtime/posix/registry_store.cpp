@@ -32,9 +32,11 @@ constexpr std::string_view default_stem = "default.";  // no name gives it
 constexpr std::string_view type_word = "type ";
 
 // What neither a key nor a value is called. It begins with a dot, as no name does.
-constexpr const char staged_name[] = ".new", deleted_name[] = ".deleted";
-constexpr bool is_hidden(std::string_view entry) noexcept {
-    return entry.starts_with('.');
+constexpr const char staged_name[] = ".new", unfinished_name[] = ".made", deleted_name[] = ".deleted",
+                     deleted_beside[] = "../.deleted";
+// Folders that the registry itself may have left.
+constexpr bool is_leftover(std::string_view entry) noexcept {
+    return entry == unfinished_name || entry == deleted_name;
 }
 
 // What the file of a value has besides, at most.
@@ -52,8 +54,8 @@ bool refuse(int number) noexcept {
     Error_SetLast(number);
     return false;
 }
-constexpr int bad_data = 13, bad_argument = 87, bad_name = 123, not_empty = 145, name_too_long = 206,
-              too_large = 223, key_deleted = 1018;
+constexpr int not_found = 2, bad_data = 13, bad_argument = 87, bad_name = 123, not_empty = 145,
+              name_too_long = 206, too_large = 223, key_deleted = 1018;
 
 // The name of an entry: a name of a key or value in lower case, and an ending.
 class entry_name {
@@ -139,11 +141,36 @@ void cut_text(std::string &bytes) {
     bytes.resize(std::min(bytes.size(), bytes.find('\0')));
 }
 
+// Gives the key its name when it has its mode, whatever the umask and however the process ends.
+int make_key(int above, const char *name, mode_t mode) noexcept {
+    constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
+    if (::mkdirat(above, unfinished_name, mode) != 0) {
+        if (errno != EEXIST) return -1;
+        // Left by a process that was killed.
+        if (::unlinkat(above, unfinished_name, AT_REMOVEDIR) != 0 &&
+            (errno != ENOTDIR || ::unlinkat(above, unfinished_name, 0) != 0))
+            return -1;
+        if (::mkdirat(above, unfinished_name, mode) != 0) return -1;
+    }
+    const owned_descriptor made(open_entry(above, unfinished_name, flags));
+    if (made && give_owner(made.get(), above) && give_mode(made.get(), mode) &&
+        ::renameat(above, unfinished_name, above, name) == 0)
+        return open_key(above, name);
+    const int reason = errno;
+    ::unlinkat(above, unfinished_name, AT_REMOVEDIR);
+    // Somebody may have made it by hand meanwhile.
+    if (reason == ENOTEMPTY || reason == EEXIST) return open_key(above, name);
+    errno = reason;
+    return -1;
+}
+
 // A folder that has no name any more for callers, with all that is in it. Keys below cannot be in it, so
-// depth means that somebody else was here.
+// depth means that somebody else was here. Several may do it at once: what is gone is gone, and what came
+// into its place meanwhile was deleted too, if it is empty.
 bool remove_all(int parent, const char *name, int depth = 8) {
     directory folder;
-    if (depth == 0 || !folder.open_below(parent, name)) return false;
+    if (depth == 0) return false;
+    if (!folder.open_below(parent, name)) return Error_GetLast() == not_found;
     directory_entry entry;
     listing_step step;
     while ((step = folder.next(entry)) == listing_step::entry) {
@@ -151,16 +178,21 @@ bool remove_all(int parent, const char *name, int depth = 8) {
         if (!is_folder(folder.descriptor(), entry) || !remove_all(folder.descriptor(), entry.name, depth - 1))
             return false;
     }
-    return step == listing_step::end && ::unlinkat(parent, name, AT_REMOVEDIR) == 0;
+    return step == listing_step::end && (::unlinkat(parent, name, AT_REMOVEDIR) == 0 || errno == ENOENT);
 }
 
 }  // namespace
 
 // Failures -------------------------------------------------------------------------------------
 
+// Where a deletion was cut short, the folder is still there, under a name that is none.
 bool registry_folder::is_deleted() const noexcept {
     struct stat node {};
-    return ::fstat(at(), &node) == 0 && node.st_nlink == 0;
+    struct stat leaving {};
+    if (::fstat(at(), &node) != 0) return false;
+    if (node.st_nlink == 0) return true;
+    return m_folder && ::fstatat(at(), deleted_beside, &leaving, AT_SYMLINK_NOFOLLOW) == 0 &&
+           leaving.st_dev == node.st_dev && leaving.st_ino == node.st_ino;
 }
 
 // A deleted key looks like one that has nothing in it.
@@ -185,13 +217,7 @@ int registry_folder::walk(const registry_folder &parent, const std::vector<std::
         entry_name entry;
         if (!entry.set(name, "")) return refused;
         int fd = open_key(above, entry.text());
-        if (fd < 0 && errno == ENOENT && make &&
-            (::mkdirat(above, entry.text(), mode) == 0 || errno == EEXIST)) {
-            // A descriptor of this kind gives no mode.
-            owned_descriptor made(open_entry(above, entry.text(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
-            if (made) give_mode(made.get(), mode);
-            fd = open_key(above, entry.text());
-        }
+        if (fd < 0 && errno == ENOENT && make) fd = make_key(above, entry.text(), mode);
         if (fd < 0) return errno;
         here.reset(fd);
     }
@@ -206,34 +232,47 @@ bool registry_folder::open(const registry_folder &parent, const std::vector<std:
     int error = walk(parent, names, false);
     if (error == ENOENT && make) {
         registry_lock lock;
-        error = lock.take(*parent.m_root) ? walk(parent, names, true) : errno;
+        if (!lock.take(*parent.m_root)) return parent.failed(errno);
+        if (parent.is_deleted()) return refuse(key_deleted);
+        error = walk(parent, names, true);
     }
     return error == 0 || parent.failed(error);
 }
 
+// Gives the key the hidden name, so that it goes whole for those who look. ENOTEMPTY when that is taken, by
+// what another deletion has not emptied yet.
+int registry_folder::hide(const char *name) const {
+    registry_lock lock;
+    if (!lock.take(*m_root)) return errno;
+    directory folder;
+    if (!folder.open_below(at(), name)) return is_deleted() ? ENOENT : refused;
+    directory_entry below;
+    listing_step step;
+    while ((step = folder.next(below)) == listing_step::entry) {
+        if (is_leftover(below.view()) || !is_folder(folder.descriptor(), below)) continue;
+        Error_SetLast(not_empty);
+        return refused;
+    }
+    if (step != listing_step::end) return refused;
+    if (::renameat(at(), name, at(), deleted_name) == 0) return 0;
+    return errno == EEXIST ? ENOTEMPTY : errno;
+}
+
+// It is emptied without the lock, since that takes its time: where it is cut short, the next deletion here,
+// or that of the key above, goes on with it.
 bool registry_folder::remove_folder(std::string_view name) const {
     entry_name entry;
     if (!entry.set(name, "")) return false;
-    registry_lock lock;
-    if (!lock.take(*m_root)) return failed(errno);
-    directory folder;
-    if (!folder.open_below(at(), entry.text())) return is_deleted() ? refuse(key_deleted) : false;
-    directory_entry below;
-    listing_step step;
-    while ((step = folder.next(below)) == listing_step::entry)
-        if (!is_hidden(below.view()) && is_folder(folder.descriptor(), below)) return refuse(not_empty);
-    if (step != listing_step::end) return false;
-    // It goes whole for those who look, and only then bit by bit. Where that is cut short, the next deletion
-    // here, or that of the key above, goes on with it.
-    bool moved = ::renameat(at(), entry.text(), at(), deleted_name) == 0;
-    if (!moved && (errno == ENOTEMPTY || errno == EEXIST || errno == ENOTDIR)) {
-        if (::unlinkat(at(), deleted_name, 0) != 0 && !remove_all(at(), deleted_name))
-            return refuse(not_empty);
-        moved = ::renameat(at(), entry.text(), at(), deleted_name) == 0;
+    const int before = Error_GetLast();
+    constexpr int most_in_the_way = 100;
+    for (int attempt = 0; attempt < most_in_the_way; ++attempt) {
+        const int error = hide(entry.text());
+        if (error != 0 && error != ENOTEMPTY && error != ENOTDIR) return failed(error);
+        const bool emptied = remove_all(at(), deleted_name) || ::unlinkat(at(), deleted_name, 0) == 0;
+        if (error == 0) return Error_SetLast(before), true;
+        if (!emptied) break;
     }
-    if (!moved) return failed(errno);
-    remove_all(at(), deleted_name);
-    return true;
+    return refuse(not_empty);
 }
 
 // Values ---------------------------------------------------------------------------------------
@@ -299,7 +338,8 @@ owned_descriptor registry_folder::stage(std::string_view bytes, bool with_name) 
         file.reset(open_entry(at(), staged_name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode));
     }
     if (!file) return file;
-    if (give_mode(file.get(), mode) && write_whole(file.get(), bytes)) return file;
+    if (give_owner(file.get(), at()) && give_mode(file.get(), mode) && write_whole(file.get(), bytes))
+        return file;
     const int reason = errno;
     if (with_name) ::unlinkat(at(), staged_name, 0);
     errno = reason;
@@ -342,6 +382,7 @@ bool registry_folder::write(std::string_view name, int type, std::string_view by
     owned_descriptor staged = stage(content, false);
     registry_lock lock;
     if (!lock.take(*m_root)) return failed(errno);
+    if (is_deleted()) return refuse(key_deleted);
     if (!staged || !give_name(staged.get(), at())) staged = stage(content, true);
     if (!staged) return failed(errno);
     if (::renameat(at(), staged_name, at(), entry.text()) != 0) {

@@ -1,4 +1,5 @@
-// What the two sources of the registry's store share: the lock of a tree, and modes that no umask changes.
+// What the two sources of the registry's store share: the lock of a tree, owners, and modes that no umask
+// changes.
 #pragma once
 
 #include <sys/types.h>
@@ -13,6 +14,9 @@ inline mode_t folder_mode(const registry_root &root) noexcept {
 inline mode_t file_mode(const registry_root &root) noexcept {
     return root.for_all ? 0644 : 0600;
 }
+// What the superuser just made in somebody's folder is theirs, so that it does not lock them out of their
+// own settings. False with errno set.
+bool give_owner(int fd, int folder) noexcept;
 // What was just made with that mode gets it in full. False with errno set.
 bool give_mode(int fd, mode_t mode) noexcept;
 

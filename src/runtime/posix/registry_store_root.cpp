@@ -30,6 +30,14 @@ int open_entry(int folder, const char *name, int flags, mode_t mode) noexcept {
     return fd;
 }
 
+bool give_owner(int fd, int folder) noexcept {
+    if (::geteuid() != 0) return true;
+    struct stat node {};
+    struct stat above {};
+    if (::fstat(fd, &node) != 0 || ::fstat(folder, &above) != 0) return false;
+    return node.st_uid != 0 || above.st_uid == 0 || ::fchown(fd, above.st_uid, above.st_gid) == 0;
+}
+
 bool give_mode(int fd, mode_t mode) noexcept {
     struct stat node {};
     if (::fstat(fd, &node) != 0) return false;
@@ -47,13 +55,17 @@ bool set_lock(int fd, short type) noexcept {
     return ::fcntl(fd, F_OFD_SETLK, &lock) == 0;
 }
 
+// Only what was made here gets an owner and a mode: another file may have been put there meanwhile.
 int open_lock(const registry_root &root) noexcept {
     constexpr int flags = O_RDWR | O_NOFOLLOW;
-    int fd = open_entry(root.folder.get(), ".lock", flags);
+    const int folder = root.folder.get();
+    const int fd = open_entry(folder, ".lock", flags);
     if (fd >= 0 || errno != ENOENT) return fd;
-    fd = open_entry(root.folder.get(), ".lock", flags | O_CREAT, file_mode(root));
-    if (fd >= 0) give_mode(fd, file_mode(root));
-    return fd;
+    const int made = open_entry(folder, ".lock", flags | O_CREAT | O_EXCL, file_mode(root));
+    if (made < 0) return errno == EEXIST ? open_entry(folder, ".lock", flags) : made;
+    give_owner(made, folder);
+    give_mode(made, file_mode(root));
+    return made;
 }
 
 bool has_name(int fd) noexcept {
