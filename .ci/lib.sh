@@ -36,7 +36,7 @@ need() {
 }
 
 need_to_build() {
-    local tools=(cmake ninja-build libcli11-dev)  # the last for the program kel
+    local tools=(cmake ninja-build libcli11-dev nlohmann-json3-dev)  # the last two for the program kel
     command -v "${CXX:-c++}" >/dev/null || tools+=(g++)
     command -v "${CC:-cc}" >/dev/null || tools+=(gcc)
     need "to build" "${tools[@]}"

@@ -40,24 +40,26 @@ std::string TextOf(const xstring &text) {
     return kel::is_text(text) ? text.Str() : "";
 }
 
-void WriteNode(JsonWriter &json, const ovkConfigFile::Node &node) {
-    json.BeginObject().Bytes("name", TextOf(node.name)).Bytes("value", TextOf(node.value)).EndObject();
+Json JsonOf(const ovkConfigFile::Node &node) {
+    Json object;
+    PutBytes(object, "name", TextOf(node.name));
+    PutBytes(object, "value", TextOf(node.value));
+    return object;
 }
 
 ExitCode List(const Entry &options) {
     ovkConfigFile file;
     Open(file, options.file, ovkConfigFile::ReadOnly);
-    JsonWriter json(std::cout);
-    if (options.json) json.BeginArray();
+    Json entries = Json::array();
     for (const auto &entry : file) {
         if (options.json) {
-            WriteNode(json, *entry.value);
+            entries.push_back(JsonOf(*entry.value));
         } else {
             std::cout << Printable(TextOf(entry.value->name)) << ':' << Printable(TextOf(entry.value->value))
                       << '\n';
         }
     }
-    if (options.json) json.EndArray().EndDocument();
+    if (options.json) PrintJson(entries);
     return done;
 }
 
@@ -68,9 +70,7 @@ ExitCode Get(const Entry &options) {
     if (!file.Find(Pressed(options.name).c_str(), node))
         throw Failure("no such name: " + Printable(options.name));
     if (options.json) {
-        JsonWriter json(std::cout);
-        WriteNode(json, *node);
-        json.EndDocument();
+        PrintJson(JsonOf(*node));
     } else {
         std::cout << TextOf(node->value) << '\n';
     }

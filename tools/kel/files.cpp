@@ -105,15 +105,16 @@ void PrintSum(const std::string &file, unsigned sum) {
 ExitCode SumAll(const Sum &options) {
     Progress progress;
     ExitCode code = done;
-    JsonWriter json(std::cout);
-    if (options.json) json.BeginArray();
+    Json sums = Json::array();
     for (const std::string &file : options.files) {
         Error_SetLast(0);
         try {
             auto sum = static_cast<unsigned>(kel::calculate_check_sum(file.c_str(), progress.Observer()));
             progress.Add();
             if (options.json) {
-                json.BeginObject().Bytes("file", file).Name("sum").Integer(sum).EndObject();
+                Json &object = sums.emplace_back();
+                PutBytes(object, "file", file);
+                object["sum"] = sum;
             } else {
                 if (options.files.size() > 1 && IsTerminal(Stream::output)) Progress::WipeAll();
                 PrintSum(file, sum);
@@ -124,7 +125,7 @@ ExitCode SumAll(const Sum &options) {
             code = failed;
         }
     }
-    if (options.json) json.EndArray().EndDocument();
+    if (options.json) PrintJson(sums);
     return code;
 }
 

@@ -1,45 +1,25 @@
-// Writes JSON: an element of an array on each line, objects in one line.
+// JSON, which is UTF-8, for names and values that may be any bytes.
 //
-// Every text is valid UTF-8. Where the bytes of a name or value are none, U+FFFD stands for each bad byte,
-// and a member NAME_base64 behind NAME holds the bytes as they are.
+// Where the bytes of a member NAME are no UTF-8, U+FFFD stands for each bad byte, and a member NAME_base64
+// behind it holds them as they are.
 #pragma once
 
 #include <iosfwd>
 #include <string>
 #include <string_view>
 
+#include <nlohmann/json.hpp>
+
 namespace tool {
 
-class JsonWriter {
-public:
-    explicit JsonWriter(std::ostream &out) : m_out(out) {}
+using Json = nlohmann::ordered_json;
 
-    JsonWriter &BeginObject();
-    JsonWriter &EndObject();
-    JsonWriter &BeginArray();
-    JsonWriter &EndArray();
-    JsonWriter &Name(std::string_view name);  // of the member that comes next; text of our own
+void PutBytes(Json &object, const std::string &name, std::string_view bytes);
+std::string BytesOf(const Json &object, const std::string &name);  // throws Failure when there are none
+// What JSON has no number for is "nan", "inf" or "-inf".
+Json NumberOf(double number);
 
-    JsonWriter &Text(std::string_view text);
-    JsonWriter &Integer(long long number);
-    JsonWriter &Real(double number);  // what JSON has no number for is "nan", "inf" or "-inf"
-    JsonWriter &Boolean(bool value);
-    JsonWriter &Null();
-
-    // A member that holds bytes, in one or two members.
-    JsonWriter &Bytes(std::string_view name, std::string_view bytes);
-
-    void EndDocument();
-
-private:
-    void Value(std::string_view text);
-    void Separate();
-    void Open(char bracket);
-    void Close(char bracket);
-
-    std::ostream &m_out;
-    std::string m_open;  // the brackets
-    bool m_first = true, m_named = false;
-};
+Json ReadJson(std::string_view document);  // throws Failure with the place of the mistake
+void PrintJson(const Json &document);      // on standard output
 
 }  // namespace tool

@@ -25,16 +25,16 @@ ExitCode Show(const Shown &options) {
     std::unique_ptr<monFile> file = OpenForReading(options.file);
     bool whole = file->Refresh();
     if (options.json) {
-        JsonWriter json(std::cout);
-        json.BeginObject().Bytes("title", TitleOf(*file)).Name("parameters").BeginArray();
+        Json document, parameters = Json::array();
+        PutBytes(document, "title", TitleOf(*file));
         for (monParam *parameter : file->Parameters()) {
-            json.BeginObject().Bytes("name", NameOf(*parameter));
-            WriteValue(json, ValueOf(*parameter));
-            if (auto *text = dynamic_cast<monStringParam *>(parameter))
-                json.Name("size").Integer(text->getSize());
-            json.EndObject();
+            Json &object = parameters.emplace_back();
+            PutBytes(object, "name", NameOf(*parameter));
+            PutValue(object, ValueOf(*parameter));
+            if (auto *text = dynamic_cast<monStringParam *>(parameter)) object["size"] = text->getSize();
         }
-        json.EndArray().EndObject().EndDocument();
+        document["parameters"] = std::move(parameters);
+        PrintJson(document);
     } else {
         std::vector<MonitorRow> rows;
         for (monParam *parameter : file->Parameters())

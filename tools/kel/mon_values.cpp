@@ -110,21 +110,18 @@ std::string ShownValue(const MonitorValue &value) {
                                               : NumberText(*value.number);
 }
 
-void WriteValue(JsonWriter &json, const MonitorValue &value) {
-    json.Name("type").Text(NameOf(value.type));
+void PutValue(Json &object, const MonitorValue &value) {
+    object["type"] = NameOf(value.type);
     if (value.text) {
-        json.Bytes("value", *value.text);
-        return;
-    }
-    json.Name("value");
-    if (!value.number) {
-        json.Null();
+        PutBytes(object, "value", *value.text);
+    } else if (!value.number) {
+        object["value"] = nullptr;
     } else if (value.type == MonitorType::boolean) {
-        json.Boolean(*value.number != 0);
+        object["value"] = *value.number != 0;
     } else if (value.type == MonitorType::integer) {
-        json.Integer(static_cast<long long>(*value.number));
+        object["value"] = static_cast<int>(*value.number);
     } else {
-        json.Real(*value.number);
+        object["value"] = NumberOf(*value.number);
     }
 }
 

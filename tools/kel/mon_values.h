@@ -24,7 +24,7 @@ struct MonitorValue {
 };
 MonitorValue ValueOf(monParam &parameter);
 std::string ShownValue(const MonitorValue &value);
-void WriteValue(JsonWriter &json, const MonitorValue &value);  // the members "type" and "value"
+void PutValue(Json &object, const MonitorValue &value);  // the members "type" and "value"
 
 // Throws Failure for a text that is no value of the type, or is longer than the parameter's size.
 void SetValue(monParam &parameter, const std::string &text);

@@ -29,13 +29,14 @@ struct Listing {
     bool recursive = false, json = false;
 };
 
-void WriteFolder(JsonWriter &json, const RegistryFolder &folder) {
-    json.BeginObject().Bytes("key", folder.key).Name("subkeys").BeginArray();
+Json JsonOfFolder(const RegistryFolder &folder) {
+    Json object, subkeys = Json::array();
+    PutBytes(object, "key", folder.key);
     for (const std::string &name : folder.subkeys)
-        json.BeginObject().Bytes("name", name).EndObject();
-    json.EndArray().Name("values");
-    WriteValues(json, folder.values);
-    json.EndObject();
+        PutBytes(subkeys.emplace_back(), "name", name);
+    object["subkeys"] = std::move(subkeys);
+    object["values"] = JsonOf(folder.values);
+    return object;
 }
 
 void PrintFolder(const RegistryFolder &folder, const std::string &before) {
@@ -46,12 +47,10 @@ void PrintFolder(const RegistryFolder &folder, const std::string &before) {
 ExitCode List(const Listing &options) {
     RegistryPlace place = options.place;
     place.key = KeyText(place.key);
-    JsonWriter json(std::cout);
     if (!options.recursive) {
         RegistryFolder folder = ListKey(place);
         if (options.json) {
-            WriteFolder(json, folder);
-            json.EndDocument();
+            PrintJson(JsonOfFolder(folder));
             return done;
         }
         for (const std::string &name : folder.subkeys)
@@ -59,17 +58,17 @@ ExitCode List(const Listing &options) {
         PrintFolder(folder, "");
         return done;
     }
-    if (options.json) json.BeginArray();
+    Json folders = Json::array();
     WalkKeys(place, [&](const RegistryFolder &folder) {
         if (options.json) {
-            WriteFolder(json, folder);
+            folders.push_back(JsonOfFolder(folder));
             return;
         }
         std::string before = folder.key.empty() ? "" : Printable(folder.key) + '\\';
         if (folder.values.empty() && folder.subkeys.empty()) std::cout << before << '\n';
         PrintFolder(folder, before);
     });
-    if (options.json) json.EndArray().EndDocument();
+    if (options.json) PrintJson(folders);
     return done;
 }
 
@@ -105,9 +104,7 @@ ExitCode Get(const Wanted &options) {
     CheckValueName(options.name);
     kel::registry_value value = Find(OpenKey(place), options.name);
     if (options.json) {
-        JsonWriter json(std::cout);
-        json.BeginObject().Bytes("name", value.name).Name("type").Integer(value.type);
-        json.Bytes("value", value.bytes).EndObject().EndDocument();
+        PrintJson(JsonOf(value));
     } else {
         std::cout << value.bytes;
         if (value.type == registry_text) std::cout << '\n';

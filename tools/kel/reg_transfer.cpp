@@ -1,11 +1,8 @@
 // kel reg export and import: a key with all below it as one JSON document, byte for byte.
 //
 //     {"format": "kelstdmt registry 1", "key": "software\\orv", "keys": [
-//       {"key": "", "values": [
-//         {"name": "port", "type": 1, "value": "80"}
-//       ]},
-//       {"key": "server", "values": []}
-//     ]}
+//       {"key": "", "values": [{"name": "port", "type": 1, "value": "80"}]},
+//       {"key": "server", "values": []}]}
 //
 // The outer key is where it comes from, the inner ones are told from there. Names and values that are no
 // UTF-8 are in members NAME_base64 (json.h).
@@ -18,7 +15,7 @@
 #include <limits>
 #include <sstream>
 
-#include "json_reader.h"
+#include "json.h"
 #include "reg_commands.h"
 #include "text.h"
 
@@ -36,16 +33,18 @@ ExitCode Write(const Export &options) {
     RegistryPlace place = options.place;
     place.key = KeyText(place.key);
     ListKey(place);  // fails before anything is written
-    JsonWriter json(std::cout);
-    json.BeginObject().Name("format").Text(format_name).Bytes("key", place.key).Name("keys").BeginArray();
+    Json document, keys = Json::array();
+    document["format"] = format_name;
+    PutBytes(document, "key", place.key);
     WalkKeys(place, [&](const RegistryFolder &folder) {
         std::string key =
             folder.key == place.key ? "" : folder.key.substr(place.key.empty() ? 0 : place.key.size() + 1);
-        json.BeginObject().Bytes("key", key).Name("values");
-        WriteValues(json, folder.values);
-        json.EndObject();
+        Json &object = keys.emplace_back();
+        PutBytes(object, "key", key);
+        object["values"] = JsonOf(folder.values);
     });
-    json.EndArray().EndObject().EndDocument();
+    document["keys"] = std::move(keys);
+    PrintJson(document);
     return done;
 }
 
@@ -68,33 +67,20 @@ std::string ReadAll(const std::string &file) {
     return bytes.str();
 }
 
-std::string BytesOf(const JsonValue &object, const std::string &name) {
-    if (const JsonValue *coded = object.Member(name + "_base64")) {
-        const std::string *text = coded->As<std::string>();
-        std::optional<std::string> bytes = text ? FromBase64(*text) : std::nullopt;
-        if (!bytes) throw Failure(name + "_base64 is not base64");
-        return *bytes;
-    }
-    const JsonValue *member = object.Member(name);
-    const std::string *text = member ? member->As<std::string>() : nullptr;
-    if (!text) throw Failure("a text \"" + name + "\" is missing");
-    return *text;
+const Json &ArrayOf(const Json &object, const char *name) {
+    const auto member = object.find(name);
+    if (member == object.end() || !member->is_array())
+        throw Failure(std::string("a list \"") + name + "\" is missing");
+    return *member;
 }
 
-const JsonArray &ArrayOf(const JsonValue &object, const char *name) {
-    const JsonValue *member = object.Member(name);
-    const JsonArray *array = member ? member->As<JsonArray>() : nullptr;
-    if (!array) throw Failure(std::string("a list \"") + name + "\" is missing");
-    return *array;
-}
-
-kel::registry_value ValueOf(const JsonValue &object) {
+kel::registry_value ValueOf(const Json &object) {
     kel::registry_value value{BytesOf(object, "name"), registry_text, BytesOf(object, "value")};
-    if (const JsonValue *member = object.Member("type")) {
-        const double *type = member->As<double>();
-        if (!type || *type != std::floor(*type) || std::abs(*type) > std::numeric_limits<int>::max())
+    if (const auto member = object.find("type"); member != object.end()) {
+        const double type = member->is_number() ? member->get<double>() : 0.5;
+        if (type != std::floor(type) || std::abs(type) > std::numeric_limits<int>::max())
             throw Failure("\"type\" is no whole number");
-        value.type = static_cast<int>(*type);
+        value.type = static_cast<int>(type);
     }
     CheckValue(value);
     return value;
@@ -102,17 +88,17 @@ kel::registry_value ValueOf(const JsonValue &object) {
 
 // Everything is looked at before the first key is made.
 ExitCode Read(const Import &options) {
-    JsonValue document = ReadJson(ReadAll(options.file));
-    const JsonValue *format = document.Member("format");
-    if (!format || !format->As<std::string>() || *format->As<std::string>() != format_name)
+    const Json document = ReadJson(ReadAll(options.file));
+    const auto format = document.find("format");
+    if (format == document.end() || *format != format_name)
         throw Failure("not an export of the registry: \"format\" is not \"" + std::string(format_name) + '"');
     RegistryPlace place = options.place;
     std::string top = KeyText(options.to->count() ? place.key : BytesOf(document, "key"));
     std::vector<RegistryFolder> folders;
-    for (const JsonValue &entry : ArrayOf(document, "keys")) {
+    for (const Json &entry : ArrayOf(document, "keys")) {
         RegistryFolder folder{JoinedKey(top, KeyText(BytesOf(entry, "key"))), {}, {}};
         CheckKey(folder.key);
-        for (const JsonValue &value : ArrayOf(entry, "values"))
+        for (const Json &value : ArrayOf(entry, "values"))
             folder.values.push_back(ValueOf(value));
         folders.push_back(std::move(folder));
     }

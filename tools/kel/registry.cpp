@@ -121,16 +121,19 @@ void WalkKeys(const RegistryPlace &top, const std::function<void(const RegistryF
     }
 }
 
-void WriteValues(JsonWriter &json, const std::vector<kel::registry_value> &values) {
-    json.BeginArray();
+Json JsonOf(const kel::registry_value &value) {
+    Json object;
+    PutBytes(object, "name", value.name);
+    object["type"] = value.type;
+    PutBytes(object, "value", value.bytes);
+    return object;
+}
+
+Json JsonOf(const std::vector<kel::registry_value> &values) {
+    Json list = Json::array();
     for (const kel::registry_value &value : values)
-        json.BeginObject()
-            .Bytes("name", value.name)
-            .Name("type")
-            .Integer(value.type)
-            .Bytes("value", value.bytes)
-            .EndObject();
-    json.EndArray();
+        list.push_back(JsonOf(value));
+    return list;
 }
 
 }  // namespace tool

@@ -42,6 +42,7 @@ RegistryFolder ListKey(const RegistryPlace &place);
 // The key and all below it, each before its subkeys. What others delete meanwhile is left out.
 void WalkKeys(const RegistryPlace &top, const std::function<void(const RegistryFolder &)> &visit);
 
-void WriteValues(JsonWriter &json, const std::vector<kel::registry_value> &values);
+Json JsonOf(const kel::registry_value &value);
+Json JsonOf(const std::vector<kel::registry_value> &values);
 
 }  // namespace tool
