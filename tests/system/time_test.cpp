@@ -45,15 +45,9 @@ std::string text(const Time &time, const char *format = "%Y-%m-%d %H:%M:%S") {
     return tmTime::TimeToString(time.get(), format).Str();
 }
 
-const char *const zones[] = {"UTC",
-                             "Europe/Berlin",
-                             "America/New_York",
-                             "Australia/Lord_Howe",
-                             "Asia/Kathmandu",
-                             "Pacific/Apia",
-                             "EST5EDT,M3.2.0,M11.1.0",
-                             "<+14>-14",
-                             "right/Asia/Shanghai"};
+const char *const zones[] = {
+    "UTC",          "Europe/Berlin",          "America/New_York", "Australia/Lord_Howe", "Asia/Kathmandu",
+    "Pacific/Apia", "EST5EDT,M3.2.0,M11.1.0", "<+14>-14",         "right/Asia/Shanghai"};
 
 TEST(Time, FieldsAreTheCalendarOfEachZone) {
     std::mt19937_64 chance(7);

@@ -38,7 +38,7 @@ bool counts_leap_seconds() {
 
 std::optional<std::int64_t> from_rules_of_zone(std::tm fields) {
     if (counts_leap_seconds()) return std::nullopt;  // what the clock shows is no count there
-    constexpr std::int64_t good_day = 26 * 3600;  // no zone is further from UTC
+    constexpr std::int64_t good_day = 26 * 3600;     // no zone is further from UTC
     const auto count = clock_count(fields);
     if (!count) return std::nullopt;
     const auto before = offset_at(*count - good_day), after = offset_at(*count + good_day);
