@@ -25,12 +25,13 @@ KEL_DECLARE_ENUM(fsRecursiveCopyMode)
 KELSTDMT_API void fsCreateDir(const char *path, fsOpMode mode);
 
 // A file, a link or an empty folder; with fsRecursive a folder with everything in it. A folder that another
-// file system is mounted on, and the root, are fsXInvalidPath, and nothing in them goes.
+// file system is mounted on, and a drive's root, are fsXInvalidPath, and nothing in them goes.
 KELSTDMT_API void fsRemove(const char *path, fsOpMode mode);
 
 // Never onto something that exists: fsXFileExists. With fsRecursive the folders missing above `to` are made.
 // To another file system, a copy with owners and attributes is put into place and onto the disk, then the
-// source is removed, except for what is found to be added or changed meanwhile: that is a failure, and stays.
+// source is removed. What is added or changed meanwhile, or cannot be removed, stays there and is a failure;
+// the copy is whole all the same.
 KELSTDMT_API void fsMove(const char *from, const char *to, fsOpMode mode);
 
 // In the same folder. new_name is a name, not a path: otherwise fsXInvalidName. A path without a separator
@@ -43,9 +44,9 @@ KELSTDMT_API void fsRename(const char *path, const char *new_name);
 //     the tree, fsXOther.
 // to: made with the folders missing above it when from is a folder or the mode is fsRecursive.
 // copy_mode: an existing `to` is fsXFileExists with fsForceNew. fsReplace puts the copy in its place once
-// that
-//     is whole, then removes what was there. fsMerge copies into an existing folder, where files and links
-//     give way to files; a folder and anything else in one place are fsXFileExists, and so is a device.
+//     that is whole, then removes what was there; if it cannot, what is left of it comes back instead of the
+//     copy. fsMerge copies into an existing folder, where files and links give way to files; a folder and
+//     anything else in one place are fsXFileExists, and so is a device.
 // link_mode: of links below from. fsNewLink makes the same link, fsExpand copies what it leads to (nothing:
 //     fsXDoesNotExist, round in a circle: fsXInvalidPath), fsIgnore passes it by.
 //

@@ -72,7 +72,7 @@ fsErrorCode tree_copy::choose_arrival(const place &to, fsRecursiveCopyMode mode,
         const std::string real = system::real_path(from_host.c_str());
         if (real.empty()) return fail(m_from);
         const bool holds_source = there.kind() == system::folder_kind && leads_into(real, there.who);
-        if (holds_source || !to.is_entry()) return refuse_circle(m_top_to);
+        if (holds_source || !to.is_entry() || is_root(m_top_to)) return refuse_circle(m_top_to);
         way = becomes_file ? arrival::over : arrival::instead;
         return fsErrSuccess;
     }

@@ -10,6 +10,7 @@
 namespace detail = kel::detail;
 
 using kel::detail::checked_path;
+using kel::detail::is_root;
 using kel::detail::make_folders;
 using kel::detail::place;
 using kel::detail::throw_last;
@@ -20,6 +21,10 @@ using kel::system::links;
 using kel::system::outcome;
 
 namespace kel::detail {
+
+bool is_root(const std::string &path) noexcept {
+    return path.find_last_not_of('\\') + 1 <= root_length(path);
+}
 
 std::string without_end(std::string host_path) {
     while (host_path.size() > 1 && host_path.back() == '/')
@@ -93,6 +98,7 @@ void remove_simply(const std::string &path, const char *function) {
 void remove(const char *path, fsOpMode mode, const kel::file_observer *observer) {
     constexpr const char *function = "fsRemove";
     tree_path checked(checked_path(path, function));
+    if (is_root(checked.text())) refuse_place(function, checked.text());
     detail::tree_removal removal(observer);
     if (!is_recursive(mode)) {
         remove_simply(checked.text(), function);
@@ -183,6 +189,7 @@ void kel::remove_tree(const char *path, fsOpMode mode, const file_observer &obse
 void fsMove(const char *from, const char *to, fsOpMode mode) {
     constexpr const char *function = "fsMove";
     const std::string source = checked_path(from, function), target = checked_path(to, function);
+    if (is_root(source)) refuse_place(function, source);
     const std::string from_host = without_end(btkHostPath(source.c_str()));
     const std::string to_host = without_end(btkHostPath(target.c_str()));
     kel::system::status told;
@@ -204,10 +211,8 @@ void fsRename(const char *path, const char *new_name) {
     std::string checked = checked_path(path, function);
     const std::string_view name = detail::any_view(new_name);
     if (!is_name(name)) fsThrow(fsErrInvalidName, function, new_name);
-    const std::size_t root = detail::root_length(checked);
-    while (checked.size() > root && checked.back() == '\\')
-        checked.pop_back();
-    if (checked.size() <= root) refuse_place(function, checked);
+    if (is_root(checked)) refuse_place(function, checked);
+    checked.resize(checked.find_last_not_of('\\') + 1);
     const std::string target = sibling(checked, name);
     if (target.size() > fsMaxPath) detail::throw_invalid_path(function, target);
     const std::string from_host = btkHostPath(checked.c_str()), to_host = btkHostPath(target.c_str());

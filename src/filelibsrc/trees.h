@@ -65,6 +65,9 @@ private:
     std::string m_name;
 };
 
+// Whether a caller's path is a drive's root, which is a folder like any other on the host, but must stay.
+bool is_root(const std::string &path) noexcept;
+
 // Without the separators at the end, which would follow a link.
 std::string without_end(std::string host_path);
 
