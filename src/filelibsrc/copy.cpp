@@ -12,7 +12,6 @@ using system::outcome;
 
 namespace {
 
-constexpr unsigned maker_alone = 0700;
 constexpr int in_use = 32, not_supported = 50;
 
 entry_kind kind_of(const system::status &told) noexcept {
@@ -149,8 +148,7 @@ fsErrorCode tree_copy::fill_file(int from, const system::status &told, int to) {
         case side::none:
             break;
     }
-    if (m_kept == system::keeping::owner) system::copy_attributes(from, to);
-    if (system::finish(to, told, m_kept) != outcome::done) return fail(m_to);
+    if (system::finish(to, told, m_kept, from) != outcome::done) return fail(m_to);
     m_progress.tell(m_from.text().c_str(), ++m_files, m_bytes);
     return fsErrSuccess;
 }
@@ -208,7 +206,7 @@ fsErrorCode tree_copy::copy_folder(const source &from, target to, std::size_t de
     system::owned_descriptor folder;
     system::status told;
     if (to.way == arrival::in_fresh) {
-        if (system::make_folder(to.folder, to.name, maker_alone) != outcome::done ||
+        if (system::make_folder(to.folder, to.name, system::unfinished) != outcome::done ||
             system::open_folder(to.folder, to.name, links::seen, folder) != outcome::done)
             return fail(m_to);
         if (const fsErrorCode code = copy_entries(folder.get(), arrival::in_fresh, depth)) return code;
@@ -232,9 +230,9 @@ fsErrorCode tree_copy::copy_folder(const source &from, target to, std::size_t de
 
 fsErrorCode tree_copy::finish_folder(int to, std::size_t depth) {
     level &at = m_levels[depth];
-    if (m_kept == system::keeping::owner) system::copy_attributes(at.listing.descriptor(), to);
+    const outcome finished = system::finish(to, at.told, m_kept, at.listing.descriptor());
     at.listing.close();
-    return system::finish(to, at.told, m_kept) == outcome::done ? fsErrSuccess : fail(m_to);
+    return finished == outcome::done ? fsErrSuccess : fail(m_to);
 }
 
 fsErrorCode tree_copy::copy_entries(int to, arrival way, std::size_t depth) {

@@ -12,9 +12,12 @@ namespace {
 
 constexpr int not_empty = 145;
 
-// Some file systems keep whole or even seconds only.
+// Some file systems keep fewer digits of a second, or even seconds only.
 bool is_same_time(const system::instant &source, const system::instant &copy) noexcept {
-    if (source == copy) return true;
+    constexpr long second = 1'000'000'000;
+    for (long grain = 1; grain < second; grain *= 10)
+        if (source.seconds == copy.seconds && source.nanoseconds / grain * grain == copy.nanoseconds)
+            return true;
     const long long apart = source.seconds - copy.seconds;
     return copy.nanoseconds == 0 && apart >= -1 && apart <= 1;
 }
@@ -59,6 +62,9 @@ fsErrorCode remove_entry(int folder, const char *name, int copy_folder, const ch
     }
     if (source.kind() != system::folder_kind)
         return system::remove_file(folder, name) == outcome::done ? fsErrSuccess : last_code();
+    // Asked to go before anything in it does: another file system may be mounted on it.
+    const outcome gone = system::remove_folder(folder, name);
+    if (gone != outcome::not_empty) return gone == outcome::done ? fsErrSuccess : last_code();
     if (const fsErrorCode code = empty_folder(folder, name, copy_folder, copy_name, path)) return code;
     return system::remove_folder(folder, name) == outcome::done ? fsErrSuccess : last_code();
 }

@@ -16,9 +16,7 @@ using system::owned_descriptor;
 namespace {
 
 constexpr std::string_view ending = ".kel-copy";
-constexpr std::size_t longest_stem = 200;  // bytes; with the rest it stays a name for any file system
 constexpr int attempts = 16;
-constexpr unsigned maker_alone = 0700;
 
 std::string hidden_by_chance() {
     char name[40];
@@ -28,7 +26,7 @@ std::string hidden_by_chance() {
 }
 
 std::string hidden_name_of(std::string_view name) {
-    return std::string(".").append(name.substr(0, longest_stem)).append(ending);
+    return std::string(".").append(name).append(ending);
 }
 
 // `make` gets a name that nobody has chosen before.
@@ -49,7 +47,7 @@ new_entry::~new_entry() {
     if (m_hidden.empty()) return;
     const int reason = Error_GetLast();
     tree_path path(m_path);
-    tree_removal().remove(m_folder, m_hidden.c_str(), path);
+    tree_removal(tree_removal::permission::taken).remove(m_folder, m_hidden.c_str(), path);
     Error_SetLast(reason);
 }
 
@@ -63,38 +61,54 @@ outcome new_entry::make_link(const char *text) {
 }
 
 outcome new_entry::make_folder() {
+    const auto make = [&](const char *name) {
+        return system::make_folder(m_folder, name, system::unfinished);
+    };
     m_is_folder = true;
     m_hidden = hidden_name_of(m_name);
-    outcome result = system::make_folder(m_folder, m_hidden.c_str(), maker_alone);
-    if (result == outcome::done || result == outcome::exists)
-        if (take_over(result == outcome::done)) return outcome::done;
-    m_hidden.clear();  // nothing of ours, or another copy is at work there
-    if (result != outcome::done && result != outcome::exists) return result;
-    result = make_hidden(m_hidden,
-                         [&](const char *name) { return system::make_folder(m_folder, name, maker_alone); });
+    outcome result = make(m_hidden.c_str());
+    if (result == outcome::exists) {
+        remove_left_behind();
+        result = make(m_hidden.c_str());
+    }
+    if (result == outcome::done && claim()) return result;
+    m_hidden.clear();  // another copy is at work there, or the name is too long with what is added
+    result = make_hidden(m_hidden, make);
     if (result != outcome::done) return result;
     return system::open_folder(m_folder, m_hidden.c_str(), links::seen, m_made);
 }
 
-// The lock is worth something only if the name still leads to what is locked: its maker may have put it into
+// A lock is worth something only if the name still leads to what is locked: its maker may have put it into
 // place in the meantime.
-bool new_entry::take_over(bool is_new) {
-    const char *name = m_hidden.c_str();
-    if (system::open_folder(m_folder, name, links::seen, m_made) != outcome::done) return false;
-    const outcome lock = system::hold(m_made.get());
-    if (lock == outcome::unsupported && is_new) return true;  // then nobody takes over anything here
-    system::status held, named;
-    bool is_ours = lock == outcome::done && system::look(m_made.get(), held) == outcome::done &&
-                   system::is_mine(held) &&
-                   system::look(m_folder, name, links::seen, named) == outcome::done && named.who == held.who;
-    if (is_ours && !is_new) {
-        owned_descriptor listed;
-        tree_path path(m_path);
-        is_ours = system::open_folder(m_made.get(), ".", links::seen, listed) == outcome::done &&
-                  tree_removal().empty(std::move(listed), path) == fsErrSuccess;
-    }
-    if (!is_ours) m_made.reset();
-    return is_ours;
+bool new_entry::leads_to(const owned_descriptor &folder, system::status &told) const {
+    system::status named;
+    return system::look(folder.get(), told) == outcome::done &&
+           system::look(m_folder, m_hidden.c_str(), links::seen, named) == outcome::done &&
+           named.who == told.who;
+}
+
+bool new_entry::claim() {
+    system::status told;
+    if (system::open_folder(m_folder, m_hidden.c_str(), links::seen, m_made) == outcome::done &&
+        system::hold(m_made.get()) != outcome::exists && leads_to(m_made, told))
+        return true;
+    m_made.reset();
+    return false;
+}
+
+// Folders of others, and those that are not marked, are not even locked.
+void new_entry::remove_left_behind() {
+    owned_descriptor left;
+    system::status told;
+    const auto is_left = [&] {
+        return leads_to(left, told) && system::is_mine(told) &&
+               (told.mode & system::folder_permissions) == system::unfinished;
+    };
+    if (system::open_folder(m_folder, m_hidden.c_str(), links::seen, left) != outcome::done || !is_left() ||
+        system::hold(left.get()) != outcome::done || !is_left())
+        return;
+    tree_path path(m_path);
+    tree_removal(tree_removal::permission::taken).remove(m_folder, m_hidden.c_str(), path);
 }
 
 outcome new_entry::put(putting way) {
@@ -119,6 +133,13 @@ outcome new_entry::put(putting way) {
 }
 
 fsErrorCode new_entry::remove_old(std::string &culprit) {
+    owned_descriptor old;
+    system::status told;
+    // From here on the next copy goes on if this process is killed.
+    const bool is_marked =
+        system::open_folder(m_folder, m_hidden.c_str(), links::seen, old) == outcome::done &&
+        leads_to(old, told) && system::hold(old.get()) == outcome::done &&
+        system::set_mode(old.get(), system::unfinished) == outcome::done;
     tree_path path(m_path);
     const fsErrorCode code = tree_removal().remove(m_folder, m_hidden.c_str(), path);
     if (code == fsErrSuccess) {
@@ -128,6 +149,8 @@ fsErrorCode new_entry::remove_old(std::string &culprit) {
     // What is left of it gets its name back, where it can be seen.
     const int reason = Error_GetLast();
     culprit = path.text();
+    if (is_marked)
+        system::set_mode(old.get(), told.mode & (system::folder_permissions | system::lent_rights));
     system::exchange(m_folder, m_hidden.c_str(), m_name);
     Error_SetLast(reason);
     return code;

@@ -1,8 +1,9 @@
 // A file, folder or link that is made beside its place and put there when it is whole. Until then its name is
 // a hidden one, or, for a file, none at all; what is not put is taken away again.
 //
-// The hidden name of a folder goes by the final one and is locked while it is being filled. So the next copy
-// to the same place finds what a killed one has left, and takes it over.
+// The hidden name of a folder goes by the final one. As long as it is filled or cleared away it is marked as
+// unfinished, and locked. So the next copy to the same place knows what a killed one has left, and removes
+// it.
 #pragma once
 
 #include <string>
@@ -40,7 +41,9 @@ public:
     fsErrorCode remove_old(std::string &culprit);
 
 private:
-    bool take_over(bool is_new);
+    void remove_left_behind();
+    bool claim();
+    bool leads_to(const system::owned_descriptor &folder, system::status &told) const;
 
     int m_folder;
     const char *m_name;

@@ -26,11 +26,6 @@ fsErrorCode tree_removal::remove(int folder, const char *name, tree_path &path) 
     return remove_entry(folder, name, entry_kind::untold, path, 0);
 }
 
-fsErrorCode tree_removal::empty(system::owned_descriptor folder, tree_path &path) {
-    level(0).take(std::move(folder));
-    return empty_level(path, 0);
-}
-
 // What others removed meanwhile is removed as well; only the entry that the caller named must be there.
 fsErrorCode tree_removal::remove_entry(int folder, const char *name, entry_kind kind, tree_path &path,
                                        std::size_t depth) {
@@ -54,6 +49,7 @@ fsErrorCode tree_removal::remove_entry(int folder, const char *name, entry_kind 
                 continue;
             }
             if (opened != outcome::done) return last_code();
+            if (m_permission == permission::taken) system::set_mode(inner.get(), system::unfinished);
             level(depth).take(std::move(inner));
             if (const fsErrorCode code = empty_level(path, depth)) return code;
         } else {

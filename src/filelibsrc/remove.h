@@ -13,11 +13,12 @@ namespace kel::detail {
 // `path` says where it was. For one removal after the other.
 class tree_removal {
 public:
+    enum class permission : unsigned char { as_is, taken };  // taken: of folders that are this user's
+
+    explicit tree_removal(permission asked) : m_permission(asked), m_progress(nullptr) {}
     explicit tree_removal(const file_observer *observer = nullptr) : m_progress(observer) {}
 
     fsErrorCode remove(int folder, const char *name, tree_path &path);
-    // All in a folder, but not itself.
-    fsErrorCode empty(system::owned_descriptor folder, tree_path &path);
     void finish(const tree_path &path) const { m_progress.finish(path.text().c_str(), m_files, 0); }
 
 private:
@@ -26,6 +27,7 @@ private:
     fsErrorCode empty_level(tree_path &path, std::size_t depth);
     system::directory &level(std::size_t depth);
 
+    const permission m_permission = permission::as_is;
     std::deque<system::directory> m_levels;
     progress m_progress;
     double m_files = 0;

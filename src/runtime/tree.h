@@ -84,13 +84,16 @@ bool is_mine(const status &told) noexcept;  // belongs to the user who the proce
 // Bits of permission that can be given to a copy, without those that lend the owner's rights.
 constexpr unsigned file_permissions = 0777, folder_permissions = 01777, lent_rights = 06000;
 
+outcome set_mode(int node, unsigned mode) noexcept;
+// Mode of a folder that is being filled or cleared away: for its maker alone, and with a bit that tells it
+// from folders that somebody else keeps.
+constexpr unsigned unfinished = 01700;
+
 // Permission and time of a node that is finished; `owner` gives it to the owner of `from` as far as this
-// process may, with the rights that are lent by it.
+// process may, with the rights that are lent by it and with the attributes of `source`, which `from` tells
+// of.
 enum class keeping : unsigned char { plain, owner };
-outcome finish(int node, const status &from, keeping kept) noexcept;
+outcome finish(int node, const status &from, keeping kept, int source);
 outcome finish_link(int folder, const char *name, const status &from) noexcept;
-// Attributes beyond these, such as lists of access, as far as this process may and the file system knows
-// them.
-void copy_attributes(int from, int to);
 
 }  // namespace kel::system

@@ -10,6 +10,7 @@
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <sys/xattr.h>
 
 #include <atomic>
 #include <chrono>
@@ -62,6 +63,23 @@ private:
     std::atomic<bool> m_ends{false};
     std::thread m_thread;
 };
+
+// The call answers `error`; openat only when it asks for one of the flags.
+void forbid(long call, int error, unsigned flags = ~0U) {
+    const std::size_t argument = offsetof(seccomp_data, args) + 2 * sizeof(std::uint64_t);
+    sock_filter rules[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call), 0, 3),
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, static_cast<unsigned>(argument)),
+        BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, flags, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned>(error)),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    if (flags == ~0U) rules[3].jf = 0;
+    const sock_fprog program{std::size(rules), rules};
+    ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+    ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program);
+}
 
 void fill(const scene &in, const std::string &folder, int files) {
     for (int i = 0; i < files; ++i)
@@ -140,22 +158,32 @@ TEST(TreeFailures, AKilledCopyLeavesAllOrNothing) {
 
 TEST(TreeFailures, CopiesToOnePlaceDoNotMix) {
     scene in;
-    fill(in, "one", 200);
-    fill(in, "two", 200);
+    fill(in, "one", 100);
+    fill(in, "two", 100);
     const auto one = snapshot(in.at("one")), two = snapshot(in.at("two"));
-    for (int round = 0; round < 20; ++round) {
-        fs::remove_all(in.at("to"));
+    for (int round = 0; round < 13; ++round) {
+        const fsRecursiveCopyMode mode = round < 10 ? fsForceNew : fsReplace;
+        const int copies = mode == fsForceNew ? 1 : 20;
+        if (mode == fsForceNew) fs::remove_all(in.at("to"));
         std::string told[2];
-        std::thread other([&] {
-            told[1] = failure(
-                [&] { fsCopy(text(in.at("two")), text(in.at("to")), fsForceNew, fsExpand, fsSimple); });
-        });
-        told[0] =
-            failure([&] { fsCopy(text(in.at("one")), text(in.at("to")), fsForceNew, fsExpand, fsSimple); });
+        const auto copy = [&](const char *from) {
+            std::string all;
+            for (int i = 0; i < copies; ++i)
+                all +=
+                    failure([&] { fsCopy(text(in.at(from)), text(in.at("to")), mode, fsExpand, fsSimple); });
+            return all;
+        };
+        std::thread other([&] { told[1] = copy("two"); });
+        told[0] = copy("one");
         other.join();
-        EXPECT_NE(told[0].empty(), told[1].empty()) << told[0] << " | " << told[1];
-        auto found = snapshot(in.at("to")), wanted = told[0].empty() ? one : two;
+        auto found = snapshot(in.at("to")), wanted = found == one ? one : two;
         EXPECT_EQ(found, wanted);
+        if (mode == fsForceNew) {
+            EXPECT_EQ(told[0].empty(), found == one) << told[0];
+            EXPECT_EQ(told[1].empty(), found == two) << told[1];
+        } else {
+            EXPECT_EQ(told[0] + told[1], "");
+        }
         EXPECT_EQ(std::distance(fs::directory_iterator(in.root), {}), 3);
     }
 }
@@ -207,11 +235,13 @@ TEST(TreeFailures, MovesToAnotherFileSystemKeepAll) {
         ::access(text(shm), W_OK) != 0)
         GTEST_SKIP() << "no second file system";
     scene far(shm);
+    const unsigned char capability[20] = {1, 0, 0, 2, 0, 4};  // a program's to open raw sockets
     in.file("tree/sub/file", "content");
     in.link("nowhere", "tree/link");
     if (::geteuid() == 0) {
         EXPECT_EQ(::lchown(text(in.at("tree/link")), 3, 4), 0);
         EXPECT_EQ(::chown(text(in.at("tree/sub/file")), 1, 2), 0);
+        ::setxattr(text(in.at("tree/sub/file")), "security.capability", capability, sizeof capability, 0);
     }
     ::chmod(text(in.at("tree/sub/file")), 04755);
     ::chmod(text(in.at("tree/sub")), 0750);
@@ -224,6 +254,10 @@ TEST(TreeFailures, MovesToAnotherFileSystemKeepAll) {
     struct stat node {};
     EXPECT_EQ(::stat(text(far.at("new/tree/sub/file")), &node), 0);
     EXPECT_EQ(node.st_uid, ::geteuid() == 0 ? 1U : ::geteuid());
+    unsigned char kept[20];
+    const ssize_t kept_size =
+        ::getxattr(text(far.at("new/tree/sub/file")), "security.capability", kept, sizeof kept);
+    EXPECT_EQ(kept_size, ::geteuid() == 0 ? 20 : -1);
     ::stat(text(far.at("new/tree/sub")), &node);
     EXPECT_EQ(node.st_mtim.tv_nsec, 123'456'789);
     EXPECT_FALSE(fs::exists(in.at("tree")));
@@ -234,6 +268,16 @@ TEST(TreeFailures, MovesToAnotherFileSystemKeepAll) {
     EXPECT_EQ(failure([&] { fsMove(text(far.at("new")), text(in.at("taken")), fsSimple); }),
               std::string("filelib::XFileExists fsMove ") + fsPathToNative(text(in.at("taken"))).Str());
     EXPECT_TRUE(fs::exists(far.at("new/tree/sub")));
+
+    in.folder("holder/disk");
+    if (::mount("none", text(in.at("holder/disk")), "tmpfs", 0, "size=2m") == 0) {
+        in.file("holder/disk/file", "content");
+        EXPECT_EQ(
+            failure([&] { fsMove(text(in.at("holder")), text(far.at("holder")), fsSimple); }),
+            std::string("filelib::XInvalidPath fsMove ") + fsPathToNative(text(in.at("holder\\disk"))).Str());
+        EXPECT_EQ(content_of(in.at("holder/disk/file")), "content");
+        ::umount(text(in.at("holder/disk")));
+    }
 
     // What others add meanwhile is in one of the two places.
     for (int round = 0; round < 10; ++round) {
@@ -267,15 +311,31 @@ TEST(TreeFailures, WhatMustNotBeReadOrRemovedStays) {
     in.file("from/a", "1");
     in.file("from/closed/b", "2");
     in.file("kept/c/d", "3");
+    in.file("own/file", "4");
+    in.file("shut/sub/file", "5");
     in.folder("free");
     for (const char *name : {"from/closed", "from/closed/b"})
         ::chmod(text(in.at(name)), 0);
     ::chmod(text(in.at("free")), 0777);
-    ::chmod(text(in.at("kept")), 0555);
+    if (::geteuid() == 0) {
+        EXPECT_EQ(::chown(text(in.at("own/file")), 65534, 65534), 0);
+    }
+    for (const char *name : {"kept", "own", "shut/sub"})
+        ::chmod(text(in.at(name)), 0555);
     const std::string native = fsPathToNative(text(in.at(""))).Str();
     EXPECT_EQ(in_child([&] {
                   if (::geteuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0)) return 10;
+                  const std::string shut = in.at("shut"), copy = in.at("free/shut");
+                  fsCopy(text(shut), text(copy), fsForceNew, fsExpand, fsSimple);
+                  const std::string kept_old =
+                      failure([&] { fsCopy(text(shut), text(copy), fsReplace, fsExpand, fsSimple); });
+                  if (std::distance(fs::directory_iterator(in.at("free")), {}) != 1) return 11;
+                  ::chmod(text(in.at("free/shut/sub")), 0755);
+                  fsRemove(text(copy), fsRecursive);
+                  forbid(__NR_renameat2, EINVAL);
                   const std::string told[] = {
+                      kept_old,
+                      failure([&] { fsMove(text(in.at("own/file")), text(in.at("free/file")), fsSimple); }),
                       failure([&] {
                           fsCopy(text(in.at("from")), text(in.at("free/to")), fsMerge, fsExpand, fsSimple);
                       }),
@@ -284,35 +344,19 @@ TEST(TreeFailures, WhatMustNotBeReadOrRemovedStays) {
                           fsCopy(text(in.at("from/a")), text(in.at("kept/a")), fsMerge, fsExpand, fsSimple);
                       }),
                   };
-                  const std::string wanted[] = {R"(fsCopy )" + native + R"(from\closed)",
-                                                R"(fsRemove )" + native + R"(kept\c)",
-                                                R"(fsCopy )" + native + R"(kept\a)"};
-                  for (int i = 0; i < 3; ++i)
+                  const std::string wanted[] = {
+                      R"(fsCopy )" + native + R"(free\shut\sub\file)", R"(fsMove )" + native + R"(own\file)",
+                      R"(fsCopy )" + native + R"(from\closed)", R"(fsRemove )" + native + R"(kept\c)",
+                      R"(fsCopy )" + native + R"(kept\a)"};
+                  for (int i = 0; i < 5; ++i)
                       if (told[i] != "filelib::XNoPermission " + wanted[i]) return i + 1;
                   return 0;
               }),
               0);
     EXPECT_EQ(content_of(in.at("kept/c/d")), "3");
     EXPECT_TRUE(fs::is_empty(in.at("free")));
-    ::chmod(text(in.at("kept")), 0755);
-    ::chmod(text(in.at("from/closed")), 0755);
-}
-
-// The call answers `error`; openat only when it asks for one of the flags.
-void forbid(long call, int error, unsigned flags = ~0U) {
-    const std::size_t argument = offsetof(seccomp_data, args) + 2 * sizeof(std::uint64_t);
-    sock_filter rules[] = {
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call), 0, 3),
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, static_cast<unsigned>(argument)),
-        BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, flags, 0, 1),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned>(error)),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-    };
-    if (flags == ~0U) rules[3].jf = 0;
-    const sock_fprog program{std::size(rules), rules};
-    ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
-    ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program);
+    for (const char *name : {"kept", "own", "shut/sub", "from/closed"})
+        ::chmod(text(in.at(name)), 0755);
 }
 
 TEST(TreeFailures, OlderHostsDoTheSameByOtherWays) {

@@ -365,6 +365,18 @@ TEST(Trees, RefuseWhatMakesNoSense) {
     for (const char *path : {"/", "C:\\", "."})
         EXPECT_EQ(failure([&] { fsRemove(path, fsRecursive); }),
                   std::string("filelib::XInvalidPath fsRemove ") + (*path == '/' ? "\\" : path));
+    // A drive is a folder on the host.
+    in.file("drives/D/x", "1");
+    ::setenv("KELSTDMT_DRIVES", text(in.at("drives")), 1);
+    for (const std::string &told :
+         {failure([] { fsRemove("D:\\", fsRecursive); }), failure([] { fsRemove("D:/", fsSimple); }),
+          failure([&] { fsMove("D:\\", text(in.at("moved")), fsSimple); }),
+          failure([] { fsRename("D:\\", "E"); }),
+          failure([&] { fsCopy(text(in.at("a")), "D:\\", fsReplace, fsExpand, fsSimple); })})
+        EXPECT_EQ(told.substr(0, 21) + told.substr(told.rfind(' ')), R"(filelib::XInvalidPath D:\)");
+    EXPECT_EQ(failure([&] { fsMove("D:\\x", "D:\\y", fsSimple); }), "");
+    EXPECT_EQ(content_of(in.at("drives/D/y")), "1");
+    ::unsetenv("KELSTDMT_DRIVES");
     EXPECT_EQ(failure([&] { fsRename(text(in.at("a/file/")), "other"); }), "");
     EXPECT_EQ(content_of(in.at("a/other")), "1");
     for (const char *path : {"", "C:", "a::b", static_cast<const char *>(nullptr)})
@@ -410,10 +422,12 @@ TEST(Trees, TellAnObserverAndEndWithIt) {
     in.file("from/big", std::string(4 << 20, 'x'));
     for (int i = 0; i < 200; ++i)  // some hundred milliseconds of work
         fs::create_hard_link(in.at("from/big"), in.at("from/big" + std::to_string(i)));
+    in.file(".to.kel-copy/mine", "");  // as a copy's own, but that somebody else keeps it
     auto stop = [](const kel::file_progress &) { throw 1; };
     EXPECT_THROW(kel::copy_tree(text(in.at("from")), text(in.at("to")), fsForceNew, fsExpand, fsSimple, stop),
                  int);
-    EXPECT_EQ(std::distance(fs::directory_iterator(in.root), {}), 1) << "something of the copy is left";
+    EXPECT_EQ(std::distance(fs::directory_iterator(in.root), {}), 2) << "something of the copy is left";
+    EXPECT_TRUE(fs::exists(in.at(".to.kel-copy/mine")));
 }
 
 }  // namespace

@@ -61,6 +61,22 @@ void fill_times(const status &from, timespec (&times)[2]) noexcept {
     times[1].tv_nsec = from.modified.nanoseconds;
 }
 
+// Beyond permissions, such as lists of access, as far as this process may and the file system knows them.
+void copy_attributes(int from, int to) {
+    const ssize_t bytes = ::flistxattr(from, nullptr, 0);
+    if (bytes <= 0) return;
+    std::vector<char> names(static_cast<std::size_t>(bytes) + 1), value;
+    const ssize_t told_bytes = ::flistxattr(from, names.data(), names.size() - 1);
+    const char *end = names.data() + std::max<ssize_t>(told_bytes, 0);
+    for (const char *name = names.data(); name < end; name += std::char_traits<char>::length(name) + 1) {
+        const ssize_t size = ::fgetxattr(from, name, nullptr, 0);
+        if (size < 0) continue;
+        value.resize(static_cast<std::size_t>(size) + 1);
+        const ssize_t got = ::fgetxattr(from, name, value.data(), value.size());
+        if (got >= 0) ::fsetxattr(to, name, value.data(), static_cast<std::size_t>(got), 0);
+    }
+}
+
 bool is_refusal(int error) noexcept {
     return error == EPERM || error == EACCES || error == EINVAL || error == EOPNOTSUPP || error == ENOSYS;
 }
@@ -68,8 +84,13 @@ bool is_refusal(int error) noexcept {
 // Without the step that forbids replacing. A second name is refused for one that is taken, too; only folders
 // and file systems without second names are asked first.
 outcome rename_by_asking(int from_folder, const char *from, int to_folder, const char *to) noexcept {
-    if (::linkat(from_folder, from, to_folder, to, 0) == 0)
-        return told(::unlinkat(from_folder, from, 0) == 0);
+    if (::linkat(from_folder, from, to_folder, to, 0) == 0) {
+        if (::unlinkat(from_folder, from, 0) == 0) return outcome::done;
+        const int reason = errno;
+        ::unlinkat(to_folder, to, 0);
+        errno = reason;
+        return told(false);
+    }
     if (errno != EPERM && errno != EOPNOTSUPP && errno != EMLINK) return told(false);
     struct stat found {};
     if (::fstatat(to_folder, to, &found, AT_SYMLINK_NOFOLLOW) == 0) {
@@ -189,13 +210,19 @@ bool is_mine(const status &found) noexcept {
     return found.owner == ::geteuid();
 }
 
-outcome finish(int node, const status &from, keeping kept) noexcept {
+outcome set_mode(int node, unsigned mode) noexcept {
+    return told(::fchmod(node, mode) == 0);
+}
+
+outcome finish(int node, const status &from, keeping kept, int source) {
     const bool is_folder = from.kind() == folder_kind;
     unsigned mode = from.mode & (is_folder ? folder_permissions : file_permissions);
     if (kept == keeping::owner) {
         const bool is_given = ::fchown(node, from.owner, from.group) == 0;
         if (!is_given && !is_refusal(errno)) return told(false);
         if (is_given) mode |= from.mode & lent_rights;
+        // A new owner would take some of them away again, and permissions may forbid to set them.
+        copy_attributes(source, node);
     } else if (is_folder) {
         struct stat made {};
         if (::fstat(node, &made) == 0) mode |= made.st_mode & S_ISGID;  // the folder above hands its group on
@@ -214,21 +241,6 @@ outcome finish_link(int folder, const char *name, const status &from) noexcept {
         ::fchownat(folder, name, from.owner, from.group, AT_SYMLINK_NOFOLLOW) == 0 || is_refusal(errno);
     return told(is_given &&
                 (::utimensat(folder, name, times, AT_SYMLINK_NOFOLLOW) == 0 || is_refusal(errno)));
-}
-
-void copy_attributes(int from, int to) {
-    const ssize_t bytes = ::flistxattr(from, nullptr, 0);
-    if (bytes <= 0) return;
-    std::vector<char> names(static_cast<std::size_t>(bytes) + 1), value;
-    const ssize_t told_bytes = ::flistxattr(from, names.data(), names.size() - 1);
-    const char *end = names.data() + std::max<ssize_t>(told_bytes, 0);
-    for (const char *name = names.data(); name < end; name += std::char_traits<char>::length(name) + 1) {
-        const ssize_t size = ::fgetxattr(from, name, nullptr, 0);
-        if (size < 0) continue;
-        value.resize(static_cast<std::size_t>(size) + 1);
-        const ssize_t got = ::fgetxattr(from, name, value.data(), value.size());
-        if (got >= 0) ::fsetxattr(to, name, value.data(), static_cast<std::size_t>(got), 0);
-    }
 }
 
 }  // namespace kel::system
