@@ -32,11 +32,15 @@ class CommandLine(KelCase):
         self.assertRegex(self.run_kel("--version"), rb"\Akel \d+\.\d+\.\d+\n\Z")
 
     def test_wrong_usage(self):
-        for line in ["", "nothing", "reg", "reg nothing", "reg get", "reg ls a b", "reg ls --nothing", "mon watch",
+        for line, word in [("reg", "required"), ("reg nothing -x", "no such command: nothing"), ("reg get -x", "option: -x"),
+                           ("cp a b --links", "--links: its value"), ("sum -f", "option: -f"), ("reg get a b c d", ": c")]:
+            self.run_kel(*line.split(), code=2)
+            self.assertIn(word, self.complaint)
+        for line in ["", "nothing", "reg get", "reg ls a b", "reg ls --nothing", "mon watch",
                      "mon watch f --interval x", "mon watch f -n nan", "mon watch f -n 1e999", "mon watch f -n -1",
                      "mon watch f --count 0", "mon set f a 1 --type long", "conf set f a",
                      "cp a", "cp", "cp a b --links no", "cp a b --new --merge", "sum", "reg set a b",
-                     "reg set a b c --stdin", "reg ls --user --machine"]:
+                     "reg set a b c --stdin", "reg set a b c --type -1", "reg ls --user --machine"]:
             self.assertEqual(self.run_kel(*line.split(), code=2), b"", line)
             self.assertIn("--help'.", self.complaint, line)
 
@@ -207,12 +211,15 @@ class Monitor(KelCase):
         self.run_kel("mon", "set", "m", b"odd\n\xfe", "12345678")
         self.run_kel("mon", "set", "m", "new", "text", "--type", "string", "--size", "5")
         self.assertTrue(file.read_bytes().endswith(b"\0\0\0\x0812345678" + record(3, b"new", b"text", 5)))
+        (self.here / "plain").write_bytes(b"a:1\n")
         for line, complaint in [("m none 1", "no such parameter"), ("m on 2", "neither true nor false"),
                                 ("m count 2147483648", "no whole number"), ("m count 1x", "no whole number"),
                                 ("m load x", "no number"), ("m new 123456", "longer than 5 bytes"),
-                                ("m load 1 --type int", "is a real"), ("none a 1 --type int", "cannot open: none")]:
+                                ("m load 1 --type int", "is a real"), ("none a 1 --type int", "(--title makes it): none"),
+                                ("none a x --type int --title T", "no whole number"), ("plain a 1", "not a monitor file")]:
             self.run_kel("mon", "set", *line.split(), code=1)
             self.assertIn(complaint, self.complaint)
+        self.assertFalse((self.here / "none").exists())
         self.run_kel("mon", "set", "made", "a", "1", "--type", "int", "--title", "T")
         self.assertEqual((self.here / "made").read_bytes(),
                          bytes(4) + packed_text(b"T") + record(1, b"a", struct.pack(">i", 1)))

@@ -3,6 +3,7 @@
 #include <iostream>
 
 #include <kelstdmt/configfile.h>
+#include <kelstdmt/filelib.h>
 #include <kelstdmt/vumrt.h>
 #include <kelstdmt/xtypes.h>
 
@@ -21,7 +22,13 @@ struct Entry {
 
 void Open(ovkConfigFile &file, const std::string &path, ovkConfigFile::OpenMode mode) {
     Error_SetLast(0);
-    if (!file.Open(path.c_str(), mode)) throw LastErrorFailure("cannot open", path);
+    constexpr int bad_data = 13;
+    if (file.Open(path.c_str(), mode)) return;
+    const int error = Error_GetLast();
+    if (error == bad_data) throw Failure("cannot read: " + Printable(path) + ": It holds a NUL byte.");
+    if (fshIsDirectory(path.c_str())) throw Failure("cannot open: " + Printable(path) + ": It is a folder.");
+    Error_SetLast(error);
+    throw LastErrorFailure("cannot open", path);
 }
 
 // Writes what was changed.

@@ -34,9 +34,12 @@ void Report(const char *message, const char *, int) {
 
 }  // namespace
 
+static std::string Quoted(const std::string &path) {
+    return path.empty() ? "\"\"" : path;
+}
+
 Failure LastErrorFailure(std::string_view what, std::string_view path) {
-    std::string text(what);
-    if (!path.empty()) text += ": " + Printable(path);
+    std::string text = std::string(what) + ": " + Quoted(Printable(path));
     if (int error = Error_GetLast()) text += std::string(": ") + Error_GetText(error);
     return Failure(text);
 }
@@ -78,9 +81,14 @@ std::string Explained(const kel::caught &error) {
     std::string text = kel::is_text(description) ? description.Str() : "";
     if (text.empty()) text = error.type_name();
     if (const fsXException *file_error = error.as<fsXException>()) {
+        constexpr int in_use = 32;
         bool vague = error.is<fsXOther>() || error.is<fsXIOError>() || error.is<fsXInvalidPath>();
-        if (kel::is_text(file_error->getPath())) text += ": " + PrintablePath(file_error->getPath());
-        if (vague && last_error) text += std::string(": ") + Error_GetText(last_error);
+        if (kel::is_text(file_error->getPath())) text += ": " + Quoted(PrintablePath(file_error->getPath()));
+        if (last_error == in_use && error.is<fsXInvalidPath>()) {
+            text += ": A copy onto or into itself, or a link that leads in a circle.";
+        } else if (vague && last_error) {
+            text += std::string(": ") + Error_GetText(last_error);
+        }
     }
     return text;
 }

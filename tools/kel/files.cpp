@@ -121,7 +121,8 @@ ExitCode SumAll(const Sum &options) {
             }
         } catch (xthrowable *thrown) {
             kel::caught error(thrown);
-            Complain(Explained(error));
+            bool folder = error.is<fsXNoPermission>() && fshIsDirectory(file.c_str());
+            Complain(Explained(error) + (folder ? ": It is a folder." : ""));
             code = failed;
         }
     }

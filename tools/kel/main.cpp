@@ -51,25 +51,42 @@ ExitCode Misused(const std::string &command, std::string_view mistake) {
     return wrong_usage;
 }
 
+// A word that is none of the command's is told before what is missing: the one is often meant to be the
+// other.
 ExitCode Misused(const CLI::App &app, const CLI::ParseError &error) {
     const CLI::App *command = &app;
     std::string names = "kel";
-    while (!command->get_subcommands().empty()) {
+    std::vector<std::string> unknown = app.remaining();
+    while (!command->get_subcommands().empty() && unknown.empty()) {
         command = command->get_subcommands().front();
         names += " " + command->get_name();
+        unknown = command->remaining();
+    }
+    if (!unknown.empty()) {
+        bool option = unknown.front().starts_with('-');
+        bool group = command->get_require_subcommand_min() > 0;
+        const char *what = option ? "no such option: " : group ? "no such command: " : "not expected: ";
+        return Misused(names, what + Unsheltered(unknown.front()));
     }
     std::string mistake = error.what();
     std::size_t argument = mistake.find(": ");
-    if (argument != std::string::npos)
+    if (argument != std::string::npos && dynamic_cast<const CLI::ArgumentMismatch *>(&error))
+        mistake = mistake.substr(0, argument) + ": its value is missing";
+    else if (argument != std::string::npos)
         mistake = mistake.substr(0, argument + 2) + Unsheltered(mistake.substr(argument + 2));
     return Misused(names, mistake);
 }
 
 ExitCode Run() {
     try {
+        std::cout.exceptions(std::ios_base::badbit);
         ExitCode code = ChosenAction()();
-        if (std::cout.flush()) return code;
-        Complain(std::string("standard output: ") + std::strerror(errno));
+        std::cout.flush();
+        return code;
+    } catch (const std::ios_base::failure &) {
+        int error = errno;
+        std::cout.exceptions(std::ios_base::goodbit);
+        Complain(std::string("standard output: ") + std::strerror(error));
     } catch (const Failure &failure) {
         Complain(failure.what());
     } catch (const Misuse &mistake) {

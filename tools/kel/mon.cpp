@@ -70,8 +70,16 @@ monParam *Make(monFile &file, const Setting &options) {
     return file.String(name, options.size);
 }
 
+// What a full disk left of a file, no bytes, counts as missing.
 std::unique_ptr<monFile> OpenOrMake(const Setting &options) {
-    if (!options.titled->count() || fshExists(options.file.c_str())) return OpenForWriting(options.file);
+    const char *path = options.file.c_str();
+    if (options.file.empty() || (fshExists(path) && !(fshIsFile(path) && fshGetSize(path) == 0)))
+        return OpenForWriting(options.file);
+    if (!options.titled->count())
+        throw Failure("no such monitor file (--title makes it): " + Printable(options.file));
+    if (options.type.empty())
+        throw Failure("no such parameter (--type makes it): " + Printable(options.name));
+    CheckValue(*TypeNamed(options.type), options.size, options.value);
     Error_SetLast(0);
     std::unique_ptr<monFile> file(monFile::Create(options.file.c_str(), options.title.c_str()));
     if (!file) throw LastErrorFailure("cannot make", options.file);
@@ -85,6 +93,7 @@ ExitCode Set(const Setting &options) {
     if (!parameter) {
         if (options.type.empty())
             throw Failure("no such parameter (--type makes it): " + Printable(options.name));
+        CheckValue(*TypeNamed(options.type), options.size, options.value);
         parameter = Make(*file, options);
         if (!parameter) throw LastErrorFailure("cannot make the parameter", options.name);
     } else if (!options.type.empty() && *TypeNamed(options.type) != TypeOf(*parameter)) {

@@ -51,12 +51,10 @@ void CheckKind(const std::string &path) {
 
 std::unique_ptr<monFile> Opened(monFile *opened, const std::string &path) {
     std::unique_ptr<monFile> file(opened);
-    // Without a last error, it is what the file holds.
-    if (!file) {
-        if (Error_GetLast()) throw LastErrorFailure("cannot open", path);
-        throw Failure("not a monitor file: " + Printable(path));
-    }
-    return file;
+    if (file) return file;
+    constexpr int bad_data = 13;  // by what the file holds
+    if (Error_GetLast() == bad_data) throw Failure("not a monitor file: " + Printable(path));
+    throw LastErrorFailure("cannot open", path);
 }
 
 }  // namespace
@@ -125,6 +123,14 @@ void PutValue(Json &object, const MonitorValue &value) {
     }
 }
 
+void CheckValue(MonitorType type, int size, const std::string &text) {
+    if (type == MonitorType::boolean) ToBoolean(text);
+    if (type == MonitorType::integer) ToWhole(text);
+    if (type == MonitorType::real) ToReal(text);
+    if (type == MonitorType::text && text.size() > static_cast<std::size_t>(std::max(size, 0)))
+        throw Failure("longer than " + std::to_string(size) + " bytes: " + Printable(text));
+}
+
 void SetValue(monParam &parameter, const std::string &text) {
     switch (TypeOf(parameter)) {
         case MonitorType::boolean:
@@ -138,9 +144,7 @@ void SetValue(monParam &parameter, const std::string &text) {
             break;
         case MonitorType::text:
             auto &bounded = static_cast<monStringParam &>(parameter);
-            if (text.size() > static_cast<std::size_t>(std::max(bounded.getSize(), 0)))
-                throw Failure("longer than " + std::to_string(bounded.getSize()) +
-                              " bytes: " + Printable(text));
+            CheckValue(MonitorType::text, bounded.getSize(), text);
             bounded.setValue(text.c_str());
     }
 }

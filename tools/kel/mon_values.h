@@ -26,7 +26,8 @@ MonitorValue ValueOf(monParam &parameter);
 std::string ShownValue(const MonitorValue &value);
 void PutValue(Json &object, const MonitorValue &value);  // the members "type" and "value"
 
-// Throws Failure for a text that is no value of the type, or is longer than the parameter's size.
+// Both throw Failure for a text that is no value of the type, or is longer than the size.
+void CheckValue(MonitorType type, int size, const std::string &text);
 void SetValue(monParam &parameter, const std::string &text);
 
 std::string NameOf(monParam &parameter);

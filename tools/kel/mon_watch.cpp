@@ -187,7 +187,7 @@ void WatchInLines(const WatchOptions &options, Watched &watched) {
         for (const std::string &line : MonitorTable(watched.Rows(), unlimited_columns, widest))
             std::cout << line << '\n';
         if (!watched.Status().empty()) Complain(watched.Status());
-        if (!std::cout.flush()) return;
+        std::cout.flush();
     }
 }
 

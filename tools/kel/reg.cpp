@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <iostream>
 #include <iterator>
+#include <limits>
 
 #include "reg_commands.h"
 #include "text.h"
@@ -19,7 +20,7 @@ std::string ShownValue(const kel::registry_value &value) {
     std::string name = value.name.empty() ? "(default)" : Printable(value.name);
     if (value.type == registry_text) return name + " = " + Printable(value.bytes);
     return name + " = (type " + std::to_string(value.type) + ", " + std::to_string(value.bytes.size()) +
-           " bytes) " + Printable(value.bytes);
+           (value.bytes.size() == 1 ? " byte) " : " bytes) ") + Printable(value.bytes);
 }
 
 // ls ---------------------------------------------------------------------------------------------
@@ -92,7 +93,7 @@ kel::registry_value Find(const ovkRegistryKey &key, const std::string &name) {
     xstring text = key.GetValue(name.c_str());
     if (kel::is_text(text)) return {name, registry_text, text.Str()};
     std::vector<kel::registry_value> values;
-    if (!kel::registry_values(key, values)) throw LastErrorFailure("cannot read the values", "");
+    if (!kel::registry_values(key, values)) throw LastErrorFailure("cannot read the value", name);
     for (kel::registry_value &value : values)
         if (SameName(value.name, name)) return std::move(value);
     throw Failure(name.empty() ? "the key has no default value" : "no such value: " + Printable(name));
@@ -212,6 +213,7 @@ void AddCommands(CLI::App &group) {
         options.given = value;
         line.add_flag("--stdin", options.from_input, "Take what standard input holds")->excludes(value);
         line.add_option("--type", options.type, "The type of a value that is no text (1)")
+            ->check(CLI::Range(0, std::numeric_limits<int>::max()))
             ->type_name("NUMBER");
         AddLayer(line, options.place);
     }
