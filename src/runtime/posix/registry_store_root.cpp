@@ -154,14 +154,21 @@ bool make_folder(const char *path, mode_t mode) noexcept {
 // The folder and those above it.
 bool make_folders(const place &wanted, mode_t mode) {
     std::string path = wanted.path;
+    int refusal = 0;
     for (std::size_t slash = path.find('/', 1); slash != path.npos; slash = path.find('/', slash + 1)) {
         path[slash] = 0;
         const bool made = make_folder(path.c_str(), wanted.leading);
         path[slash] = '/';
         // Above what we may write there can be folders that may not even be looked at.
-        if (!made && errno != EACCES && errno != EROFS && errno != EPERM) return false;
+        if (!made && errno != EACCES && errno != EROFS && errno != EPERM) {
+            if (errno == ENOENT && refusal) errno = refusal;
+            return false;
+        }
+        refusal = made ? 0 : errno;
     }
-    return make_folder(path.c_str(), mode);
+    if (make_folder(path.c_str(), mode)) return true;
+    if (errno == ENOENT && refusal) errno = refusal;
+    return false;
 }
 
 }  // namespace
