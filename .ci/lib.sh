@@ -6,7 +6,9 @@ cd "$root"
 # Clones in different folders share what was compiled.
 export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1
 
-note() { printf '\033[1m==> %s\033[0m\n' "$*"; }
+note() {
+    if [[ -t 1 ]]; then printf '\033[1m==> %s\033[0m\n' "$*"; else printf '==> %s\n' "$*"; fi
+}
 fail() { printf '%s: %s\n' "${0##*/}" "$*" >&2; exit 1; }
 
 installed() {
