@@ -122,10 +122,10 @@ class KELSTDMT_API monFile : public xobject {
 public:
     ~monFile() override;
 
-    // Null when the file cannot be made or opened, or is no monitor file (last error 13; 50 for
-    // what is no file on a disk). The caller owns the
-    // object. Create overwrites an existing file from its beginning: records that stand whole behind a title
-    // of the same length are found again by look-ups, anything else goes with the first new record.
+    // Null when the file cannot be made or opened, or is no monitor file (last error 13; 50 for what is no
+    // file on a disk). The caller owns the object. Create overwrites an existing file from its beginning:
+    // records that stand whole behind a title of the same length are found again by look-ups, anything else
+    // goes with the first new record.
     static monFile *Create(const char *path, const char *title);
     static monFile *Open(const char *path);
     // For a file that may not be written: looking up a name that is missing gives null, setting a value
