@@ -23,15 +23,11 @@ class Completion(KelCase):
         return sorted(filter(None, found.stdout.split("\n")))
 
     def test_words(self):
-        self.assertEqual(self.complete(""), ["completion", "conf", "cp", "mon", "reg", "sum"])
-        self.assertEqual(self.complete("co"), ["completion", "conf"])
-        self.assertEqual(self.complete("reg", ""), ["del", "export", "get", "import", "ls", "set"])
-        self.assertEqual(self.complete("reg", "ls", "--ma"), ["--machine"])
-        self.assertEqual(self.complete("cp", "a", "b", "--links", ""), ["expand", "ignore", "new"])
-        self.assertEqual(self.complete("cp", "--links", "=", "e"), ["expand"])
-        self.assertEqual(self.complete("mon", "set", "f", "n", "1", "--type", "re"), ["real"])
-        self.assertEqual(self.complete("mon", "watch", "-n", ""), [])
-        self.assertEqual(self.complete("nothing", ""), [])
+        for line, found in [("", "completion conf cp mon reg sum"), ("co", "completion conf"), ("nothing ", ""),
+                            ("reg ", "del export get import ls set"), ("reg ls --ma", "--machine"),
+                            ("cp a b --links ", "expand ignore new"), ("cp --links = e", "expand"),
+                            ("mon set f n 1 --type re", "real"), ("mon watch -n ", "")]:
+            self.assertEqual(self.complete(*line.split(" ")), found.split(), line)
         for command in ([], ["reg"], ["reg", "import"], ["mon", "watch"]):
             self.assertIn("--help", self.complete(*command, "-"))
 

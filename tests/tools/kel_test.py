@@ -1,7 +1,9 @@
 """kel as its users meet it: exit codes, help, texts and JSON, against files that python writes and reads."""
 
 import filecmp
+import functools
 import json
+import operator
 import os
 import pathlib
 import random
@@ -18,31 +20,27 @@ ODD_BYTES = ODD_NAMES + [b"", b"-5", b"--json", b"\xed\xa0\x80", b"\xc0\x80", b"
 
 class CommandLine(KelCase):
     def test_every_level_has_help(self):
-        def walk(*command):
+        commands = [()]
+        for command in commands:
             text = self.run_kel(*command, "--help").decode()
             self.assertIn("Usage: " + " ".join(("kel",) + command), text)
-            commands = re.search(r"\nSubcommands:\n((?:  .*\n)+)", text)
-            names = re.findall(r"^  (\w+)", commands.group(1), re.M) if commands else []
-            for name in names:
-                walk(*command, name)
-            return len(names)
-
-        self.assertGreaterEqual(walk(), 5)
+            listed = re.search(r"\nSubcommands:\n((?:  .*\n)+)", text)
+            commands += [(*command, name) for name in re.findall(r"^  (\w+)", listed[1], re.M)] if listed else []
+        self.assertGreaterEqual(len(commands), 20)
         self.assertIn(b"watch", self.run_kel("--help-all"))
         self.assertRegex(self.run_kel("--version"), rb"\Akel \d+\.\d+\.\d+\n\Z")
 
     def test_wrong_usage(self):
-        for line, word in [("reg", "required"), ("reg nothing -x", "no such command: nothing"), ("reg get -x", "option: -x"),
-                           ("cp a b --links", "--links: its value"), ("sum -f", "option: -f"), ("reg get a b c d", ": c")]:
-            self.run_kel(*line.split(), code=2)
-            self.assertIn(word, self.complaint)
-        for line in ["", "nothing", "reg get", "reg ls a b", "reg ls --nothing", "mon watch",
-                     "mon watch f --interval x", "mon watch f -n nan", "mon watch f -n 1e999", "mon watch f -n -1",
-                     "mon watch f --count 0", "mon set f a 1 --type long", "conf set f a",
-                     "cp a", "cp", "cp a b --links no", "cp a b --new --merge", "sum", "reg set a b",
-                     "reg set a b c --stdin", "reg set a b c --type -1", "reg ls --user --machine"]:
+        told = [("reg", "required"), ("reg nothing -x", "no such command: nothing"), ("reg get -x", "no such option: -x"),
+                ("cp a b --links", "--links: its value"), ("sum -f", "option: -f"), ("reg get a b c d", "expected: c")]
+        others = ["", "nothing", "reg get", "reg ls a b", "reg ls --nothing", "mon watch", "mon watch f --interval x",
+                  "mon watch f -n nan", "mon watch f -n 1e999", "mon watch f -n -1", "mon watch f --count 0",
+                  "mon set f a 1 --type long", "conf set f a", "cp", "cp a", "cp a b --links no", "cp a b --new --merge",
+                  "sum", "reg set a b", "reg set a b c --stdin", "reg set a b c --type -1", "reg ls --user --machine"]
+        for line, word in told + [(line, "") for line in others]:
             self.assertEqual(self.run_kel(*line.split(), code=2), b"", line)
             self.assertIn("--help'.", self.complaint, line)
+            self.assertIn(word, self.complaint)
 
     def test_session_of_the_page(self):
         """Each line of the session in doc/kel.md that begins with a dollar prints what stands below it."""
@@ -74,16 +72,14 @@ class Registry(KelCase):
         chance = random.Random(1)
         model = {b"": {}}
         for number in range(40):
-            key = b"\\".join(chance.sample(ODD_NAMES, chance.randint(1, 3)))
-            name = chance.choice(ODD_NAMES + [b""])
-            value = chance.choice(ODD_BYTES)
+            parts = chance.sample(ODD_NAMES, chance.randint(1, 3))
+            key, name, value = b"\\".join(parts), chance.choice(ODD_NAMES + [b""]), chance.choice(ODD_BYTES)
             kind = chance.choice([1, 1, 3, 4])
             if kind == 1 and chance.random() < 0.5:
                 self.run_kel("reg", "set", "--", key.replace(b"\\", b"/"), name, value)
             else:
                 value += b"\0\r" if kind != 1 else b""
                 self.run_kel("reg", "set", "--stdin", "--type", str(kind), "--", key, name, input=value)
-            parts = key.split(b"\\")
             for depth in range(len(parts)):
                 model.setdefault(b"\\".join(parts[:depth + 1]), {})
             model[key][name] = (kind, value)
@@ -98,9 +94,9 @@ class Registry(KelCase):
         self.assertEqual(json.loads(export)["format"], "kelstdmt registry 1")
         (self.here / "one").write_bytes(self.run_kel("reg", "export", "plain"))
         self.run_kel("reg", "import", "one", "--to", "other/place")
-        below = {k.removeprefix(b"plain"): v for k, v in model.items() if (k + b"\\").startswith(b"plain\\")}
-        copied = {k.removeprefix(b"other\\place"): v for k, v in self.stored().items()
-                  if k.startswith(b"other\\place")}
+        below, copied = ({key.removeprefix(top): values for key, values in layer.items()
+                          if (key + b"\\").startswith(top + b"\\")}
+                         for top, layer in [(b"plain", model), (b"other\\place", self.stored())])
         self.assertEqual(copied, below)
 
     def test_texts_and_failures(self):
@@ -122,18 +118,16 @@ class Registry(KelCase):
         self.assertEqual(self.json_of("reg", "ls", "--machine"), {"key": "", "subkeys": [], "values": []})
 
     def test_imports_that_are_none_change_nothing(self):
-        def document(keys, format="kelstdmt registry 1"):
+        def document(*keys, format="kelstdmt registry 1"):
             return json.dumps({"format": format, "key": "k", "keys": keys}).encode()
 
         good = {"key": "good", "values": [{"name": "a", "type": 1, "value": "1"}]}
-        for bad in [b"", b"{", b"[1,]", b"null", b"\xff", b'"\\ud800"', b"[" * 100000, b"{}", document([], "other"),
-                    document([good]) + b"x", document([good])[:-3], document([good, {"key": "x"}]),
-                    document([good, {"key": "a.b", "values": []}]), document([good, {"key": "a\\\\b", "values": []}]),
-                    document([good, {"key": "x", "values": [{"name": "a/b", "value": ""}]}]),
-                    document([good, {"key": "x", "values": [{"name": "a", "type": 1.5, "value": ""}]}]),
-                    document([good, {"key": "x", "values": [{"name": "a", "value_base64": "abc"}]}]),
-                    document([good, {"key": "x", "values": [{"name": "a", "value": "a\0b"}]}]),
-                    document([good, {"key": "x", "values": [{"name": "a", "value": 1}]}])]:
+        bad_values = [{"name": "a/b", "value": ""}, {"name": "a", "type": 1.5, "value": ""}, {"name": "a", "value": 1},
+                      {"name": "a", "value_base64": "abc"}, {"name": "a", "value": "a\0b"}]
+        bad_keys = [{"key": "x"}, {"key": "a.b", "values": []}, {"key": "a\\\\b", "values": []},
+                    *({"key": "x", "values": [value]} for value in bad_values)]
+        for bad in [b"", b"{", b"[1,]", b"null", b"\xff", b'"\\ud800"', b"[" * 100000, b"{}", document(format="other"),
+                    document(good) + b"x", document(good)[:-3], *(document(good, key) for key in bad_keys)]:
             self.run_kel("reg", "import", code=1, input=bad)
             self.assertEqual(self.run_kel("reg", "ls"), b"", bad[:200])
 
@@ -178,34 +172,36 @@ def record(kind, name, value, size=None):
 
 
 class Monitor(KelCase):
-    FILE = (struct.pack(">i", 0) + packed_text(b"Status \xff") + record(0, b"on", struct.pack(">i", 1)) +
-            record(1, b"count", struct.pack(">i", -7)) + record(1, b"nil", struct.pack(">i", -2**31)) +
-            record(2, b"load", struct.pack(">d", 0.1)) + record(2, b"nan", struct.pack(">d", float("nan"))) +
-            record(3, b"odd\n\xfe", b"t\xc3\xbc\xff", 8))
+    # Type, name, value in the file and as shown; the last of them has a slot of 8 bytes.
+    PARAMETERS = [("bool", b"on", struct.pack(">i", 1), True, "true"),
+                  ("int", b"count", struct.pack(">i", -7), -7, "-7"),
+                  ("int", b"nil", struct.pack(">i", -2**31), None, "nil"),
+                  ("real", b"load", struct.pack(">d", 0.1), 0.1, "0.1"),
+                  ("real", b"nan", struct.pack(">d", float("nan")), "nan", "nan"),
+                  ("string", b"odd\n\xfe", b"t\xc3\xbc\xff", "t\u00fc\ufffd", "t\u00fc\\xFF")]
+    FILE = bytes(4) + packed_text(b"Status \xff") + b"".join(
+        record(["bool", "int", "real", "string"].index(kind), name, value, 8) for kind, name, value, *_ in PARAMETERS)
 
     def test_show(self):
         (self.here / "m").write_bytes(self.FILE)
         shown = self.json_of("mon", "show", "m")
         self.assertEqual(exact(shown, "title"), b"Status \xff")
-        self.assertEqual([(exact(p, "name"), p["type"]) for p in shown["parameters"]],
-                         [(b"on", "bool"), (b"count", "int"), (b"nil", "int"), (b"load", "real"), (b"nan", "real"),
-                          (b"odd\n\xfe", "string")])
-        self.assertEqual([p["value"] for p in shown["parameters"]][:5], [True, -7, None, 0.1, "nan"])
-        self.assertEqual((exact(shown["parameters"][5], "value"), shown["parameters"][5]["size"]), (b"t\xc3\xbc\xff", 8))
+        self.assertEqual([(p["type"], exact(p, "name"), p["value"]) for p in shown["parameters"]],
+                         [(kind, name, read) for kind, name, _, read, _ in self.PARAMETERS])
+        text = shown["parameters"][5]
+        self.assertEqual((exact(text, "value"), text["size"]), (b"t\xc3\xbc\xff", 8))
+        names = ["on", "count", "nil", "load", "nan", r"odd\n\xFE"]
         self.assertEqual(self.run_kel("mon", "show", "m").decode().split("\n")[2:],
-                         ["NAME       TYPE    VALUE", "on         bool    true", "count      int     -7",
-                          "nil        int     nil", "load       real    0.1", "nan        real    nan",
-                          "odd\\n\\xFE  string  t\u00fc\\xFF", ""])
+                         ["NAME       TYPE    VALUE",
+                          *(f"{name:9}  {p[0]:6}  {p[4]}" for name, p in zip(names, self.PARAMETERS)), ""])
 
     def test_set(self):
         file = self.here / "m"
         file.write_bytes(self.FILE)
-        for name, value, before, after in [("on", "false", struct.pack(">i", 1), struct.pack(">i", 0)),
-                                           ("count", "-42", struct.pack(">i", -7), struct.pack(">i", -42)),
-                                           ("load", "1e300", struct.pack(">d", 0.1), struct.pack(">d", 1e300))]:
-            start = self.FILE.index(name.encode() + before) + len(name)
-            expected = bytearray(file.read_bytes())
-            expected[start:start + len(after)] = after
+        for name, value, form, before, after in [("on", "false", ">i", 1, 0), ("count", "-42", ">i", -7, -42),
+                                                 ("load", "1e300", ">d", 0.1, 1e300)]:
+            before, after = (name.encode() + struct.pack(form, number) for number in (before, after))
+            expected = file.read_bytes().replace(before, after)
             self.run_kel("mon", "set", "m", name, value)
             self.assertEqual(file.read_bytes(), expected, name)
         self.run_kel("mon", "set", "m", b"odd\n\xfe", "12345678")
@@ -215,8 +211,9 @@ class Monitor(KelCase):
         for line, complaint in [("m none 1", "no such parameter"), ("m on 2", "neither true nor false"),
                                 ("m count 2147483648", "no whole number"), ("m count 1x", "no whole number"),
                                 ("m load x", "no number"), ("m new 123456", "longer than 5 bytes"),
-                                ("m load 1 --type int", "is a real"), ("none a 1 --type int", "(--title makes it): none"),
-                                ("none a x --type int --title T", "no whole number"), ("plain a 1", "not a monitor file")]:
+                                ("m load 1 --type int", "is a real"), ("plain a 1", "not a monitor file"),
+                                ("none a 1 --type int", "(--title makes it): none"),
+                                ("none a x --type int --title T", "no whole number")]:
             self.run_kel("mon", "set", *line.split(), code=1)
             self.assertIn(complaint, self.complaint)
         self.assertFalse((self.here / "none").exists())
@@ -253,9 +250,7 @@ class Files(KelCase):
         for name in ODD_NAMES[:2] + [b"[a,b]", b"{}", b"\xff"]:
             data = chance.randbytes(chance.choice([0, 1, 70000]))
             (self.here / os.fsdecode(name)).write_bytes(data)
-            mixed = 0
-            for byte in data:
-                mixed ^= byte
+            mixed = functools.reduce(operator.xor, data, 0)
             expected.append((name, (len(data) % 65536) << 16 | sum(data) % 256 << 8 | mixed))
         names = [name for name, _ in expected]
         self.assertEqual([(exact(e, "file"), e["sum"]) for e in self.json_of("sum", *names)], expected)
