@@ -39,7 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, std::size_t siz
             require(seconds == 77, "a refusal changed the result", text.c_str());
         }
         double any = 0;
-        std::memcpy(&any, data, std::min(size, sizeof any));
+        if (size > 0) std::memcpy(&any, data, std::min(size, sizeof any));
         tmTime time(0);
         require(time.setAbsTime(any) == time.getAbsTime(), "it is not kept", "");
         const bool in_range = time.getMonth() >= 1 && time.getMonth() <= 12 && time.getDayOfMonth() >= 1 &&
