@@ -483,7 +483,7 @@ TEST_F(Registry, KilledWritersLeaveWholeValues) {
     ovkRegistryKey key = create("key"), sub;
     keep_writing(key, 1, 1);
     for (int kill = 0; kill < kills; ++kill) {
-        const auto seed = static_cast<unsigned>(random());
+        const unsigned seed = 100 + static_cast<unsigned>(kill);
         const pid_t writer = in_child([&] { keep_writing(key, seed, INT_MAX); });
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 12000));
         ::kill(writer, SIGKILL);
