@@ -36,7 +36,8 @@ class CommandLine(KelCase):
         others = ["", "nothing", "reg get", "reg ls a b", "reg ls --nothing", "mon watch", "mon watch f --interval x",
                   "mon watch f -n nan", "mon watch f -n 1e999", "mon watch f -n -1", "mon watch f --count 0",
                   "mon set f a 1 --type long", "conf set f a", "cp", "cp a", "cp a b --links no",
-                  "cp a b --new --merge", "sum", "reg set a b", "reg set a b c --stdin", "reg set a b c --type -1", "reg ls --user --machine"]
+                  "cp a b --new --merge", "sum", "reg set a b", "reg set a b c --stdin", "reg set a b c --type -1",
+                  "reg ls --user --machine"]
         for line, word in told + [(line, "") for line in others]:
             self.assertEqual(self.run_kel(*line.split(), code=2), b"", line)
             self.assertIn("--help'.", self.complaint, line)
