@@ -94,7 +94,7 @@ class Registry(KelCase):
         self.assertEqual(self.run_kel("reg", "export", "--machine"), export)
         self.assertEqual(json.loads(export)["format"], "kelstdmt registry 1")
         (self.here / "one").write_bytes(self.run_kel("reg", "export", "plain"))
-        self.run_kel("reg", "import", "one", "--to", "other/place")
+        self.run_kel("reg", "import", f"C:{self.here}\\one".replace("/", "\\"), "--to", "other/place")
         below, copied = ({key.removeprefix(top): values for key, values in layer.items()
                           if (key + b"\\").startswith(top + b"\\")}
                          for top, layer in [(b"plain", model), (b"other\\place", self.stored())])
@@ -102,6 +102,7 @@ class Registry(KelCase):
 
     def test_texts_and_failures(self):
         self.run_kel("reg", "set", "a/b", "Port", "-5")
+        (self.here / "wrong").write_bytes(b"a:1")
         self.run_kel("reg", "set", "a", "", "x\033[2J")
         self.assertEqual(self.run_kel("reg", "ls", "A"), b"b\\\n(default) = x\\x1B[2J\n")
         self.assertEqual(self.json_of("reg", "get", "a\\b", "PORT")["value"], "-5")
@@ -109,7 +110,8 @@ class Registry(KelCase):
                                 ("reg get a.b c", "not a key"), ("reg get a c/d", "not a name"),
                                 ("reg del a", "has subkeys"), ("reg del a none", "no such value"),
                                 ("reg del c", "no such key"), ("reg del /", "the root"),
-                                ("reg import none", "No such file"), ("reg export c", "no such key")]:
+                                ("reg import none", "No such file"),
+                                ("reg import wrong", "not an export: wrong: "), ("reg export c", "no such key")]:
             self.assertEqual(self.run_kel(*line.split(), code=1), b"")
             self.assertIn(complaint, self.complaint)
         self.run_kel("reg", "del", "a/b", "port")

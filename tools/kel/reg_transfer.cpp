@@ -15,6 +15,8 @@
 #include <limits>
 #include <sstream>
 
+#include <kelstdmt/vumrt.h>
+
 #include "json.h"
 #include "reg_commands.h"
 #include "text.h"
@@ -58,7 +60,7 @@ struct Import {
 
 std::string ReadAll(const std::string &file) {
     if (file.empty() || file == "-") return {std::istreambuf_iterator<char>(std::cin), {}};
-    std::ifstream in(file, std::ios::binary);
+    std::ifstream in(btkHostPath(file.c_str()), std::ios::binary);
     std::ostringstream bytes;
     // An empty file sets the failure bit of the output, and is no JSON anyway.
     if (!in || !(bytes << in.rdbuf()) || in.bad())
@@ -88,7 +90,16 @@ kel::registry_value ValueOf(const Json &object) {
 
 // Everything is looked at before the first key is made.
 ExitCode Read(const Import &options) {
-    const Json document = ReadJson(ReadAll(options.file));
+    const std::string bytes = ReadAll(options.file);
+    const Json document = [&] {
+        try {
+            return ReadJson(bytes);
+        } catch (const Failure &failure) {
+            const bool named = !options.file.empty() && options.file != "-";
+            throw Failure("not an export: " + (named ? Printable(options.file) : "standard input") + ": " +
+                          failure.what());
+        }
+    }();
     const auto format = document.find("format");
     if (format == document.end() || *format != format_name)
         throw Failure("not an export of the registry: \"format\" is not \"" + std::string(format_name) + '"');
