@@ -1,85 +1,17 @@
 // examples/inventory as its users meet it: the built program, with generated files, in a process of its own.
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <random>
-#include <sstream>
-#include <string>
-#include <vector>
 
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-namespace fs = std::filesystem;
+#include "examples/running.h"
 
 namespace {
 
-const char *const program = KELSTDMT_BINARY_DIR "/examples/inventory";
-
-struct Outcome {
-    int code;  // 128 and the signal's number when one ended the program, 124 when it took too long
-    std::string out, err;
-};
-
-std::string Contents(const fs::path &path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-class inventory_test : public ::testing::Test {
-protected:
-    void SetUp() override {
-        std::string name = fs::temp_directory_path() / "inventory_test.XXXXXX";
-        ASSERT_NE(mkdtemp(name.data()), nullptr);
-        folder = name;
-        fs::create_directory(folder / "tmp");
-    }
-    void TearDown() override {
-        EXPECT_TRUE(fs::is_empty(folder / "tmp")) << "files are left in the temporary folder";
-        fs::remove_all(folder);
-    }
-
-    std::string Write(const char *name, const std::string &text) const {
-        std::ofstream(folder / name, std::ios::binary) << text;
-        return folder / name;
-    }
-
-    // The rest of a shell's command line, behind the program's name; `before` stands ahead of it.
-    Outcome Run(const std::string &arguments, const std::string &before = "") const {
-        std::string err = folder / "stderr", command = "export TMPDIR=" + std::string(folder / "tmp");
-        // What a sanitizer finds has a code of its own.
-        for (const char *tool : {"ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"})
-            command += std::string(" ") + tool + "=\"$" + tool + ":exitcode=99\"";
-        command +=
-            "; { " + before + " timeout 120 " + program + ' ' + arguments + "; } 2>" + err + " </dev/null";
-        Outcome outcome;
-        std::FILE *pipe = popen(command.c_str(), "r");
-        if (!pipe) return {-1, "", "no popen"};
-        char block[4096];
-        while (std::size_t count = std::fread(block, 1, sizeof block, pipe))
-            outcome.out.append(block, count);
-        int status = pclose(pipe);
-        outcome.code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        outcome.err = Contents(err);
-        EXPECT_EQ(outcome.err.find("Sanitizer"), std::string::npos) << outcome.err;
-        EXPECT_EQ(outcome.err.find("internal error"), std::string::npos) << outcome.err;
-        return outcome;
-    }
+struct inventory_test : ExampleTest {
+    inventory_test() : ExampleTest("inventory") {}
     Outcome RunOn(const std::string &passwd, const std::string &group) const {
         return Run(Write("passwd", passwd) + ' ' + Write("group", group));
     }
-
-    fs::path folder;
 };
-
-#define EXPECT_SAYS(text, part) EXPECT_NE((text).find(part), std::string::npos) << "it says:\n" << (text)
 
 constexpr const char *some_passwd =
     "root:x:0:0:root:/root:/bin/bash\n"
@@ -91,14 +23,14 @@ TEST_F(inventory_test, PrintsAndCarriesWhatTheFilesSay) {
     Outcome outcome = RunOn(some_passwd, some_group);
     EXPECT_EQ(outcome.code, 0) << outcome.err;
     EXPECT_EQ(outcome.err, "");
-    EXPECT_SAYS(outcome.out, "3 accounts from ");
-    EXPECT_SAYS(outcome.out,
+    expect_says(outcome.out, "3 accounts from ");
+    expect_says(outcome.out,
                 "inventory::Account { Name: \"ada\"; Uid: 1000; Gid: 1000; FullName: \"Ada Lovelace\"; "
                 "Home: \"/home/ada\"; Shell: inventory::LoginShell { Path: \"\"; Kind: shellDefault; }; "
                 "Groups: inventory::Names [ \"ada\", \"adm\" ]; }");
-    EXPECT_SAYS(outcome.out, "FieldId: \"Pth\";\n");
-    EXPECT_SAYS(outcome.out, "iolib::XStream\n {\n  Stream: nil;\n  Error: ioStreamState;\n  Msg: \"");
-    EXPECT_SAYS(outcome.out, "9 of 9 came back equal");
+    expect_says(outcome.out, "FieldId: \"Pth\";\n");
+    expect_says(outcome.out, "iolib::XStream\n {\n  Stream: nil;\n  Error: ioStreamState;\n  Msg: \"");
+    expect_says(outcome.out, "9 of 9 came back equal");
 }
 
 TEST_F(inventory_test, MalformedLinesAreNamedAndSkipped) {
@@ -107,7 +39,7 @@ TEST_F(inventory_test, MalformedLinesAreNamedAndSkipped) {
         "bell:x:1:1:\a::\ngood:x:2:2:::\nlast:x:1:1:::",
         "wheel:x:nobody\n");
     EXPECT_EQ(outcome.code, 0) << outcome.err;
-    std::string file = folder / "passwd", expected;
+    std::string file = In("passwd"), expected;
     for (const char *line : {
              ":4: skipped: expected 7 fields between colons, found 3",
              ":5: skipped: the name is empty",
@@ -116,9 +48,9 @@ TEST_F(inventory_test, MalformedLinesAreNamedAndSkipped) {
              ":8: skipped: there is an account \"good\" already",
          })
         expected += file + line + '\n';
-    expected += std::string(folder / "group") + ":1: skipped: expected 4 fields between colons, found 3\n";
+    expected += In("group") + ":1: skipped: expected 4 fields between colons, found 3\n";
     EXPECT_EQ(outcome.err, expected);
-    EXPECT_SAYS(outcome.out, "2 accounts from " + file + " (5 malformed lines skipped)");
+    expect_says(outcome.out, "2 accounts from " + file + " (5 malformed lines skipped)");
 }
 
 TEST_F(inventory_test, RandomBytesDoNoHarm) {
@@ -128,7 +60,7 @@ TEST_F(inventory_test, RandomBytesDoNoHarm) {
         byte = static_cast<char>(chance());
     Outcome outcome = RunOn(noise, noise.substr(1));
     EXPECT_EQ(outcome.code, 1) << outcome.err;
-    EXPECT_SAYS(outcome.err, "there is no account and no group to go on with");
+    expect_says(outcome.err, "there is no account and no group to go on with");
     for (char byte : outcome.err)
         ASSERT_TRUE(byte == '\n' || static_cast<unsigned char>(byte) >= 0x20) << int(byte);
     // Lines that are nearly right.
@@ -141,12 +73,12 @@ TEST_F(inventory_test, RandomBytesDoNoHarm) {
             (*text)[chance() % text->size()] = ":\n,0ab\0\"\\ "[chance() % 10];
     outcome = RunOn(passwd, group);
     EXPECT_EQ(outcome.code, 0) << outcome.err;
-    EXPECT_SAYS(outcome.out, "9 of 9 came back equal");
+    expect_says(outcome.out, "9 of 9 came back equal");
 }
 
 TEST_F(inventory_test, WhatCannotBeReadIsNamed) {
     std::string passwd = Write("passwd", some_passwd), group = Write("group", some_group),
-                empty = Write("empty", ""), missing = folder / "missing";
+                empty = Write("empty", ""), missing = In("missing");
     struct Case {
         std::string arguments, says;
         int code;
@@ -154,7 +86,7 @@ TEST_F(inventory_test, WhatCannotBeReadIsNamed) {
     for (const Case &wrong : std::vector<Case>{
              {empty + ' ' + empty, "there is no account and no group", 1},
              {missing + ' ' + group, "cannot read accounts from \"" + missing + "\": ", 1},
-             {passwd + ' ' + folder.string(), "cannot read groups from \"" + folder.string() + "\": ", 1},
+             {passwd + ' ' + folder, "cannot read groups from \"" + folder + "\": ", 1},
              {"/proc/self/mem " + group, "cannot read accounts from \"/proc/self/mem\": ", 1},
              {"/dev/zero " + group, "/dev/zero: line 1 is longer than 16777216 bytes", 0},
              {passwd, "expected two files", 2},
@@ -164,31 +96,31 @@ TEST_F(inventory_test, WhatCannotBeReadIsNamed) {
          }) {
         Outcome outcome = Run(wrong.arguments);
         EXPECT_EQ(outcome.code, wrong.code) << wrong.arguments << '\n' << outcome.err;
-        EXPECT_SAYS(outcome.err, wrong.says);
+        expect_says(outcome.err, wrong.says);
     }
     Outcome help = Run("--help");
     EXPECT_EQ(help.code, 0);
-    EXPECT_SAYS(help.out, "Usage: inventory");
+    expect_says(help.out, "Usage: inventory");
 }
 
 TEST_F(inventory_test, SaysSoWhenNothingCanBeWritten) {
     std::string files = Write("passwd", some_passwd) + ' ' + Write("group", some_group);
-    fs::create_directory(folder / "full");
-    fs::create_symlink("/dev/full", folder / "full/inventory.binary");
-    Outcome outcome = Run("--keep " + std::string(folder / "full") + ' ' + files);
+    std::filesystem::create_directory(In("full"));
+    std::filesystem::create_symlink("/dev/full", In("full/inventory.binary"));
+    Outcome outcome = Run("--keep " + In("full") + ' ' + files);
     EXPECT_EQ(outcome.code, 1);
-    EXPECT_SAYS(outcome.err, std::string(folder / "full/inventory.binary") + ": ");
-    EXPECT_SAYS(outcome.out, "8 of 9 came back equal");
+    expect_says(outcome.err, In("full/inventory.binary") + ": ");
+    expect_says(outcome.out, "8 of 9 came back equal");
 
-    outcome = Run(files, "TMPDIR=" + std::string(folder / "none"));
+    outcome = Run(files, "TMPDIR=" + In("none"));
     EXPECT_EQ(outcome.code, 1);
-    EXPECT_SAYS(outcome.err, "TMPDIR");
-    EXPECT_SAYS(outcome.out, "6 of 9 came back equal");
+    expect_says(outcome.err, "TMPDIR");
+    expect_says(outcome.out, "6 of 9 came back equal");
 
     for (const char *closed : {" >/dev/full", " >&-"}) {
         outcome = Run(files + closed);
         EXPECT_EQ(outcome.code, 1) << closed;
-        EXPECT_SAYS(outcome.err, "standard output: ");
+        expect_says(outcome.err, "standard output: ");
     }
     // A reader that goes away ends the program, quietly, or finds it at its end.
     outcome = Run(files + " | head -n 1");
