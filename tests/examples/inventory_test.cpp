@@ -21,7 +21,7 @@ constexpr const char *some_group = "root:x:0:\nadm:x:4:ada,root\nada:x:1000:\n";
 
 TEST_F(inventory_test, PrintsAndCarriesWhatTheFilesSay) {
     Outcome outcome = RunOn(some_passwd, some_group);
-    EXPECT_EQ(outcome.code, 0) << outcome.err;
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
     EXPECT_EQ(outcome.err, "");
     expect_says(outcome.out, "3 accounts from ");
     expect_says(outcome.out,
@@ -38,7 +38,7 @@ TEST_F(inventory_test, MalformedLinesAreNamedAndSkipped) {
         "# a comment, then an empty line\n\ngood:x:1:1::/:\r\nfew:x:1\n:x:1:1:::\nbig:x:4294967294:1:::\n"
         "bell:x:1:1:\a::\ngood:x:2:2:::\nlast:x:1:1:::",
         "wheel:x:nobody\n");
-    EXPECT_EQ(outcome.code, 0) << outcome.err;
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
     std::string file = In("passwd"), expected;
     for (const char *line : {
              ":4: skipped: expected 7 fields between colons, found 3",
@@ -59,7 +59,7 @@ TEST_F(inventory_test, RandomBytesDoNoHarm) {
     for (char &byte : noise)
         byte = static_cast<char>(chance());
     Outcome outcome = RunOn(noise, noise.substr(1));
-    EXPECT_EQ(outcome.code, 1) << outcome.err;
+    EXPECT_EQ(outcome.status, 1) << outcome.err;
     expect_says(outcome.err, "there is no account and no group to go on with");
     for (char byte : outcome.err)
         ASSERT_TRUE(byte == '\n' || static_cast<unsigned char>(byte) >= 0x20) << int(byte);
@@ -72,7 +72,7 @@ TEST_F(inventory_test, RandomBytesDoNoHarm) {
         for (std::size_t i = 0; i < text->size() / 20; ++i)
             (*text)[chance() % text->size()] = ":\n,0ab\0\"\\ "[chance() % 10];
     outcome = RunOn(passwd, group);
-    EXPECT_EQ(outcome.code, 0) << outcome.err;
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
     expect_says(outcome.out, "9 of 9 came back equal");
 }
 
@@ -95,11 +95,11 @@ TEST_F(inventory_test, WhatCannotBeReadIsNamed) {
              {"--keep /dev/full", "/dev/full: ", 1},
          }) {
         Outcome outcome = Run(wrong.arguments);
-        EXPECT_EQ(outcome.code, wrong.code) << wrong.arguments << '\n' << outcome.err;
+        EXPECT_EQ(outcome.status, wrong.code) << wrong.arguments << '\n' << outcome.err;
         expect_says(outcome.err, wrong.says);
     }
     Outcome help = Run("--help");
-    EXPECT_EQ(help.code, 0);
+    EXPECT_EQ(help.status, 0);
     expect_says(help.out, "Usage: inventory");
 }
 
@@ -108,18 +108,18 @@ TEST_F(inventory_test, SaysSoWhenNothingCanBeWritten) {
     std::filesystem::create_directory(In("full"));
     std::filesystem::create_symlink("/dev/full", In("full/inventory.binary"));
     Outcome outcome = Run("--keep " + In("full") + ' ' + files);
-    EXPECT_EQ(outcome.code, 1);
+    EXPECT_EQ(outcome.status, 1);
     expect_says(outcome.err, In("full/inventory.binary") + ": ");
     expect_says(outcome.out, "8 of 9 came back equal");
 
     outcome = Run(files, "TMPDIR=" + In("none"));
-    EXPECT_EQ(outcome.code, 1);
+    EXPECT_EQ(outcome.status, 1);
     expect_says(outcome.err, "TMPDIR");
     expect_says(outcome.out, "6 of 9 came back equal");
 
     for (const char *closed : {" >/dev/full", " >&-"}) {
         outcome = Run(files + closed);
-        EXPECT_EQ(outcome.code, 1) << closed;
+        EXPECT_EQ(outcome.status, 1) << closed;
         expect_says(outcome.err, "standard output: ");
     }
     // A reader that goes away ends the program, quietly, or finds it at its end.

@@ -39,7 +39,7 @@ struct mirror_test : ExampleTest {
 };
 
 void ExpectWords(const Outcome &outcome, int code, std::initializer_list<const char *> words) {
-    EXPECT_EQ(outcome.code, code) << outcome.out << outcome.err;
+    EXPECT_EQ(outcome.status, code) << outcome.out << outcome.err;
     for (const char *word : words)
         expect_says(outcome.out + outcome.err, word);
 }

@@ -71,19 +71,9 @@ def decode(source):
         return [source.text() for _ in range(source.int())]
 
     assert source.text() == b"kelstdmt inventory 1"
-    accounts = [
-        {
-            "name": source.text(),
-            "uid": source.int(),
-            "gid": source.int(),
-            "fullname": source.text() if source.bool() else None,
-            "home": source.text(),
-            "shell": source.text(),
-            "kind": source.int(),
-            "groups": texts(),
-        }
-        for _ in range(source.int())
-    ]
+    # Name, user and group id, full name, home, shell and its kind, groups: in the order of the file.
+    accounts = [(source.text(), source.int(), source.int(), source.text() if source.bool() else None,
+                 source.text(), source.text(), source.int(), texts()) for _ in range(source.int())]
     names = texts()
     groups = {}
     for _ in range(source.int()):
@@ -111,31 +101,16 @@ def parse(passwd, group):
                 seen.add(parts[0])
                 yield parts
 
-    accounts = [
-        {
-            "name": name,
-            "uid": int(uid),
-            "gid": int(gid),
-            "fullname": person.split(b",")[0] or None,
-            "home": home,
-            "shell": shell,
-            "kind": kind(shell),
-            "groups": [],
-        }
-        for name, _, uid, gid, person, home, shell in lines(passwd, 7)
-    ]
     groups = {}
     for name, _, gid, members in lines(group, 4):
         groups[name] = {"name": name, "gid": int(gid), "members": [m for m in members.split(b",") if m]}
-    for account in accounts:
-        primary = [g["name"] for g in groups.values() if g["gid"] == account["gid"]][:1]
-        others = [
-            g["name"]
-            for g in groups.values()
-            for member in g["members"]
-            if member == account["name"] and g["gid"] != account["gid"]
-        ]
-        account["groups"] = primary + others
+    accounts = []
+    for name, _, uid, gid, person, home, shell in lines(passwd, 7):
+        primary = [g["name"] for g in groups.values() if g["gid"] == int(gid)][:1]
+        others = [g["name"] for g in groups.values() if g["gid"] != int(gid)
+                  for member in g["members"] if member == name]
+        accounts.append((name, int(uid), int(gid), person.split(b",")[0] or None, home, shell, kind(shell),
+                         primary + others))
     return accounts, list(groups), groups
 
 

@@ -1,6 +1,7 @@
 // File streams beside bytes in memory, and against the system: modes, full disks, files that cannot seek,
 // positions that an int cannot hold.
 #include "iolibsrc/stream_support.h"
+#include "scratch_folder.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -16,6 +17,7 @@
 
 namespace {
 
+using FileStream = ScratchFolder;
 using Owned = std::unique_ptr<ioFileStream>;
 
 Owned open_file(const std::string &path, ioOpenMode mode) {
@@ -26,14 +28,14 @@ Owned create_file(const std::string &path, ioOpenMode mode, bool overwrite = tru
 }
 
 // Reads, trials, writes, seeks and cuts in any order, in both byte orders.
-TEST(FileStream, BehavesAsBytesInMemory) {
-    Folder folder;
+TEST_F(FileStream, BehavesAsBytesInMemory) {
     for (unsigned seed = 1; seed <= 6; ++seed) {
         std::mt19937 random(seed);
         auto below = [&random](std::size_t limit) { return static_cast<std::size_t>(random() % limit); };
-        std::string model, path = folder / std::to_string(seed);
+        std::string model;
+        const std::string name = std::to_string(seed);
         std::size_t at = 0;
-        Owned stream = create_file(path, ioReadWrite, false);
+        Owned stream = create_file(folder + "/" + name, ioReadWrite, false);
         stream->setSerializer(seed % 2 ? ioSerializer::getBinary() : ioSerializer::getXDR());
         auto written = [&](const std::string &bytes) {
             if (!bytes.empty()) model.resize(std::max(model.size(), at + bytes.size()));
@@ -126,26 +128,25 @@ TEST(FileStream, BehavesAsBytesInMemory) {
         }
         stream->Close();
         ASSERT_TRUE(stream->getIsGood());
-        ASSERT_TRUE(get_file(path) == model) << "seed " << seed;
+        ASSERT_TRUE(get(name) == model) << "seed " << seed;
     }
 }
 
 // Opening --------------------------------------------------------------------------------------
 
-TEST(FileStream, OpensByMode) {
-    Folder folder;
-    std::string path = folder / "file", missing = folder / "missing";
+TEST_F(FileStream, OpensByMode) {
+    const std::string missing = folder + "/missing";
     for (ioOpenMode mode : {ioReadOnly, ioWriteOnly, ioReadWrite}) {
         bool reads = mode != ioWriteOnly, writes = mode != ioReadOnly;
-        for (const std::string &none : {missing, folder.path, std::string()})
+        for (const std::string &none : {missing, folder, std::string()})
             EXPECT_EQ(open_file(none, mode), nullptr) << none;
         EXPECT_NE(::access(missing.c_str(), F_OK), 0) << "opening made a file";
         for (bool create : {false, true}) {
-            put_file(path, "old bytes");
+            put("old bytes");
             EXPECT_EQ(create_file(path, mode, false), nullptr);
             Owned stream = create ? create_file(path, mode) : open_file(path, mode);
             EXPECT_TRUE(stream->getCanRead() == reads && stream->getCanWrite() == writes);
-            EXPECT_EQ(get_file(path), reads ? "old bytes" : "") << "only writing alone empties the file";
+            EXPECT_EQ(get(), reads ? "old bytes" : "") << "only writing alone empties the file";
             EXPECT_EQ(text_of(stream->lookupfield("Path").getstring()), path);
         }
         ::unlink(path.c_str());
@@ -157,36 +158,17 @@ TEST(FileStream, OpensByMode) {
     EXPECT_NE(::access(path.c_str(), F_OK), 0);
 }
 
-TEST(FileStream, OfManyCreatorsOneWins) {
-    Folder folder;
-    for (int round = 0; round < 50; ++round) {
-        std::string path = folder / std::to_string(round);
-        std::atomic<int> made{0};
-        std::vector<std::thread> threads;
-        for (int i = 0; i < 4; ++i) {
-            threads.emplace_back([&] {
-                if (create_file(path, ioReadWrite, false)) ++made;
-            });
-        }
-        for (auto &thread : threads)
-            thread.join();
-        ASSERT_EQ(made, 1);
-    }
-}
-
 // Values ---------------------------------------------------------------------------------------
 
-TEST(FileStream, ReadsAndWritesTextAtOnePosition) {
-    Folder folder;
-    std::string path = folder / "file";
-    put_file(path, "10 20 30 40 ");
+TEST_F(FileStream, ReadsAndWritesTextAtOnePosition) {
+    put("10 20 30 40 ");
     Owned stream = open_file(path, ioReadWrite);
     EXPECT_EQ(stream->ReadInt(), 10);
     stream->WriteString(" 77");
     EXPECT_EQ(stream->ReadInt(), 30);
     stream->WriteString(" end\n");
     EXPECT_EQ(stream->TellSize(), 13);
-    EXPECT_EQ(get_file(path), "10 77 30 end\n");
+    EXPECT_EQ(get(), "10 77 30 end\n");
     EXPECT_EQ(failure([&] { stream->ReadInt(); }), "EOF reached");
     stream->SeekOff(-4, ioEnd);
     EXPECT_TRUE(stream->getIsGood());
@@ -199,7 +181,7 @@ TEST(FileStream, ReadsAndWritesTextAtOnePosition) {
     stream->Truncate(kel::nil_int);
     EXPECT_EQ(stream->TryReadString(), ioEndOfFile);
     stream->Truncate(-5);
-    EXPECT_EQ(get_file(path), "10 ");
+    EXPECT_EQ(get(), "10 ");
     stream->SeekOff(1, ioBegin);
     EXPECT_EQ(stream->TryReadString("x"), ioSuccess) << "the data's end ends a text";
     std::unique_ptr<ioEvent> event(stream->InputEvent());
@@ -217,7 +199,7 @@ TEST(FileStream, ReadsAndWritesTextAtOnePosition) {
 
 // The system -----------------------------------------------------------------------------------
 
-TEST(FileStream, AFullDiskIsTold) {
+TEST_F(FileStream, AFullDiskIsTold) {
     if (::access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full here";
     const std::string large(200000, 'x');
     std::unique_ptr<ioStringStream> source(ioStringStream::Create(large.c_str()));
@@ -242,15 +224,14 @@ TEST(FileStream, AFullDiskIsTold) {
     EXPECT_TRUE(source->getIsGood());
 }
 
-TEST(FileStream, WhatCannotSeekIsReadInOrder) {
-    Folder folder;
-    ASSERT_EQ(::mkfifo((folder / "fifo").c_str(), 0600), 0);
+TEST_F(FileStream, WhatCannotSeekIsReadInOrder) {
+    ASSERT_EQ(::mkfifo((folder + "/fifo").c_str(), 0600), 0);
     std::thread writer([&] {
-        Owned to = open_file(folder / "fifo", ioWriteOnly);
+        Owned to = open_file(folder + "/fifo", ioWriteOnly);
         to->WriteString("12 34 ");
         EXPECT_EQ(to->TellPos(), -1);
     });
-    Owned from = open_file(folder / "fifo", ioReadOnly);
+    Owned from = open_file(folder + "/fifo", ioReadOnly);
     EXPECT_EQ(from->TryReadInt(), ioNotSupported) << "there would be no way back";
     EXPECT_EQ(from->ReadInt(), 12);
     EXPECT_EQ(failure([&] { from->SeekOff(0, ioBegin); }), "I/O error");
@@ -259,9 +240,8 @@ TEST(FileStream, WhatCannotSeekIsReadInOrder) {
     writer.join();
 }
 
-TEST(FileStream, PositionsBeyondAnInt) {
-    Folder folder;
-    Owned stream = create_file(folder / "file", ioReadWrite);
+TEST_F(FileStream, PositionsBeyondAnInt) {
+    Owned stream = create_file(path, ioReadWrite);
     stream->SeekOff(INT_MAX, ioBegin);
     EXPECT_EQ(stream->TellPos(), INT_MAX);
     stream->SeekOff(INT_MAX, ioCur);
@@ -269,7 +249,7 @@ TEST(FileStream, PositionsBeyondAnInt) {
     EXPECT_TRUE(stream->getIsGood());
     stream->Truncate(kel::nil_int);
     struct stat node {};
-    ASSERT_EQ(::stat((folder / "file").c_str(), &node), 0);
+    ASSERT_EQ(::stat((path).c_str(), &node), 0);
     EXPECT_EQ(node.st_size, 2LL * INT_MAX);
     stream->WriteString("X");
     EXPECT_EQ(stream->TellSize(), -1);
@@ -279,15 +259,14 @@ TEST(FileStream, PositionsBeyondAnInt) {
     EXPECT_EQ(stream->TellSize(), INT_MAX);
 }
 
-TEST(FileStream, AHandleForAChild) {
-    Folder folder;
-    std::string in = folder / "in", away = folder / "away", path = in + "/file";
+TEST_F(FileStream, AHandleForAChild) {
+    std::string in = folder + "/in", away = folder + "/away", moving = in + "/file";
     ASSERT_EQ(::mkdir(in.c_str(), 0700), 0);
-    put_file(path, "abcdef");
+    std::ofstream(moving) << "abcdef";
     const std::pair<ioOpenMode, int> modes[] = {
         {ioReadOnly, O_RDONLY}, {ioWriteOnly, O_WRONLY}, {ioReadWrite, O_RDWR}};
     for (auto [mode, access] : modes) {
-        Owned stream = open_file(path, mode);
+        Owned stream = open_file(moving, mode);
         ASSERT_EQ(::rename(in.c_str(), away.c_str()), 0);
         EXPECT_EQ(stream->GetInheritHandle(), -1);
         EXPECT_TRUE(stream->getIsGood());

@@ -1,8 +1,8 @@
 // The console's streams. This program plays every part in a child of its own: run with the name of a part,
 // it does that and nothing else, and the shell connects it.
 #include "iolibsrc/stream_support.h"
+#include "shell.h"
 
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <climits>
@@ -111,33 +111,6 @@ const std::map<std::string, int (*)()> parts = {
 
 // The tests ------------------------------------------------------------------------------------
 
-struct Outcome {
-    std::string output;
-    int status;
-};
-std::ostream &operator<<(std::ostream &out, const Outcome &outcome) {
-    return out << '"' << outcome.output << "\" with status " << outcome.status;
-}
-bool operator==(const Outcome &a, const Outcome &b) {
-    return a.output == b.output && a.status == b.status;
-}
-
-// What a shell command prints on its standard output, and its exit status. $ME is this program.
-Outcome shell(const std::string &command) {
-    char self[PATH_MAX] = "";
-    EXPECT_GT(::readlink("/proc/self/exe", self, sizeof self - 1), 0);
-    ::setenv("ME", self, 1);
-    EXPECT_EQ(::chdir(testing::TempDir().c_str()), 0);
-    Outcome outcome{"", -1};
-    FILE *pipe = ::popen(command.c_str(), "r");
-    char block[4096];
-    while (std::size_t got = std::fread(block, 1, sizeof block, pipe))
-        outcome.output.append(block, got);
-    int status = ::pclose(pipe);
-    if (WIFEXITED(status)) outcome.status = WEXITSTATUS(status);
-    return outcome;
-}
-
 TEST(StandardStreams, AreTextStreamsInOneDirection) {
     ioStream *streams[] = {ioStream::getStdin(), ioStream::getStdout(), ioStream::getStderr()};
     for (int i = 0; i < 3; ++i) {
@@ -150,6 +123,7 @@ TEST(StandardStreams, AreTextStreamsInOneDirection) {
 }
 
 TEST(StandardStreams, InChildren) {
+    // $ME is this program.
     const struct {
         const char *command;
         Outcome outcome;
@@ -170,6 +144,10 @@ TEST(StandardStreams, InChildren) {
         {"$ME late <&- >&- 2>/dev/null", {"", 0}},
         {"exec 3>&1; ($ME flood 2>&3; echo \" $?\" >&3) | head -n 1 >/dev/null", {"I/O error 0\n", 0}},
     };
+    char self[PATH_MAX] = "";
+    ASSERT_GT(::readlink("/proc/self/exe", self, sizeof self - 1), 0);
+    ::setenv("ME", self, 1);
+    ASSERT_EQ(::chdir(testing::TempDir().c_str()), 0);
     for (const auto &one : cases)
         EXPECT_EQ(shell(one.command), one.outcome) << one.command;
 }

@@ -1,11 +1,8 @@
-// What the tests of the streams share: how an operation fails, and a folder of one's own.
+// What the tests of the streams share: how an operation fails, and what is still to read.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -33,27 +30,6 @@ std::string failure(Action action, ioStream *expected = nullptr) {
 
 inline std::string text_of(const xstring &text) {
     return std::string(kel::view(text));
-}
-
-struct Folder {
-    Folder() {
-        std::string name = testing::TempDir() + "kelstdmt_streams_XXXXXX";
-        path = ::mkdtemp(name.data());
-    }
-    ~Folder() { EXPECT_EQ(std::system(("rm -rf '" + path + "'").c_str()), 0); }
-    Folder(const Folder &) = delete;
-    Folder &operator=(const Folder &) = delete;
-
-    std::string operator/(const std::string &name) const { return path + "/" + name; }
-    std::string path;
-};
-
-inline void put_file(const std::string &path, const std::string &bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
-}
-inline std::string get_file(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 // Everything that a stream still holds.

@@ -1,19 +1,6 @@
 // Where characters begin, against the C library's mbrlen: every combination of bytes that matters to UTF-8,
 // long texts in which sequences lie across the words that are read at once, and an encoding of two bytes.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <clocale>
-#include <cstring>
-#include <cwchar>
-#include <memory>
-#include <random>
-#include <string>
-#include <vector>
-
-#include <kelstdmt/xstring.h>
-
-#include "other_locale.h"
+#include "strlibsrc/text_model.h"
 
 namespace {
 
@@ -36,8 +23,7 @@ protected:
 
     // Every position of a text that lies on the heap without a byte behind its terminator.
     static void expect_same(const std::string &text) {
-        auto copy = std::make_unique<char[]>(text.size() + 1);
-        std::memcpy(copy.get(), text.c_str(), text.size() + 1);
+        const auto copy = text_model::exact(text);
         const auto at = starts(copy.get(), text.size());
         ASSERT_EQ(Strlen(copy.get()), at.size() - 1) << testing::PrintToString(text);
         for (std::size_t n = 0; n <= at.size(); ++n)

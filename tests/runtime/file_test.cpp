@@ -1,35 +1,18 @@
 // The file buffer against a model in memory, and against the system: full disks, modes, other writers.
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
-#include <string>
 #include <thread>
 
 #include <kelstdmt/vumtext.h>
+
+#include "scratch_folder.h"
 
 namespace {
 
 using std::ios_base;
 
-struct File : testing::Test {
-    File() {
-        char name[] = "/tmp/kelstdmt_file_XXXXXX";
-        folder = ::mkdtemp(name);
-        path = folder + "/f";
-    }
-    ~File() override { std::system(("rm -rf " + folder).c_str()); }
-    void put(const std::string &text) const { std::ofstream(path, std::ios::binary) << text; }
-    std::string get() const {
-        std::ifstream in(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
-    std::string folder, path;
-};
+using File = ScratchFolder;
 
 std::string read(std::streambuf &from, std::size_t count) {
     std::string text(count, '\0');

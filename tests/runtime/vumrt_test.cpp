@@ -1,6 +1,5 @@
 // Locks, time values, internal errors, paths, and text in the locale's and the neutral form.
 #include <gtest/gtest.h>
-#include <sys/utsname.h>
 #include <unistd.h>
 
 #include <climits>
@@ -176,13 +175,6 @@ TEST(LocaleText, ConvertsByTheLocale) {
     EXPECT_EQ(Strlen(xstrNullStr) + Strlen(static_cast<const char *>(nullptr)), 0U);
     EXPECT_EQ(Strlen(units(u"z\u00e9\U0001F600")), 4U);
     EXPECT_EQ(Strlen(reinterpret_cast<const unsigned short *>(xstrNullStr)), 0U);
-}
-
-TEST(Machine, IsNamedAsTheSystemNamesIt) {
-    utsname names{};
-    ASSERT_EQ(::uname(&names), 0);
-    EXPECT_STREQ(btkMachineType(), names.machine);
-    EXPECT_STREQ(btkOSType(), names.sysname);
 }
 
 }  // namespace

@@ -2,26 +2,9 @@
 #include "observing.h"
 
 #include <atomic>
-#include <cstdlib>
-#include <new>
 #include <thread>
 
-namespace {
-// When it reaches 0, memory is refused once.
-thread_local int until_refused = -1;
-}  // namespace
-
-__attribute__((noinline)) void *operator new(std::size_t bytes) {
-    if (until_refused >= 0 && until_refused-- == 0) throw std::bad_alloc();
-    if (void *block = std::malloc(bytes ? bytes : 1)) return block;
-    throw std::bad_alloc();
-}
-__attribute__((noinline)) void operator delete(void *block) noexcept {
-    std::free(block);
-}
-__attribute__((noinline)) void operator delete(void *block, std::size_t) noexcept {
-    std::free(block);
-}
+#include "failing_memory.h"
 
 namespace {
 
@@ -92,12 +75,12 @@ TEST(Builders, SurviveTheLackOfMemory) {
     int failures = 0;
     xrttistruct *type = nullptr;
     for (; type == nullptr; ++failures) {
-        until_refused = failures;
+        failing_memory::allocations_left = failures;
         try {
             type = xrtti_get_p_testOuter();
         } catch (const std::bad_alloc &) {
         }
-        until_refused = -1;
+        failing_memory::allocations_left = -1;
     }
     EXPECT_GT(failures, 10);
     EXPECT_EQ(text(type->getname()), "test::Outer");

@@ -1,7 +1,6 @@
 // Objects: the two kinds of counting, deletion and its order, construction, threads.
 #include "observing.h"
 
-#include <atomic>
 #include <barrier>
 #include <climits>
 #include <functional>
@@ -10,28 +9,9 @@
 #include <thread>
 
 #include "services/object_access.h"
+#include "subjects.h"
 
 namespace {
-
-KEL_DECLARE_STRUCT(Counted)
-class Counted : public xobject {
-    KEL_CLASS(Counted, xobject)
-public:
-    Counted() { ++living; }
-    ~Counted() override { --living; }
-    static inline std::atomic<int> living = 0;
-};
-KEL_DEFINE_STRUCT(Counted, "object::Counted", kel::counted)
-
-KEL_DECLARE_STRUCT(Owned)
-class Owned : public xobject {
-    KEL_CLASS(Owned, xobject)
-public:
-    Owned() { ++living; }
-    ~Owned() override { --living; }
-    static inline std::atomic<int> living = 0;
-};
-KEL_DEFINE_STRUCT(Owned, "object::Owned", kel::uncounted)
 
 class Nameless : public xobject {
     xrtticlass *givertti() override { return nullptr; }
@@ -354,7 +334,7 @@ TEST(Reflection, CastsByDescriptor) {
     // A cast names the class, a down-cast the declared type.
     EXPECT_EQ(text(thrown_by<kelXTypeMismatch>([&] { Owned::cast(&counted); })->getTypeName()), "Owned");
     auto refused = thrown_by<kelXTypeMismatch>([&] { plain.dyndowncast(xrtti_get_p_Owned()); });
-    EXPECT_EQ(text(refused->getTypeName()), "object::Owned");
+    EXPECT_EQ(text(refused->getTypeName()), "test::Owned");
 }
 
 // Threads --------------------------------------------------------------------------------------

@@ -7,28 +7,13 @@
 #include <random>
 #include <variant>
 
+#include "subjects.h"
+
 namespace {
 
 enum Colour : int { red, green, blue };
 KEL_DECLARE_ENUM(Colour)
 KEL_DEFINE_ENUM(Colour, "value::Colour", "red", "green", "blue")
-
-int alive = 0;
-
-KEL_DECLARE_STRUCT(Counted)
-class Counted : public xobject {
-    KEL_CLASS(Counted, xobject)
-public:
-    Counted() { ++alive; }
-    ~Counted() override { --alive; }
-};
-KEL_DEFINE_STRUCT(Counted, "value::Counted", kel::counted)
-
-KEL_DECLARE_STRUCT(Owned)
-class Owned : public xobject {
-    KEL_CLASS(Owned, xobject)
-};
-KEL_DEFINE_STRUCT(Owned, "value::Owned", kel::uncounted)
 
 // The descriptor of a foreign type; counts how many of it live.
 class Foreign : public xrtti {
@@ -240,7 +225,7 @@ TEST(Value, ObjectsAreCountedByTheirClass) {
     EXPECT_EQ(errors.take(), "Can not reuse xany. (services/xobject)");
     EXPECT_EQ(xrcgetcount(fresh), 0) << "neither taken up nor lost";
     xrcrelease(fresh);
-    EXPECT_EQ(alive, 1);
+    EXPECT_EQ(Counted::living, 1);
     EXPECT_EQ(held.getrtti(), xrtti_get_p_Counted());
     EXPECT_EQ(xrcgetcount(&owned), -1);
     EXPECT_EQ(static_cast<xrstring>(xany(text)), static_cast<xrstring>(text)) << "copies share a text";

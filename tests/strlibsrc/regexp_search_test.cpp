@@ -2,38 +2,19 @@
 // is bounded where going back is not; programs that were damaged; threads.
 #include <gtest/gtest.h>
 
-#include <clocale>
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <memory>
-#include <random>
-#include <string>
 #include <thread>
-#include <vector>
-
-#include <kelstdmt/regexp.h>
-#include <kelstdmt/xstring.h>
 
 #include "../../fuzz/regexp_model.h"
+#include "strlibsrc/text_model.h"
 
 namespace {
 
-struct release {
-    void operator()(regexp *program) const { std::free(program); }
-};
-using owned_program = std::unique_ptr<regexp, release>;
+using text_model::exact, text_model::owned_program;
 
 owned_program compiled(const std::string &pattern) {
     setErrReport(true);
     return owned_program(regcomp(pattern.c_str()));
-}
-
-// On the heap and exactly as long as the text, so that the sanitizers see a look beyond its terminator.
-std::unique_ptr<char[]> exact(const std::string &text) {
-    auto copy = std::make_unique<char[]>(text.size() + 1);
-    std::memcpy(copy.get(), text.c_str(), text.size() + 1);
-    return copy;
 }
 
 class random_text {
@@ -299,18 +280,16 @@ TEST(regexp_search, TheFirstByteIsFoundAtAnyDistance) {
     }
 }
 
-TEST(regexp_search, ThreadsSearchWithProgramsOfTheirOwn) {
-    setErrReport(true);
-    std::vector<owned_program> programs;
-    for (int i = 0; i < 4; ++i)
-        programs.push_back(compiled("(a|b)*" + std::string(1, static_cast<char>('c' + i)) + "+"));
+TEST(regexp_search, ThreadsCompileAndSearchProgramsOfTheirOwn) {
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i)
-        threads.emplace_back([i, one = programs[static_cast<std::size_t>(i)].get()] {
+        threads.emplace_back([i] {
             for (int n = 0; n < 300; ++n) {
+                const owned_program one =
+                    compiled("(a|b)*" + std::string(1, static_cast<char>('c' + i)) + "+");
                 const std::string text = std::string(static_cast<std::size_t>(n), 'a') + "cdefg";
                 int start = 0, end = 0;
-                ASSERT_EQ(regexec(one, text.c_str(), start, end), 1);
+                ASSERT_EQ(regexec(one.get(), text.c_str(), start, end), 1);
                 ASSERT_EQ(start, i == 0 ? 0 : n + i);
                 ASSERT_EQ(end, n + i + 1);
             }

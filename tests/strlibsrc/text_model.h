@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cctype>
 #include <clocale>
+#include <cstdlib>
 #include <cstring>
 #include <cwchar>
 #include <memory>
@@ -37,6 +38,11 @@ inline std::unique_ptr<char[]> exact(const std::string &text) {
     std::memcpy(copy.get(), text.c_str(), text.size() + 1);
     return copy;
 }
+
+struct release {
+    void operator()(regexp *program) const { std::free(program); }
+};
+using owned_program = std::unique_ptr<regexp, release>;
 
 // Valid characters after mbrlen, single bytes otherwise.
 inline characters decode(const std::string &text) {

@@ -42,7 +42,7 @@ std::optional<span> search(const std::string &text, const std::string &pattern, 
         return span{start, start + static_cast<int>(wanted.size())};
     }
     if (mode == strRegExp) {
-        const std::unique_ptr<regexp, void (*)(void *)> program(regcomp(pattern.c_str()), std::free);
+        const owned_program program(regcomp(pattern.c_str()));
         span at{};
         if (!regexec(program.get(), text.c_str(), at.start, at.end)) return {};
         return at;
