@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <deque>
 #include <map>
-#include <memory>
 #include <numeric>
 #include <random>
 #include <set>

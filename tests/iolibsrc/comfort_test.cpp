@@ -8,7 +8,6 @@
 #include <iomanip>
 #include <ostream>
 #include <sstream>
-#include <string>
 #include <type_traits>
 
 #include "iolibsrc/print_support.h"

@@ -5,12 +5,10 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <climits>
 #include <cstring>
-#include <functional>
 #include <random>
 #include <thread>
 #include <vector>

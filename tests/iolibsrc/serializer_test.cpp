@@ -3,8 +3,6 @@
 // more on text.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-
 #include "../../fuzz/length_prefixed.h"
 
 namespace {

@@ -4,7 +4,6 @@
 #include <array>
 #include <bit>
 #include <clocale>
-#include <cstdio>
 #include <locale>
 #include <vector>
 

@@ -1,13 +1,9 @@
 // The exception slot, the object functions and the value adapters of the C interface.
-#include <gtest/gtest.h>
-
 #include <cstring>
 #include <iostream>
 #include <sstream>
 #include <stdexcept>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include <kelstdmt/kelstdmt.h>
 

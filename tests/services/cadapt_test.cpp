@@ -1,6 +1,4 @@
 // The container families of the C interface, with random calls.
-#include <gtest/gtest.h>
-
 #include <random>
 
 #include "services/c_families.h"

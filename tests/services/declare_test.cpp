@@ -1,6 +1,4 @@
 // Types declared from outside the library: one of each kind, and what the declarations make of them.
-#include <gtest/gtest.h>
-
 #include <array>
 #include <optional>
 

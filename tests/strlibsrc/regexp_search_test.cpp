@@ -1,7 +1,5 @@
 // The search against a plain model that goes back when a way fails, over random patterns and texts; work that
 // is bounded where going back is not; programs that were damaged; threads.
-#include <gtest/gtest.h>
-
 #include <cstdint>
 #include <thread>
 

@@ -6,13 +6,9 @@
 
 #include <algorithm>
 #include <cctype>
-#include <clocale>
-#include <cstdlib>
 #include <cstring>
 #include <cwchar>
 #include <memory>
-#include <random>
-#include <string>
 #include <vector>
 
 #include <kelstdmt/strlib.h>

@@ -7,9 +7,7 @@
 #include <optional>
 #include <random>
 #include <sstream>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include <kelstdmt/xstring.h>
 

@@ -1,14 +1,4 @@
 // Characters of the locale, and texts in their wide and neutral form, in the locales C and C.UTF-8.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <clocale>
-#include <cstring>
-#include <memory>
-#include <random>
-#include <string>
-#include <vector>
-
 #include <kelstdmt/xstring.h>
 
 #include "strlibsrc/text_model.h"

@@ -1,6 +1,4 @@
 // What the string library declares: segments, types and their descriptors, errors, and members of strings.
-#include <gtest/gtest.h>
-
 #include <iostream>
 #include <sstream>
 

@@ -1,8 +1,4 @@
 // Measuring texts and taking pieces out of them, against a model of lists of characters.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-
 #include "strlibsrc/text_model.h"
 
 using namespace text_model;

@@ -1,6 +1,4 @@
 // Splitting and replacing, against a model that does one step after the other on lists of characters.
-#include <gtest/gtest.h>
-
 #include "strlibsrc/text_model.h"
 
 using namespace text_model;
