@@ -47,24 +47,6 @@ public:
 };
 int initial_of(demoAdmin &admin);
 
-// A class that lies beside other bases and has its object base virtually.
-struct demoMixin {
-    virtual ~demoMixin() = default;
-    int padding = 1;
-};
-KEL_DECLARE_STRUCT(demoDevice)
-class demoDevice : public demoMixin, public virtual xobject {
-    KEL_CLASS(demoDevice, xobject)
-public:
-    int Port = 3;
-};
-KEL_DECLARE_STRUCT(demoModem)
-class demoModem : public demoDevice {
-    KEL_CLASS(demoModem, demoDevice)
-public:
-    int Speed = 9600;
-};
-
 KEL_DECLARE_STRUCT(demoXBadLine)
 class demoXBadLine : public kelXException {
     KEL_EXCEPTION(demoXBadLine, kelXException, "Malformed line.", (xstring, File), (int, Line),
@@ -114,8 +96,6 @@ KEL_DEFINE_STRUCT(demoAdmin, "demo::Admin", kel::counted, kel::field<&demoAdmin:
                   kel::field<&demoAdmin::Motto>("Motto"),
                   kel::optional_field<&demoAdmin::getSecret>("Secret"), kel::field<&initial_of>("Initial"),
                   kel::field<&demoAdmin::Level>("Level"))
-KEL_DEFINE_STRUCT(demoDevice, "demo::Device", kel::uncounted, kel::field<&demoDevice::Port>("Port"))
-KEL_DEFINE_STRUCT(demoModem, "demo::Modem", kel::uncounted, kel::field<&demoModem::Speed>("Speed"))
 KEL_DEFINE_EXCEPTION(demoXBadLine, "demo::XBadLine", kel::counted)
 KEL_DEFINE_SEQUENCE(demoPeople, "demo::People", kel::counted)
 KEL_DEFINE_SEQUENCE(demoNumbers, "demo::Numbers", kel::uncounted)
@@ -167,19 +147,6 @@ TEST(Structs, ReadEveryKindOfField) {
     thrown_by<kelXNotInitialized>([&] { fields->getbyindex(0)->get(kel::uninit_object()); });
     thrown_by<kelXTypeMismatch>([&] { fields->getbyindex(0)->get(&admin->Home); });
     EXPECT_EQ(xrcgetcount(admin), 1);
-}
-
-TEST(Structs, CastThroughAVirtualBase) {
-    demoModem modem;
-    demoDevice device;
-    xobject *object = &modem;
-    EXPECT_TRUE(demoModem::cast(object) == &modem && demoDevice::cast(object) == &modem);
-    EXPECT_TRUE(object->getfield(0) == xany(9600));
-    EXPECT_TRUE(xrtti_get_p_demoDevice()->getfield(0, object) == xany(3));
-    EXPECT_TRUE(xrtti_get_p_demoPerson()->getisrefcount() && !xrtti_get_p_demoDevice()->getisrefcount());
-    thrown_by<kelXTypeMismatch>([&] { demoPerson::cast(object); });
-    thrown_by<kelXTypeMismatch>([&] { object->dyndowncast(nullptr); });
-    thrown_by<kelXTypeMismatch>([&] { demoModem::cast(&device); });
 }
 
 TEST(Structs, ExceptionsOfOnesOwnThrowWithTheirFields) {

@@ -149,11 +149,18 @@ TEST(Handles, OwnPointOrShareAsTheySay) {
     static_assert(sizeof(xrchandle<Owned>) == sizeof(void *));
 }
 
-KEL_DECLARE_STRUCT(Virtual)
-class Virtual : public virtual xobject {
-    KEL_CLASS(Virtual, xobject)
+// Its object base lies beside another one, and virtually.
+struct Neighbour {
+    virtual ~Neighbour() = default;
+    int padding = 1;
 };
-KEL_DEFINE_STRUCT(Virtual, "object::Virtual", kel::counted)
+KEL_DECLARE_STRUCT(Virtual)
+class Virtual : public Neighbour, public virtual xobject {
+    KEL_CLASS(Virtual, xobject)
+public:
+    int port = 3;
+};
+KEL_DEFINE_STRUCT(Virtual, "object::Virtual", kel::counted, kel::field<&Virtual::port>("port"))
 KEL_SEQUENCE(Virtuals, Virtual *)
 KEL_DEFINE_SEQUENCE(Virtuals, "object::Virtuals", kel::counted)
 
@@ -327,7 +334,10 @@ TEST(Reflection, LeavesTheCountOfAFreshObjectAlone) {
 
 TEST(Reflection, CastsByDescriptor) {
     xauto<Counted> counted;
-    xobject plain;
+    xauto<Virtual> far;
+    xobject plain, *object = &far;
+    EXPECT_TRUE(Virtual::cast(object) == &far && object->getfield(0) == xany(3));
+    thrown_by<kelXTypeMismatch>([&] { object->dyndowncast(nullptr); });
     EXPECT_EQ(Counted::cast(nullptr), nullptr);
     EXPECT_EQ(static_cast<void *>(Counted::cast(kel::uninit_object())), kel::uninit_pointer());
     EXPECT_EQ(counted.dyndowncast(get_xrttiobject()), static_cast<xobject *>(&counted));
