@@ -14,6 +14,7 @@
 #include <regex>
 
 #include "iolibsrc/stream_support.h"
+#include "scratch_folder.h"
 #include "services/observing.h"
 
 #include <kelstdmt/monlib.h>
@@ -49,7 +50,7 @@ std::string header() {
     return bytes_of(0) + counted("Status");
 }
 
-class Monitor : public testing::Test {
+class Monitor : public ScratchFolder {
 protected:
     ~Monitor() override { EXPECT_EQ(m_reports.take(), ""); }
     // Of the module, without their place in it.
@@ -58,19 +59,17 @@ protected:
     }
 
     internal_errors m_reports;
-    Folder m_folder;
-    std::string m_path = m_folder / "m";
 };
 
 TEST_F(Monitor, WritesTheFormatAndReadersFollow) {
-    Owned file = create(m_path);
-    Owned reader = open(m_path);  // before there is anything
+    Owned file = create(path);
+    Owned reader = open(path);  // before there is anything
     monStringParam *text = file->String("msg", 8);
     EXPECT_EQ(file->Int("count")->setValue(7), 7);
     text->setValue("longer");
     EXPECT_EQ(text_of(text->setValue("hi")), "hi");
-    EXPECT_EQ(get_file(m_path), header() + head(3, "msg") + bytes_of(8) + bytes_of(2) + "hinger" +
-                                    std::string(2, '\0') + head(1, "count") + bytes_of(7));
+    EXPECT_EQ(get(), header() + head(3, "msg") + bytes_of(8) + bytes_of(2) + "hinger" + std::string(2, '\0') +
+                         head(1, "count") + bytes_of(7));
 
     EXPECT_EQ(reader->Int("count")->getValue(), 7);
     EXPECT_EQ(reader->Bool("count"), nullptr);
@@ -83,9 +82,9 @@ TEST_F(Monitor, WritesTheFormatAndReadersFollow) {
 }
 
 TEST_F(Monitor, RefusesWhatTheFileCannotHold) {
-    Owned file = create(m_path);
+    Owned file = create(path);
     monStringParam *text = file->String("msg", 3);
-    const std::string before = get_file(m_path);
+    const std::string before = get();
     EXPECT_FALSE(kel::is_text(text->setValue("four").Str()));
     EXPECT_EQ(file->Int(std::string(1024, 'n').c_str()), nullptr);
     EXPECT_EQ(file->String("negative", -1), nullptr);
@@ -93,22 +92,22 @@ TEST_F(Monitor, RefusesWhatTheFileCannotHold) {
               "monStringParam::setValue: Value too long; "
               "monFile::WriteParamHead: Name too long; monFile::String: Weird size");
     EXPECT_EQ(file->Int(xstrNullStr), nullptr);
-    EXPECT_EQ(get_file(m_path), before);
+    EXPECT_EQ(get(), before);
     EXPECT_NE(file->Int(std::string(1023, 'n').c_str()), nullptr);
 
-    Owned reader = open_read_only(m_path);
+    Owned reader = open_read_only(path);
     EXPECT_EQ(reader->Int("missing"), nullptr);
     EXPECT_EQ(failure([&] { reader->String("msg", 0)->setValue("a"); }), "output denied");
     EXPECT_EQ(text_of(reader->String("msg", 0)->getValue()), "");
     reader->Close();
     EXPECT_EQ(failure([&] { reader->Int("count"); }), "stream not open");
-    EXPECT_TRUE(!open(m_folder / "none") && !create(m_folder.path));
+    EXPECT_TRUE(!open(folder + "/none") && !create(folder));
 }
 
 // A record that does not fit on the disk leaves nothing behind, and its place is used when there is room.
 TEST_F(Monitor, KeepsNoPartOfARecordOnAFullDisk) {
-    Owned file = create(m_path);
-    const std::string before = get_file(m_path);
+    Owned file = create(path);
+    const std::string before = get();
     struct rlimit old {
     }, tight{};
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
@@ -119,9 +118,9 @@ TEST_F(Monitor, KeepsNoPartOfARecordOnAFullDisk) {
     const std::string also_refused = failure([&] { file->String("sparse", 100000); });
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &old), 0);
     EXPECT_EQ(refused + ", " + also_refused, "I/O error, I/O error");
-    EXPECT_EQ(get_file(m_path), before);
+    EXPECT_EQ(get(), before);
     file->Int("count")->setValue(5);
-    EXPECT_EQ(open(m_path)->Int("count")->getValue(), 5);
+    EXPECT_EQ(open(path)->Int("count")->getValue(), 5);
 }
 
 TEST_F(Monitor, ReportsDamageOnceAndKeepsWhatIsWhole) {
@@ -133,33 +132,33 @@ TEST_F(Monitor, ReportsDamageOnceAndKeepsWhatIsWhole) {
                                          {head(3, "s") + bytes_of(INT_MAX - 3), length},
                                          {head(1, std::string(1024, 'n')), length},
                                          {zeros, length}}) {
-        put_file(m_path, header() + good + record + after);
-        Owned file = open_read_only(m_path);
+        put(header() + good + record + after);
+        Owned file = open_read_only(path);
         EXPECT_FALSE(file->Refresh() || file->Refresh());
         EXPECT_EQ(file->Parameters().size(), record == zeros ? 2U : 1U);
         EXPECT_EQ(file->Int("good")->getValue(), 5);
         EXPECT_EQ(Reported(), report);
     }
     for (const std::string &bytes : {""s, bytes_of(1) + counted("x"), bytes_of(0) + bytes_of(7) + "Status"}) {
-        put_file(m_path, bytes);
+        put(bytes);
         Error_SetLast(0);
-        EXPECT_EQ(open(m_path), nullptr);
+        EXPECT_EQ(open(path), nullptr);
         EXPECT_EQ(Error_GetLast(), 13);
     }
-    ASSERT_EQ(::mkfifo((m_folder / "fifo").c_str(), 0600), 0);
-    for (const std::string &path : {m_folder / "fifo", "/dev/zero"s}) {
-        EXPECT_TRUE(!open_read_only(path) && !create(path));
+    ASSERT_EQ(::mkfifo((folder + "/fifo").c_str(), 0600), 0);
+    for (const std::string &special : {folder + "/fifo", "/dev/zero"s}) {
+        EXPECT_TRUE(!open_read_only(special) && !create(special));
         EXPECT_EQ(Error_GetLast(), 50);
     }
 
-    put_file(m_path, header() + head(3, "s") + bytes_of(4) + bytes_of(5) + "texty" + good + good);
-    Owned file = open(m_path);
+    put(header() + head(3, "s") + bytes_of(4) + bytes_of(5) + "texty" + good + good);
+    Owned file = open(path);
     EXPECT_FALSE(file->Refresh());  // a writer without manners ran over the next record
     monStringParam *text = file->String("s", 4);
     EXPECT_TRUE(text->getValue() == xstrNullStr && file->Values()[0].isnil());
     text->setValue("text");
     EXPECT_TRUE(text->getValue() == "text" && file->Values()[0] == "text");
-    EXPECT_EQ(::truncate(m_path.c_str(), 30), 0);
+    EXPECT_EQ(::truncate(path.c_str(), 30), 0);
     EXPECT_FALSE(file->Refresh() || file->Refresh());
     EXPECT_TRUE(kel::is_nil(text->getValue().Str()) && file->Values()[0].isnil());
     EXPECT_EQ(Reported(), type +
@@ -173,35 +172,35 @@ TEST_F(Monitor, ARecordThatIsNotAllThereIsNotYet) {
     const std::string whole = header() + head(1, "first") + bytes_of(5);
     const std::string next = head(3, "next") + bytes_of(6) + counted("abc") + std::string(3, '\0');
     for (std::size_t cut = 0; cut < next.size(); ++cut) {
-        put_file(m_path, whole + next.substr(0, cut));
-        Owned reader = open_read_only(m_path), writer = open(m_path);
+        put(whole + next.substr(0, cut));
+        Owned reader = open_read_only(path), writer = open(path);
         EXPECT_TRUE(reader->Refresh() && reader->Parameters().size() == 1);
         writer->String("next", 6)->setValue("abc");
-        EXPECT_EQ(get_file(m_path), whole + next) << "cut at " << cut;
+        EXPECT_EQ(get(), whole + next) << "cut at " << cut;
         EXPECT_TRUE(reader->String("next", 0)->getValue() == "abc" && writer->Int("first")->getValue() == 5);
     }
-    Owned again = create(m_path);
-    EXPECT_EQ(get_file(m_path), whole + next);
+    Owned again = create(path);
+    EXPECT_EQ(get(), whole + next);
     EXPECT_EQ(again->Int("first")->getValue(), 5);
     for (const std::string &old : {std::string(100, 'x'), header() + "no records", whole + "junk"}) {
-        put_file(m_path, old);
-        again = create(m_path, "Other!");
-        EXPECT_EQ(get_file(m_path).substr(14), old.substr(14));
+        put(old);
+        again = create(path, "Other!");
+        EXPECT_EQ(get().substr(14), old.substr(14));
         again->Int("mine")->setValue(3);
         EXPECT_TRUE(again->Refresh());
-        EXPECT_EQ(open_read_only(m_path)->Int("mine")->getValue(), 3);
+        EXPECT_EQ(open_read_only(path)->Int("mine")->getValue(), 3);
     }
 }
 
 // A slot of 2 GiB takes no memory and no disk, and what follows it lies beyond what an int counts.
 TEST_F(Monitor, GoesBeyondTwoGigabytes) {
-    Owned writer = create(m_path), reader = open(m_path);
+    Owned writer = create(path), reader = open(path);
     monStringParam *text = writer->String("vast", INT_MAX - 4);
     monIntParam *count = writer->Int("count");
     text->setValue(std::string(100000, 't').c_str());
     count->setValue(9);
     struct stat node {};
-    ASSERT_EQ(::stat(m_path.c_str(), &node), 0);
+    ASSERT_EQ(::stat(path.c_str(), &node), 0);
     EXPECT_TRUE(node.st_size > INT_MAX && node.st_blocks < 4096) << node.st_size << ", " << node.st_blocks;
     EXPECT_EQ(reader->Int("count")->getValue(), 9);
     EXPECT_EQ(text_of(reader->String("vast", 0)->getValue()), std::string(100000, 't'));
@@ -230,11 +229,11 @@ struct Child {
 
 // Values that lie across the pages of the file, where a read easily meets half a write.
 TEST_F(Monitor, NoValueIsSeenHalfWritten) {
-    Owned file = create(m_path);
+    Owned file = create(path);
     // The next slot, behind a head of so many bytes, begins just before a page does.
     auto before_page = [&](std::size_t page, std::size_t ahead, std::size_t bytes) {
         const std::string pad = "pad" + std::to_string(page);
-        bytes += get_file(m_path).size() + head(3, pad).size() + 8;
+        bytes += get().size() + head(3, pad).size() + 8;
         file->String(pad.c_str(), static_cast<int>(page * 4096 - ahead - bytes));
     };
     before_page(1, 2, head(1, "number").size());
@@ -292,15 +291,15 @@ TEST_F(Monitor, AKilledWriterLeavesNoTornRecord) {
     };
     for (int kills = asked ? std::atoi(asked) : 30; kills > 0; --kills) {
         if (seen > 300) {  // begin anew, so that the file stays small
-            ::unlink(m_path.c_str());
-            create(m_path);
-            reader = open_read_only(m_path);
+            ::unlink(path.c_str());
+            create(path);
+            reader = open_read_only(path);
             seen = 0;
         }
         const std::size_t before = seen;
         {
             Child writer([&] {
-                Owned file = open(m_path);
+                Owned file = open(path);
                 file->Refresh();
                 for (std::size_t number = file->Parameters().size();; ++number)
                     file->String(Numbered(number).name.c_str(), Numbered(number).size);
@@ -316,7 +315,7 @@ TEST_F(Monitor, AKilledWriterLeavesNoTornRecord) {
         std::string whole = header();
         for (std::size_t number = 0; number < seen; ++number)
             whole += Numbered(number).Bytes();
-        const std::string bytes = get_file(m_path), tail = bytes.substr(std::min(bytes.size(), whole.size()));
+        const std::string bytes = get(), tail = bytes.substr(std::min(bytes.size(), whole.size()));
         ASSERT_TRUE(bytes.starts_with(whole)) << "the records are not what was written";
         ASSERT_TRUE(Numbered(seen).Bytes().starts_with(tail));
     }
