@@ -18,6 +18,7 @@
 #include <kelstdmt/vumrt_stream.h>
 
 #include "runtime/posix/descriptor.h"
+#include "runtime/posix/through_signals.h"
 
 namespace kel::system {
 
@@ -28,15 +29,6 @@ namespace {
 
 constexpr mode_t everybody = 0666, owner_alone = 0600;
 constexpr std::size_t largest_read = std::size_t{1} << 30;
-
-template <class Call>
-auto through_signals(Call call) noexcept {
-    decltype(call()) result;
-    do {
-        result = call();
-    } while (result < 0 && errno == EINTR);
-    return result;
-}
 
 bool done(bool good) noexcept {
     if (!good) Error_SetLastFromSystem(errno);

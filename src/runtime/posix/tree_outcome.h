@@ -5,6 +5,7 @@
 
 #include <kelstdmt/vumrt.h>
 
+#include "runtime/posix/through_signals.h"
 #include "runtime/tree.h"
 
 namespace kel::system {
@@ -37,15 +38,6 @@ inline outcome told(bool good) noexcept {
     if (good) return outcome::done;
     Error_SetLastFromSystem(errno);
     return outcome_of(errno);
-}
-
-template <class Call>
-auto through_signals(Call call) noexcept {
-    decltype(call()) result;
-    do {
-        result = call();
-    } while (result < 0 && errno == EINTR);
-    return result;
 }
 
 }  // namespace kel::system
