@@ -11,7 +11,10 @@
 #include <kelstdmt/kel.h>
 #include <kelstdmt/kelstdmt_c.h>
 #include <kelstdmt/monlib.h>
+#include <kelstdmt/netlib.h>
+#include <kelstdmt/nmsclib.h>
 #include <kelstdmt/printlib.h>
+#include <kelstdmt/proclib.h>
 #include <kelstdmt/regexp.h>
 #include <kelstdmt/reglib.h>
 #include <kelstdmt/strlib.h>
@@ -19,7 +22,11 @@
 #include <kelstdmt/timelib.h>
 #include <kelstdmt/vumrt.h>
 #include <kelstdmt/vumrt_event.h>
+#include <kelstdmt/vumrt_names.h>
+#include <kelstdmt/vumrt_process.h>
+#include <kelstdmt/vumrt_socket.h>
 #include <kelstdmt/vumrt_stream.h>
+#include <kelstdmt/vumrt_thread.h>
 #include <kelstdmt/vumtext.h>
 #include <kelstdmt/xany.h>
 #include <kelstdmt/xbasic.h>

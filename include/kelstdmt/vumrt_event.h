@@ -134,3 +134,32 @@ public:
 private:
     btkEventHandle m_event;
 };
+
+// Many conditions that are awaited again and again: a wait costs what is signalled, not what is awaited.
+//
+// An event stays in the set until it is removed, and must outlive that. One that was reported is asked again
+// by the next wait, also for what stands in its stream's buffer; the others are known from the system alone,
+// so who read from a stream whose event was not reported touches it. Used by one thread at a time.
+class KELSTDMT_API btkEventSet {
+public:
+    btkEventSet();
+    ~btkEventSet();
+    btkEventSet(const btkEventSet &) = delete;
+    btkEventSet &operator=(const btkEventSet &) = delete;
+
+    // False with the last error set: no descriptors are left, or the event is in the set already (183). Null
+    // and an event without a condition are accepted and never signalled.
+    bool Add(btkEvent *event);
+    void Remove(btkEvent *event);  // one that is not in it is left alone
+    void Touch(btkEvent *event);
+    std::size_t GetSize() const noexcept;
+
+    // Waits until at least one is signalled and stores those that are, up to the room for them; those that
+    // find none come first the next time. 0 when the time ran out, negative on failure. Time-outs are those
+    // of btkEvent::Wait.
+    int Wait(const btkTimeval &timeout, btkEvent **signalled, int room);
+
+private:
+    struct state;
+    std::unique_ptr<state> m_state;
+};

@@ -1,0 +1,152 @@
+// Socket servers, and the requests that their clients begin with.
+//
+// A server listens on a port, may be registered by name with the name server of its host, and runs a loop
+// that hands each connection to a callback: in the loop's thread, or on a thread of its own. netServer begins
+// every connection with a byte that asks for something and a byte that grants it (doc/network.md). Loop,
+// OnRequest and OnIdle are for one thread at a time; each OnAsyncRequest has its own.
+#pragma once
+
+#include <memory>
+
+#include <kelstdmt/declare.h>
+#include <kelstdmt/eventlib.h>
+#include <kelstdmt/export.h>
+#include <kelstdmt/netlib_stream.h>
+#include <kelstdmt/vumrt_names.h>
+#include <kelstdmt/xstring.h>
+
+class netBaseServer;
+
+enum netServerLoopAction : int { netServerContinue, netServerTerminate, netSpawnAsyncServer };
+KEL_DECLARE_ENUM(netServerLoopAction)
+// Beside the declared names: no decision.
+constexpr netServerLoopAction netServerDefault = static_cast<netServerLoopAction>(3);
+
+KEL_DECLARE_STRUCT(netBaseServer_OnRequest_cb)
+class KELSTDMT_API netBaseServer_OnRequest_cb : public xobject {
+    KEL_CLASS(netBaseServer_OnRequest_cb, xobject)
+public:
+    // The stream is the callback's from now on, also to delete, unless it answers netSpawnAsyncServer.
+    virtual netServerLoopAction OnRequest(netBaseServer *server, netSocketStream *stream) = 0;
+};
+
+KEL_DECLARE_STRUCT(netBaseServer_OnAsyncRequest_cb)
+class KELSTDMT_API netBaseServer_OnAsyncRequest_cb : public xobject {
+    KEL_CLASS(netBaseServer_OnAsyncRequest_cb, xobject)
+public:
+    // On a thread of its own. It must come back when the event is signalled: the server goes down.
+    virtual netServerLoopAction OnAsyncRequest(netBaseServer *server, netSocketStream *stream,
+                                               evtEvent *stop) = 0;
+};
+
+KEL_DECLARE_STRUCT(netBaseServer_OnIdle_cb)
+class KELSTDMT_API netBaseServer_OnIdle_cb : public xobject {
+    KEL_CLASS(netBaseServer_OnIdle_cb, xobject)
+public:
+    virtual netServerLoopAction OnIdle(netBaseServer *server) = 0;
+};
+
+// A connection waits to be accepted. Belongs to who asked for it, and is deleted before the server.
+KEL_DECLARE_STRUCT(netEvent)
+class KELSTDMT_API netEvent : public evtEvent {
+    KEL_CLASS(netEvent, evtEvent)
+public:
+    netEvent(netBaseServer *server, btkBaseEvent *owned) noexcept : evtEvent(owned), m_server(server) {}
+    ~netEvent() override;
+
+    netBaseServer *getServer() const noexcept { return m_server; }
+
+private:
+    netBaseServer *m_server;
+};
+
+KEL_DECLARE_STRUCT(netBaseServer)
+class KELSTDMT_API netBaseServer : public xobject {
+    KEL_CLASS(netBaseServer, xobject)
+public:
+    // Unregisters, stops the asynchronous requests and waits for them.
+    ~netBaseServer() override;
+    netBaseServer(const netBaseServer &) = delete;
+    netBaseServer &operator=(const netBaseServer &) = delete;
+
+    // Port 0 or the nil int: the system chooses. A null pointer or xstrNullStr as name: not registered. Null
+    // when the port cannot be listened on; throws netXException when the name cannot be registered. The
+    // caller owns the result.
+    static netBaseServer *Create(const char *server_name, int port);
+
+    // Not owned; null for none.
+    virtual void setOnRequest(netBaseServer_OnRequest_cb *callback);
+    virtual void setOnAsyncRequest(netBaseServer_OnAsyncRequest_cb *callback);
+    virtual void setOnIdle(netBaseServer_OnIdle_cb *callback);
+
+private:
+    // What a new connection is worth, once there is something to read where m_awaits_input says so:
+    // netServerContinue drops it, netServerTerminate too and ends the loop, anything else hands it on.
+    virtual netServerLoopAction PreprocessRequest(btkStreamSocket *socket);
+
+public:
+    int getPortN() const noexcept;
+    xstring getServerName() const { return m_server_name; }
+    double getTimeSlice() const noexcept { return m_time_slice; }  // seconds
+    void setTimeSlice(double seconds) noexcept { m_time_slice = seconds; }
+
+    // Serves until a callback, an asynchronous request or a client says to terminate. May be called again.
+    void Run();
+    // The next connection, without a handshake; null when the time (seconds) ran out or it was gone. Throws
+    // netXException when the listening socket failed.
+    netSocketStream *Accept(double timeout);
+    netEvent *AcceptEvent();
+
+    netServerLoopAction OnRequest(netSocketStream *stream);
+    netServerLoopAction OnAsyncRequest(netSocketStream *stream, evtEvent *stop);
+    netServerLoopAction OnIdle();
+
+    // Without a handshake. Null when nobody answers in time (seconds; INFINITE: no limit). Throws
+    // netXException when the address leads to no port.
+    static netSocketStream *Connect(netAddress *address, double timeout);
+
+protected:
+    struct loop;
+    netBaseServer(std::unique_ptr<btkAcceptSocket> socket, const char *server_name, bool awaits_input);
+
+private:
+    friend struct loop;
+    friend class netAsyncRequest;
+
+    std::unique_ptr<btkAcceptSocket> m_socket;
+    xstring m_server_name;
+    double m_time_slice = 0.01;
+    netBaseServer_OnRequest_cb *m_on_request = nullptr;
+    netBaseServer_OnAsyncRequest_cb *m_on_async_request = nullptr;
+    netBaseServer_OnIdle_cb *m_on_idle = nullptr;
+    std::unique_ptr<loop> m_loop;
+};
+
+KEL_DECLARE_STRUCT(netServer)
+class KELSTDMT_API netServer : public netBaseServer {
+    KEL_CLASS(netServer, netBaseServer)
+public:
+    ~netServer() override;
+
+    static netServer *Create(const char *server_name, int port);
+    xstring getVersion() const { return m_version; }
+
+    // As netBaseServer::Connect, and asks to be served: null also when the server went away. Throws
+    // netXException when it refuses.
+    static netSocketStream *Connect(netAddress *address, double timeout);
+    static unsigned char IsAlive(netAddress *address, double timeout = INFINITE);
+    static xstring GetVersion(netAddress *address, double timeout = INFINITE);
+    static void Shutdown(netAddress *address, double timeout = INFINITE);
+
+private:
+    netServer(std::unique_ptr<btkAcceptSocket> socket, const char *server_name);
+    netServerLoopAction PreprocessRequest(btkStreamSocket *socket) override;
+
+    xstring m_version;
+};
+
+// The name server of a host, null when none answers; a null string as host is this host. The caller owns it.
+KELSTDMT_API nmsServ *getNameServer(xstring host);
+KELSTDMT_API bool IsRegisteredWithNMS(nmsServ *connection, xstring name);
+// Takes the connection over. The record goes when this process ends.
+KELSTDMT_API bool RegisterWithNMS(nmsServ *connection, int port, xstring name);

@@ -1,0 +1,22 @@
+// Threads whose end can be awaited beside sockets and processes.
+#pragma once
+
+#include <kelstdmt/export.h>
+#include <kelstdmt/vumrt.h>
+
+// Awaited with btkPROCESSEvent: signalled from the end of the thread on. -1 is none.
+using btkThreadHandle = int;
+
+using btkThreadStarter = int (*)(void *object);              // runs on the new thread; its exit code
+using btkThreadForker = void (*)(void *object, bool child);  // see StrictThread_Launch
+
+// Starts a thread with the signals that this one blocks. -1 with the last error set when it cannot be
+// started. The forker is for platforms on which the thread gets descriptors of its own; threads here share
+// them, and it is not called. An exception that leaves the starter ends the program.
+KELSTDMT_API btkThreadHandle StrictThread_Launch(btkThreadStarter starter, void *object,
+                                                 btkThreadForker forker);
+// Waits for the end and stores the exit code, any number of times. False for -1.
+KELSTDMT_API bool StrictThread_Wait(btkThreadHandle thread, int *exit_code);
+KELSTDMT_API bool StrictThread_CheckRunning(btkThreadHandle thread);
+// Lets go of the handle. A thread that still runs goes on without it.
+KELSTDMT_API void StrictThread_Free(btkThreadHandle thread) noexcept;
