@@ -43,6 +43,10 @@ public:
     // waiting for it; 0 at the end, -1 on failure.
     int Send(const void *bytes, unsigned count);
     int Recv(void *bytes, unsigned room);
+    // Without waiting, for servers of many connections. SendNow: how many there was room for, also 0.
+    // RecvNow: as Recv, and -1 with the last error 997 when there is nothing yet.
+    int SendNow(const void *bytes, unsigned count);
+    int RecvNow(void *bytes, unsigned room);
     // Ahead of what the peer has not read yet. One message of up to 16 bytes is under way at a time: one sent
     // before the peer has taken the last puts bytes of that one among the ordinary ones. Recv takes the
     // message that is there, without waiting for one to come; 0 when there is none.

@@ -284,6 +284,9 @@ KELSTDMT_API long long File_WriteAt(int handle, const void *from, std::size_t co
 KELSTDMT_API void File_AwaitWrite(int handle) noexcept;
 // Cuts or lengthens the file. False with the last error set on failure, and for a negative size.
 KELSTDMT_API bool File_Truncate(int handle, long long size);
+// Comes back when what was written to the file is on the disk. False with the last error set when that
+// failed.
+KELSTDMT_API bool File_Sync(int handle);
 // A descriptor for a child on a path in the callers' form; a missing file is created. -1 on failure.
 KELSTDMT_API int File_OpenInherit(const char *path, bool read, bool write);
 KELSTDMT_API void File_Close(int handle);

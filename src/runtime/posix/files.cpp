@@ -384,6 +384,15 @@ bool File_Truncate(int handle, long long size) {
     return result == 0;
 }
 
+bool File_Sync(int handle) {
+    int result;
+    do {
+        result = ::fdatasync(handle);
+    } while (result != 0 && errno == EINTR);
+    if (result != 0) Error_SetLastFromSystem(errno);
+    return result == 0;
+}
+
 int File_OpenInherit(const char *path, bool read, bool write) {
     int access = read && write ? O_RDWR : write ? O_WRONLY : O_RDONLY;
     return open_host(btkHostPath(path), access | O_CREAT, btkFileBuf::openprot);
