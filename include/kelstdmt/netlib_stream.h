@@ -47,6 +47,7 @@ public:
     void setPortN(int port) noexcept { m_port = port; }
 
 private:
+    static netAddress *Create(xstring host, int port, xstring server_name);
     netAddress(xstring host, int port, xstring server_name) noexcept
         : m_host(std::move(host)), m_port(port), m_server_name(std::move(server_name)) {}
 
@@ -80,7 +81,7 @@ protected:
 
 private:
     struct connection;
-    netSocketStream(connection *owned);
+    explicit netSocketStream(std::unique_ptr<connection> owned);
 
-    connection *m_connection;  // null once closed
+    std::unique_ptr<connection> m_connection;  // null once closed
 };

@@ -37,9 +37,11 @@ public:
     virtual btkPollRequest GetPollRequest();
     // Called by a wait, for the event that it is about to report, with the btkPollInterest bits that the
     // system told: here a condition that is to be taken is taken. False means that it is gone by now, and
-    // the wait goes on. Not asked of one that was ready without asking. Default: got != 0, so that a failed
-    // descriptor and a vanished peer count as signalled.
+    // the wait goes on. Not asked of one that was ready without asking. Default: IsMet.
     virtual bool Confirm(unsigned got);
+    // Whether what the system told is what is awaited; takes nothing. Default: got != 0, so that a failed
+    // descriptor and a vanished peer count as signalled.
+    virtual bool IsMet(unsigned got);
 };
 
 // A plain growable array.

@@ -19,8 +19,9 @@
 #include <kelstdmt/vumrt_event.h>
 
 namespace kel::detail {
+class byte_channel;
 class descriptor_buffer;
-}
+}  // namespace kel::detail
 
 // Trials ---------------------------------------------------------------------------------------
 
@@ -148,6 +149,9 @@ protected:
     enum Sides : int { Input = 1, Output = 2 };
     // With through, every write goes out at once.
     xdescriptorbuf(int fd, int sides, bool through);
+    // Over a channel of another kind, with areas that start small.
+    xdescriptorbuf(int fd, std::unique_ptr<kel::detail::byte_channel> channel);
+    kel::detail::descriptor_buffer &Buffer() const noexcept { return *m_buffer; }
 
     std::streambuf *OnGetTryIBuf() override;
     void OnFreeTryIBuf() override;

@@ -30,9 +30,10 @@ constexpr translation translations[] = {
     {E2BIG, 206},        {EFBIG, 223},         {ENOTDIR, 267},        {EOVERFLOW, 534},
     {ECANCELED, 995},    {EINPROGRESS, 997},   {EALREADY, 997},       {EIO, 1117},
     {EREMOTEIO, 1117},   {EBADMSG, 1117},      {EUCLEAN, 1117},       {EDEADLK, 1131},
-    {EMLINK, 1142},      {ECONNREFUSED, 1225}, {EADDRNOTAVAIL, 1214}, {EADDRINUSE, 1227},
+    {EMLINK, 1142},      {ECONNREFUSED, 1225}, {EADDRNOTAVAIL, 1214}, {EADDRINUSE, 10048},
     {ENETUNREACH, 1231}, {EHOSTUNREACH, 1232}, {ECONNABORTED, 1236},  {EDQUOT, 1816},
-    {ELOOP, 1921},       {ENOTCONN, 2250},
+    {ELOOP, 1921},       {ENOTCONN, 2250},     {EPROTO, 64},          {ENOBUFS, 8},
+    {EAFNOSUPPORT, 50},
 };
 
 struct wording {
@@ -89,13 +90,15 @@ constexpr wording wordings[] = {
     {1142, "There are too many links to the file."},
     {1214, "The network address is not available on this machine."},
     {1225, "The other side refused the connection."},
-    {1227, "The network address is in use."},
     {1231, "The network cannot be reached."},
     {1232, "The host cannot be reached."},
     {1236, "The connection was given up."},
+    {1460, "The time-out has passed."},
     {1816, "The disk quota is exhausted."},
     {1921, "The links lead in a circle."},
     {2250, "There is no connection."},
+    {10048, "The port is taken."},
+    {11001, "There is no such host."},
 };
 
 }  // namespace

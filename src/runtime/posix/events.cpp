@@ -3,14 +3,14 @@
 // between the two kinds.
 #include <kelstdmt/vumrt_event.h>
 
-#include <poll.h>
 #include <sys/eventfd.h>
-#include <time.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <limits>
+
+#include "runtime/posix/waiting.h"
+
+using namespace kel::system;
 
 btkBaseEvent::~btkBaseEvent() = default;
 bool btkBaseEvent::IsReady() {
@@ -20,6 +20,9 @@ btkPollRequest btkBaseEvent::GetPollRequest() {
     return {};
 }
 bool btkBaseEvent::Confirm(unsigned got) {
+    return IsMet(got);
+}
+bool btkBaseEvent::IsMet(unsigned got) {
     return got != 0;
 }
 
@@ -28,62 +31,6 @@ btkEvent::~btkEvent() = default;
 // Asking ---------------------------------------------------------------------------------------
 
 namespace {
-
-constexpr std::int64_t nanos_per_second = 1'000'000'000;
-constexpr std::int64_t longest = std::int64_t{1} << 30;  // seconds
-// Beyond the longest time-out the system is asked to wait without one, which spares it a timer.
-constexpr std::int64_t unlimited = longest * nanos_per_second;
-constexpr std::int64_t never = std::numeric_limits<std::int64_t>::max();
-
-pollfd to_system(btkPollRequest request) {
-    int events = 0;
-    if (request.interest & btkPollIn) events |= POLLIN;
-    if (request.interest & btkPollOut) events |= POLLOUT;
-    if (request.interest & btkPollUrgent) events |= POLLPRI;
-    return {request.fd, static_cast<short>(events), 0};
-}
-
-unsigned from_system(short events) {
-    unsigned got = 0;
-    if (events & POLLIN) got |= btkPollIn;
-    if (events & POLLOUT) got |= btkPollOut;
-    if (events & POLLPRI) got |= btkPollUrgent;
-    if (events & (POLLERR | POLLNVAL)) got |= btkPollError;
-    if (events & POLLHUP) got |= btkPollHangup;
-    return got;
-}
-
-std::int64_t monotonic_nanos() {
-    timespec now{};
-    ::clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec * nanos_per_second + now.tv_nsec;
-}
-
-std::int64_t to_nanos(const btkTimeval &time) {
-    if (time.GetSec() < 0) return 0;
-    if (time.GetSec() >= longest) return unlimited;
-    return time.GetSec() * nanos_per_second + time.GetUsec() * std::int64_t{1000};
-}
-
-std::int64_t deadline_in(std::int64_t nanos) {
-    return nanos <= 0 ? 0 : nanos == unlimited ? never : monotonic_nanos() + nanos;
-}
-std::int64_t left_until(std::int64_t deadline) {
-    return deadline == never ? unlimited : std::max<std::int64_t>(0, deadline - monotonic_nanos());
-}
-
-// Polls until the deadline, which is `left` nanoseconds away; an interrupted poll goes on with what is
-// left of the time by then.
-int poll_until(pollfd *requests, std::size_t count, std::int64_t left, std::int64_t deadline) {
-    for (;;) {
-        timespec timeout{static_cast<time_t>(left / nanos_per_second),
-                         static_cast<long>(left % nanos_per_second)};
-        int result =
-            ::ppoll(requests, static_cast<nfds_t>(count), left == unlimited ? nullptr : &timeout, nullptr);
-        if (result >= 0 || errno != EINTR) return result;
-        if (left > 0) left = left_until(deadline);
-    }
-}
 
 // Room for the requests of one wait: on the stack, or kept by the thread from wait to wait.
 class request_room {
@@ -141,7 +88,8 @@ bool btkEvent::IsSignaled() {
     if (!m_base) return false;
     if (m_base->IsReady()) return true;
     pollfd request = to_system(m_base->GetPollRequest());
-    return request.fd >= 0 && poll_until(&request, 1, 0, 0) > 0;
+    return request.fd >= 0 && poll_until(&request, 1, 0, 0) > 0 &&
+           m_base->IsMet(from_system(request.revents));
 }
 
 // The kinds ------------------------------------------------------------------------------------

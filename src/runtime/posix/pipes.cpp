@@ -1,5 +1,6 @@
-// Pipes, the buffers over descriptors and their events.
+// Pipes and the buffers over descriptors.
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -7,6 +8,7 @@
 #include <kelstdmt/vumrt_stream.h>
 
 #include "runtime/posix/descriptor.h"
+#include "runtime/posix/through_signals.h"
 
 using kel::detail::descriptor_buffer;
 
@@ -27,37 +29,44 @@ bool btkAnonymousPipe::Create(btkOutputPipe &output, btkInputPipe &input) {
     return true;
 }
 
-// Events ---------------------------------------------------------------------------------------
+// Buffers --------------------------------------------------------------------------------------
 
 namespace {
 
-// Keeps the little that a buffer shares, so that it may outlive the buffer: from then on it is signalled,
-// and who reads finds the stream closed.
-class buffer_event : public btkBaseEvent {
-public:
-    buffer_event(const descriptor_buffer &buffer, btkPollInterest interest)
-        : m_link(buffer.get_link()), m_interest(interest) {}
+constexpr std::size_t usual_size = 65536;
+constexpr std::size_t small_size = 1024;
 
-    bool IsReady() override {
-        const descriptor_buffer *buffer = m_link->buffer;
-        return !buffer || (m_interest == btkPollIn && (buffer->unread_count() > 0 || buffer->end_met()));
+class plain_channel : public kel::detail::byte_channel {
+public:
+    explicit plain_channel(int fd) noexcept : m_fd(fd) {}
+
+    std::ptrdiff_t receive(char *to, std::size_t room, bool wait) override {
+        if (wait) return kel::system::read_some(m_fd, to, room);
+        pollfd request{m_fd, POLLIN, 0};
+        const int told = kel::system::through_signals([&] { return ::poll(&request, 1, 0); });
+        if (told <= 0) return nothing_yet;
+        const ssize_t got = kel::system::through_signals([&] { return ::read(m_fd, to, room); });
+        return got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) ? nothing_yet : got;
     }
-    btkPollRequest GetPollRequest() override {
-        if (!m_link->buffer) return {};
-        return {m_link->buffer->descriptor(), m_interest};
+    std::size_t send(std::string_view first, std::string_view second) override {
+        return kel::system::write_all(m_fd, first, second);
     }
 
 private:
-    std::shared_ptr<descriptor_buffer::link> m_link;
-    btkPollInterest m_interest;
+    int m_fd;
 };
 
 }  // namespace
 
-// Buffers --------------------------------------------------------------------------------------
-
 xdescriptorbuf::xdescriptorbuf(int fd, int sides, bool through)
-    : m_buffer(std::make_unique<descriptor_buffer>(fd, through)), m_sides(sides) {
+    : m_buffer(std::make_unique<descriptor_buffer>(fd, std::make_unique<plain_channel>(fd), through,
+                                                   usual_size, usual_size)),
+      m_sides(sides) {
+    InitStreamBuf(m_buffer.get());
+}
+xdescriptorbuf::xdescriptorbuf(int fd, std::unique_ptr<kel::detail::byte_channel> channel)
+    : m_buffer(std::make_unique<descriptor_buffer>(fd, std::move(channel), false, small_size, usual_size)),
+      m_sides(Input | Output) {
     InitStreamBuf(m_buffer.get());
 }
 xdescriptorbuf::~xdescriptorbuf() = default;
@@ -70,10 +79,10 @@ int xdescriptorbuf::GetHandle() const noexcept {
     return m_buffer->descriptor();
 }
 btkBaseEvent *xdescriptorbuf::GetInputEvent() {
-    return m_sides & Input ? new buffer_event(*m_buffer, btkPollIn) : nullptr;
+    return m_sides & Input ? new kel::detail::buffer_event(*m_buffer, btkPollIn) : nullptr;
 }
 btkBaseEvent *xdescriptorbuf::GetOutputEvent() {
-    return m_sides & Output ? new buffer_event(*m_buffer, btkPollOut) : nullptr;
+    return m_sides & Output ? new kel::detail::buffer_event(*m_buffer, btkPollOut) : nullptr;
 }
 int xdescriptorbuf::GetBufSize() {
     return static_cast<int>(m_buffer->size());
