@@ -11,12 +11,16 @@ using btkThreadStarter = int (*)(void *object);              // runs on the new 
 using btkThreadForker = void (*)(void *object, bool child);  // see StrictThread_Launch
 
 // Starts a thread with the signals that this one blocks. -1 with the last error set when it cannot be
-// started. The forker is for platforms on which the thread gets descriptors of its own; threads here share
-// them, and it is not called. An exception that leaves the starter ends the program.
+// started: 1816 for want of threads or of memory for a stack, 4 of descriptors. The forker is for platforms
+// on which the thread gets descriptors of its own; threads here share them, and it is not called. An
+// exception that leaves the starter ends the program.
 KELSTDMT_API btkThreadHandle StrictThread_Launch(btkThreadStarter starter, void *object,
                                                  btkThreadForker forker);
-// Waits for the end and stores the exit code, any number of times. False for -1.
+// Waits for the end, which comes behind the destructors of the thread's thread_local objects, and stores the
+// exit code: the nil int of a thread that was cancelled or left by pthread_exit. Any number of times, any
+// thread. False for -1.
 KELSTDMT_API bool StrictThread_Wait(btkThreadHandle thread, int *exit_code);
 KELSTDMT_API bool StrictThread_CheckRunning(btkThreadHandle thread);
-// Lets go of the handle. A thread that still runs goes on without it.
+// Lets go of the handle, which nobody must await any more with an event. A thread that still runs goes on
+// without it.
 KELSTDMT_API void StrictThread_Free(btkThreadHandle thread) noexcept;
