@@ -1,10 +1,13 @@
-// A service of the system around a program's servers.
+// A service of the system around a program's servers (doc/services.md).
 //
 // Under a service manager that listens on the socket which NOTIFY_SOCKET names (systemd, Type=notify), it
 // tells the manager when it starts, runs, pauses and stops; without one it runs in the foreground and tells
-// nobody. SIGTERM, and in the foreground SIGINT, ask it to stop, SIGUSR1 to pause, SIGUSR2 to go on: while
-// Run is under way, the signals only set states, which the service body asks for or awaits.
+// nobody. SIGTERM, and in the foreground SIGINT unless the program was started with it ignored, ask it to
+// stop, SIGUSR1 to pause, SIGUSR2 to go on: while Run is under way, the signals only set states, which the
+// service body asks for or awaits.
 #pragma once
+
+#include <string>
 
 #include <kelstdmt/declare.h>
 #include <kelstdmt/eventlib.h>
@@ -32,8 +35,9 @@ public:
                               const char *display_name);
 
     void setDoService(netService_DoService_cb *callback) noexcept { m_do_service = callback; }  // not owned
-    // Runs the body with the stored parameters and comes back when it does: true. It reports the end to the
-    // manager, and puts the signals' handling back. One at a time in a process: false for a second.
+    // Runs the body with the stored parameters and comes back when it does: true; what the body throws comes
+    // out. Then the end is reported to the manager, and the signals are handled as before. One at a time in a
+    // process: false, with the last error set, for a second (183) and without descriptors (4).
     unsigned char Run();
     virtual void DoService(xrchandle<xstringsequence> parameters);
 
@@ -43,23 +47,24 @@ public:
     xstring getDisplayName() const { return m_display_name; }
 
     // To the manager: starting goes on for up to the given seconds more; it runs; it has paused. Nothing
-    // without one.
+    // without one. Any thread, as the rest below.
     static void ReportStarting(double seconds);
     static void ReportRunning();
     static void ReportPaused();
     // Whether somebody asked for it. IsPaused is true from the request to pause until the one to go on,
-    // IsReleased from that one until the next request to pause. All false while no service runs.
+    // IsReleased from that one until the next request to pause. All false while no service runs. When
+    // IsStopped first answers true, the manager is told that the service stops.
     static xbool IsStopped();
     static xbool IsPaused();
     static xbool IsReleased();
     // Reports that it has paused, waits until it is to go on or to stop, and then reports that it runs (or
-    // stops).
+    // stops). Without a request to pause it does not wait.
     static void DoPause();
 
-    // Asks for the stop as SIGTERM does. Any thread.
+    // Asks the service that runs to stop, as SIGTERM does.
     static void RequestStop();
     // A new event, owned by the caller: IsStopped, or a request to pause or go on that nobody has asked about
-    // since.
+    // since (IsPaused, IsReleased, DoPause). Null when no descriptors are left. It may outlive the service.
     static evtEvent *StateEvent();
 
 private:
@@ -73,12 +78,18 @@ private:
 
 namespace kel {
 
-// Makes this program a daemon: the caller's terminal and process group are left, standard channels lead
-// nowhere, and the file at the path (null: none) holds the process id until the program ends orderly. The
-// calling process ends with code 0 once `ready` has been called in the daemon, or with 1 and the daemon's
-// message when it ends before. Before the first thread. False, in the caller, with the last error set, when
-// the file is held by a daemon that runs (183) or cannot be written.
-KELSTDMT_API bool become_daemon(const char *pid_file);
+// Makes this program a daemon: it leaves the caller's terminal, session and process group, reads nothing, and
+// the file at the path (null: none) holds its process id, under a lock, until it ends orderly (exit, or main
+// comes back). What it writes to standard output and error reaches the caller until daemon_ready. The current
+// folder stays. Before the first thread.
+//
+// Comes back in the daemon: true. The calling process waits and ends with code 0 once daemon_ready has been
+// called there, or with the daemon's exit code when that ends before (1 for 0, 128 and the number after a
+// signal). False, in the calling process, when the file is held by a daemon that runs (last error 183) or
+// cannot be written, or no process can be made; the reason is a sentence without its end. A file that a
+// killed daemon left is taken over.
+KELSTDMT_API bool become_daemon(const char *pid_file, std::string *reason = nullptr);
+// From now on standard output and error lead nowhere. Nothing outside a daemon, and the second time.
 KELSTDMT_API void daemon_ready();
 
 }  // namespace kel
