@@ -125,7 +125,7 @@ int btkStreamSocket::SendOutOfBand(const void *bytes, unsigned count) {
         Error_SetLast(wrong_argument);
         return 0;
     }
-    if (!has_room(m_fd)) {
+    if (m_fd >= 0 && !has_room(m_fd)) {
         pollfd request{m_fd, POLLOUT, 0};
         poll_until(&request, 1, unlimited, never);
     }

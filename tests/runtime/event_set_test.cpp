@@ -1,0 +1,187 @@
+// Event sets beside what each of their events says when it is asked alone.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <random>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include <kelstdmt/vumrt_socket.h>
+
+namespace {
+
+class flag_event : public btkBaseEvent {
+public:
+    explicit flag_event(const bool &flag) : m_flag(flag) {}
+    bool IsReady() override { return m_flag; }
+
+private:
+    const bool &m_flag;
+};
+
+// Something to wait for, with the events on it and the ways in which it changes.
+struct subject {
+    virtual ~subject() = default;
+    virtual void change(std::mt19937 &random) = 0;
+    std::vector<std::unique_ptr<btkEvent>> events;
+};
+
+struct own_signal : subject {
+    explicit own_signal(bool manual) : handle(Event_Create(manual)) {
+        events.emplace_back(new btkEvent(new btkEVENTEvent(handle)));
+    }
+    ~own_signal() override { Event_Free(handle); }
+    void change(std::mt19937 &random) override { random() % 2 ? Event_Set(handle) : Event_Reset(handle); }
+    btkEventHandle handle;
+};
+
+struct flag : subject {
+    flag() { events.emplace_back(new btkEvent(new flag_event(up))); }
+    void change(std::mt19937 &random) override { up = random() % 2; }
+    bool up = false;
+};
+
+struct always : subject {
+    explicit always(int fd) : events_fd(fd) {
+        if (fd < 0) events.emplace_back(new btkEvent(new btkAlwaysEvent));
+        if (fd >= 0) events.emplace_back(new btkEvent(new btkSelectEvent(fd, 0)));
+        events.emplace_back(new btkEvent(nullptr));
+    }
+    void change(std::mt19937 &) override {}
+    int events_fd;
+};
+
+// Three events on one descriptor, and a buffer that reads ahead.
+struct connection : subject {
+    explicit connection(btkAcceptSocket &listener) {
+        EXPECT_TRUE(peer.Connect("127.0.0.1", listener.GetPort(), btkTimeval(5, 0)));
+        EXPECT_TRUE(listener.Wait(btkTimeval(5, 0), 1) == 1 && listener.Accept(own));
+        int small = 4096;
+        ::setsockopt(own.GetHandle(), SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
+        buffer.reset(new xsocketbuf(own));
+        for (btkBaseEvent *base :
+             {buffer->GetInputEvent(), buffer->GetOutputEvent(), buffer->GetOutOfBandEvent()})
+            events.emplace_back(new btkEvent(base));
+    }
+    void change(std::mt19937 &random) override {
+        char bytes[65536] = {}, message[4] = {};
+        switch (random() % 8) {
+            case 0:
+                peer.Send(bytes, static_cast<unsigned>(random() % 9));
+                break;
+            case 1:
+                if (!under_way) under_way = peer.SendOutOfBand("four", 4) == 4;
+                break;
+            case 2:
+                while (own.SendNow(bytes, sizeof bytes) > 0)
+                    continue;
+                break;
+            case 3:
+                while (peer.RecvNow(bytes, sizeof bytes) > 0)
+                    continue;
+                break;
+            case 4:
+                if (buffer && own.RecvOutOfBand(message, 4) == 4) under_way = false;
+                break;
+            case 5:
+                if (buffer && events[0]->IsSignaled()) buffer->GetStreamBuf()->sgetn(bytes, 1);
+                break;
+            case 6:
+                if (random() % 20 == 0) peer.Close();
+                break;
+            case 7:
+                if (random() % 20 == 0) {
+                    buffer.reset();
+                    own.Close();
+                }
+                break;
+        }
+    }
+    btkStreamSocket own, peer;
+    std::unique_ptr<xsocketbuf> buffer;
+    bool under_way = false;
+};
+
+TEST(EventSet, TellsWhatItsEventsTell) {
+    btkAcceptSocket listener;
+    ASSERT_TRUE(listener.Listen(0));
+    int file = ::open("/proc/self/exe", O_RDONLY | O_CLOEXEC);
+    for (unsigned seed = 0; seed < 60; ++seed) {
+        std::mt19937 random(seed);
+        std::vector<std::unique_ptr<subject>> subjects;
+        btkEventSet set;
+        std::vector<btkEvent *> members, reported;
+        auto make = [&]() -> std::unique_ptr<subject> {
+            switch (random() % 7) {
+                case 0:
+                    return std::make_unique<own_signal>(true);
+                case 1:
+                    return std::make_unique<own_signal>(false);
+                case 2:
+                    return std::make_unique<flag>();
+                case 3:
+                    return std::make_unique<always>(random() % 3 ? 900 : random() % 2 ? file : -1);
+                default:
+                    return std::make_unique<connection>(listener);
+            }
+        };
+        for (int step = 0; step < 400; ++step) {
+            const auto chosen = [&]() -> subject * {
+                return subjects.empty() ? nullptr : subjects[random() % subjects.size()].get();
+            }();
+            if (unsigned what = static_cast<unsigned>(random() % 20); what < 2 && subjects.size() < 12) {
+                subjects.push_back(make());
+            } else if (what < 5 && chosen) {
+                btkEvent *event = chosen->events[random() % chosen->events.size()].get();
+                const bool is_new = std::find(members.begin(), members.end(), event) == members.end();
+                ASSERT_EQ(set.Add(event), is_new);
+                if (is_new) members.push_back(event);
+            } else if (what == 5 && !members.empty()) {
+                btkEvent *event = members[random() % members.size()];
+                set.Remove(event);
+                set.Remove(event);
+                std::erase(members, event);
+            } else if (what == 6 && chosen && random() % 4 == 0) {
+                for (auto &event : chosen->events) {
+                    set.Remove(event.get());
+                    std::erase(members, event.get());
+                }
+                std::erase_if(subjects, [&](auto &one) { return one.get() == chosen; });
+            } else if (chosen) {
+                chosen->change(random);
+                for (auto &event : chosen->events)
+                    set.Touch(event.get());
+            }
+            std::set<btkEvent *> expected;
+            for (btkEvent *event : members)
+                if (event->IsSignaled()) expected.insert(event);
+            btkEvent *told[64];
+            const int room = random() % 3 ? 64 : static_cast<int>(random() % 3) + 1;
+            const int count = set.Wait(btkTimeval(), told, room);
+            const std::set<btkEvent *> got(told, told + std::max(count, 0));
+            ASSERT_EQ(count, std::min<int>(room, static_cast<int>(expected.size())))
+                << "seed " << seed << " step " << step;
+            ASSERT_EQ(static_cast<int>(got.size()), count);
+            for (btkEvent *event : got)
+                ASSERT_TRUE(expected.count(event)) << "seed " << seed << " step " << step;
+        }
+        // With room for one, everybody's turn comes.
+        std::set<btkEvent *> waiting;
+        for (btkEvent *event : members)
+            if (event->IsSignaled()) waiting.insert(event);
+        for (std::size_t turns = 3 * members.size(); turns > 0; --turns) {
+            btkEvent *told;
+            if (set.Wait(btkTimeval(), &told, 1) == 1) waiting.erase(told);
+        }
+        ASSERT_TRUE(waiting.empty()) << "seed " << seed << ": " << waiting.size() << " passed over";
+    }
+    ::close(file);
+}
+
+}  // namespace
