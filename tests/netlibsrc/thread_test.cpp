@@ -117,7 +117,7 @@ TEST(StrictThread, EndsBehindItsThreadLocalObjectsHoweverItEnds) {
             ::pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &ignored);
             if (ending == left) ::pthread_exit(nullptr);
             while (ending == cancelled)
-                ::pause();
+                ::pthread_testcancel();
             return 3;
         };
         const btkThreadHandle thread = launch(work);
