@@ -132,15 +132,15 @@ public:
     void Close();
 
 private:
-    pcProcess(btkProcessHandle handle, unsigned long id, bool can_wait) noexcept
-        : m_handle(handle), m_id(id), m_can_wait(can_wait) {}
+    pcProcess() = default;
+    static pcProcess *New();  // without a process
 
-    btkProcessHandle m_handle;
-    unsigned long m_id;
+    btkProcessHandle m_handle = -1;
+    unsigned long m_id = 0;
     long m_exit_code = NoExitCode;
     bool m_killed = false;
-    bool m_can_wait;
-    bool m_closed = false;
+    bool m_can_wait = true;
+    bool m_closed = true;
 };
 
 // Of any process of this machine.

@@ -1,0 +1,254 @@
+// Processes by their descriptors. A program that was started here is collected by the first wait that finds
+// its end; until then its id cannot belong to another one, which is what makes signals to its group safe.
+// Both happen under one guard.
+#include <poll.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <new>
+
+#include <kelstdmt/vumrt_process.h>
+
+#include "runtime/posix/process_handles.h"
+#include "runtime/posix/through_signals.h"
+
+namespace kel::system {
+
+namespace {
+
+MT_LIBRARY_GUARD(process_guard);
+
+constexpr int wrong_argument = 87, no_memory = 8;
+
+// The entries of the open handles, by the handle. Usable before and after every other static object.
+class handle_table {
+public:
+    void add(prepared_entry &entry) noexcept {
+        prepared_entry &place = place_of(entry.front().handle);
+        place.splice(place.begin(), entry);
+    }
+    // Null for a handle that is not open.
+    process_entry *find(int handle) noexcept {
+        for (process_entry &entry : place_of(handle))
+            if (entry.handle == handle) return &entry;
+        return nullptr;
+    }
+    // Those of one id, one after the other.
+    template <class Work>
+    void each_of(int id, Work work) {
+        for (prepared_entry &place : m_places)
+            for (process_entry &entry : place)
+                if (entry.id == id) work(entry);
+    }
+    // The entry moves out, and its memory goes with the answer.
+    prepared_entry remove(int handle) noexcept {
+        prepared_entry removed, &place = place_of(handle);
+        for (auto at = place.begin(); at != place.end(); ++at) {
+            if (at->handle != handle) continue;
+            removed.splice(removed.begin(), place, at);
+            break;
+        }
+        return removed;
+    }
+
+private:
+    static constexpr std::size_t size = 1024;
+    prepared_entry &place_of(int handle) noexcept { return m_places[static_cast<unsigned>(handle) % size]; }
+
+    prepared_entry m_places[size];
+};
+
+// Never destroyed: objects that die after every static one hold processes too.
+handle_table &handles() {
+    static handle_table &table = *new handle_table;
+    return table;
+}
+
+// Ends -----------------------------------------------------------------------------------------
+
+// With block, waits for it.
+bool has_ended(int handle, bool block) {
+    pollfd request{handle, POLLIN, 0};
+    return through_signals([&] { return ::poll(&request, 1, block ? -1 : 0); }) > 0 &&
+           (request.revents & POLLIN);
+}
+
+enum class told { nothing, running, ended };
+
+// Asks the system how a child ended; with collect, for the last time.
+told ask_end(int handle, bool collect, long &exit_code) {
+    siginfo_t end{};
+    const int options = WEXITED | WNOHANG | (collect ? 0 : WNOWAIT);
+    if (through_signals([&] {
+            return ::waitid(static_cast<idtype_t>(P_PIDFD), static_cast<id_t>(handle), &end, options);
+        }) != 0)
+        return told::nothing;
+    if (end.si_pid == 0) return told::running;
+    exit_code = end.si_code == CLD_EXITED ? end.si_status : 128 + end.si_status;
+    return told::ended;
+}
+
+// True when it has ended. An exit code that nobody tells is left as it was. errno tells of a handle that is
+// none.
+bool take_end(int handle, long *exit_code) {
+    MT_LIBRARY_GUARD_USE(process_guard);
+    process_entry *entry = handles().find(handle);
+    if (!entry) {
+        errno = EBADF;
+        return false;
+    }
+    if (!entry->own_child && !has_ended(handle, false)) {
+        errno = EAGAIN;
+        return false;
+    }
+    if (!entry->collected) {
+        const told end = ask_end(handle, entry->own_child, entry->exit_code);
+        errno = EAGAIN;
+        if (end == told::running) return false;
+        // Where the program ignores the end of its children, or collects all of them.
+        if (end == told::nothing) return !entry->own_child || has_ended(handle, false);
+        entry->collected = entry->own_child;
+    }
+    if (exit_code) *exit_code = entry->exit_code;
+    return true;
+}
+
+// Signals --------------------------------------------------------------------------------------
+
+// PIDFD_SIGNAL_PROCESS_GROUP of newer systems.
+constexpr unsigned to_the_group = 1U << 2;
+
+bool send(int handle, int signal, unsigned flags) {
+    return ::syscall(SYS_pidfd_send_signal, handle, signal, nullptr, flags) == 0;
+}
+
+// To a process, and to its group where it leads one of ours. Called under the guard; errno tells.
+bool send_to(const process_entry &entry, int signal) {
+    if (!entry.own_group) return send(entry.handle, signal, 0);
+    if (entry.collected) {
+        errno = ESRCH;
+        return false;
+    }
+    if (send(entry.handle, signal, to_the_group)) return true;
+    if (errno != EINVAL) return false;
+    // While the leader has not been collected, the number is its group's.
+    long ignored;
+    if (ask_end(entry.handle, false, ignored) == told::nothing) {
+        errno = ESRCH;
+        return false;
+    }
+    return ::kill(-entry.id, signal) == 0;
+}
+
+bool answer(bool success, int system_error) {
+    if (!success) Error_SetLastFromSystem(system_error);
+    return success;
+}
+
+bool is_id(unsigned long id) {
+    return id > 0 && id <= INT_MAX;
+}
+
+}  // namespace
+
+prepared_entry prepare_process() {
+    handles();
+    return prepared_entry(1);
+}
+
+int remember_process(prepared_entry &entry, owned_descriptor &&descriptor) noexcept {
+    const int handle = entry.front().handle = descriptor.release();
+    MT_LIBRARY_GUARD_USE(process_guard);
+    handles().add(entry);
+    return handle;
+}
+
+}  // namespace kel::system
+
+using namespace kel::system;
+
+bool Process_Open(btkProcessHandle *handle, unsigned long id) {
+    if (!handle || !is_id(id)) {
+        Error_SetLast(wrong_argument);
+        return false;
+    }
+    try {
+        prepared_entry entry = prepare_process();
+        owned_descriptor descriptor(static_cast<int>(::syscall(SYS_pidfd_open, static_cast<pid_t>(id), 0)));
+        if (!descriptor) {
+            // The id of a thread is none of a process.
+            Error_SetLastFromSystem(errno == ENOENT ? ESRCH : errno);
+            return false;
+        }
+        entry.front().id = static_cast<int>(id);
+        *handle = remember_process(entry, std::move(descriptor));
+        return true;
+    } catch (const std::bad_alloc &) {
+        Error_SetLast(no_memory);
+        return false;
+    }
+}
+
+bool Process_CanWait(btkProcessHandle handle) {
+    return handle >= 0;
+}
+
+bool Process_Wait(btkProcessHandle handle, long *exit_code, bool block, bool release) {
+    bool ended = take_end(handle, exit_code);
+    if (!ended && block && errno == EAGAIN) ended = has_ended(handle, true) && take_end(handle, exit_code);
+    if (!ended) {
+        if (errno != EAGAIN) Error_SetLastFromSystem(errno);
+        return false;
+    }
+    if (release) Process_Free(handle);
+    return true;
+}
+
+bool Process_CheckRunning(btkProcessHandle handle) {
+    if (handle < 0) return false;
+    pollfd request{handle, POLLIN, 0};
+    return through_signals([&] { return ::poll(&request, 1, 0); }) == 0;
+}
+
+bool Process_Kill(btkProcessHandle handle) {
+    MT_LIBRARY_GUARD_USE(process_guard);
+    const process_entry *entry = handles().find(handle);
+    if (!entry) return answer(false, EBADF);
+    // The others of a group may outlive the first.
+    if (!entry->own_group && has_ended(handle, false)) return answer(false, ESRCH);
+    return answer(send_to(*entry, SIGKILL), errno);
+}
+
+bool Process_Interrupt(unsigned long id) {
+    if (!is_id(id)) {
+        Error_SetLast(wrong_argument);
+        return false;
+    }
+    MT_LIBRARY_GUARD_USE(process_guard);
+    // Of several handles the one on a process that still runs, and of those the one that knows the group.
+    const process_entry *best = nullptr;
+    bool known = false;
+    handles().each_of(static_cast<int>(id), [&](const process_entry &entry) {
+        known = true;
+        if (!has_ended(entry.handle, false) && (!best || entry.own_group)) best = &entry;
+    });
+    if (known && !best) return answer(false, ESRCH);
+    return answer(best ? send_to(*best, SIGINT) : ::kill(static_cast<pid_t>(id), SIGINT) == 0, errno);
+}
+
+void Process_Free(btkProcessHandle handle) noexcept {
+    if (handle < 0) return;
+    MT_LIBRARY_GUARD_USE(process_guard);
+    // Both under the guard: the number may be given out again at once.
+    const prepared_entry removed = handles().remove(handle);
+    const owned_descriptor closed(removed.empty() ? -1 : handle);
+}
+
+unsigned long Process_GetCurrentId() noexcept {
+    return static_cast<unsigned long>(::getpid());
+}
