@@ -39,7 +39,7 @@ enum class name_status : unsigned char {
 };
 
 // The fields keep the order in which they travel; a name stands once.
-struct name_record {
+struct KELSTDMT_API name_record {
     unsigned process = 0;  // the record goes when this process ends; 0: it stays
     std::vector<std::pair<std::string, std::string>> fields;
 
@@ -57,12 +57,15 @@ struct name_record_limits {
 KELSTDMT_API void append_int(std::string &to, int value);  // 4 bytes, most significant first
 KELSTDMT_API int int_at(const char *bytes) noexcept;       // the way back
 
-// Appends the record's bytes. False, and nothing appended, when it is beyond the limits.
+// Appends the record's bytes. False, and nothing appended, when it is beyond the limits or has a NUL in a
+// name or value.
 KELSTDMT_API bool append_record(std::string &to, const name_record &record,
                                 const name_record_limits &limits = {});
 
 // Takes a record out of bytes that come in pieces of any size. Memory is taken for bytes that have come, not
-// for sizes that were told.
+// for sizes that were told. Malformed are a count, size or length that is negative or beyond its limit, a
+// size that has no room for the length and one more, and a name or value with a NUL; so what was taken can be
+// appended again. Of two fields of one name the second value counts.
 class KELSTDMT_API name_record_reader {
 public:
     explicit name_record_reader(const name_record_limits &limits = {}) noexcept : m_limits(limits) {}
@@ -74,7 +77,7 @@ public:
     std::size_t missing() const noexcept;
     bool is_whole() const noexcept { return m_step == step::whole; }
     bool is_malformed() const noexcept { return m_step == step::malformed; }
-    // The record that is whole; the reader begins anew.
+    // The record as far as it was read, whole or not; the reader begins anew.
     name_record take();
 
 private:
@@ -90,15 +93,20 @@ private:
         whole,
         malformed
     };
-    bool take_int(int value);
-    void next_field();
+    void take_piece(std::string_view piece);
+    void take_size(int size, int limit);
+    void take_length(int length);
+    void await(step next, std::size_t bytes) noexcept;
+    void await_field() noexcept;
 
     name_record_limits m_limits;
     name_record m_record;
     step m_step = step::process;
-    std::string m_piece;       // of the int, name or value that is being read
+    std::string m_piece;       // what has come of the int, name or value that is awaited
     std::size_t m_wanted = 4;  // bytes of it in all
+    int m_size = 0;            // told for the name or value
     int m_fields_left = 0;
+    std::string m_name;  // of the field whose value is awaited
 };
 
 // The port that clients use: that of the environment variable ORVNMSPORT, else 1239. A value that is no
