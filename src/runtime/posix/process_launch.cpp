@@ -35,6 +35,10 @@
 #define KEL_BARE [[gnu::no_sanitize_address, gnu::no_sanitize_thread, gnu::no_sanitize_undefined]]
 #endif
 
+// The C library's clone by its other name: the thread sanitizer takes the usual one for a fork, and then
+// tells the child's copy of itself, which here is the parent's own, that it may start no more threads.
+extern "C" int __clone(int (*body)(void *), void *stack, int flags, void *argument, ...) noexcept;
+
 namespace {
 
 constexpr int no_such_folder = 267, wrong_argument = 87, no_memory = 8, too_many_processes = 1816;
@@ -163,7 +167,7 @@ int start_child(launch_plan &plan, kel::system::owned_descriptor &descriptor) {
     int fd = -1, id;
     {
         const deaf while_it_borrows;
-        id = ::clone(run_child, stack + stack_size, flags | no_signal, &plan, &fd);
+        id = ::__clone(run_child, stack + stack_size, flags | no_signal, &plan, &fd);
     }
     if (id < 0) {
         plan.system_error = errno;
