@@ -1,0 +1,270 @@
+// Sockets: the ways to a listener and past it, peers that vanish, and machines without IPv6.
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <linux/tcp.h>
+#include <netinet/in.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <kelstdmt/syslib.h>
+#include <kelstdmt/vumrt_socket.h>
+
+namespace {
+
+constexpr btkTimeval seconds(5, 0), no_limit(std::int64_t{1} << 30, 0), at_once;
+
+struct pair {
+    explicit pair(const char *host = "127.0.0.1", const char *address = nullptr) {
+        EXPECT_TRUE(listener.Listen(0, address)) << Error_GetLast();
+        EXPECT_TRUE(client.Connect(host, listener.GetPort(), no_limit)) << host << ": " << Error_GetLast();
+        EXPECT_EQ(listener.Wait(no_limit, btkSocket::ForInput), 1);
+        EXPECT_TRUE(listener.Accept(server));
+    }
+    // The peer is gone without a word, and what was on its way is lost.
+    void reset_by_client() {
+        const linger hard{1, 0};
+        ::setsockopt(client.GetHandle(), SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
+        client.Close();
+    }
+    btkAcceptSocket listener;
+    btkStreamSocket client, server;
+};
+
+bool has_ipv6() {
+    btkAcceptSocket listener;
+    return listener.Listen(0, "::1");
+}
+
+int option(const btkSocket &socket, int level, int name) {
+    int value = -1;
+    socklen_t size = sizeof value;
+    ::getsockopt(socket.GetHandle(), level, name, &value, &size);
+    return value;
+}
+
+TEST(Socket, PeersOfBothFamiliesAreNamedPlainly) {
+    const xstring own = sysGetCurHostName();
+    const struct {
+        const char *host, *address, *peer;
+    } ways[] = {{"127.0.0.1", nullptr, "127.0.0.1"},
+                {"127.0.0.2", "0.0.0.0", "127.0.0.1"},
+                {"::1", nullptr, "::1"},
+                {"::ffff:127.0.0.1", nullptr, "127.0.0.1"},
+                {"localhost", "::1", "::1"},
+                {"LocalHost", "127.0.0.1", "127.0.0.1"},
+                {own, nullptr, "127.0.0.1"}};
+    for (const auto &way : ways) {
+        if (std::string(way.peer) == "::1" && !has_ipv6()) continue;
+        pair made(way.host, way.address);
+        EXPECT_STREQ(made.server.GetPeerAddrStr(), way.peer) << way.host;
+        EXPECT_EQ(made.client.GetPeerPort(), made.listener.GetPort());
+        EXPECT_TRUE(made.server.IsPeerOnTheSameMachine() && made.client.IsPeerOnTheSameMachine());
+        for (const btkSocket *socket :
+             {static_cast<btkSocket *>(&made.client), static_cast<btkSocket *>(&made.server)}) {
+            EXPECT_EQ(option(*socket, IPPROTO_TCP, TCP_NODELAY), 1);
+            EXPECT_EQ(::fcntl(socket->GetHandle(), F_GETFL) & O_NONBLOCK, 0);
+            EXPECT_EQ(::fcntl(socket->GetHandle(), F_GETFD), FD_CLOEXEC);
+        }
+        made.client.Close();
+        EXPECT_STREQ(made.client.GetPeerAddrStr(), "");
+        EXPECT_FALSE(made.client.IsPeerOnTheSameMachine());
+    }
+}
+
+TEST(Socket, WhatFailsSaysWhy) {
+    btkAcceptSocket listener, second;
+    btkStreamSocket socket;
+    ASSERT_TRUE(listener.Listen(0));
+    const int port = listener.GetPort();
+    auto fails = [](bool result, int error) { return !result && Error_GetLast() == error; };
+    EXPECT_TRUE(fails(second.Listen(port), 10048)) << Error_GetLast();
+    EXPECT_TRUE(fails(second.Listen(0, "192.0.2.1"), 1214)) << Error_GetLast();
+    for (int wrong : {-1, 65536, kel::nil_int}) {
+        EXPECT_TRUE(fails(second.Listen(wrong), 87));
+        EXPECT_TRUE(fails(socket.Connect("127.0.0.1", wrong, at_once), 87));
+    }
+    EXPECT_TRUE(fails(second.Listen(0, "localhost"), 87)) << "a name is no address";
+    for (const char *wrong : {static_cast<const char *>(nullptr), xstrNullStr, ""})
+        EXPECT_TRUE(fails(socket.Connect(wrong, port, at_once), 87));
+    EXPECT_TRUE(fails(socket.Connect("no-such-host.invalid", port, seconds), 11001)) << Error_GetLast();
+    EXPECT_TRUE(fails(listener.Accept(socket), 997));
+    EXPECT_EQ(listener.Wait(btkTimeval(0, 10000), btkSocket::ForInput), -1);
+    EXPECT_TRUE(socket.Connect("127.0.0.1", port, at_once) || Error_GetLast() == 1460);
+    listener.Close();
+    EXPECT_EQ(listener.GetPort(), 0);
+    EXPECT_TRUE(fails(socket.Connect("127.0.0.1", port, seconds), 1225)) << Error_GetLast();
+    EXPECT_TRUE(fails(listener.Wait(seconds, btkSocket::ForInput), 6) && fails(listener.Accept(socket), 6));
+    EXPECT_TRUE(second.Listen(port)) << "a listener left it a moment ago";
+    // Out of descriptors: the connection waits until there is one again.
+    ASSERT_TRUE(socket.Connect("127.0.0.1", port, seconds));
+    rlimit before, none;
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    none = {static_cast<rlim_t>(socket.GetHandle()) + 1, before.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &none);
+    btkStreamSocket accepted;
+    EXPECT_TRUE(fails(second.Accept(accepted), 4));
+    ::setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_TRUE(second.Accept(accepted));
+}
+
+// A listener whose queue is full swallows everything.
+struct black_hole {
+    black_hole() {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        ::bind(fd, reinterpret_cast<sockaddr *>(&address), size);
+        ::listen(fd, 0);
+        ::getsockname(fd, reinterpret_cast<sockaddr *>(&address), &size);
+        port = ntohs(address.sin_port);
+        btkStreamSocket full;
+        for (int i = 0; i < 8 && full.Connect("127.0.0.1", port, btkTimeval(0, 50000)); ++i)
+            queue.push_back(::dup(full.GetHandle()));
+    }
+    ~black_hole() {
+        for (int one : queue)
+            ::close(one);
+        ::close(fd);
+    }
+    int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), port = 0;
+    std::vector<int> queue;
+};
+
+TEST(Socket, TheTimeOutHoldsAndDeafAddressesArePassedBy) {
+    black_hole deaf;
+    btkStreamSocket socket;
+    auto start = std::chrono::steady_clock::now();
+    auto spent = [&] {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    };
+    EXPECT_FALSE(socket.Connect("127.0.0.1", deaf.port, btkTimeval(0, 300000)));
+    EXPECT_EQ(Error_GetLast(), 1460);
+    EXPECT_GE(spent(), 0.3);
+    EXPECT_LT(spent(), 2.0);
+    if (!has_ipv6()) GTEST_SKIP() << "one address only";
+    btkAcceptSocket listener;
+    ASSERT_TRUE(listener.Listen(deaf.port, "::1"));
+    EXPECT_TRUE(socket.Connect("localhost", deaf.port, no_limit)) << "the second address answers";
+    EXPECT_STREQ(socket.GetPeerAddrStr(), "::1");
+}
+
+// Every way to write meets a peer that is gone; SIGPIPE would end this program.
+TEST(Socket, AVanishedPeerIsAFailure) {
+    ::signal(SIGPIPE, SIG_DFL);
+    using write = int (*)(btkStreamSocket &);
+    const write ways[] = {
+        [](btkStreamSocket &socket) { return socket.Send("some", 4); },
+        [](btkStreamSocket &socket) { return std::max(0, socket.SendNow("some", 4)); },
+        [](btkStreamSocket &socket) { return socket.SendOutOfBand("some", 4); },
+        [](btkStreamSocket &socket) {
+            xsocketbuf buffer(socket);
+            return buffer.GetStreamBuf()->sputn("some", 4) == 4 && buffer.GetStreamBuf()->pubsync() == 0 ? 4
+                                                                                                         : 0;
+        },
+    };
+    for (write way : ways) {
+        pair made;
+        made.reset_by_client();
+        char byte;
+        EXPECT_EQ(made.server.Wait(seconds, btkSocket::ForInput), 1);
+        EXPECT_EQ(made.server.Recv(&byte, 1), -1);
+        EXPECT_EQ(Error_GetLast(), 64);
+        EXPECT_EQ(way(made.server), 0);
+        EXPECT_EQ(Error_GetLast(), 109);
+        EXPECT_EQ(made.server.RecvOutOfBand(&byte, 1), 0);
+    }
+    // One that goes while we wait for room.
+    pair made;
+    std::thread goes([&] {
+        char some[1000];
+        made.client.Recv(some, sizeof some);
+        made.reset_by_client();
+    });
+    std::string much(std::size_t{64} << 20, 'x');
+    EXPECT_LT(made.server.Send(much.data(), static_cast<unsigned>(much.size())),
+              static_cast<int>(much.size()));
+    goes.join();
+    // What was sent last arrives, although something that was sent to us was never read.
+    pair other;
+    EXPECT_EQ(other.client.Send(much.data(), 100), 100);
+    EXPECT_EQ(other.server.Wait(seconds, btkSocket::ForInput), 1);
+    EXPECT_EQ(other.server.Send("bye", 3), 3);
+    other.server.Close();
+    char answer[8];
+    EXPECT_EQ(other.client.Recv(answer, sizeof answer), 3);
+    EXPECT_EQ(other.client.Recv(answer, sizeof answer), 0);
+}
+
+std::uint32_t data_segments(const btkSocket &socket) {
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    EXPECT_EQ(::getsockopt(socket.GetHandle(), IPPROTO_TCP, TCP_INFO, &info, &size), 0);
+    return info.tcpi_data_segs_out;
+}
+
+TEST(Socket, SmallWritesAreGathered) {
+    pair made;
+    xsocketbuf buffer(made.client);
+    std::streambuf &out = *buffer.GetStreamBuf();
+    const std::uint32_t before = data_segments(made.client);
+    for (int i = 0; i < 5000; ++i)
+        EXPECT_EQ(out.sputn("four", 4), 4);
+    EXPECT_EQ(data_segments(made.client), before) << "nothing goes before the flush";
+    EXPECT_EQ(out.pubsync(), 0);
+    EXPECT_LE(data_segments(made.client), before + 2);
+    // What waits goes with what is too large to wait.
+    std::string large(70000, 'x');
+    out.sputn("head", 4);
+    out.sputn(large.data(), static_cast<std::streamsize>(large.size()));
+    std::string all(20000 + 4 + large.size(), 0);
+    xsocketbuf in(made.server);
+    EXPECT_EQ(in.GetStreamBuf()->sgetn(all.data(), static_cast<std::streamsize>(all.size())),
+              static_cast<std::streamsize>(all.size()));
+    EXPECT_TRUE(all.substr(20000) == "head" + large);
+}
+
+// In a child, whose system answers that it knows no IPv6.
+TEST(Socket, ServesWithoutIPv6) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        sock_filter rules[] = {
+            BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_socket, 0, 3),
+            BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args)),
+            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, AF_INET6, 0, 1),
+            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EAFNOSUPPORT),
+            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+        };
+        sock_fprog program{static_cast<unsigned short>(std::size(rules)), rules};
+        if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
+            ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0)
+            ::_exit(77);
+        btkAcceptSocket listener;
+        btkStreamSocket client, server;
+        const bool served = ::socket(AF_INET6, SOCK_STREAM, 0) < 0 && listener.Listen(0) &&
+                            client.Connect("localhost", listener.GetPort(), seconds) &&
+                            listener.Wait(seconds, btkSocket::ForInput) == 1 && listener.Accept(server) &&
+                            !client.Connect("::1", listener.GetPort(), seconds) && Error_GetLast() == 50;
+        ::_exit(served ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "no right to filter system calls";
+    EXPECT_EQ(status, 0);
+}
+
+}  // namespace
