@@ -184,4 +184,31 @@ TEST(EventSet, TellsWhatItsEventsTell) {
     ::close(file);
 }
 
+// A number that was closed and opened again, while somebody else still holds what it stood for.
+TEST(EventSet, ADescriptorIsUsedAgain) {
+    btkAcceptSocket listener;
+    ASSERT_TRUE(listener.Listen(0));
+    btkEventSet set;
+    connection first(listener), second(listener);
+    const int number = first.own.GetHandle(), copy = ::dup(number);
+    ASSERT_TRUE(set.Add(first.events[0].get()));
+    btkEvent *told[4];
+    EXPECT_EQ(set.Wait(btkTimeval(), told, 4), 0);
+    first.buffer.reset();
+    first.own.Close();
+    ASSERT_EQ(::dup2(second.own.GetHandle(), number), number);
+    btkEvent again(new btkSelectEvent(number, 0));
+    ASSERT_TRUE(set.Add(&again));
+    ASSERT_EQ(set.Wait(btkTimeval(), told, 4), 1);
+    EXPECT_EQ(told[0], first.events[0].get()) << "it is closed, and known to be";
+    set.Remove(told[0]);
+    first.peer.Send("to the copy", 11);
+    EXPECT_EQ(set.Wait(btkTimeval(0, 50000), told, 4), 0);
+    second.peer.Send("to us", 5);
+    ASSERT_EQ(set.Wait(btkTimeval(5, 0), told, 4), 1);
+    EXPECT_EQ(told[0], &again);
+    ::close(copy);
+    ::close(number);
+}
+
 }  // namespace

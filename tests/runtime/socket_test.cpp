@@ -253,17 +253,17 @@ TEST(Socket, ServesWithoutIPv6) {
         if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
             ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0)
             ::_exit(77);
+        if (::socket(AF_INET6, SOCK_STREAM, 0) >= 0) ::_exit(77);  // one call of many kinds, on i386
         btkAcceptSocket listener;
         btkStreamSocket client, server;
-        const bool served = ::socket(AF_INET6, SOCK_STREAM, 0) < 0 && listener.Listen(0) &&
-                            client.Connect("localhost", listener.GetPort(), seconds) &&
+        const bool served = listener.Listen(0) && client.Connect("localhost", listener.GetPort(), seconds) &&
                             listener.Wait(seconds, btkSocket::ForInput) == 1 && listener.Accept(server) &&
                             !client.Connect("::1", listener.GetPort(), seconds) && Error_GetLast() == 50;
         ::_exit(served ? 0 : 1);
     }
     int status = 0;
     ASSERT_EQ(::waitpid(child, &status, 0), child);
-    if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "no right to filter system calls";
+    if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "its system calls cannot be filtered";
     EXPECT_EQ(status, 0);
 }
 

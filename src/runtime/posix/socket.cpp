@@ -69,7 +69,7 @@ void btkStreamSocket::Close() noexcept {
     // Bytes that were not read make the system cut the connection, and what was sent last may be lost with
     // it: those that are here are thrown away first.
     const int before = errno;
-    constexpr std::size_t all = std::size_t{1} << 30;
+    constexpr std::size_t all = std::size_t{8} << 20;
     ::recv(m_fd, nullptr, all, MSG_TRUNC | MSG_DONTWAIT);
     errno = before;
     btkSocket::Close();
