@@ -33,9 +33,15 @@ bool would_wait() noexcept {
     return errno == EAGAIN || errno == EWOULDBLOCK;
 }
 
-void wait_for(int fd, int events, std::int64_t nanos) noexcept {
-    pollfd request{fd, static_cast<short>(events), 0};
-    poll_until(&request, 1, nanos, deadline_in(nanos));
+// False when the time ran out.
+bool wait_for_input(int fd, std::int64_t nanos) noexcept {
+    pollfd request{fd, POLLIN, 0};
+    return poll_until(&request, 1, nanos, deadline_in(nanos)) > 0;
+}
+
+void keep_in_place(int fd, bool on) noexcept {
+    const int value = on;
+    ::setsockopt(fd, SOL_SOCKET, SO_OOBINLINE, &value, sizeof value);
 }
 
 }  // namespace
@@ -49,7 +55,7 @@ std::ptrdiff_t receive_some(int fd, char *to, std::size_t room, bool wait) noexc
             return byte_channel::failed;
         }
         if (!wait) return byte_channel::nothing_yet;
-        wait_for(fd, POLLIN, unlimited);
+        wait_for_input(fd, unlimited);
     }
 }
 
@@ -73,27 +79,25 @@ void urgent_input::settle(int fd) {
     if (m_at_mark) take_last_byte(fd, false);
 }
 
-// Positive when the mark is passed.
+// Positive when the mark is passed. The system's own copy of the urgent byte may be here before the byte is
+// in its place, after a loss, and whoever answers then has the peer overtake it. So the byte is read in its
+// place.
 std::ptrdiff_t urgent_input::take_last_byte(int fd, bool wait) {
-    for (;;) {
-        char byte;
-        const ssize_t got = ::recv(fd, &byte, 1, MSG_OOB | MSG_DONTWAIT);
-        if (got < 0 && would_wait()) {
-            if (!wait) return byte_channel::nothing_yet;
-            wait_for(fd, POLLPRI | POLLRDHUP, unlimited);
-            continue;
-        }
-        // A byte that never comes, or one that stands alone, is no message of ours.
-        if (got == 1 && m_held == held_size) {
-            if (m_messages.size() >= most_messages) m_messages.erase(0, message_size);
-            m_messages.append(m_bytes, m_bytes.size() - held_size).push_back(byte);
-            m_bytes.resize(m_bytes.size() - held_size);
-        }
-        m_held = 0;
-        m_at_mark = false;
-        forget_taken();
-        return 1;
+    keep_in_place(fd, true);
+    char byte;
+    const std::ptrdiff_t got = receive_some(fd, &byte, 1, wait);
+    if (got == byte_channel::nothing_yet) return got;
+    keep_in_place(fd, false);
+    // A byte that never comes, or one that stands alone, is no message of ours.
+    if (got == 1 && m_held == held_size) {
+        if (m_messages.size() >= most_messages) m_messages.erase(0, message_size);
+        m_messages.append(m_bytes, m_bytes.size() - held_size).push_back(byte);
+        m_bytes.resize(m_bytes.size() - held_size);
     }
+    m_held = 0;
+    m_at_mark = false;
+    forget_taken();
+    return 1;
 }
 
 void urgent_input::forget_taken() noexcept {
@@ -137,9 +141,7 @@ void urgent_input::seek_message(int fd) {
         const std::ptrdiff_t got = fill(fd, false);
         if (got == byte_channel::nothing_yet) {
             // All of it was sent at once: what is missing is on its way, or the peer is gone.
-            pollfd request{fd, static_cast<short>(m_at_mark ? POLLPRI | POLLRDHUP : POLLIN), 0};
-            const std::int64_t nanos = to_nanos(patience);
-            if (poll_until(&request, 1, nanos, deadline_in(nanos)) <= 0) return;
+            if (!wait_for_input(fd, to_nanos(patience))) return;
         } else if (got <= 0) {
             return;
         }
