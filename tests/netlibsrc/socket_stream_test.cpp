@@ -13,11 +13,11 @@
 #include <vector>
 
 #include <kelstdmt/netlib_stream.h>
+#include <kelstdmt/syslib.h>
 
 namespace {
 
 struct Connection : testing::Test {
-    Connection() { connect({}); }
     // Options of the listener that its connections inherit.
     void connect(std::initializer_list<std::array<int, 3>> options) {
         btkAcceptSocket listener;
@@ -33,47 +33,6 @@ struct Connection : testing::Test {
     }
     std::unique_ptr<netSocketStream> client, server;
 };
-
-// What waits for both kinds of input is told of each by its own event, whatever is read when.
-TEST_F(Connection, OutOfBandIntsLeaveTheOrdinaryDataWhole) {
-    std::unique_ptr<ioEvent> urgent(server->OutOfBandEvent()), input(server->InputEvent());
-    EXPECT_EQ(urgent->getType(), 2);
-    std::mt19937 random(7);
-    unsigned char written = 0, expected = 0;
-    for (int round = 0; round < 400; ++round) {
-        std::size_t before = random() % 3 ? random() % 20 : random() % 40000, after = random() % 20;
-        auto write = [&](std::size_t count) {
-            std::string bytes(count, 0);
-            for (char &byte : bytes)
-                byte = static_cast<char>(written++);
-            client->WriteBytes(bytes.data(), static_cast<unsigned>(count));
-            client->Flush();
-        };
-        std::size_t left = before + after;
-        auto read = [&](std::size_t count) {
-            std::string bytes(count, 0);
-            ASSERT_EQ(count == 0 ? 0 : server->ReadBytes(bytes.data(), static_cast<unsigned>(count)), count);
-            for (char byte : bytes)
-                ASSERT_EQ(static_cast<unsigned char>(byte), expected++) << "round " << round;
-            left -= count;
-        };
-        EXPECT_FALSE(urgent->getIsSignaled());
-        write(before);
-        const int sent = static_cast<int>(random());
-        ASSERT_TRUE(client->WriteOutOfBand(sent));
-        if (round % 2) write(after);
-        if (round % 5 == 0 && before > 0) read(random() % before + 1);
-        if (round % 7 == 0) server->PeekNBytes();
-        ASSERT_TRUE(urgent->Wait(5.0));
-        EXPECT_EQ(input->getIsSignaled(), left > (round % 2 ? 0 : after)) << "round " << round;
-        if (round % 3 == 0) read(round % 2 ? left : left - after);
-        ASSERT_EQ(server->ReadOutOfBand(), sent) << "round " << round;
-        EXPECT_EQ(server->ReadOutOfBand(), kel::nil_int);
-        if (round % 2 == 0) write(after);
-        read(left);
-        ASSERT_EQ(server->PeekNBytes(), 0u);
-    }
-}
 
 int out_of_band(int round) {
     return static_cast<int>(0x9E3779B9u * static_cast<unsigned>(round));
@@ -103,7 +62,8 @@ TEST_F(Connection, OutOfBandIntsAreWholeWhereverTheyAreCut) {
         }
         client->Close();
     });
-    std::unique_ptr<evtEvent> urgent(server->OutOfBandEvent()), input(server->InputEvent());
+    std::unique_ptr<ioEvent> urgent(server->OutOfBandEvent()), input(server->InputEvent());
+    EXPECT_EQ(urgent->getType(), 2);
     std::mt19937 random(2);
     unsigned char next = 0;
     btkEventSet set;
@@ -117,6 +77,7 @@ TEST_F(Connection, OutOfBandIntsAreWholeWhereverTheyAreCut) {
             const int got = server->ReadOutOfBand();
             if (round == rounds) break;
             ASSERT_EQ(got, out_of_band(round));
+            EXPECT_EQ(server->ReadOutOfBand(), kel::nil_int);
             server->WriteInt(round++);
             server->Flush();
             set.Touch(input.get());
@@ -133,6 +94,18 @@ TEST_F(Connection, OutOfBandIntsAreWholeWhereverTheyAreCut) {
         }
     }
     sender.join();
+}
+
+TEST(Address, IsReadThroughItsDescriptor) {
+    std::unique_ptr<netAddress> by_port(netAddress::Create(80, xstrNullStr)),
+        by_name(netAddress::Create("Clock", "far"));
+    by_name->setPortN(7);
+    EXPECT_TRUE(by_port->getHostName() == sysGetCurHostName() && by_port->getServerName().IsNull());
+    xrttistruct &type = *xrtti_get_p_netAddress();
+    EXPECT_TRUE(type.getfieldname(0) == "HostName" && type.getfieldname(2) == "ServerName");
+    EXPECT_EQ(static_cast<int>(type.getfield(1, xany(by_name.get()))), 7);
+    std::unique_ptr<netXException> thrown(netXException::Create(netSocketError, "Socket failed"));
+    EXPECT_EQ(thrown->getError(), 4);
 }
 
 }  // namespace

@@ -5,11 +5,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <memory>
 #include <random>
 #include <set>
-#include <thread>
 #include <vector>
 
 #include <kelstdmt/vumrt_socket.h>
@@ -47,14 +45,14 @@ struct flag : subject {
     bool up = false;
 };
 
-struct always : subject {
-    explicit always(int fd) : events_fd(fd) {
-        if (fd < 0) events.emplace_back(new btkEvent(new btkAlwaysEvent));
-        if (fd >= 0) events.emplace_back(new btkEvent(new btkSelectEvent(fd, 0)));
+// What never changes: the end of a descriptor that is none, a file, and an event without a condition.
+struct steady : subject {
+    explicit steady(int fd) {
+        events.emplace_back(new btkEvent(new btkSelectEvent(fd, 0)));
         events.emplace_back(new btkEvent(nullptr));
+        events.emplace_back(new btkEvent(new btkAlwaysEvent));
     }
     void change(std::mt19937 &) override {}
-    int events_fd;
 };
 
 // Three events on one descriptor, and a buffer that reads ahead.
@@ -71,36 +69,26 @@ struct connection : subject {
     }
     void change(std::mt19937 &random) override {
         char bytes[65536] = {}, message[4] = {};
-        switch (random() % 8) {
-            case 0:
-                peer.Send(bytes, static_cast<unsigned>(random() % 9));
-                break;
-            case 1:
-                if (!under_way) under_way = peer.SendOutOfBand("four", 4) == 4;
-                break;
-            case 2:
-                while (own.SendNow(bytes, sizeof bytes) > 0)
-                    continue;
-                break;
-            case 3:
-                while (peer.RecvNow(bytes, sizeof bytes) > 0)
-                    continue;
-                break;
-            case 4:
-                if (buffer && own.RecvOutOfBand(message, 4) == 4) under_way = false;
-                break;
-            case 5:
-                if (buffer && events[0]->IsSignaled()) buffer->GetStreamBuf()->sgetn(bytes, 1);
-                break;
-            case 6:
-                if (random() % 20 == 0) peer.Close();
-                break;
-            case 7:
-                if (random() % 20 == 0) {
-                    buffer.reset();
-                    own.Close();
-                }
-                break;
+        const auto what = random() % 8;
+        if (what == 0) {
+            peer.Send(bytes, static_cast<unsigned>(random() % 9));
+        } else if (what == 1 && !under_way) {
+            under_way = peer.SendOutOfBand("four", 4) == 4;
+        } else if (what == 2) {
+            while (own.SendNow(bytes, sizeof bytes) > 0)
+                continue;
+        } else if (what == 3) {
+            while (peer.RecvNow(bytes, sizeof bytes) > 0)
+                continue;
+        } else if (what == 4 && buffer && own.RecvOutOfBand(message, 4) == 4) {
+            under_way = false;
+        } else if (what == 5 && buffer && events[0]->IsSignaled()) {
+            buffer->GetStreamBuf()->sgetn(bytes, 1);
+        } else if (what == 6 && random() % 20 == 0) {
+            peer.Close();
+        } else if (what == 7 && random() % 20 == 0) {
+            buffer.reset();
+            own.Close();
         }
     }
     btkStreamSocket own, peer;
@@ -117,26 +105,19 @@ TEST(EventSet, TellsWhatItsEventsTell) {
         std::vector<std::unique_ptr<subject>> subjects;
         btkEventSet set;
         std::vector<btkEvent *> members, reported;
-        auto make = [&]() -> std::unique_ptr<subject> {
-            switch (random() % 7) {
-                case 0:
-                    return std::make_unique<own_signal>(true);
-                case 1:
-                    return std::make_unique<own_signal>(false);
-                case 2:
-                    return std::make_unique<flag>();
-                case 3:
-                    return std::make_unique<always>(random() % 3 ? 900 : random() % 2 ? file : -1);
-                default:
-                    return std::make_unique<connection>(listener);
-            }
+        auto make = [&]() -> subject * {
+            const auto kind = random() % 7;
+            if (kind < 2) return new own_signal(kind == 0);
+            if (kind == 2) return new flag;
+            if (kind == 3) return new steady(random() % 2 ? 900 : file);
+            return new connection(listener);
         };
         for (int step = 0; step < 400; ++step) {
             const auto chosen = [&]() -> subject * {
                 return subjects.empty() ? nullptr : subjects[random() % subjects.size()].get();
             }();
             if (unsigned what = static_cast<unsigned>(random() % 20); what < 2 && subjects.size() < 12) {
-                subjects.push_back(make());
+                subjects.emplace_back(make());
             } else if (what < 5 && chosen) {
                 btkEvent *event = chosen->events[random() % chosen->events.size()].get();
                 const bool is_new = std::find(members.begin(), members.end(), event) == members.end();
