@@ -38,8 +38,7 @@ int out_of_band(int round) {
     return static_cast<int>(0x9E3779B9u * static_cast<unsigned>(round));
 }
 
-// A receiver with so little room that the segments are cut anywhere, also inside a message, and who reads
-// whatever his events tell him of. Each message is answered before the next is sent.
+// A receiver with so little room that segments end anywhere, and who reads whatever his events tell him of.
 TEST_F(Connection, OutOfBandIntsAreWholeWhereverTheyAreCut) {
     connect({{SOL_SOCKET, SO_RCVBUF, 2048}, {IPPROTO_TCP, TCP_MAXSEG, 200}});
     constexpr int rounds = 3000;

@@ -26,7 +26,6 @@ struct pair {
         EXPECT_EQ(listener.Wait(no_limit, btkSocket::ForInput), 1);
         EXPECT_TRUE(listener.Accept(server));
     }
-    // The peer is gone without a word, and what was on its way is lost.
     void reset_by_client() {
         const linger hard{1, 0};
         ::setsockopt(client.GetHandle(), SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
@@ -63,7 +62,6 @@ TEST(Socket, PeersOfBothFamiliesAreNamedPlainly) {
         if (std::string(way.peer) == "::1" && !has_ipv6()) continue;
         pair made(way.host, way.address);
         EXPECT_STREQ(made.server.GetPeerAddrStr(), way.peer) << way.host;
-        EXPECT_EQ(made.client.GetPeerPort(), made.listener.GetPort());
         EXPECT_TRUE(made.server.IsPeerOnTheSameMachine() && made.client.IsPeerOnTheSameMachine());
         for (const btkSocket *socket :
              {static_cast<btkSocket *>(&made.client), static_cast<btkSocket *>(&made.server)}) {
@@ -95,7 +93,6 @@ TEST(Socket, WhatFailsSaysWhy) {
     EXPECT_TRUE(fails(socket.Connect("no-such-host.invalid", port, seconds), 11001)) << Error_GetLast();
     EXPECT_TRUE(fails(listener.Accept(socket), 997));
     EXPECT_EQ(listener.Wait(btkTimeval(0, 10000), btkSocket::ForInput), -1);
-    EXPECT_TRUE(socket.Connect("127.0.0.1", port, at_once) || Error_GetLast() == 1460);
     listener.Close();
     EXPECT_EQ(listener.GetPort(), 0);
     EXPECT_TRUE(fails(socket.Connect("127.0.0.1", port, seconds), 1225)) << Error_GetLast();
