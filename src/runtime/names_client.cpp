@@ -1,0 +1,258 @@
+// The plain functions of the name service. Each request is one connection: the question goes out in one
+// piece, and the answer is read ahead, since nothing follows it.
+#include <algorithm>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include <kelstdmt/vumrt_names.h>
+#include <kelstdmt/vumrt_process.h>
+#include <kelstdmt/vumrt_socket.h>
+#include <kelstdmt/vumtext.h>
+
+#include "runtime/names_status.h"
+
+struct nmsServ {
+    std::string host;
+    bool local;
+    int port = 0;  // of the last request
+};
+
+struct nmsRec {
+    kel::name_record record;
+};
+
+struct nmsErr {
+    int code;
+    int origin;
+    std::string text;
+};
+
+namespace {
+
+using kel::name_request;
+using kel::name_status;
+
+constexpr int found_by_client = 0, found_by_server = 1;
+constexpr std::int64_t no_limit = std::int64_t{1} << 30;  // seconds
+
+nmsErr *error_of(const nmsServ &server, int code, int origin) {
+    return new nmsErr{
+        code, origin,
+        kel::system::name_status_text(code, origin, server.host.c_str(), server.local, server.port)};
+}
+nmsErr *client_error(const nmsServ &server, name_status code) {
+    return error_of(server, static_cast<int>(code), found_by_client);
+}
+
+// A request that is under way. Every read is false when the name server is gone, silent for too long, or
+// says what it should not.
+class exchange {
+public:
+    // The status of the answer; the last error's reason is told as no_connection.
+    nmsErr *ask(nmsServ &server, name_request request, const nmsRec *record) {
+        std::string question;
+        kel::append_int(question, kel::name_service_greeting);
+        question += static_cast<char>(request);
+        if (record && !kel::append_record(question, record->record))
+            return client_error(server, name_status::not_sent);
+        server.port = kel::name_service_port_of_environment();
+        const char *host = server.local ? "localhost" : server.host.c_str();
+        if (!m_socket.Connect(host, server.port, btkTimeval(no_limit, 0)))
+            return client_error(server, name_status::no_connection);
+        const auto size = static_cast<unsigned>(question.size());
+        if (m_socket.Send(question.data(), size) != static_cast<int>(size))
+            return client_error(server, record ? name_status::not_sent : name_status::no_connection);
+        if (!await(1)) return client_error(server, name_status::no_connection);
+        const int status = static_cast<unsigned char>(m_bytes[m_at++]);
+        return status == 0 ? nullptr : error_of(server, status, found_by_server);
+    }
+
+    bool read(int &value) {
+        if (!await(4)) return false;
+        value = kel::int_at(m_bytes + m_at);
+        m_at += 4;
+        return true;
+    }
+
+    bool read(kel::name_record &record) {
+        kel::name_record_reader reader;
+        while (!reader.is_whole()) {
+            if (m_at == m_end && !await(1)) return false;
+            m_at += reader.feed(m_bytes + m_at, m_end - m_at);
+            if (reader.is_malformed()) return false;
+        }
+        record = reader.take();
+        return true;
+    }
+
+private:
+    // Sees to it that so many bytes, at most a handful, wait in the buffer.
+    bool await(std::size_t count) {
+        if (m_end - m_at >= count) return true;
+        std::memmove(m_bytes, m_bytes + m_at, m_end - m_at);
+        m_end -= m_at;
+        m_at = 0;
+        btkTimeval patience;
+        patience.init(kel::name_service_patience);
+        while (m_end < count) {
+            if (m_socket.Wait(patience, btkSocket::ForInput) != btkSocket::ForInput) return false;
+            const int got = m_socket.Recv(m_bytes + m_end, static_cast<unsigned>(sizeof m_bytes - m_end));
+            if (got <= 0) return false;
+            m_end += static_cast<std::size_t>(got);
+        }
+        return true;
+    }
+
+    btkStreamSocket m_socket;
+    char m_bytes[16384];
+    std::size_t m_at = 0, m_end = 0;
+};
+
+// The records of a query while they arrive.
+class record_list {
+public:
+    ~record_list() {
+        for (nmsRec *record : m_records)
+            delete record;
+    }
+    void append(std::unique_ptr<nmsRec> record) {
+        m_records.push_back(record.get());
+        static_cast<void>(record.release());
+    }
+    // An array that the caller frees; null for none.
+    nmsRec **release() {
+        if (m_records.empty()) return nullptr;
+        auto array = std::make_unique<nmsRec *[]>(m_records.size());
+        std::copy(m_records.begin(), m_records.end(), array.get());
+        m_records.clear();
+        return array.release();
+    }
+
+private:
+    std::vector<nmsRec *> m_records;
+};
+
+nmsErr *request(nmsServ *server, name_request request, const nmsRec *record = nullptr) {
+    if (!server) return client_error({"", false}, name_status::no_connection);
+    return exchange().ask(*server, request, record);
+}
+
+}  // namespace
+
+namespace kel {
+
+int name_service_port_of_environment() {
+    dsString value;
+    if (!Getenv("ORVNMSPORT", value)) return name_service_port;
+    // As atoi, but defined for what an int does not hold.
+    const long port = std::strtol(value.Str(), nullptr, 10);
+    if (port != 0 && port >= INT_MIN && port <= INT_MAX) return static_cast<int>(port);
+    std::fprintf(stderr, "ERROR  : value of ORVNMSPORT is invalid, using the port %d.\n", name_service_port);
+    return name_service_port;
+}
+
+}  // namespace kel
+
+// Name servers ---------------------------------------------------------------------------------
+
+nmsServ *nmsServConnectLocal() {
+    return new nmsServ{"localhost", true};
+}
+nmsServ *nmsServConnectByName(const char *host) {
+    return kel::is_text(host) && *host ? new nmsServ{host, false} : nullptr;
+}
+void nmsServDelete(nmsServ *server) {
+    delete server;
+}
+
+nmsErr *nmsServPing(nmsServ *server) {
+    nmsErr *error = request(server, name_request::ping);
+    // A name server that answers but does not greet is as good as none.
+    if (error && error->origin == found_by_server) {
+        nmsErrDelete(error);
+        error = client_error(*server, name_status::no_connection);
+    }
+    return error;
+}
+
+nmsErr *nmsServRegister(nmsServ *server, nmsRec *record) {
+    if (!record || (server && !server->local && record->record.process != 0))
+        return client_error(server ? *server : nmsServ{"", false},
+                            record ? name_status::not_authorized : name_status::not_sent);
+    return request(server, name_request::add, record);
+}
+
+nmsErr *nmsServRemove(nmsServ *server, nmsRec *record_template) {
+    if (server && !record_template) return client_error(*server, name_status::not_sent);
+    return request(server, name_request::remove, record_template);
+}
+
+nmsErr *nmsServQuery(nmsServ *server, nmsRec *record_template, nmsRec ***records, int *count) {
+    *records = nullptr;
+    *count = 0;
+    if (!server) return client_error({"", false}, name_status::no_connection);
+    if (!record_template) return client_error(*server, name_status::not_sent);
+    exchange query;
+    if (nmsErr *error = query.ask(*server, name_request::query, record_template)) return error;
+    int told = 0;
+    record_list found;
+    bool whole = query.read(told) && told >= 0;
+    for (int at = 0; whole && at < told; ++at) {
+        auto record = std::make_unique<nmsRec>();
+        whole = query.read(record->record);
+        if (whole) found.append(std::move(record));
+    }
+    if (!whole) return client_error(*server, name_status::no_connection);
+    *records = found.release();
+    *count = told;
+    return nullptr;
+}
+
+// Records --------------------------------------------------------------------------------------
+
+nmsRec *nmsRecCreate(int associated) {
+    auto *record = new nmsRec;
+    record->record.process =
+        associated == 1 ? static_cast<unsigned>(Process_GetCurrentId()) : static_cast<unsigned>(associated);
+    return record;
+}
+void nmsRecDelete(nmsRec *record) {
+    delete record;
+}
+void nmsRecArrayDelete(nmsRec **records, int count) {
+    const std::unique_ptr<nmsRec *[]> array(records);
+    for (int at = 0; records && at < count; ++at)
+        delete records[at];
+}
+bool nmsRecAdd(nmsRec *record, const char *name, const char *value) {
+    if (!record || !kel::is_text(name) || !kel::is_text(value)) return false;
+    record->record.set(name, value);
+    return true;
+}
+bool nmsRecHasField(nmsRec *record, const char *name) {
+    return nmsRecGetFieldValueByName(record, name) != nullptr;
+}
+const char *nmsRecGetFieldValueByName(nmsRec *record, const char *name) {
+    const std::string *value = record && kel::is_text(name) ? record->record.find(name) : nullptr;
+    return value ? value->c_str() : nullptr;
+}
+void nmsRecPrint(nmsRec *record) {
+    if (!record) return;
+    for (const auto &[name, value] : record->record.fields)
+        std::fprintf(stderr, "%s = %s\n", name.c_str(), value.c_str());
+}
+
+// Errors ---------------------------------------------------------------------------------------
+
+int nmsErrGetCode(nmsErr *error) {
+    return error ? error->code : 0;
+}
+void nmsErrPrint(nmsErr *error) {
+    if (error) std::fprintf(stderr, "%s\n", error->text.c_str());
+}
+void nmsErrDelete(nmsErr *error) {
+    delete error;
+}
