@@ -10,10 +10,10 @@
 #include <kelstdmt/declare.h>
 #include <kelstdmt/export.h>
 #include <kelstdmt/netlib_stream.h>
+#include <kelstdmt/nmsclib_exceptions.h>
 #include <kelstdmt/vumrt_names.h>
 #include <kelstdmt/vumtext.h>
 #include <kelstdmt/xbasic.h>
-#include <kelstdmt/xexception.h>
 
 // The limits of a record: 256 each, or a smaller number above 0 that the machine's registry has in a value of
 // the name below the key. A null pointer or marker as key: 256.
@@ -50,8 +50,8 @@ public:
     bool Receive(netSocketStream *&stream, const char *limits_key);
     void Clear();  // not supported: reports an internal error and changes nothing
 
-    kel::name_record GetWire() const;  // for the codec
-    void SetWire(kel::name_record record);
+    kel::name_record GetWire();  // as it travels; fields without a value stay out
+    void SetWire(const kel::name_record &wire);
 
 private:
     xauto<xstringdictionary> m_fields;
@@ -124,7 +124,9 @@ public:
     xstring GetHost() const { return m_host; }
 
 private:
+    class request;
     nmsServerProxy(const char *host, bool local);
+    nmsClientStatus *Failed(nmscReturnCode code, StatusOrigin origin = ClientOrigin) const;
 
     xstring m_host;
     bool m_local;
@@ -135,11 +137,3 @@ KELSTDMT_API std::ostream &operator<<(std::ostream &out, const nmsServerProxy &p
 // 4 bytes, most significant first, whatever the stream's encoding.
 KELSTDMT_API void PutIndependentInt(netSocketStream *stream, int value);
 KELSTDMT_API int GetIndependentInt(netSocketStream *stream);
-
-// What requests throw: a message and the operation, and what it was about.
-KEL_DECLARE_STRUCT(nmsXException)
-class KELSTDMT_API nmsXException : public kelXExternFunc {
-    KEL_CLASS(nmsXException, kelXExternFunc)
-public:
-    using kelXExternFunc::kelXExternFunc;
-};
