@@ -34,7 +34,9 @@ KEL_DECLARE_STRUCT(netBaseServer_OnAsyncRequest_cb)
 class KELSTDMT_API netBaseServer_OnAsyncRequest_cb : public xobject {
     KEL_CLASS(netBaseServer_OnAsyncRequest_cb, xobject)
 public:
-    // On a thread of its own. It must come back when the event is signalled: the server goes down.
+    // On a thread of its own, and the stream is the callback's, also to delete. It must come back when the
+    // event is signalled: the server goes down. Its answer netServerTerminate ends the loop. An exception
+    // that leaves it is reported (_Abort) and ends nothing else.
     virtual netServerLoopAction OnAsyncRequest(netBaseServer *server, netSocketStream *stream,
                                                evtEvent *stop) = 0;
 };
@@ -64,7 +66,8 @@ KEL_DECLARE_STRUCT(netBaseServer)
 class KELSTDMT_API netBaseServer : public xobject {
     KEL_CLASS(netBaseServer, xobject)
 public:
-    // Unregisters, stops the asynchronous requests and waits for them.
+    // Unregisters, signals the asynchronous requests to stop and waits for them. In the thread of the loop,
+    // which has come back.
     ~netBaseServer() override;
     netBaseServer(const netBaseServer &) = delete;
     netBaseServer &operator=(const netBaseServer &) = delete;
@@ -87,29 +90,41 @@ private:
 public:
     int getPortN() const noexcept;
     xstring getServerName() const { return m_server_name; }
-    double getTimeSlice() const noexcept { return m_time_slice; }  // seconds
+    // Seconds after which OnIdle is called while nothing arrives, at least a thousandth; INFINITE: never. The
+    // loop does nothing else by it.
+    double getTimeSlice() const noexcept { return m_time_slice; }
     void setTimeSlice(double seconds) noexcept { m_time_slice = seconds; }
 
-    // Serves until a callback, an asynchronous request or a client says to terminate. May be called again.
+    // Serves until a callback, an asynchronous request or a client says to terminate. May be called again. An
+    // exception that leaves OnRequest or OnIdle leaves Run too; netXException when the listening socket
+    // failed. While the process has no descriptors left, connections wait.
     void Run();
     // The next connection, without a handshake; null when the time (seconds) ran out or it was gone. Throws
     // netXException when the listening socket failed.
     netSocketStream *Accept(double timeout);
-    netEvent *AcceptEvent();
+    netEvent *AcceptEvent();  // a connection is there for Accept; belongs to the thread of the loop
 
     netServerLoopAction OnRequest(netSocketStream *stream);
     netServerLoopAction OnAsyncRequest(netSocketStream *stream, evtEvent *stop);
     netServerLoopAction OnIdle();
 
-    // Without a handshake. Null when nobody answers in time (seconds; INFINITE: no limit). Throws
-    // netXException when the address leads to no port.
+    // Without a handshake. Null when nobody answers in time (seconds from when the port is known; INFINITE:
+    // no limit), with the last error set. Throws netXException when the address leads to no port.
     static netSocketStream *Connect(netAddress *address, double timeout);
 
 protected:
     struct loop;
+    // With a server name, which has been registered, the destructor unregisters it. With awaits_input,
+    // connections are handed on once there is something to read: up to 1,024 peers are awaited for 10 seconds
+    // each; of more, the one that has waited longest is dropped.
     netBaseServer(std::unique_ptr<btkAcceptSocket> socket, const char *server_name, bool awaits_input);
+    // What the destructor does, for that of a derived class: no request runs any more.
+    void Stop() noexcept;
 
 private:
+    netServerLoopAction Serve(std::unique_ptr<btkStreamSocket> socket);
+    std::unique_ptr<btkStreamSocket> WaitForRequest(double timeout);
+
     friend struct loop;
     friend class netAsyncRequest;
 
@@ -131,9 +146,11 @@ public:
     static netServer *Create(const char *server_name, int port);
     xstring getVersion() const { return m_version; }
 
-    // As netBaseServer::Connect, and asks to be served: null also when the server went away. Throws
-    // netXException when it refuses.
+    // As netBaseServer::Connect, and asks to be served: null also when the server went away, or did not
+    // answer within the same time. Throws netXException when it refuses.
     static netSocketStream *Connect(netAddress *address, double timeout);
+    // The time covers connection and answers. IsAlive: false for a server that cannot be reached; GetVersion
+    // throws then, and Shutdown does nothing. Both throw when they are refused.
     static unsigned char IsAlive(netAddress *address, double timeout = INFINITE);
     static xstring GetVersion(netAddress *address, double timeout = INFINITE);
     static void Shutdown(netAddress *address, double timeout = INFINITE);

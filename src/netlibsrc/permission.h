@@ -1,0 +1,12 @@
+// Which peers may use a server.
+#pragma once
+
+#include <kelstdmt/vumrt_socket.h>
+#include <kelstdmt/xstring.h>
+
+namespace kel::detail {
+
+// Whether the lists of the registry let the peer in. Read anew each time.
+bool is_peer_allowed(const btkStreamSocket &peer, const xstring &server_name);
+
+}  // namespace kel::detail

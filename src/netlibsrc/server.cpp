@@ -1,0 +1,158 @@
+// A server's life: it listens and is registered, hands connections to its callbacks, and takes everything
+// back when it goes. What it waits for stands in server_loop.cpp.
+#include <kelstdmt/kel.h>
+#include <kelstdmt/netlib_server.h>
+
+#include "netlibsrc/names.h"
+#include "netlibsrc/server_loop.h"
+#include "netlibsrc/server_open.h"
+
+using kel::detail::deadline;
+
+namespace {
+
+constexpr int nil_port = kel::nil_int, no_descriptors = 4;
+constexpr double shortest_slice = 0.001, pause = 0.1;  // seconds
+
+// Connections that were accepted ahead, because they were awaited, count as well.
+class accept_event : public btkSelectEvent {
+public:
+    accept_event(int handle, std::function<bool()> has_accepted)
+        : btkSelectEvent(handle, 0), m_has_accepted(std::move(has_accepted)) {}
+    bool IsReady() override { return m_has_accepted(); }
+
+private:
+    std::function<bool()> m_has_accepted;
+};
+
+}  // namespace
+
+std::unique_ptr<btkAcceptSocket> kel::detail::open_server(const char *server_name, int port) {
+    auto socket = std::make_unique<btkAcceptSocket>();
+    if (!socket->Listen(port == nil_port ? 0 : port)) return nullptr;
+    if (kel::is_text(server_name)) register_server(server_name, socket->GetPort());
+    return socket;
+}
+
+netEvent::~netEvent() = default;
+
+netBaseServer *netBaseServer::Create(const char *server_name, int port) {
+    auto socket = kel::detail::open_server(server_name, port);
+    if (!socket) return nullptr;
+    return kel::construct_with<netBaseServer>(
+        [&](void *at) { return ::new (at) netBaseServer(std::move(socket), server_name, false); });
+}
+
+netBaseServer::netBaseServer(std::unique_ptr<btkAcceptSocket> socket, const char *server_name,
+                             bool awaits_input)
+    : m_socket(std::move(socket)),
+      m_server_name(server_name),
+      m_loop(std::make_unique<loop>(*m_socket, awaits_input)) {}
+
+netBaseServer::~netBaseServer() {
+    Stop();
+}
+
+void netBaseServer::Stop() noexcept {
+    if (!m_socket) return;
+    m_loop->DropConnections();
+    m_socket.reset();
+    try {
+        if (!m_server_name.IsNull()) kel::detail::unregister_server(m_server_name);
+    } catch (xthrowable *thrown) {
+        const kel::caught error(thrown);
+    } catch (const std::exception &) {
+        // The record goes with this process.
+    }
+    m_loop->StopRequests();
+}
+
+// Callbacks ------------------------------------------------------------------------------------
+
+void netBaseServer::setOnRequest(netBaseServer_OnRequest_cb *callback) {
+    m_on_request = callback;
+}
+void netBaseServer::setOnAsyncRequest(netBaseServer_OnAsyncRequest_cb *callback) {
+    m_on_async_request = callback;
+}
+void netBaseServer::setOnIdle(netBaseServer_OnIdle_cb *callback) {
+    m_on_idle = callback;
+}
+
+netServerLoopAction netBaseServer::PreprocessRequest(btkStreamSocket *) {
+    return netServerDefault;
+}
+
+netServerLoopAction netBaseServer::OnRequest(netSocketStream *stream) {
+    return m_on_request ? m_on_request->OnRequest(this, stream) : netServerDefault;
+}
+netServerLoopAction netBaseServer::OnAsyncRequest(netSocketStream *stream, evtEvent *stop) {
+    return m_on_async_request ? m_on_async_request->OnAsyncRequest(this, stream, stop) : netServerDefault;
+}
+netServerLoopAction netBaseServer::OnIdle() {
+    return m_on_idle ? m_on_idle->OnIdle(this) : netServerDefault;
+}
+
+// Serving --------------------------------------------------------------------------------------
+
+int netBaseServer::getPortN() const noexcept {
+    return m_socket ? m_socket->GetPort() : 0;
+}
+
+void netBaseServer::Run() {
+    // Without somebody to call there is nothing to do while nothing arrives.
+    const auto slice = [this] {
+        if (!m_on_idle || kel::is_nil(m_time_slice)) return INFINITE;
+        return m_time_slice > shortest_slice ? m_time_slice : shortest_slice;
+    };
+    for (deadline idle(slice());;) {
+        if (m_loop->CollectEnded() == netServerTerminate) return;
+        if (auto socket = m_loop->Next(idle)) {
+            if (Serve(std::move(socket)) == netServerTerminate) return;
+        } else if (!idle.is_over()) {
+            continue;
+        } else if (OnIdle() == netServerTerminate) {
+            return;
+        }
+        idle = deadline(slice());
+    }
+}
+
+netServerLoopAction netBaseServer::Serve(std::unique_ptr<btkStreamSocket> socket) {
+    const netServerLoopAction asked = PreprocessRequest(socket.get());
+    if (asked == netServerContinue || asked == netServerTerminate) return asked;
+    // Without a callback nobody takes the connection.
+    if (!m_on_request) return netServerContinue;
+    netSocketStream *stream = kel::construct<netSocketStream>(std::move(socket));
+    const netServerLoopAction action = OnRequest(stream);
+    if (action == netSpawnAsyncServer) m_loop->Spawn(*this, std::unique_ptr<netSocketStream>(stream));
+    return action == netServerTerminate ? netServerTerminate : netServerContinue;
+}
+
+std::unique_ptr<btkStreamSocket> netBaseServer::WaitForRequest(double timeout) {
+    const deadline until(timeout);
+    const int told = m_socket->Wait(until.left(), btkSocket::ForInput);
+    if (told == 0) netXException::Throw(netSocketError, "Socket failed");
+    if (told != btkSocket::ForInput) return nullptr;
+    auto socket = std::make_unique<btkStreamSocket>();
+    if (m_socket->Accept(*socket)) return socket;
+    if (const int error = Error_GetLast(); error == no_descriptors) {
+        // Who asks again at once would find the connection there again, and no descriptor.
+        btkEvent::List nothing;
+        btkEvent::Wait(nothing, std::min(until.left(), kel::detail::timeout_of(pause)), {});
+        Error_SetLast(error);
+    }
+    return nullptr;
+}
+
+netSocketStream *netBaseServer::Accept(double timeout) {
+    auto socket = m_loop->TakeAccepted();
+    if (!socket) socket = WaitForRequest(timeout);
+    return socket ? kel::construct<netSocketStream>(std::move(socket)) : nullptr;
+}
+
+netEvent *netBaseServer::AcceptEvent() {
+    auto base = std::make_unique<accept_event>(m_socket->GetHandle(),
+                                               [loop = m_loop.get()] { return loop->HasAccepted(); });
+    return kel::construct<netEvent>(this, base.release());
+}

@@ -1,0 +1,56 @@
+// The server's side of the handshake. It neither waits to read, since the loop has seen that there is
+// something, nor to write, since an answer finds room in a new connection.
+#include "netlibsrc/server_handshake.h"
+
+#include <string>
+
+#include <kelstdmt/netlib_server.h>
+
+#include "netlibsrc/permission.h"
+#include "netlibsrc/server_open.h"
+
+using kel::detail::grant;
+using kel::detail::handshake;
+
+namespace {
+
+bool answer(btkStreamSocket &peer, grant told, const std::string &more = {}) {
+    const std::string bytes = static_cast<char>(told) + more;
+    const auto count = static_cast<unsigned>(bytes.size());
+    return peer.SendNow(bytes.data(), count) == static_cast<int>(count);
+}
+
+}  // namespace
+
+netServer *netServer::Create(const char *server_name, int port) {
+    auto socket = kel::detail::open_server(server_name, port);
+    if (!socket) return nullptr;
+    return kel::construct_with<netServer>(
+        [&](void *at) { return ::new (at) netServer(std::move(socket), server_name); });
+}
+
+netServer::netServer(std::unique_ptr<btkAcceptSocket> socket, const char *server_name)
+    : netBaseServer(std::move(socket), server_name, true), m_version("KEL netServer Version 0.99") {}
+
+netServer::~netServer() {
+    Stop();
+}
+
+netServerLoopAction netServer::PreprocessRequest(btkStreamSocket *socket) {
+    unsigned char byte = 0;
+    if (socket->RecvNow(&byte, 1) != 1) return netServerContinue;
+    const handshake asked{byte};
+    if (asked > handshake::shutdown) return netServerContinue;
+    if (asked != handshake::alive && !kel::detail::is_peer_allowed(*socket, getServerName())) {
+        answer(*socket, grant::refused);
+        return netServerContinue;
+    }
+    std::string more;
+    if (asked == handshake::version) {
+        more += static_cast<char>(m_version.GetSize());
+        more.append(m_version.Str(), m_version.GetSize());
+    }
+    const bool sent = answer(*socket, grant::granted, more);
+    if (asked == handshake::shutdown) return netServerTerminate;
+    return asked == handshake::connect && sent ? netServerDefault : netServerContinue;
+}

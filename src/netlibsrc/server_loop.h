@@ -1,0 +1,83 @@
+// What a server waits for, in one wait: its listening socket, the peers that have not said anything yet, and
+// the ends of asynchronous requests.
+//
+// Connections are accepted one after the other without a wait between them, until none is left or `batch` of
+// them have been; then the wait tells what else has happened. A peer that is awaited costs an event and a
+// place in the list, whose order is that of the deadlines.
+#pragma once
+
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <vector>
+
+#include "netlibsrc/deadline.h"
+#include "netlibsrc/server_request.h"
+
+struct netBaseServer::loop {
+public:
+    // Knows what follows when it is signalled. Leaves the set when it is destroyed.
+    class event : public btkEvent {
+    public:
+        event(loop &owner, btkBaseEvent *owned) noexcept : btkEvent(owned), m_loop(owner) {}
+        ~event() override { m_loop.m_set.Remove(this); }
+        virtual void Signalled() = 0;
+
+    protected:
+        loop &m_loop;
+    };
+
+    loop(btkAcceptSocket &socket, bool awaits_input);
+    ~loop();
+    loop(const loop &) = delete;
+    loop &operator=(const loop &) = delete;
+
+    // The next connection that is to be served; null when the time is over, or requests have ended before.
+    std::unique_ptr<btkStreamSocket> Next(const kel::detail::deadline &until);
+    // A connection that was accepted already, if its peer has said something or not.
+    std::unique_ptr<btkStreamSocket> TakeAccepted();
+    bool HasAccepted() const noexcept { return !m_ready.empty() || !m_silent.empty(); }
+
+    void Spawn(netBaseServer &server, std::unique_ptr<netSocketStream> stream);
+    std::unique_ptr<btkEvent> Watch(netAsyncRequest &request);
+    // netServerTerminate when one of those that have ended says so.
+    netServerLoopAction CollectEnded();
+
+    void DropConnections() noexcept;
+    void StopRequests() noexcept;
+
+private:
+    class listener;
+    class silent_peer;
+    class request_end;
+
+    using peers = std::list<silent_peer>;
+
+    void Wait(const kel::detail::deadline &until);
+    btkTimeval Limit(const kel::detail::deadline &until) const noexcept;
+    void Listen();
+    void PauseListening();
+    std::unique_ptr<btkStreamSocket> Accept();
+    void Refused(int error);
+    void Await(std::unique_ptr<btkStreamSocket> socket);
+    void Spoke(peers::iterator peer);
+    void LookForUnwatched();
+
+    static constexpr int batch = 64;
+    static constexpr std::size_t most_silent = 1024;
+    static constexpr double patience = 10, pause = 0.1;  // seconds
+
+    btkAcceptSocket &m_socket;
+    bool m_awaits_input;
+    btkEventSet m_set;
+    std::unique_ptr<listener> m_listener;
+    bool m_listening = false;              // the listening socket is in the set
+    bool m_connections = false;            // it has some, as far as is known
+    kel::detail::deadline m_pause_end{0};  // while it is not
+    int m_turns = 0;                       // before the next wait
+    peers m_silent, m_ready;
+
+    std::list<netAsyncRequest> m_requests;                // in the order in which they were started
+    std::vector<netAsyncRequest *> m_ended, m_unwatched;  // the latter found no place in the set
+    std::uint64_t m_started = 0;
+};

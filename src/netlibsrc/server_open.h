@@ -1,0 +1,14 @@
+// The beginning of every kind of server.
+#pragma once
+
+#include <memory>
+
+#include <kelstdmt/vumrt_socket.h>
+
+namespace kel::detail {
+
+// Listens and, with a name, registers. Null when the port cannot be listened on; throws netXException when
+// the name cannot be registered.
+std::unique_ptr<btkAcceptSocket> open_server(const char *server_name, int port);
+
+}  // namespace kel::detail

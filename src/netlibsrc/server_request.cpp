@@ -1,0 +1,40 @@
+#include "netlibsrc/server_request.h"
+
+#include <kelstdmt/kel.h>
+
+#include "netlibsrc/server_loop.h"
+
+int netAsyncRequest::OnStart() {
+    const std::unique_ptr<evtEvent> stop(SignalStream()->InputEvent());
+    // Without a callback nobody takes the connection.
+    const std::unique_ptr<netSocketStream> unwanted(m_server.m_on_async_request ? nullptr : m_stream);
+    return m_server.OnAsyncRequest(m_stream, stop.get());
+}
+
+void netAsyncRequest::OnPostStart() {
+    netThread::OnPostStart();
+    m_stop_sent = false;
+    m_exit_event = m_server.m_loop->Watch(*this);
+}
+
+// Where a thread has descriptors of its own, the side that does not serve lets go of the connection.
+void netAsyncRequest::AtFork(bool child) {
+    netThread::AtFork(child);
+    if (child) delete std::exchange(m_stream, nullptr);
+}
+
+void netAsyncRequest::SendStop() noexcept {
+    if (std::exchange(m_stop_sent, true)) return;
+    try {
+        ControlStream()->WriteByte(0);
+        ControlStream()->Flush();
+    } catch (xthrowable *thrown) {
+        const kel::caught error(thrown);
+    }
+}
+
+// The event looks at the thread's handle, which goes with the exit code.
+netServerLoopAction netAsyncRequest::Collect() {
+    m_exit_event.reset();
+    return GetExitCode() == netServerTerminate ? netServerTerminate : netServerContinue;
+}
