@@ -1,5 +1,8 @@
 // A server's life: it listens and is registered, hands connections to its callbacks, and takes everything
 // back when it goes. What it waits for stands in server_loop.cpp.
+#include <algorithm>
+#include <functional>
+
 #include <kelstdmt/kel.h>
 #include <kelstdmt/netlib_server.h>
 
@@ -12,7 +15,7 @@ using kel::detail::deadline;
 namespace {
 
 constexpr int nil_port = kel::nil_int, no_descriptors = 4;
-constexpr double shortest_slice = 0.001, pause = 0.1;  // seconds
+constexpr double shortest_slice = 0.001, respite = 0.1;  // seconds
 
 // Connections that were accepted ahead, because they were awaited, count as well.
 class accept_event : public btkSelectEvent {
@@ -139,7 +142,7 @@ std::unique_ptr<btkStreamSocket> netBaseServer::WaitForRequest(double timeout) {
     if (const int error = Error_GetLast(); error == no_descriptors) {
         // Who asks again at once would find the connection there again, and no descriptor.
         btkEvent::List nothing;
-        btkEvent::Wait(nothing, std::min(until.left(), kel::detail::timeout_of(pause)), {});
+        btkEvent::Wait(nothing, std::min(until.left(), kel::detail::timeout_of(respite)), {});
         Error_SetLast(error);
     }
     return nullptr;
