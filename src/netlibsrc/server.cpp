@@ -49,7 +49,7 @@ netBaseServer *netBaseServer::Create(const char *server_name, int port) {
 netBaseServer::netBaseServer(std::unique_ptr<btkAcceptSocket> socket, const char *server_name,
                              bool awaits_input)
     : m_socket(std::move(socket)),
-      m_server_name(server_name),
+      m_server_name(kel::is_text(server_name) ? server_name : xstrNullStr),
       m_loop(std::make_unique<loop>(*m_socket, awaits_input)) {}
 
 netBaseServer::~netBaseServer() {
