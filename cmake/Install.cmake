@@ -1,9 +1,10 @@
-# What an installation holds: the public headers, the library, and its descriptions for CMake and pkg-config.
+# What an installation holds: the public headers, the two libraries, and their descriptions for CMake and
+# pkg-config. The folders of the programs install those.
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/kelstdmt)
 
-install(TARGETS kelstdmt EXPORT kelstdmtTargets)
+install(TARGETS kelstdmt kelstdmt_nameserver EXPORT kelstdmtTargets)
 install(DIRECTORY include/kelstdmt DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
 install(EXPORT kelstdmtTargets NAMESPACE kelstdmt:: DESTINATION ${package_dir})
 
@@ -21,5 +22,7 @@ if(KELSTDMT_STATIC)
   set(KELSTDMT_PC_CFLAGS "-DKELSTDMT_STATIC")
   set(KELSTDMT_PC_LIBS "-lstdc++ -lm -pthread")
 endif()
-configure_file(cmake/kelstdmt.pc.in kelstdmt.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/kelstdmt.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+foreach(package kelstdmt kelstdmt-nameserver)
+  configure_file(cmake/${package}.pc.in ${package}.pc @ONLY)
+endforeach()
+install(FILES ${PROJECT_BINARY_DIR}/kelstdmt.pc ${PROJECT_BINARY_DIR}/kelstdmt-nameserver.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -20,7 +20,7 @@ struct name_server_options {
     std::function<void(const std::string &)> log;  // lines about what went wrong; none: standard error
 };
 
-class name_server {
+class KELSTDMT_API name_server {
 public:
     // Listens, and takes in the journal. Null when it cannot; `error` tells what failed, on what, and what to
     // do.

@@ -15,7 +15,8 @@ prefix=$work/prefix
 libdir=$(dirname "$(find "$prefix" -name 'libkelstdmt.*' -print -quit)")
 
 stray=$(cd "$prefix" && find . -type f ! -path './include/kelstdmt/*.h' ! -name 'libkelstdmt.*' \
-    ! -path '*/cmake/kelstdmt/kelstdmt*.cmake' ! -path '*/pkgconfig/kelstdmt.pc' \
+    ! -path '*/cmake/kelstdmt/kelstdmt*.cmake' ! -path '*/pkgconfig/kelstdmt*.pc' \
+    ! -name 'libkelstdmt_nameserver.*' ! -path ./bin/kelnmsd ! -path ./lib/systemd/system/kelnmsd.service \
     ! -path ./bin/kel ! -path ./share/bash-completion/completions/kel)
 [[ -z $stray ]] || fail "installed but not foreseen: $stray"
 
@@ -24,6 +25,16 @@ if [[ -e $prefix/bin/kel ]]; then
     "$prefix/bin/kel" --version >/dev/null || fail "the installed kel does not run"
     cmp "$prefix/share/bash-completion/completions/kel" <("$prefix/bin/kel" completion bash) ||
         fail "the installed completion is not what kel prints"
+fi
+if [[ -e $prefix/bin/kelnmsd ]]; then
+    "$prefix/bin/kelnmsd" --version >/dev/null || fail "the installed kelnmsd does not run"
+    unit=$prefix/lib/systemd/system/kelnmsd.service
+    grep -q "^ExecStart=$work/first/bin/kelnmsd --foreground " "$unit" || fail "the unit starts: $(grep Exec "$unit")"
+    # One that knows the unit's settings finds nothing wrong but that the tree was moved.
+    if command -v systemd-analyze >/dev/null; then
+        sed -i "s|$work/first|$prefix|" "$unit"
+        systemd-analyze verify "$unit" || fail "systemd does not take the unit"
+    fi
 fi
 
 # A bare machine may have ninja alone.
@@ -38,12 +49,15 @@ for project in "${projects[@]}"; do
         >"$work/log" 2>&1 && cmake --build "$work/outside" >>"$work/log" 2>&1 ||
         fail "find_package: $(cat "$work/log")"
     "$work/outside/outside" || fail "$project, built through find_package, fails"
+    [[ ! -e $work/outside/names ]] || "$work/outside/names" || fail "a name server, built through find_package, fails"
 done
 
 if command -v pkg-config >/dev/null; then
     export PKG_CONFIG_PATH=$libdir/pkgconfig LD_LIBRARY_PATH=$libdir
     "$cxx" "$@" -std=c++20 "$outside/main.cpp" -o "$work/program" $(pkg-config --cflags --libs kelstdmt)
     "$work/program" || fail "the C++ program built through pkg-config fails"
+    "$cxx" "$@" -std=c++20 "$outside/names.cpp" -o "$work/program" $(pkg-config --cflags --libs kelstdmt-nameserver)
+    "$work/program" || fail "the program with a name server built through pkg-config fails"
     "$cc" "$@" -std=c11 "$outside/c/main.c" -o "$work/program" $(pkg-config --cflags --libs kelstdmt)
     "$work/program" || fail "the C program built through pkg-config fails"
 fi
