@@ -1,4 +1,5 @@
-// kel: files, settings and monitor files from the command line, by means of the library's public headers.
+// kel: files, settings, monitor files and servers from the command line, by means of the library's public
+// headers.
 //
 // The groups of commands enter themselves (command.h); here the command line is read, the command that it
 // names is run, and what goes wrong becomes one line on standard error and an exit code.
@@ -112,7 +113,7 @@ int main(int count, char **arguments) {
     std::ios::sync_with_stdio(false);
     ListenToReports();
 
-    CLI::App app("Files, settings and monitor files from the command line.", "kel");
+    CLI::App app("Files, settings, monitor files and servers from the command line.", "kel");
     app.set_version_flag("--version", "kel " KEL_VERSION);
     app.set_help_all_flag("--help-all", "Print the help of all commands and exit");
     app.formatter(std::make_shared<Help>());

@@ -1,0 +1,226 @@
+"""Three hosts on one network: who may do what across machines.
+
+alpha has the name server and a server; beta and gamma are its clients, from addresses that patterns tell apart. Each
+host is a network namespace. They, the bridge between them and a table of host names stand in namespaces of this
+process, so nothing of the machine is changed, and all of it is gone when the process is, however that ends.
+Where namespaces or the program ip may not be used, the test is skipped.
+
+What goes over the wire is written by hand here; the library's own clients are asked beside that.
+"""
+
+import itertools
+import json
+import os
+import pathlib
+import shutil
+import socket
+import subprocess
+import sys
+import tempfile
+import unittest
+
+SKIPPED = 77
+NAMESPACES = ["unshare", "--net", "--mount", "--uts"]
+TRIAL = "ip link add name lan type bridge && ip link add name a type veth peer name b && hostname trial"
+PING, REGISTER, DELETE, QUERY, SHUTDOWN = 1, 3, 4, 5, 6
+NOT_AUTHORIZED = 6
+
+
+def enter_namespaces():
+    """Runs this program anew in namespaces of its own: as the superuser, or as a user who may have them."""
+    missing = [name for name in ("ip", "unshare", "nsenter", "hostname", "mount") if not shutil.which(name)]
+    if missing:
+        print("skipped: there is no program", " and no ".join(missing))
+        sys.exit(SKIPPED)
+    for way in (NAMESPACES, NAMESPACES + ["--map-root-user"]):
+        tried = subprocess.run([*way, "sh", "-c", TRIAL], capture_output=True, text=True)
+        if tried.returncode == 0:
+            os.execvp(way[0], [*way, sys.executable, __file__, "--inside", *sys.argv[1:]])
+    print("skipped: no right to make network namespaces:", tried.stderr.strip())
+    sys.exit(SKIPPED)
+
+
+def run(*command, **options):
+    return subprocess.run([str(word) for word in command], check=True, text=True, capture_output=True, **options)
+
+
+class Host:
+    def __init__(self, name, v4, v6):
+        self.name, self.v4, self.v6, self.addresses = name, v4, v6, (v4, v6)
+        # cat lives until its input ends, with this process at the latest; its first answer shows that the host exists.
+        self.holder = subprocess.Popen(["unshare", "--net", "--uts", "cat"], stdin=subprocess.PIPE,
+                                       stdout=subprocess.PIPE, bufsize=0)
+        self.holder.stdin.write(b"?")
+        assert self.holder.stdout.read(1) == b"?"
+        run("ip", "link", "add", "name", name, "type", "veth", "peer", "name", "eth0", "netns", self.holder.pid)
+        run("ip", "link", "set", name, "master", "lan", "up")
+        for command in (["hostname", name], ["ip", "link", "set", "lo", "up"],
+                        ["ip", "address", "add", v4 + "/16", "dev", "eth0"],
+                        ["ip", "address", "add", v6 + "/64", "dev", "eth0", "nodad"],
+                        ["ip", "link", "set", "eth0", "up"]):
+            run(*self.here(command))
+
+    def here(self, command):
+        return ["nsenter", "--net", "--uts", "--target", str(self.holder.pid), *map(str, command)]
+
+    def start(self, *command):
+        """A program that has said its first line."""
+        process = subprocess.Popen(self.here(command), env=ENVIRONMENT, stdout=subprocess.PIPE, text=True)
+        unittest.addModuleCleanup(process.wait)
+        unittest.addModuleCleanup(process.kill)
+        process.first_line = process.stdout.readline()
+        assert process.first_line, command
+        return process
+
+    def run(self, *command):
+        return subprocess.run(self.here(command), env=ENVIRONMENT, capture_output=True, text=True, timeout=120)
+
+    def talk(self, jobs):
+        """Answers to (address, port, bytes, how many bytes to read) each on a connection of its own."""
+        done = subprocess.run(self.here([sys.executable, __file__, "--peer"]), capture_output=True, text=True,
+                              timeout=120, input=json.dumps([(a, p, b.hex(), n) for a, p, b, n in jobs]))
+        assert done.returncode == 0, done.stderr
+        return [bytes.fromhex(answer) for answer in json.loads(done.stdout)]
+
+
+def peer():
+    """What talk runs on the host. An answer that ends early is what has come."""
+    answers = []
+    for address, port, sent, count in json.load(sys.stdin):
+        with socket.create_connection((address, port), timeout=60) as connection:
+            connection.sendall(bytes.fromhex(sent))
+            answer = b""
+            while len(answer) < count and (more := connection.recv(count - len(answer))):
+                answer += more
+            answers.append(answer.hex())
+    json.dump(answers, sys.stdout)
+
+
+def number(value):
+    return value.to_bytes(4, "big")
+
+
+def record(**fields):
+    data = number(0) + number(len(fields))
+    for text in itertools.chain(*fields.items()):
+        data += number(len(text) + 1) + number(len(text)) + text.encode()
+    return data
+
+
+def request(code, body=b""):
+    return number(100) + bytes([code]) + body
+
+
+def setUpModule():
+    global ENVIRONMENT, alpha, beta, gamma, name_server, server, port
+    folder = tempfile.TemporaryDirectory(prefix="kelstdmt-hosts-")
+    unittest.addModuleCleanup(folder.cleanup)
+    ENVIRONMENT = dict(os.environ, KELSTDMT_REGISTRY=folder.name + "/registry", HOME=folder.name, LC_ALL="C.UTF-8")
+    ENVIRONMENT.pop("ORVNMSPORT", None)  # the hosts have all ports for themselves
+    run("ip", "link", "add", "name", "lan", "type", "bridge")
+    run("ip", "link", "set", "lan", "up")
+    alpha = Host("alpha", "10.0.0.1", "fd00::a:1")
+    beta = Host("beta", "10.0.0.7", "fd00::b:7")
+    gamma = Host("gamma", "10.0.1.7", "fd00::c:7")
+    table = pathlib.Path(folder.name) / "hosts"
+    table.write_text("127.0.0.1 localhost\n10.0.0.1 alpha alpha4\nfd00::a:1 alpha6\n10.0.0.7 beta\n10.0.1.7 gamma\n")
+    run("mount", "--bind", table, "/etc/hosts")  # in the mount namespace of this process
+    name_server = alpha.start(KELNMSD, "--port", "1239", "--foreground")
+    server = alpha.start(REQUEST, "serve", "Arithmetic")
+    port = int(server.first_line.split("port ")[1].split(",")[0])
+
+
+class Hosts(unittest.TestCase):
+    def says(self, host, command, words, code=0):
+        done = host.run(*command)
+        self.assertEqual((done.returncode, words in done.stdout + done.stderr), (code, True),
+                         f"{host.name}: {command}: {done.returncode} {done.stdout}{done.stderr}")
+
+    def allow(self, machine, user):
+        for layer, patterns in (("--machine", machine), ("--user", user)):
+            alpha.run(KEL, "reg", "del", "-r", layer, "Software/ORV/Arithmetic")
+            if patterns is not None:
+                self.says(alpha, [KEL, "reg", "set", layer, "Software/ORV/Arithmetic", "ConnectionAllowed", patterns],
+                          "")
+
+    def test_a_server_is_found_by_its_host(self):
+        self.allow(None, None)
+        for host, place in itertools.product((alpha, beta, gamma),
+                                             ("@alpha", "@alpha6", "@10.0.0.1", "@fd00::a:1", "")):
+            if place or host is alpha:
+                self.says(host, [REQUEST, "calculate", "Arithmetic" + place, "17 + 25"], "17 + 25 = 42")
+                self.says(host, [KEL, "server", "ping", "Arithmetic" + place], f"port {port} answers")
+        self.says(gamma, [KEL, "nms", "list", "--host", "alpha"], f"Arithmetic  {port}")
+        self.says(gamma, [KEL, "server", "ping", "Other@alpha"], "no server Other is registered on alpha", 1)
+        self.says(gamma, [KEL, "server", "ping", "Arithmetic@beta"],
+                  "no name server answers on beta, port 1239", 1)
+        self.says(beta, [KEL, "server", "ping", "Arithmetic"], "no name server answers on this machine", 1)
+
+    def test_permission_lists(self):
+        remote = (beta.v4, beta.v6, gamma.v4, gamma.v6)
+        for machine, user, allowed in (
+                (None, None, remote),
+                ("10.0.0.*", None, (beta.v4,)),
+                ("10.0.0.* fd00::b:*", None, (beta.v4, beta.v6)),
+                (None, "10.0.1.7 fd00::?:7", (beta.v6, gamma.v4, gamma.v6)),
+                ("10.*", "10.0.1.* fd00::*", (gamma.v4,)),
+                ("10.0.0.*", "10.0.1.*", ()),
+                ("", None, ()),
+                ("FD00::*", None, ())):
+            self.allow(machine, user)
+            for host in (alpha, beta, gamma):
+                # The family of the address that is asked is that of the one that asks.
+                for own, asked in zip(host.addresses, alpha.addresses):
+                    granted = own in allowed or host is alpha
+                    answers = host.talk([(asked, port, wish, 99) for wish in (b"\1", b"\2")] + [(asked, port, b"\0", 1)]
+                                        + [(asked, port, b"\3", 99)] * (not granted))
+                    version = b"\1\x1bKEL netServer Version 0.99\0"
+                    expected = [b"\1", version, b"\1"] if granted else [b"\1", b"\0", b"\0", b"\0"]
+                    self.assertEqual(answers, expected, (machine, user, host.name, own))
+        self.allow("10.0.0.*", None)
+        for place in ("@alpha", "@10.0.0.1", ""):
+            self.says(alpha, [REQUEST, "calculate", "Arithmetic" + place, "2 * 3"], "2 * 3 = 6")
+        self.says(beta, [REQUEST, "calculate", "Arithmetic@alpha", "2 * 3"], "2 * 3 = 6")
+        self.says(gamma, [REQUEST, "calculate", "Arithmetic@alpha", "2 * 3"], "lack of rights", 3)
+        self.says(gamma, [KEL, "server", "version", "Arithmetic@alpha"], "refuses this machine", 1)
+        self.says(gamma, [KEL, "server", "shutdown", "Arithmetic@alpha"], "refuses this machine", 1)
+        self.says(gamma, [KEL, "server", "ping", "Arithmetic@alpha"], "answers")
+
+    def test_records_are_for_the_own_machine(self):
+        new, known = record(_ServerName="New", _PortNumber="9"), record(_ServerName="Arithmetic")
+        refused, fine = bytes([NOT_AUTHORIZED]), b"\0"
+        for host in (beta, gamma):
+            for asked in alpha.addresses:
+                # Each is refused, and the same connection then serves a ping.
+                answers = host.talk([(asked, 1239, request(code, body) + request(PING), count) for code, body, count in (
+                    (REGISTER, new, 2), (DELETE, known, 6), (DELETE, record(), 6), (SHUTDOWN, b"", 2),
+                    (QUERY, record(_ServerName="New"), 6))])
+                self.assertEqual(answers, [refused + fine, refused + number(0) + fine, refused + number(0) + fine,
+                                           refused + fine, fine + number(0) + fine], (host.name, asked))
+                (found,) = host.talk([(asked, 1239, request(QUERY, known), 5)])
+                self.assertEqual(found, fine + number(1))
+        for command in (["register", "New", "9"], ["delete", "Arithmetic"]):
+            self.says(beta, [KEL, "nms", *command, "--host", "alpha"], "refuses: this is for programs on its own", 1)
+        self.says(beta, [KEL, "nms", "shutdown", "--host", "alpha"], "only on its own machine", 1)
+        for asked in alpha.addresses + ("127.0.0.1",):  # which are all of one machine
+            answers = alpha.talk([(asked, 1239, request(REGISTER, new), 1), (asked, 1239, request(REGISTER, new), 1),
+                                  (asked, 1239, request(DELETE, new), 5)])
+            self.assertEqual(answers, [fine, b"\4", fine + number(1)], asked)
+
+    def test_the_end(self):  # the last by its name
+        self.allow("10.0.0.*", None)
+        self.says(beta, [KEL, "server", "shutdown", "Arithmetic@alpha"], "")
+        self.assertEqual(server.wait(60), 0)
+        self.says(gamma, [KEL, "nms", "query", "--host", "alpha", "Arithmetic"], "no such record", 1)
+        self.says(alpha, [KEL, "nms", "shutdown"], "")
+        self.assertEqual(name_server.wait(60), 0)
+
+
+if __name__ == "__main__":
+    if sys.argv[1:] == ["--peer"]:
+        peer()
+    elif sys.argv[1:2] != ["--inside"]:
+        enter_namespaces()
+    else:
+        KELNMSD, KEL, REQUEST = map(os.path.abspath, sys.argv[2:5])
+        unittest.main(argv=sys.argv[:1] + sys.argv[5:])

@@ -1,0 +1,147 @@
+"""kel nms and kel server, against the name server and against peers of every sort that are written here."""
+
+import os
+import random
+import socket
+import subprocess
+import threading
+
+from driving import KelCase, exact, run
+
+SERVER, PORT = b"_ServerName", b"_PortNumber"
+
+
+def fields_of(entry):
+    return {exact(field, "name"): exact(field, "value") for field in entry["fields"]}
+
+
+class Network(KelCase):
+    def name_server(self):
+        """A name server of our own, on a port that was free a moment ago."""
+        while True:
+            with socket.socket() as probe:
+                probe.bind(("127.0.0.1", 0))
+                port = probe.getsockname()[1]
+            daemon = subprocess.Popen([os.environ["KELNMSD"], "--foreground", "--port", str(port)],
+                                      stdout=subprocess.PIPE, env=self.environment)
+            self.addCleanup(daemon.stdout.close)
+            self.addCleanup(daemon.wait)
+            self.addCleanup(daemon.kill)
+            if daemon.stdout.readline() == b"ready\n":
+                self.environment["ORVNMSPORT"] = str(port)
+                return daemon
+
+    def peer(self, *answers):
+        """The port of one that takes a byte of each connection and gives its answer; None is none, and no end."""
+        listener = socket.create_server(("127.0.0.1", 0))
+        self.addCleanup(listener.close)
+        self.asked = []
+
+        def serve():
+            for answer in answers:
+                connection, _ = listener.accept()
+                self.addCleanup(connection.close)
+                if answer is not None:
+                    self.asked.append(connection.recv(1))
+                    connection.sendall(answer)
+                    connection.shutdown(socket.SHUT_WR)
+
+        thread = threading.Thread(target=serve, daemon=True)
+        thread.start()
+        return listener.getsockname()[1]
+
+    def fails(self, words, *command):
+        self.run_kel(*command, code=1)
+        self.assertIn(words, self.complaint)
+        self.assertEqual(self.complaint.count("\n"), 1, self.complaint)
+
+    def test_records_follow_a_model(self):
+        self.name_server()
+        chance, model = random.Random(5), []
+        names = [SERVER, PORT, b"owner", "gr\u00fc\u00df".encode(), b"\xff odd", b"a b"]
+        values = [b"a", b"4711", b"", b"x=y", b"\xfe\n", b"v" * 255]
+        for step in range(60):
+            record = {chance.choice(names): chance.choice(values) for _ in range(chance.randint(1, 3))}
+            words = ["--"] + [name + b"=" + value for name, value in record.items()]
+            found = [known for known in model if record.items() <= known.items()]
+            action = chance.choice(["register", "register", "query", "delete"])
+            if action == "register":
+                taken = record in model or any(SERVER in record and known.get(SERVER) == record[SERVER] for known in model)
+                self.run_kel("nms", "register", *words, code=int(taken))
+                model += [record] * (not taken)
+            elif not found:
+                self.fails("no such record", "nms", action, *words)
+            elif action == "query":
+                entries = self.json_of("nms", "query", *words[1:])["records"]
+                self.assertEqual([fields_of(entry) for entry in entries], found)
+            else:
+                self.assertEqual(int(self.run_kel("nms", "delete", *words).split()[0]), len(found))
+                model = [known for known in model if known not in found]
+        listed = [fields_of(entry) for entry in self.json_of("nms", "list")["records"]]
+        self.assertCountEqual(listed, model)
+
+    def test_what_people_read(self):
+        daemon = self.name_server()
+        child = subprocess.Popen(["sleep", "600"])
+        self.run_kel("nms", "register", "zeta", "99", "--process", str(child.pid))
+        self.run_kel("nms", "register", "adder", "4711", "owner=ann")
+        self.run_kel("nms", "register", "colour=red\a")
+        self.assertEqual(self.run_kel("nms", "list").decode().replace(str(child.pid).ljust(7), "PID    "),
+                         "SERVER  PORT  PROCESS  OTHER FIELDS\n-       -     -        colour=red\\x07\n"
+                         "adder   4711  -        owner=ann\nzeta    99    PID\n")
+        self.assertEqual(self.run_kel("nms", "query", "zeta").decode(),
+                         f"_ServerName = zeta\n_PortNumber = 99\n(process) = {child.pid}\n")
+        self.fails("has such a record already", "nms", "register", "adder", "1")
+        child.kill()
+        child.wait()
+        self.fails("no such process", "nms", "register", "late", "1", "--process", str(child.pid))
+        while b"zeta" in self.run_kel("nms", "list"):
+            pass  # the name server hears of the end when the system tells it
+        self.assertRegex(self.run_kel("nms", "ping"), rb"this machine answers: [0-9.]+ m?s\n")
+        self.assertTrue(self.run_kel("nms", "version", "--host", "localhost").strip())
+        self.run_kel("nms", "shutdown", "--host", "localhost")
+        self.assertEqual(daemon.wait(60), 0)
+        self.fails(f"on localhost, port {self.environment['ORVNMSPORT']}", "nms", "ping", "--host", "localhost")
+
+    def test_name_servers_that_misbehave(self):
+        for status, words in enumerate(("", "no name server", "does not know", "already", "no such", "refuses", "status 7"),
+                                       2):
+            if words:
+                self.environment["ORVNMSPORT"] = str(self.peer(bytes([status])))
+                self.fails(words, "nms", "query", "a", "--host", "127.0.0.1")
+        hostile = b"\0" + b"\x7f\xff\xff\xff" * 4  # so many records
+        for answer, words in ((hostile, ""), (None, "within 0.2 s")):
+            for command in (["nms", "list"], ["nms", "version"], ["server", "ping", "a@127.0.0.1"]):
+                self.environment["ORVNMSPORT"] = str(self.peer(answer))
+                host = ["--host", "127.0.0.1"] * (command[0] == "nms")
+                self.fails(words, *command, *host, *["--timeout", "0.2"] * (answer is None))
+
+    def test_servers(self):
+        self.name_server()
+        for answers, command, words in (
+                ([b"\1"], "ping", b" answers: "), ([b"\1", b"\1\x04abc\0"], "version", b"abc\n"),
+                ([b"\1", b"\1"], "shutdown", b""), ([b"\0"], "ping", "does not answer"), ([b""], "ping", "does not answer"),
+                ([b"\1", b"\0"], "version", "refuses this machine"), ([b"\1", b"\0"], "shutdown", "refuses this machine"),
+                ([b"\1", None], "shutdown", "within 0.3 s"), ([None], "ping", "within 0.3 s")):
+            port = self.peer(*answers)
+            self.run_kel("nms", "register", "-t", "20", "adder", str(port))
+            for target in ("adder", "adder@127.0.0.1")[:1 if None in answers else 2]:
+                if isinstance(words, bytes):
+                    self.assertIn(words, self.run_kel("server", command, target))
+                    self.assertEqual(self.asked[-1][0], {"ping": 1, "version": 2, "shutdown": 3}[command])
+                else:
+                    self.fails(words, "server", command, target, *["-t", "0.3"] * (None in answers))
+                port = self.peer(*answers)
+                self.run_kel("nms", "delete", "adder")
+                self.run_kel("nms", "register", "adder", str(port))
+            self.run_kel("nms", "delete", "adder")
+        self.assertEqual(self.json_of("server", "ping", f":{self.peer(b'1'[:0] + bytes([1]))}@127.0.0.1")["alive"], True)
+        self.fails("no server adder is registered on this machine", "server", "ping", "adder")
+        self.run_kel("nms", "register", "adder", "http")
+        self.fails("with no port: http", "server", "version", "adder")
+        for line in ("nms", "nms query", "nms query =a", "nms register a 1 2", "nms ping --host=", "nms list -t 0",
+                     "nms register a 1 --process 1", "server ping", "server ping @a", "server ping a@", "server ping :0"):
+            self.run_kel(*line.split(), code=2)
+
+
+run()

@@ -1,0 +1,165 @@
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <mutex>
+#include <thread>
+
+#include <kelstdmt/syslib.h>
+
+#include "nms.h"
+#include "text.h"
+
+namespace tool {
+
+namespace {
+
+using clock = std::chrono::steady_clock;
+
+std::string Explained(const nmsClientStatus &status, const std::string &place, int last_error) {
+    const std::string at = place + ", port " + std::to_string(status.GetPort());
+    switch (static_cast<int>(status.GetCode())) {
+        case nmscNoConnection:
+            return "no name server answers on " + at +
+                   (last_error ? std::string(": ") + Error_GetText(last_error) : "") +
+                   " (kelnmsd is one; --host asks another machine, ORVNMSPORT another port)";
+        case nmscNotRecognized:
+            return "the name server on " + at + " does not know such a request";
+        case nmscAlreadyExists:
+            return "the name server on " + at + " has such a record already";
+        case nmscNotFound:
+            return "the name server on " + at + " has no such record";
+        case nmscNotAuthorized:
+            return "the name server on " + at + " refuses: this is for programs on its own machine";
+        case nmscNotSent:
+            return "not a record: at most 256 fields, names and values of at most 255 bytes";
+        default:
+            return "the name server on " + at + " failed, with status " + std::to_string(status.GetCode());
+    }
+}
+
+}  // namespace
+
+NameServer::NameServer(const std::string &host, double patience)
+    : m_host(host),
+      m_patience(patience),
+      m_proxy(host.empty() ? nmsServerProxy::InitLocalProxy() : nmsServerProxy::InitProxy(host.c_str())) {}
+
+std::string NameServer::Place() const {
+    return m_host.empty() ? "this machine" : Printable(m_host);
+}
+
+template <class Request>
+double NameServer::Ask(Request request) {
+    std::unique_ptr<nmsClientStatus> status;
+    double seconds = 0;
+    {
+        Deadline deadline(m_patience, "the name server on " + Place() + ", port " +
+                                          std::to_string(kel::name_service_port_of_environment()));
+        Error_SetLast(0);
+        status.reset(request(*m_proxy));
+        seconds = deadline.Elapsed();
+    }
+    if (status) throw Failure(Explained(*status, Place(), Error_GetLast()));
+    return seconds;
+}
+
+std::vector<kel::name_record> NameServer::Query(const kel::name_record &wanted) {
+    nmsRecord record_template(0);
+    record_template.SetWire(wanted);
+    nmsRecordArray array;
+    int count = 0;
+    Ask([&](nmsServerProxy &proxy) { return proxy.ImplQuery(record_template, &array, &count); });
+    std::vector<kel::name_record> records;
+    for (int i = 0; i < array.getarraysize(); ++i) {
+        std::unique_ptr<nmsRecord> record(array.get(i));
+        records.push_back(record->GetWire());
+    }
+    return records;
+}
+
+void NameServer::Register(const kel::name_record &record) {
+    nmsRecord sent(0);
+    sent.SetWire(record);
+    Ask([&](nmsServerProxy &proxy) { return proxy.ImplRegister(sent); });
+}
+
+int NameServer::Delete(const kel::name_record &wanted) {
+    nmsRecord record_template(0);
+    record_template.SetWire(wanted);
+    int count = 0;
+    Ask([&](nmsServerProxy &proxy) { return proxy.ImplDelete(record_template, &count); });
+    return count;
+}
+
+kel::name_record NameServer::Version() {
+    nmsRecord answer(0);
+    Ask([&](nmsServerProxy &proxy) { return proxy.Version(answer); });
+    return answer.GetWire();
+}
+
+double NameServer::Ping() {
+    return Ask([](nmsServerProxy &proxy) { return proxy.Ping(); });
+}
+
+void NameServer::Shutdown() {
+    Ask([](nmsServerProxy &proxy) { return proxy.ImplShutdown(); });
+}
+
+bool IsThisMachine(const std::string &host) {
+    const xstring own = sysGetCurHostName();
+    return host == "localhost" || host == "127.0.0.1" || host == "::1" ||
+           (kel::is_text(own) && host == own.Str());
+}
+
+struct Deadline::State {
+    std::mutex lock;
+    std::condition_variable changed;
+    bool over = false;
+    clock::time_point begin = clock::now();
+    std::thread waiter;
+};
+
+Deadline::Deadline(double seconds, std::string from) : m_state(std::make_unique<State>()) {
+    m_state->waiter = std::thread([seconds, from = std::move(from), &state = *m_state] {
+        const auto end =
+            state.begin + std::chrono::duration_cast<clock::duration>(std::chrono::duration<double>(seconds));
+        std::unique_lock held(state.lock);
+        if (state.changed.wait_until(held, end, [&] { return state.over; })) return;
+        Complain("no answer from " + from + " within " + NumberText(seconds) + " s (--timeout)");
+        std::_Exit(failed);
+    });
+}
+
+Deadline::~Deadline() {
+    {
+        std::lock_guard held(m_state->lock);
+        m_state->over = true;
+    }
+    m_state->changed.notify_one();
+    m_state->waiter.join();
+}
+
+double Deadline::Elapsed() const {
+    return std::chrono::duration<double>(clock::now() - m_state->begin).count();
+}
+
+void AddTimeout(CLI::App &line, double &seconds) {
+    line.add_option("-t,--timeout", seconds, "Give up when there is no answer for so long")
+        ->check([](const std::string &text) {
+            std::optional<double> number = ToNumber(text);
+            return number && *number >= 0.001 && *number <= 86400
+                       ? ""
+                       : "not between 0.001 and 86400 seconds: " + text;
+        })
+        ->type_name("SECONDS")
+        ->capture_default_str();
+}
+
+std::string DurationText(double seconds) {
+    const auto microseconds = static_cast<long>(seconds * 1e6 + 0.5);
+    if (microseconds >= 1000000) return NumberText(static_cast<double>(microseconds / 10000) / 100) + " s";
+    return NumberText(static_cast<double>(microseconds / 10) / 100) + " ms";
+}
+
+}  // namespace tool
