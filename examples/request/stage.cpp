@@ -64,19 +64,16 @@ public:
 private:
     void Read() {
         std::string line;
-        char bytes[512];
         try {
             for (;;) {
-                const unsigned count = kel_pipe_access::ReadStream(*m_pipe)->ReadBytes(bytes, sizeof bytes);
-                for (unsigned i = 0; i < count; ++i) {
-                    if (bytes[i] != '\n') {
-                        line += bytes[i];
-                        continue;
-                    }
-                    Tell(m_who, line);
-                    line.clear();
-                    Hear(1);
+                const auto character = static_cast<char>(kel_pipe_access::ReadStream(*m_pipe)->ReadByte());
+                if (character != '\n') {
+                    line += character;
+                    continue;
                 }
+                Tell(m_who, line);
+                line.clear();
+                Hear(1);
             }
         } catch (xthrowable *thrown) {
             const kel::caught end(thrown);

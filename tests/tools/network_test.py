@@ -82,11 +82,13 @@ class Network(KelCase):
 
     def test_what_people_read(self):
         daemon = self.name_server()
-        child = subprocess.Popen(["sleep", "600"])
+        child = subprocess.Popen(["sleep", "600"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.addCleanup(child.wait)
+        self.addCleanup(child.kill)
         self.run_kel("nms", "register", "zeta", "99", "--process", str(child.pid))
         self.run_kel("nms", "register", "adder", "4711", "owner=ann")
         self.run_kel("nms", "register", "colour=red\a")
-        self.assertEqual(self.run_kel("nms", "list").decode().replace(str(child.pid).ljust(7), "PID    "),
+        self.assertEqual(self.run_kel("nms", "list").decode().replace(str(child.pid), "PID"),
                          "SERVER  PORT  PROCESS  OTHER FIELDS\n-       -     -        colour=red\\x07\n"
                          "adder   4711  -        owner=ann\nzeta    99    PID\n")
         self.assertEqual(self.run_kel("nms", "query", "zeta").decode(),
@@ -104,11 +106,9 @@ class Network(KelCase):
         self.fails(f"on localhost, port {self.environment['ORVNMSPORT']}", "nms", "ping", "--host", "localhost")
 
     def test_name_servers_that_misbehave(self):
-        for status, words in enumerate(("", "no name server", "does not know", "already", "no such", "refuses", "status 7"),
-                                       2):
-            if words:
-                self.environment["ORVNMSPORT"] = str(self.peer(bytes([status])))
-                self.fails(words, "nms", "query", "a", "--host", "127.0.0.1")
+        for status, words in enumerate(("does not know", "already", "no such", "refuses", "status 7"), 3):
+            self.environment["ORVNMSPORT"] = str(self.peer(bytes([status])))
+            self.fails(words, "nms", "query", "a", "--host", "127.0.0.1")
         hostile = b"\0" + b"\x7f\xff\xff\xff" * 4  # so many records
         for answer, words in ((hostile, ""), (None, "within 0.2 s")):
             for command in (["nms", "list"], ["nms", "version"], ["server", "ping", "a@127.0.0.1"]):

@@ -19,7 +19,7 @@ public:
     // That of the host; of this machine when it is empty. Seconds for each request.
     NameServer(const std::string &host, double patience);
 
-    // Throw Failure.
+    // Throw Failure. Name and port stand first in a record, the other fields by their names.
     std::vector<kel::name_record> Query(const kel::name_record &wanted);
     void Register(const kel::name_record &record);
     int Delete(const kel::name_record &wanted);  // how many

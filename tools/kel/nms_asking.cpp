@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 #include <kelstdmt/syslib.h>
 
@@ -21,8 +22,8 @@ std::string Explained(const nmsClientStatus &status, const std::string &place, i
     switch (static_cast<int>(status.GetCode())) {
         case nmscNoConnection:
             return "no name server answers on " + at +
-                   (last_error ? std::string(": ") + Error_GetText(last_error) : "") +
-                   " (kelnmsd is one; --host asks another machine, ORVNMSPORT another port)";
+                   " (kelnmsd is one; --host asks another machine, ORVNMSPORT another port)" +
+                   (last_error ? std::string(": ") + Error_GetText(last_error) : "");
         case nmscNotRecognized:
             return "the name server on " + at + " does not know such a request";
         case nmscAlreadyExists:
@@ -34,8 +35,14 @@ std::string Explained(const nmsClientStatus &status, const std::string &place, i
         case nmscNotSent:
             return "not a record: at most 256 fields, names and values of at most 255 bytes";
         default:
-            return "the name server on " + at + " failed, with status " + std::to_string(status.GetCode());
+            return "the name server on " + at + " fails, or is none: it answers with status " +
+                   std::to_string(status.GetCode());
     }
+}
+
+// Records keep their fields in no order that people would know.
+int Rank(const std::string &field) {
+    return field == server_name_field ? 0 : field == server_port_field ? 1 : 2;
 }
 
 }  // namespace
@@ -74,6 +81,10 @@ std::vector<kel::name_record> NameServer::Query(const kel::name_record &wanted) 
     for (int i = 0; i < array.getarraysize(); ++i) {
         std::unique_ptr<nmsRecord> record(array.get(i));
         records.push_back(record->GetWire());
+        auto &fields = records.back().fields;
+        std::sort(fields.begin(), fields.end(), [](const auto &a, const auto &b) {
+            return std::pair(Rank(a.first), a.first) < std::pair(Rank(b.first), b.first);
+        });
     }
     return records;
 }
