@@ -20,7 +20,8 @@ import tempfile
 import unittest
 
 SKIPPED = 77
-NAMESPACES = ["unshare", "--net", "--mount", "--uts"]
+# With the first process of a process namespace, all others in it are gone.
+NAMESPACES = ["unshare", "--net", "--uts", "--mount-proc", "--pid", "--fork", "--kill-child"]
 TRIAL = "ip link add name lan type bridge && ip link add name a type veth peer name b && hostname trial"
 PING, REGISTER, DELETE, QUERY, SHUTDOWN = 1, 3, 4, 5, 6
 NOT_AUTHORIZED = 6
