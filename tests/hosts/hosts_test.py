@@ -141,20 +141,16 @@ class Hosts(unittest.TestCase):
         for layer, patterns in (("--machine", machine), ("--user", user)):
             alpha.run(KEL, "reg", "del", "-r", layer, "Software/ORV/Arithmetic")
             if patterns is not None:
-                self.says(alpha, [KEL, "reg", "set", layer, "Software/ORV/Arithmetic", "ConnectionAllowed", patterns],
-                          "")
+                self.says(alpha, [KEL, "reg", "set", layer, "Software/ORV/Arithmetic", "ConnectionAllowed", patterns], "")
 
     def test_a_server_is_found_by_its_host(self):
         self.allow(None, None)
-        for host, place in itertools.product((alpha, beta, gamma),
-                                             ("@alpha", "@alpha6", "@10.0.0.1", "@fd00::a:1", "")):
+        for host, place in itertools.product((alpha, beta, gamma), ("@alpha", "@alpha6", "@10.0.0.1", "@fd00::a:1", "")):
             if place or host is alpha:
                 self.says(host, [REQUEST, "calculate", "Arithmetic" + place, "17 + 25"], "17 + 25 = 42")
                 self.says(host, [KEL, "server", "ping", "Arithmetic" + place], f"port {port} answers")
         self.says(gamma, [KEL, "nms", "list", "--host", "alpha"], f"Arithmetic  {port}")
-        self.says(gamma, [KEL, "server", "ping", "Other@alpha"], "no server Other is registered on alpha", 1)
-        self.says(gamma, [KEL, "server", "ping", "Arithmetic@beta"],
-                  "no name server answers on beta, port 1239", 1)
+        self.says(gamma, [KEL, "server", "ping", "Arithmetic@beta"], "no name server answers on beta, port 1239", 1)
         self.says(beta, [KEL, "server", "ping", "Arithmetic"], "no name server answers on this machine", 1)
 
     def test_permission_lists(self):
@@ -179,13 +175,9 @@ class Hosts(unittest.TestCase):
                     expected = [b"\1", version, b"\1"] if granted else [b"\1", b"\0", b"\0", b"\0"]
                     self.assertEqual(answers, expected, (machine, user, host.name, own))
         self.allow("10.0.0.*", None)
-        for place in ("@alpha", "@10.0.0.1", ""):
-            self.says(alpha, [REQUEST, "calculate", "Arithmetic" + place, "2 * 3"], "2 * 3 = 6")
         self.says(beta, [REQUEST, "calculate", "Arithmetic@alpha", "2 * 3"], "2 * 3 = 6")
         self.says(gamma, [REQUEST, "calculate", "Arithmetic@alpha", "2 * 3"], "lack of rights", 3)
-        self.says(gamma, [KEL, "server", "version", "Arithmetic@alpha"], "refuses this machine", 1)
         self.says(gamma, [KEL, "server", "shutdown", "Arithmetic@alpha"], "refuses this machine", 1)
-        self.says(gamma, [KEL, "server", "ping", "Arithmetic@alpha"], "answers")
 
     def test_records_are_for_the_own_machine(self):
         new, known = record(_ServerName="New", _PortNumber="9"), record(_ServerName="Arithmetic")
