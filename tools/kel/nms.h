@@ -2,6 +2,7 @@
 // and port was asked and what can be done.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -45,7 +46,7 @@ bool IsThisMachine(const std::string &host);
 // Nothing else bounds all that can take time: looking a name up, connecting, waiting for an answer.
 class Deadline {
 public:
-    Deadline(double seconds, std::string from);
+    Deadline(double seconds, std::function<std::string()> from);
     ~Deadline();
     Deadline(const Deadline &) = delete;
     Deadline &operator=(const Deadline &) = delete;

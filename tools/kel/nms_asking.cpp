@@ -61,8 +61,10 @@ double NameServer::Ask(Request request) {
     std::unique_ptr<nmsClientStatus> status;
     double seconds = 0;
     {
-        Deadline deadline(m_patience, "the name server on " + Place() + ", port " +
-                                          std::to_string(kel::name_service_port_of_environment()));
+        Deadline deadline(m_patience, [this] {
+            return "the name server on " + Place() + ", port " +
+                   std::to_string(kel::name_service_port_of_environment());
+        });
         Error_SetLast(0);
         status.reset(request(*m_proxy));
         seconds = deadline.Elapsed();
@@ -131,13 +133,13 @@ struct Deadline::State {
     std::thread waiter;
 };
 
-Deadline::Deadline(double seconds, std::string from) : m_state(std::make_unique<State>()) {
+Deadline::Deadline(double seconds, std::function<std::string()> from) : m_state(std::make_unique<State>()) {
     m_state->waiter = std::thread([seconds, from = std::move(from), &state = *m_state] {
         const auto end =
             state.begin + std::chrono::duration_cast<clock::duration>(std::chrono::duration<double>(seconds));
         std::unique_lock held(state.lock);
         if (state.changed.wait_until(held, end, [&] { return state.over; })) return;
-        Complain("no answer from " + from + " within " + NumberText(seconds) + " s (--timeout)");
+        Complain("no answer from " + from() + " within " + NumberText(seconds) + " s (--timeout)");
         std::_Exit(failed);
     });
 }

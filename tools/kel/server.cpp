@@ -56,7 +56,7 @@ public:
     template <class Request>
     double Ask(Request request) {
         try {
-            Deadline deadline(m_options.patience, Text());
+            Deadline deadline(m_options.patience, [this] { return Text(); });
             request(m_address.get());
             return deadline.Elapsed();
         } catch (xthrowable *thrown) {
