@@ -6,6 +6,8 @@
 // thread at a time.
 #pragma once
 
+#include <optional>
+
 #include <kelstdmt/declare.h>
 #include <kelstdmt/eventlib.h>
 #include <kelstdmt/export.h>
@@ -59,6 +61,8 @@ public:
     [[noreturn]] static void Throw(int error, int system_error);
 
     pcCreateError getError() const noexcept { return static_cast<pcCreateError>(m_error); }
+    // As its field is read by way of the descriptor, which has no name for the numbers of streams.
+    std::optional<pcCreateError> getNamedError() const noexcept;
     int GetSystemError() const noexcept {
         return m_system_error;
     }  // the last error of the failure; 0 for none

@@ -7,7 +7,8 @@ KEL_DEFINE_ENUM(pcProcessStatus, "proclib::ProcessStatus", "pcUninit", "pcRunnin
 
 KEL_DEFINE_STRUCT(pcXException, "proclib::XException", kel::uncounted,
                   kel::field<&pcXException::getMsg>("Msg"))
-KEL_DEFINE_STRUCT(pcXCreate, "proclib::XCreate", kel::uncounted, kel::field<&pcXCreate::getError>("Error"))
+KEL_DEFINE_STRUCT(pcXCreate, "proclib::XCreate", kel::uncounted,
+                  kel::field<&pcXCreate::getNamedError>("Error"))
 KEL_DEFINE_STRUCT(pcXProcess, "proclib::XProcess", kel::uncounted,
                   kel::field<&pcXProcess::getProcess>("Process"))
 

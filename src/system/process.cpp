@@ -45,6 +45,10 @@ pcXCreate *pcXCreate::Create(int error, int system_error) {
 void pcXCreate::Throw(int error, int system_error) {
     fly(Create(error, system_error));
 }
+std::optional<pcCreateError> pcXCreate::getNamedError() const noexcept {
+    if (m_error < 0 || m_error > pcBadProcessId) return std::nullopt;
+    return getError();
+}
 xstring pcXCreate::getMsg() const {
     for (const message &each : messages)
         if (each.error == m_error) return xstring(each.text);

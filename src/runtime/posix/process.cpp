@@ -3,13 +3,14 @@
 // Both happen under one guard.
 #include <poll.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <new>
 
 #include <kelstdmt/vumrt_process.h>
@@ -93,6 +94,27 @@ told ask_end(int handle, bool collect, long &exit_code) {
     return told::ended;
 }
 
+// PIDFD_GET_INFO of newer systems, whose headers are newer too: a descriptor goes on telling how its process
+// ended when that has been collected.
+struct process_info {
+    std::uint64_t mask;
+    std::uint64_t unused[6];
+    std::uint32_t last_unused;
+    std::int32_t wait_status;
+};
+static_assert(sizeof(process_info) == 64);
+constexpr std::uint64_t end_wanted = 1U << 3;
+
+told ask_descriptor(int handle, long &exit_code) {
+    process_info info{};
+    info.mask = end_wanted;
+    if (::ioctl(handle, _IOWR(0xFF, 11, process_info), &info) != 0 || !(info.mask & end_wanted))
+        return told::nothing;
+    const int status = info.wait_status;
+    exit_code = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    return told::ended;
+}
+
 // True when it has ended. An exit code that nobody tells is left as it was. errno tells of a handle that is
 // none.
 bool take_end(int handle, long *exit_code) {
@@ -107,11 +129,15 @@ bool take_end(int handle, long *exit_code) {
         return false;
     }
     if (!entry->collected) {
-        const told end = ask_end(handle, entry->own_child, entry->exit_code);
+        told end = ask_end(handle, entry->own_child, entry->exit_code);
         errno = EAGAIN;
         if (end == told::running) return false;
-        // Where the program ignores the end of its children, or collects all of them.
-        if (end == told::nothing) return !entry->own_child || has_ended(handle, false);
+        if (end == told::nothing && entry->own_child) {
+            // The program ignores the end of its children, or collects all of them.
+            if (!has_ended(handle, false)) return false;
+            end = ask_descriptor(handle, entry->exit_code);
+        }
+        if (end == told::nothing) return true;
         entry->collected = entry->own_child;
     }
     if (exit_code) *exit_code = entry->exit_code;

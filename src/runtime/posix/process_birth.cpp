@@ -66,6 +66,6 @@ unsigned long long Process_GetBirth(unsigned long id) noexcept {
     std::string_view("/stat").copy(end, 5);
     std::uint64_t ticks = 0;
     if (!process || !start_of_process(read_small(path, room, sizeof room), ticks)) return 0;
-    const std::uint64_t birth = mix(start_of_the_machine(), ticks);
+    const std::uint64_t birth = mix(mix(start_of_the_machine(), ticks), id);
     return birth ? birth : 1;
 }
