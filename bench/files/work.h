@@ -18,9 +18,7 @@ namespace bench {
 template <class Work>
 void wall_phase(benchmark::State &state, const char *phase, std::size_t operations, Work work) {
     settle_disk();
-    double begin = seconds_of(CLOCK_MONOTONIC);
-    work();
-    state.counters[phase] = (seconds_of(CLOCK_MONOTONIC) - begin) * 1e9 / static_cast<double>(operations);
+    time_wall_phase(state, phase, operations, work);
 }
 
 using Action = std::function<void(const std::string &from, const std::string &to)>;

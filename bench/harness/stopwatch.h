@@ -1,5 +1,5 @@
 // How a heavy case times its phases. One thread: processor time of the thread, which other programs of the
-// machine disturb least. Several threads: the wall clock.
+// machine disturb least. Several threads or processes: the wall clock.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -45,6 +45,14 @@ double seconds_of_repeated(Work work) {
 template <class Work>
 void time_phase(benchmark::State &state, const char *phase, std::size_t operations, Work work) {
     state.counters[phase] = seconds_of_work(work) * 1e9 / static_cast<double>(operations);
+}
+
+// The same by the wall clock.
+template <class Work>
+void time_wall_phase(benchmark::State &state, const char *phase, std::size_t operations, Work work) {
+    const double begin = seconds_of(CLOCK_MONOTONIC);
+    work();
+    state.counters[phase] = (seconds_of(CLOCK_MONOTONIC) - begin) * 1e9 / static_cast<double>(operations);
 }
 
 // The name of a phase that is the whole of a case.

@@ -34,6 +34,9 @@ enum class Library {
     Coreutils,
     Sqlite,
     SqliteFull,
+    Asio,
+    Rpcbind,
+    Redis,
     Floor
 };
 const char *name_of(Library library);
@@ -55,7 +58,7 @@ struct Case {
     std::string title;
     Cost cost = Cost::Light;
     bool threads = false;
-    std::vector<std::string> phases = {};  // none: the case is one row
+    std::vector<std::string> phases = {};  // none: the case is one row; "bytes ..." is a size, no time
     std::vector<Way> ways = {};
 };
 

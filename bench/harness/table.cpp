@@ -35,6 +35,13 @@ std::string shown_time(double nanoseconds) {
     return text;
 }
 
+std::string shown_size(double bytes) {
+    char text[40];
+    std::snprintf(text, sizeof text, bytes < 10'000 ? "%.0f B" : "%.1f KiB",
+                  bytes < 10'000 ? bytes : bytes / 1024);
+    return text;
+}
+
 // Signs that Markdown would take for its own.
 std::string escaped(const std::string &text) {
     std::string shown;
@@ -56,10 +63,10 @@ std::optional<Table::Figure> Table::figure_of(std::vector<double> samples, const
                   way};
 }
 
-std::string Table::shown(const Figure &figure) {
+std::string Table::shown(const Figure &figure, const std::string &phase) {
     char spread[20];
     std::snprintf(spread, sizeof spread, " ±%.0f%%", 100 * figure.spread / figure.median);
-    return shown_time(figure.median) + spread;
+    return (phase.starts_with("bytes") ? shown_size(figure.median) : shown_time(figure.median)) + spread;
 }
 
 const char *Table::verdict_of(const Figure &ours, const Figure &peer) {
@@ -149,7 +156,7 @@ void Table::print_line(const std::string &title, const Section &section, const C
     }
     std::vector<std::string> cells;
     for (Library library : section.columns)
-        cells.push_back(fastest.contains(library)  ? shown(fastest[library])
+        cells.push_back(fastest.contains(library)  ? shown(fastest[library], phase)
                         : unable.contains(library) ? unable[library]
                                                    : "-");
     if (marked) m_marked.push_back(title);

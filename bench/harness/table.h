@@ -42,7 +42,7 @@ private:
     };
 
     static std::optional<Figure> figure_of(std::vector<double> samples, const std::string &way);
-    static std::string shown(const Figure &figure);
+    static std::string shown(const Figure &figure, const std::string &phase);
     static const char *verdict_of(const Figure &ours, const Figure &peer);
 
     void print_head(const Section &section);

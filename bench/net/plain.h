@@ -1,0 +1,57 @@
+// A connection with nothing around it: the client of those cases that look at servers alone, and the floor of
+// the others.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <stdexcept>
+
+namespace bench {
+
+inline void put_int(char *bytes, int value) {
+    const std::uint32_t swapped = __builtin_bswap32(static_cast<std::uint32_t>(value));
+    std::memcpy(bytes, &swapped, 4);
+}
+inline int int_of(const char *bytes) {
+    std::uint32_t swapped;
+    std::memcpy(&swapped, bytes, 4);
+    return static_cast<int>(__builtin_bswap32(swapped));
+}
+
+struct Gone : std::runtime_error {
+    Gone() : std::runtime_error("the peer is gone") {}
+};
+
+// What the clients of the cases look like. All of it throws when the peer is gone.
+class PlainClient {
+public:
+    struct Later {};  // greets without waiting for the answer
+    explicit PlainClient(int port) : PlainClient(port, Later()) { await_grant(); }
+    PlainClient(int port, Later);
+    ~PlainClient();
+    PlainClient(PlainClient &&other) noexcept : m_descriptor(other.m_descriptor) { other.m_descriptor = -1; }
+    PlainClient &operator=(PlainClient &&) = delete;
+
+    void await_grant();
+    int ask(int value) {
+        ask_later(value);
+        return answer();
+    }
+    void ask_later(int value);
+    void put(const char *bytes, std::size_t count);
+    void flush() {}
+    int answer();
+    int descriptor() const { return m_descriptor; }
+
+private:
+    int m_descriptor;
+};
+
+// A listening socket on a port that the system chooses, on all addresses of IPv4.
+int listen_plainly(int &port);
+int connect_plainly(int port);
+bool read_plainly(int descriptor, char *bytes, std::size_t count);
+bool write_plainly(int descriptor, const char *bytes, std::size_t count);
+
+}  // namespace bench
