@@ -267,7 +267,8 @@ std::streamsize descriptor_buffer::xsputn(const char *from, std::streamsize coun
     if (m_through) return static_cast<std::streamsize>(m_channel->send({from, bytes}, {}));
     if (count > epptr() - pptr()) {
         std::size_t needed = static_cast<std::size_t>(pptr() - pbase()) + bytes;
-        if (needed > m_size) return static_cast<std::streamsize>(send_all({from, bytes}));
+        // What would fill the buffer goes out without a copy.
+        if (needed >= m_size) return static_cast<std::streamsize>(send_all({from, bytes}));
         grow_out(needed);
     }
     std::memcpy(pptr(), from, bytes);
