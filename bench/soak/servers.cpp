@@ -1,4 +1,5 @@
 // The three kinds of servers: names, requests on threads, and many connections in one loop.
+#include <algorithm>
 #include <kelstdmt/kel.h>
 #include <kelstdmt/nameserver.h>
 #include <kelstdmt/netlib.h>
@@ -72,7 +73,9 @@ struct Connection {
     bool answer() {
         try {
             char bytes[256];
-            half.append(bytes, stream->ReadBytes(bytes, sizeof bytes));
+            const unsigned waiting = std::min<unsigned>(stream->PeekNBytes(), sizeof bytes);
+            if (waiting == 0) return false;
+            half.append(bytes, stream->ReadBytes(bytes, waiting));
             const std::size_t whole = half.size() / 4 * 4;
             if (whole == 0) return true;
             stream->WriteBytes(half.data(), static_cast<unsigned>(whole));
