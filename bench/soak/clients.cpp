@@ -193,8 +193,8 @@ private:
                                     std::string(std::getenv("KELSTDMT_SOAK_PAGE")) + "\" \"" + name + "\"";
         const Process process(pcProcess::Create(command.c_str(), nullptr, nullptr,
                                                 kel_pipe_access::WriteStream(*pipe), nullptr, false, false));
-        char line[16];
-        kel_pipe_access::ReadStream(*pipe)->ReadBytes(line, sizeof line);
+        while (kel_pipe_access::ReadStream(*pipe)->ReadByte() != '\n') {  // its port, once it serves
+        }
         check(netServer::IsAlive(address(name.c_str()).get(), patience), "the brief server is not there");
         process->Terminate();
         check(std::unique_ptr<pcEvent>(process->ExitEvent())->Wait(patience),

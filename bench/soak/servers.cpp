@@ -1,9 +1,9 @@
 // The three kinds of servers: names, requests on threads, and many connections in one loop.
-#include <algorithm>
 #include <kelstdmt/kel.h>
 #include <kelstdmt/nameserver.h>
 #include <kelstdmt/netlib.h>
 #include <kelstdmt/proclib.h>
+#include <algorithm>
 
 #include <cstdio>
 #include <memory>

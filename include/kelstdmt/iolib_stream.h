@@ -106,7 +106,8 @@ public:
     xbool ReadBool();  // binary: the byte as it was written
     double ReadReal();
     xstring ReadString(const char *delimiters = xstrNullStr);
-    // Up to `count` bytes, at least one: the end of the data throws. A count of 0 gives 0.
+    // Waits for all of the bytes. Fewer only where the data end before; none left at their end throws. For
+    // what has come so far, ask for PeekNBytes of them. A count of 0 gives 0.
     unsigned ReadBytes(void *buffer, unsigned count);
 
     // Blocking writes of one value. Bytes may wait in the buffer until Flush or Close.
