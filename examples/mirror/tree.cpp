@@ -19,7 +19,7 @@ std::string LinkText(const std::string &path) {
 
 Node Ask(const std::string &top, const std::string &path) {
     const std::string whole = Below(top, path);
-    if (!path.empty() && IsLink(whole)) return {Node::link, path, 0};
+    if (!path.empty() && IsLink(whole)) return {Node::soft_link, path, 0};
     const xrchandle<fsNodeInfo> info = fsGetNodeInfo(whole.c_str());
     if (info->getType() == fsDirectory) return {Node::folder, path, 0};
     return {Node::file, path, info->getSize()};
@@ -30,7 +30,7 @@ bool IsEqual(const Node &node, const std::string &from, const std::string &to, b
     switch (node.kind) {
         case Node::folder:
             return fshIsDirectory(to.c_str()) && !IsLink(to);
-        case Node::link:
+        case Node::soft_link:
             return links_kept ? IsLink(to) && LinkText(from) == LinkText(to)
                               : !IsLink(to) && !fshExists(to.c_str());
         case Node::file:
@@ -54,7 +54,7 @@ Tree ListTree(const std::string &top) {
         waiting.pop_back();
         tree.files += node.kind == Node::file;
         tree.folders += node.kind == Node::folder;
-        tree.links += node.kind == Node::link;
+        tree.links += node.kind == Node::soft_link;
         tree.bytes += node.size;
         tree.nodes.push_back(node);
         if (node.kind != Node::folder) continue;

@@ -7,7 +7,7 @@
 #include "progress.h"
 
 struct Node {
-    enum Kind { file, folder, link };
+    enum Kind { file, folder, soft_link };
 
     Kind kind;
     std::string path;  // below the top, empty for the top itself

@@ -15,7 +15,7 @@ void report(const std::string &what) {
 
 // Reports the exception that is being handled. Only the end of the thread passes, which is no object: the
 // reference to it is null, and sanitizers are not to mind.
-[[gnu::no_sanitize("null")]] void report_current() {
+__attribute__((no_sanitize("null"))) void report_current() {
     try {
         throw;
     } catch (abi::__forced_unwind &) {
