@@ -15,15 +15,18 @@ enum btkLaunchOptions : unsigned {
     btkLaunchSession = 2  // in a session of its own, away from the terminal
 };
 
-// Starts a program. The command line is split at blanks: double quotes hold blanks together, backslashes
-// before a quote are halved and an odd one makes it an ordinary character. What follows the -c or /c of a
-// command interpreter is one argument, from its first double quote to the last. A program without a separator
-// in its name is looked for in PATH. A null working directory is the caller's.
+// Starts a program. The command line is split at blanks: double quotes hold blanks together (two of them
+// inside quotes are an ordinary one), backslashes before a quote are halved and an odd one makes it an
+// ordinary character. What follows the -c or /c of a command interpreter is one argument, from its first
+// double quote to the last; all of it when it does not begin with one. A program without a separator in its
+// name is looked for in PATH, a relative one from the caller's folder. A null working directory is the
+// caller's.
 //
 // The three handles become the child's standard input, output and error; with -1 it keeps the caller's. It
-// inherits no other descriptor, and signals as a fresh program finds them. False with the last error set, and
-// nothing started: 2 no such program, 5 not to be executed, 8 no memory, 87 no command or a bad handle, 193
-// no program, 206 too long, 267 no such working directory, 1816 too many processes.
+// inherits no other descriptor, and signals as a fresh program finds them: ignored ones stay ignored. Any
+// thread, but not while another one changes the environment. False with the last error set, and nothing
+// started: 2 no such program, 5 not to be executed, 8 no memory, 87 no command or a bad handle, 193 no
+// program, 206 too long, 267 no such working directory, 1816 too many processes.
 KELSTDMT_API bool Process_Launch(btkProcessHandle *handle, unsigned long *id, const char *command_line,
                                  const char *working_directory, int in, int out, int err, unsigned options);
 // A process that runs already. False with the last error set: 87 for an id that no process has.
@@ -31,11 +34,12 @@ KELSTDMT_API bool Process_Open(btkProcessHandle *handle, unsigned long id);
 // Whether Process_Wait can wait for it.
 KELSTDMT_API bool Process_CanWait(btkProcessHandle handle);
 // True when the process has ended: its exit code has been stored (128 and the signal's number after a signal;
-// left as it was for a process that is no child of this one) and, with release, the handle freed. With block
-// it waits for that; without, it is false while the process runs.
+// left as it was for a process that is no child of this one, or when the system does not tell) and, with
+// release, the handle freed. With block it waits for that; without, it is false while the process runs.
 KELSTDMT_API bool Process_Wait(btkProcessHandle handle, long *exit_code, bool block, bool release);
 KELSTDMT_API bool Process_CheckRunning(btkProcessHandle handle);
-// Ends it, and with btkLaunchGroup its group. False with the last error set when it may not or has ended.
+// Ends it, and with btkLaunchGroup its group: also what is left of that when the process itself has ended,
+// until a wait has told so. False with the last error set when it may not or there is nothing left to end.
 KELSTDMT_API bool Process_Kill(btkProcessHandle handle);
 // What Ctrl+C at its terminal would do, to the process and with btkLaunchGroup to its group. While this
 // program holds a handle of the process, an id that has been given to another one since is refused (87).
@@ -60,5 +64,6 @@ enum btkConsoleEvent : unsigned long {
 using btkConsoleHandler = bool (*)(unsigned long type);
 
 // Adds a handler, or removes the youngest equal one. False when there is none to remove, or no room (8
-// handlers). With the last one, the signals are as they were.
+// handlers). With the last one, the signals are as they were, unless another handler stands there by now. One
+// that was removed is not running any more. Any thread, but not inside a handler.
 KELSTDMT_API bool SetConsoleCtrlHandler(btkConsoleHandler handler, bool add);

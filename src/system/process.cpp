@@ -1,10 +1,8 @@
 // Processes as objects: the runtime launches, waits and signals; here is what is known of each, and failures
 // become exceptions.
-#include <cstdlib>
 #include <memory>
 #include <string>
 
-#include <kelstdmt/kel.h>
 #include <kelstdmt/proclib.h>
 #include <kelstdmt/vumtext.h>
 

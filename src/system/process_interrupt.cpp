@@ -3,7 +3,6 @@
 #include <atomic>
 #include <memory>
 
-#include <kelstdmt/kel.h>
 #include <kelstdmt/proclib.h>
 
 namespace {

@@ -24,9 +24,12 @@ constinit std::atomic<int> signal_handlers_inside = 0;
 struct console_signal {
     int number;
     btkConsoleEvent event;
-    struct sigaction before;  // what the program had; changed while our handler is not installed
+    // What the program had; under the guard, and for signal handlers, of which one may come late.
+    struct sigaction before;
+    std::atomic<void (*)(int)> plain_before = SIG_DFL;
+    std::atomic<void (*)(int, siginfo_t *, void *)> detailed_before = nullptr;
 };
-console_signal signals[] = {{SIGINT, CTRL_C_EVENT, {}}, {SIGQUIT, CTRL_BREAK_EVENT, {}}};
+constinit console_signal signals[] = {{SIGINT, CTRL_C_EVENT, {}}, {SIGQUIT, CTRL_BREAK_EVENT, {}}};
 
 // The end of the program, unless it is one that the system spares.
 void do_default(int number) {
@@ -43,11 +46,21 @@ void do_default(int number) {
     ::sigaction(number, &ours, nullptr);
 }
 
+void do_as_before(const console_signal &signal, siginfo_t *info, void *context) {
+    const auto detailed = signal.detailed_before.load();
+    const auto plain = signal.plain_before.load();
+    if (detailed)
+        detailed(signal.number, info, context);
+    else if (plain == SIG_DFL)
+        do_default(signal.number);
+    else if (plain != SIG_IGN)
+        plain(signal.number);
+}
+
 void on_signal(int number, siginfo_t *info, void *context) {
     const int error_before = errno;
     const console_signal &signal = signals[number == SIGINT ? 0 : 1];
     signal_handlers_inside.fetch_add(1);
-    const struct sigaction before = signal.before;
     bool dealt_with = false;
     // Handlers move towards the beginning when others go: read in this direction none is missed.
     for (int i = room - 1; i >= 0 && !dealt_with; --i) {
@@ -55,15 +68,7 @@ void on_signal(int number, siginfo_t *info, void *context) {
         dealt_with = handler && handler(signal.event);
     }
     signal_handlers_inside.fetch_sub(1);
-    if (dealt_with || before.sa_handler == SIG_IGN) {
-        // Nothing is left to do.
-    } else if (before.sa_flags & SA_SIGINFO) {
-        before.sa_sigaction(number, info, context);
-    } else if (before.sa_handler == SIG_DFL) {
-        do_default(number);
-    } else {
-        before.sa_handler(number);
-    }
+    if (!dealt_with) do_as_before(signal, info, context);
     errno = error_before;
 }
 
@@ -78,6 +83,9 @@ void install() {
         // Somebody who had ours for the one before has put it back.
         if (is_installed(now)) continue;
         signal.before = now;
+        const bool detailed = now.sa_flags & SA_SIGINFO;
+        signal.plain_before = detailed ? SIG_IGN : now.sa_handler;
+        signal.detailed_before = detailed ? now.sa_sigaction : nullptr;
         struct sigaction ours {};
         ours.sa_sigaction = on_signal;
         ours.sa_mask = now.sa_mask;
