@@ -4,6 +4,7 @@
 #include <sys/resource.h>
 
 #include <atomic>
+#include <latch>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -61,18 +62,19 @@ TEST(StrictThread, TellsItsEndBehindItsThreadLocalObjectsHoweverItEnds) {
 }
 
 TEST(StrictThread, LeavesNothingBehind) {
-    const int rounds = 10'000;
     const auto before = open_descriptors();
-    std::atomic<int> done{0};
-    Work count = [&] { return ++done; };
-    for (int n = 0; n < rounds; ++n) {
-        const btkThreadHandle thread = launch(count);
-        if (n % 2) StrictThread_Wait(thread, nullptr);  // the others are let go of while they run
-        StrictThread_Free(thread);
+    std::vector<btkThreadHandle> wave(100);
+    for (int launched = 0; launched < 10'000; launched += 100) {
+        std::latch done(100);
+        Work count = [&] { return done.count_down(), 0; };
+        for (btkThreadHandle &thread : wave)
+            thread = launch(count);
+        // The second half is let go of while it runs.
+        for (std::size_t n = wave.size(); n-- > 0;)
+            StrictThread_Free(n >= 50 || StrictThread_Wait(wave[n], nullptr) ? wave[n] : -1);
+        done.wait();
     }
     EXPECT_EQ(open_descriptors(), before);
-    while (done < rounds)
-        std::this_thread::yield();
 }
 
 TEST(StrictThread, SaysWhyItCannotStart) {
