@@ -1,8 +1,8 @@
 // The client of a name server: records of named texts, and the requests about them.
 //
 // Each request is a connection of its own; a proxy holds none between them and is for one thread at a time.
-// What comes from the name server is checked before memory is taken for it, and a name server that falls
-// silent is given up after kel::name_service_patience seconds.
+// What comes from the name server is checked before memory is taken for it, and one that falls silent, takes
+// nothing, sends less than 4 KB within kel::name_service_patience seconds or records without end is given up.
 #pragma once
 
 #include <iosfwd>
@@ -105,7 +105,7 @@ public:
     static nmsServerProxy *InitLocalProxy();
     static nmsServerProxy *InitProxy(const char *host);
 
-    // Each throws the exception of its name when it fails.
+    // Each throws the exception of its name when it fails, also for a null record or template.
     virtual void Register(nmsRecord *record);
     virtual int Delete(nmsRecord *record_template);             // how many were deleted
     virtual nmsRecordArray *Query(nmsRecord *record_template);  // the caller owns the array and its records

@@ -12,6 +12,7 @@
 #include <kelstdmt/vumrt_socket.h>
 #include <kelstdmt/vumtext.h>
 
+#include "runtime/names_bounds.h"
 #include "runtime/names_status.h"
 
 struct nmsServ {
@@ -62,9 +63,9 @@ public:
         const char *host = server.local ? "localhost" : server.host.c_str();
         if (!m_socket.Connect(host, server.port, btkTimeval(no_limit, 0)))
             return client_error(server, name_status::no_connection);
-        const auto size = static_cast<unsigned>(question.size());
-        if (m_socket.Send(question.data(), size) != static_cast<int>(size))
+        if (!send(question))
             return client_error(server, record ? name_status::not_sent : name_status::no_connection);
+        m_bounds.begin_answer();
         if (!await(1)) return client_error(server, name_status::no_connection);
         const int status = static_cast<unsigned char>(m_bytes[m_at++]);
         return status == 0 ? nullptr : error_of(server, status, found_by_server);
@@ -79,34 +80,57 @@ public:
 
     bool read(kel::name_record &record) {
         kel::name_record_reader reader;
+        std::size_t size = 0;
         while (!reader.is_whole()) {
             if (m_at == m_end && !await(1)) return false;
-            m_at += reader.feed(m_bytes + m_at, m_end - m_at);
+            const std::size_t used = reader.feed(m_bytes + m_at, m_end - m_at);
+            m_at += used;
+            size += used;
             if (reader.is_malformed()) return false;
         }
         record = reader.take();
-        return true;
+        return m_bounds.allow_record(size);
     }
 
 private:
+    static btkTimeval time_of(double seconds) {
+        btkTimeval time;
+        time.init(seconds);
+        return time;
+    }
+
+    bool send(std::string_view question) {
+        while (!question.empty()) {
+            const std::string_view piece = question.substr(0, kel::detail::name_bounds::piece);
+            const auto size = static_cast<unsigned>(piece.size());
+            if (m_socket.Wait(time_of(m_bounds.seconds_left()), btkSocket::ForOutput) !=
+                    btkSocket::ForOutput ||
+                m_socket.Send(piece.data(), size) != static_cast<int>(size))
+                return false;
+            m_bounds.moved(size);
+            question.remove_prefix(size);
+        }
+        return true;
+    }
     // Sees to it that so many bytes, at most a handful, wait in the buffer.
     bool await(std::size_t count) {
         if (m_end - m_at >= count) return true;
         std::memmove(m_bytes, m_bytes + m_at, m_end - m_at);
         m_end -= m_at;
         m_at = 0;
-        btkTimeval patience;
-        patience.init(kel::name_service_patience);
         while (m_end < count) {
-            if (m_socket.Wait(patience, btkSocket::ForInput) != btkSocket::ForInput) return false;
+            if (m_socket.Wait(time_of(m_bounds.seconds_left()), btkSocket::ForInput) != btkSocket::ForInput)
+                return false;
             const int got = m_socket.Recv(m_bytes + m_end, static_cast<unsigned>(sizeof m_bytes - m_end));
             if (got <= 0) return false;
+            m_bounds.moved(static_cast<std::size_t>(got));
             m_end += static_cast<std::size_t>(got);
         }
         return true;
     }
 
     btkStreamSocket m_socket;
+    kel::detail::name_bounds m_bounds;
     char m_bytes[16384];
     std::size_t m_at = 0, m_end = 0;
 };
@@ -186,8 +210,13 @@ nmsErr *nmsServRegister(nmsServ *server, nmsRec *record) {
 }
 
 nmsErr *nmsServRemove(nmsServ *server, nmsRec *record_template) {
-    if (server && !record_template) return client_error(*server, name_status::not_sent);
-    return request(server, name_request::remove, record_template);
+    if (!server) return client_error({"", false}, name_status::no_connection);
+    if (!record_template) return client_error(*server, name_status::not_sent);
+    exchange removal;
+    if (nmsErr *error = removal.ask(*server, name_request::remove, record_template)) return error;
+    int deleted = 0;
+    if (removal.read(deleted) && deleted >= 0) return nullptr;
+    return client_error(*server, name_status::no_connection);
 }
 
 nmsErr *nmsServQuery(nmsServ *server, nmsRec *record_template, nmsRec ***records, int *count) {

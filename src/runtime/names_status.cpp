@@ -1,3 +1,4 @@
+// The words for what a request to a name server ended in.
 #include "runtime/names_status.h"
 
 #include <kelstdmt/vumrt_names.h>

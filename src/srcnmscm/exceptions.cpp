@@ -1,3 +1,4 @@
+// The exceptions of the client module.
 #include <kelstdmt/nmsclib.h>
 
 namespace {

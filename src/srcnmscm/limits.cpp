@@ -1,3 +1,4 @@
+// The limits of a record, which the machine may narrow in its registry.
 #include <cstdlib>
 
 #include <kelstdmt/nmsclib.h>

@@ -1,7 +1,9 @@
 // Requests to a name server. The operations with a status do the work, each over a connection of its own; the
 // others turn a status into the exception of the operation, whose message is the line that the status prints.
+#include <algorithm>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 #include <kelstdmt/kel.h>
 #include <kelstdmt/netlib_server.h>
@@ -19,12 +21,12 @@ xrchandle<kelXFunc> function(const char *name) {
     return xrchandle<kelXFunc>(kel::construct<kelXFunc>(name));
 }
 
-// The first line that the status prints; the status is deleted.
+// The first line that the status prints, also where the host's name has several; the status is deleted.
 std::string message_of(nmsClientStatus *owned) {
     const std::unique_ptr<nmsClientStatus> status(owned);
-    return kel::system::name_status_text(status->GetCode(), status->GetOrigin(), status->GetHost(),
-                                         status->IsLocal(), status->GetPort())
-        .substr(0, longest_message);
+    const std::string text = kel::system::name_status_text(
+        status->GetCode(), status->GetOrigin(), status->GetHost(), status->IsLocal(), status->GetPort());
+    return text.substr(0, std::min(text.find('\n'), longest_message));
 }
 
 }  // namespace
@@ -44,20 +46,24 @@ public:
         if (!guarded([&] { return send(code, record); }))
             return m_proxy.Failed(record ? nmscNotSent : nmscNoConnection);
         char status = 0;
-        if (!guarded([&] { return reader().read(&status, 1); })) return m_proxy.Failed(nmscNoConnection);
+        m_bounds.begin_answer();
+        m_reader.emplace(*m_stream, m_bounds);
+        if (!guarded([&] { return m_reader->read(&status, 1); })) return m_proxy.Failed(nmscNoConnection);
         if (status == 0) return nullptr;
         return m_proxy.Failed(static_cast<nmscReturnCode>(static_cast<unsigned char>(status)), ServerOrigin);
     }
 
     bool read(int &value) {
         char bytes[4];
-        if (!guarded([&] { return reader().read(bytes, sizeof bytes); })) return false;
+        if (!guarded([&] { return m_reader->read(bytes, sizeof bytes); })) return false;
         value = kel::int_at(bytes);
         return true;
     }
     bool read(nmsRecord &record) {
-        netSocketStream *stream = m_stream.get();
-        return guarded([&] { return record.Receive(stream, nullptr); });
+        kel::name_record_reader wire;
+        if (!guarded([&] { return m_reader->read(wire); })) return false;
+        record.SetWire(wire.take());
+        return true;
     }
 
 private:
@@ -71,8 +77,6 @@ private:
         }
     }
 
-    kel::detail::name_stream_reader reader() { return kel::detail::name_stream_reader(*m_stream); }
-
     bool send(kel::name_request code, nmsRecord *record) {
         PutIndependentInt(m_stream.get(), kel::name_service_greeting);
         m_stream->WriteByte(static_cast<int>(code));
@@ -84,6 +88,8 @@ private:
 
     nmsServerProxy &m_proxy;
     std::unique_ptr<netSocketStream> m_stream;
+    kel::detail::name_bounds m_bounds;
+    std::optional<kel::detail::name_stream_reader> m_reader;
 };
 
 nmsServerProxy::nmsServerProxy(const char *host, bool local) : m_host(host), m_local(local) {}
@@ -176,14 +182,16 @@ nmsClientStatus *nmsServerProxy::ImplShutdown() {
 // With exceptions -----------------------------------------------------------------------------
 
 void nmsServerProxy::Register(nmsRecord *record) {
-    if (nmsClientStatus *status = ImplRegister(*record))
+    nmsClientStatus *status = record ? ImplRegister(*record) : Failed(nmscNotSent);
+    if (status)
         nmsXCantRegisterRecord::Throw(record, message_of(status).c_str(),
                                       function("nmsServerProxy::Register").get());
 }
 
 int nmsServerProxy::Delete(nmsRecord *record_template) {
     int count = 0;
-    if (nmsClientStatus *status = ImplDelete(*record_template, &count))
+    nmsClientStatus *status = record_template ? ImplDelete(*record_template, &count) : Failed(nmscNotSent);
+    if (status)
         nmsXCantDelete::Throw(record_template, message_of(status).c_str(),
                               function("nmsServerProxy::Delete").get());
     return count;
@@ -192,7 +200,9 @@ int nmsServerProxy::Delete(nmsRecord *record_template) {
 nmsRecordArray *nmsServerProxy::Query(nmsRecord *record_template) {
     std::unique_ptr<nmsRecordArray> records(nmsRecordArray::create());
     int count = 0;
-    if (nmsClientStatus *status = ImplQuery(*record_template, records.get(), &count))
+    nmsClientStatus *status =
+        record_template ? ImplQuery(*record_template, records.get(), &count) : Failed(nmscNotSent);
+    if (status)
         nmsXCantQuery::Throw(record_template, message_of(status).c_str(),
                              function("nmsServerProxy::Query").get());
     return records.release();

@@ -1,11 +1,11 @@
 // The record of the client module: a dictionary that becomes the name service's record on its way out, and is
 // filled from one on its way in.
-#include <algorithm>
-
 #include <kelstdmt/nmsclib.h>
 #include <kelstdmt/vumrt_process.h>
 
 #include "srcnmscm/wire.h"
+
+using kel::detail::name_bounds;
 
 namespace {
 
@@ -70,23 +70,16 @@ void nmsRecord::SetWire(const kel::name_record &wire) {
 bool nmsRecord::Send(netSocketStream *&stream) {
     std::string bytes;
     if (!stream || !kel::append_record(bytes, GetWire(), limits_of(nullptr))) return false;
-    stream->WriteBytes(bytes.data(), static_cast<unsigned>(bytes.size()));
-    return true;
+    name_bounds bounds;
+    return kel::detail::write_names(*stream, bytes, bounds);
 }
 
 bool nmsRecord::Receive(netSocketStream *&stream, const char *limits_key) {
     SetWire({});
     if (!stream) return false;
+    name_bounds bounds;
     kel::name_record_reader reader(limits_of(limits_key));
-    kel::detail::name_stream_reader input(*stream);
-    char bytes[512];
-    while (reader.missing() > 0) {
-        const auto room = static_cast<unsigned>(std::min(reader.missing(), sizeof bytes));
-        const unsigned got = input.read_some(bytes, room);
-        if (got == 0) return false;
-        reader.feed(bytes, got);
-    }
-    if (!reader.is_whole()) return false;
+    if (!kel::detail::name_stream_reader(*stream, bounds).read(reader)) return false;
     SetWire(reader.take());
     return true;
 }

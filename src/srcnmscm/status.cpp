@@ -1,3 +1,4 @@
+// The status of a request, and the line that it prints.
 #include <ostream>
 
 #include <kelstdmt/nmsclib.h>
