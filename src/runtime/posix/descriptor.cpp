@@ -110,6 +110,8 @@ constexpr std::size_t largest_size = std::size_t{1} << 26;
 // reader that tries before every read; a trial that still needs more is helped by the next one.
 constexpr std::size_t read_ahead_limit = std::size_t{4} * 65536;
 constexpr std::size_t least_room = 4096;
+// More than this is received where it is wanted, and not by way of the area.
+constexpr std::size_t largest_copy = 16384;
 // An area that grew beyond this is given back when it is not needed any more.
 constexpr std::size_t kept_size = 8192;
 
@@ -180,7 +182,7 @@ std::streamsize descriptor_buffer::xsgetn(char *to, std::streamsize count) {
             setg(eback(), gptr() + ready, egptr());
             done += ready;
         } else if (auto wanted = static_cast<std::size_t>(count - done);
-                   wanted >= m_in_wanted && !m_end_met) {
+                   wanted >= std::min(m_in_wanted, largest_copy) && !m_end_met) {
             std::ptrdiff_t got = m_channel->receive(to + done, wanted, true);
             if (got <= 0) break;
             m_received += static_cast<std::uint64_t>(got);
