@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <deque>
 #include <memory>
@@ -27,6 +28,7 @@ using Process = std::unique_ptr<pcProcess>;
 using Clock = std::chrono::steady_clock;
 
 constexpr double patience = 60;  // seconds, on a machine that does other things as well
+constexpr double slow = 5;       // seconds that are worth a line, though no failure
 constexpr std::size_t most_silent = 20;
 
 class Client {
@@ -35,6 +37,7 @@ public:
         : m_page(page), m_seed(seed), m_random(seed), m_self(std::move(self)) {}
     void run() {
         while (!m_page.stop) {
+            const auto begin = Clock::now();
             try {
                 act();
             } catch (xthrowable *thrown) {
@@ -44,6 +47,8 @@ public:
             } catch (const std::exception &error) {
                 fail(m_page, std::string(m_doing) + ": " + error.what());
             }
+            const std::chrono::duration<double> taken = Clock::now() - begin;
+            if (taken.count() > slow) std::fprintf(stderr, "slow: %s took %.1f s\n", m_doing, taken.count());
         }
     }
 
