@@ -95,6 +95,11 @@ public:
     double getTimeSlice() const noexcept { return m_time_slice; }
     void setTimeSlice(double seconds) noexcept { m_time_slice = seconds; }
 
+    // Seconds for which a new peer of a netServer may take until it asks for something; 10 unless set.
+    // INFINITE: for ever. Set before Run.
+    double getPatience() const noexcept { return m_patience; }
+    void setPatience(double seconds) noexcept { m_patience = seconds; }
+
     // Serves until a callback, an asynchronous request or a client says to terminate. May be called again. An
     // exception that leaves OnRequest or OnIdle leaves Run too; netXException when the listening socket
     // failed. While the process has no descriptors left, connections wait.
@@ -115,8 +120,8 @@ public:
 protected:
     struct loop;
     // With a server name, which has been registered, the destructor unregisters it. With awaits_input,
-    // connections are handed on once there is something to read: up to 1,024 peers are awaited for 10 seconds
-    // each; of more, the one that has waited longest is dropped.
+    // connections are handed on once there is something to read: up to 1,024 peers are awaited at a time, as
+    // long as the server's patience is; of more, the one that has waited longest is dropped.
     netBaseServer(std::unique_ptr<btkAcceptSocket> socket, const char *server_name, bool awaits_input);
     // What the destructor does, for that of a derived class: no request runs any more.
     void Stop() noexcept;
@@ -130,7 +135,7 @@ private:
 
     std::unique_ptr<btkAcceptSocket> m_socket;
     xstring m_server_name;
-    double m_time_slice = 0.01;
+    double m_time_slice = 0.01, m_patience = 10;
     netBaseServer_OnRequest_cb *m_on_request = nullptr;
     netBaseServer_OnAsyncRequest_cb *m_on_async_request = nullptr;
     netBaseServer_OnIdle_cb *m_on_idle = nullptr;

@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr int no_value = 2;
+enum failure : int { not_there = 2, no_descriptors = 4, no_memory = 8 };
 
 bool matches(const char *peer, const xstring &list) {
     const xrchandle<xstringsequence> patterns(strExplode(list));
@@ -23,10 +23,14 @@ bool matches(const char *peer, const xstring &list) {
 
 bool lets_in(ovkRegistry *registry, const std::string &path, const char *peer) {
     ovkRegistryKey key;
-    if (!key.Open(registry->Root(), path.c_str())) return true;
+    if (!key.Open(registry->Root(), path.c_str())) {
+        // Who uses up the machine's resources does not get past the list by that.
+        const int error = Error_GetLast();
+        return error != no_descriptors && error != no_memory;
+    }
     const xstring list = key.GetValue("ConnectionAllowed");
     // A list that is there and cannot be read lets nobody in.
-    return list.IsNull() ? Error_GetLast() == no_value : matches(peer, list);
+    return list.IsNull() ? Error_GetLast() == not_there : matches(peer, list);
 }
 
 }  // namespace

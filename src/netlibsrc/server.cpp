@@ -50,7 +50,7 @@ netBaseServer::netBaseServer(std::unique_ptr<btkAcceptSocket> socket, const char
                              bool awaits_input)
     : m_socket(std::move(socket)),
       m_server_name(kel::is_text(server_name) ? server_name : xstrNullStr),
-      m_loop(std::make_unique<loop>(*m_socket, awaits_input)) {}
+      m_loop(std::make_unique<loop>(*this, awaits_input)) {}
 
 netBaseServer::~netBaseServer() {
     Stop();
@@ -128,7 +128,7 @@ netServerLoopAction netBaseServer::Serve(std::unique_ptr<btkStreamSocket> socket
     if (!m_on_request) return netServerContinue;
     netSocketStream *stream = kel::construct<netSocketStream>(std::move(socket));
     const netServerLoopAction action = OnRequest(stream);
-    if (action == netSpawnAsyncServer) m_loop->Spawn(*this, std::unique_ptr<netSocketStream>(stream));
+    if (action == netSpawnAsyncServer) m_loop->Spawn(std::unique_ptr<netSocketStream>(stream));
     return action == netServerTerminate ? netServerTerminate : netServerContinue;
 }
 

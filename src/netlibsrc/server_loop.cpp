@@ -16,7 +16,8 @@ enum failure : int { no_descriptors = 4, bad_handle = 6, no_memory = 8, bad_argu
 
 class netBaseServer::loop::listener : public event {
 public:
-    explicit listener(loop &owner) : event(owner, new btkSelectEvent(owner.m_socket.GetHandle(), 0)) {}
+    explicit listener(loop &owner)
+        : event(owner, new btkSelectEvent(owner.m_server.m_socket->GetHandle(), 0)) {}
     void Signalled() override { m_loop.m_connections = true; }
 };
 
@@ -25,7 +26,7 @@ class netBaseServer::loop::silent_peer : public event {
 public:
     silent_peer(loop &owner, std::unique_ptr<btkStreamSocket> connection)
         : event(owner, new btkSelectEvent(connection->GetHandle(), 0)),
-          until(patience),
+          until(owner.m_server.m_patience),
           socket(std::move(connection)) {}
     void Signalled() override {
         m_loop.m_set.Remove(this);
@@ -52,8 +53,8 @@ private:
 
 // Waiting --------------------------------------------------------------------------------------
 
-netBaseServer::loop::loop(btkAcceptSocket &socket, bool awaits_input)
-    : m_socket(socket), m_awaits_input(awaits_input), m_listener(std::make_unique<listener>(*this)) {}
+netBaseServer::loop::loop(netBaseServer &server, bool awaits_input)
+    : m_server(server), m_awaits_input(awaits_input), m_listener(std::make_unique<listener>(*this)) {}
 
 netBaseServer::loop::~loop() = default;
 
@@ -108,7 +109,7 @@ std::unique_ptr<btkStreamSocket> netBaseServer::loop::TakeAccepted() {
 // Null also for a peer that has to be awaited.
 std::unique_ptr<btkStreamSocket> netBaseServer::loop::Accept() {
     auto socket = std::make_unique<btkStreamSocket>();
-    if (!m_socket.Accept(*socket)) {
+    if (!m_server.m_socket->Accept(*socket)) {
         Refused(Error_GetLast());
         return nullptr;
     }
@@ -126,11 +127,7 @@ void netBaseServer::loop::Refused(int error) {
             break;
         case no_descriptors:
         case no_memory:
-            // Who has said nothing makes room for those who may.
-            if (!m_silent.empty())
-                m_silent.pop_front();
-            else
-                PauseListening();
+            if (!MakeRoom()) PauseListening();
             break;
         case bad_handle:
         case bad_argument:
@@ -138,6 +135,16 @@ void netBaseServer::loop::Refused(int error) {
         default:
             break;
     }
+}
+
+// Those who have said nothing yet make room for those who may, the first ones first. A part of them at once:
+// beside its connection a request needs descriptors for a thread and for the permission lists.
+bool netBaseServer::loop::MakeRoom() noexcept {
+    if (m_silent.empty()) return false;
+    constexpr std::size_t parts = 8;
+    for (std::size_t count = 1 + m_silent.size() / parts; count > 0; --count)
+        m_silent.pop_front();
+    return true;
 }
 
 // The system keeps the connections meanwhile.
@@ -163,13 +170,12 @@ void netBaseServer::loop::DropConnections() noexcept {
 
 // Requests -------------------------------------------------------------------------------------
 
-void netBaseServer::loop::Spawn(netBaseServer &server, std::unique_ptr<netSocketStream> stream) {
-    m_requests.emplace_back(server, stream.get(), m_started++);
-    m_requests.back().place = std::prev(m_requests.end());
-    if (m_requests.back().Start()) {
-        static_cast<void>(stream.release());
-        return;
-    }
+void netBaseServer::loop::Spawn(std::unique_ptr<netSocketStream> stream) {
+    netAsyncRequest &request = m_requests.emplace_back(m_server, std::move(stream), m_started++);
+    request.place = std::prev(m_requests.end());
+    if (request.Start()) return;
+    while (Error_GetLast() == no_descriptors && MakeRoom())
+        if (request.Start()) return;
     m_requests.pop_back();
     std::cout << "netBaseServer::SpawnAsyncRequest: create thread failed" << std::endl;
 }

@@ -3,7 +3,7 @@
 //
 // Connections are accepted one after the other without a wait between them, until none is left or `batch` of
 // them have been; then the wait tells what else has happened. A peer that is awaited costs an event and a
-// place in the list, whose order is that of the deadlines.
+// place in the list, whose order is that of their arrival.
 #pragma once
 
 #include <cstdint>
@@ -27,7 +27,7 @@ public:
         loop &m_loop;
     };
 
-    loop(btkAcceptSocket &socket, bool awaits_input);
+    loop(netBaseServer &server, bool awaits_input);
     ~loop();
     loop(const loop &) = delete;
     loop &operator=(const loop &) = delete;
@@ -38,7 +38,7 @@ public:
     std::unique_ptr<btkStreamSocket> TakeAccepted();
     bool HasAccepted() const noexcept { return !m_ready.empty() || !m_silent.empty(); }
 
-    void Spawn(netBaseServer &server, std::unique_ptr<netSocketStream> stream);
+    void Spawn(std::unique_ptr<netSocketStream> stream);
     std::unique_ptr<btkEvent> Watch(netAsyncRequest &request);
     // netServerTerminate when one of those that have ended says so.
     netServerLoopAction CollectEnded();
@@ -59,15 +59,16 @@ private:
     void PauseListening();
     std::unique_ptr<btkStreamSocket> Accept();
     void Refused(int error);
+    bool MakeRoom() noexcept;
     void Await(std::unique_ptr<btkStreamSocket> socket);
     void Spoke(peers::iterator peer);
     void LookForUnwatched();
 
     static constexpr int batch = 64;
     static constexpr std::size_t most_silent = 1024;
-    static constexpr double patience = 10, pause = 0.1;  // seconds
+    static constexpr double pause = 0.1;  // seconds
 
-    btkAcceptSocket &m_socket;
+    netBaseServer &m_server;
     bool m_awaits_input;
     btkEventSet m_set;
     std::unique_ptr<listener> m_listener;

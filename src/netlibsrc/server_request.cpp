@@ -6,9 +6,9 @@
 
 int netAsyncRequest::OnStart() {
     const std::unique_ptr<evtEvent> stop(SignalStream()->InputEvent());
-    // Without a callback nobody takes the connection.
-    const std::unique_ptr<netSocketStream> unwanted(m_server.m_on_async_request ? nullptr : m_stream);
-    return m_server.OnAsyncRequest(m_stream, stop.get());
+    if (m_callback) return m_callback->OnAsyncRequest(&m_server, m_stream.release(), stop.get());
+    m_stream.reset();
+    return netServerDefault;
 }
 
 void netAsyncRequest::OnPostStart() {
@@ -20,7 +20,7 @@ void netAsyncRequest::OnPostStart() {
 // Where a thread has descriptors of its own, the side that does not serve lets go of the connection.
 void netAsyncRequest::AtFork(bool child) {
     netThread::AtFork(child);
-    if (child) delete std::exchange(m_stream, nullptr);
+    if (child) m_stream.reset();
 }
 
 void netAsyncRequest::SendStop() noexcept {

@@ -4,15 +4,20 @@
 #include <cstdint>
 #include <list>
 #include <memory>
+#include <utility>
 
 #include <kelstdmt/netlib_server.h>
 #include <kelstdmt/netlib_thread.h>
 
 class netAsyncRequest : public netThread {
 public:
-    // The stream belongs to the callback once the thread has started.
-    netAsyncRequest(netBaseServer &server, netSocketStream *stream, std::uint64_t number) noexcept
-        : m_server(server), m_stream(stream), m_number(number) {}
+    // Whom it asks is settled here, in the thread of the loop.
+    netAsyncRequest(netBaseServer &server, std::unique_ptr<netSocketStream> stream,
+                    std::uint64_t number) noexcept
+        : m_server(server),
+          m_callback(server.m_on_async_request),
+          m_stream(std::move(stream)),
+          m_number(number) {}
     netAsyncRequest(const netAsyncRequest &) = delete;
     netAsyncRequest &operator=(const netAsyncRequest &) = delete;
 
@@ -29,7 +34,8 @@ protected:
 
 private:
     netBaseServer &m_server;
-    netSocketStream *m_stream;
+    netBaseServer_OnAsyncRequest_cb *m_callback;
+    std::unique_ptr<netSocketStream> m_stream;  // the callback's once the thread runs
     std::uint64_t m_number;
     bool m_stop_sent = true;
     std::unique_ptr<btkEvent> m_exit_event;
