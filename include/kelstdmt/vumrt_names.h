@@ -130,7 +130,7 @@ KELSTDMT_API void nmsServDelete(nmsServ *server);
 KELSTDMT_API nmsErr *nmsServPing(nmsServ *server);
 KELSTDMT_API nmsErr *nmsServRegister(nmsServ *server, nmsRec *record);
 KELSTDMT_API nmsErr *nmsServRemove(nmsServ *server, nmsRec *record_template);
-// An array of *count records, null when there are none.
+// An array of *count records, null when there are none. A null pointer for either: it is not wanted.
 KELSTDMT_API nmsErr *nmsServQuery(nmsServ *server, nmsRec *record_template, nmsRec ***records, int *count);
 
 // With associated 1 the record belongs to this process, with another number but 0 to the process of that id:

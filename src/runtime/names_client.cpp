@@ -220,8 +220,8 @@ nmsErr *nmsServRemove(nmsServ *server, nmsRec *record_template) {
 }
 
 nmsErr *nmsServQuery(nmsServ *server, nmsRec *record_template, nmsRec ***records, int *count) {
-    *records = nullptr;
-    *count = 0;
+    if (records) *records = nullptr;
+    if (count) *count = 0;
     if (!server) return client_error({"", false}, name_status::no_connection);
     if (!record_template) return client_error(*server, name_status::not_sent);
     exchange query;
@@ -235,8 +235,8 @@ nmsErr *nmsServQuery(nmsServ *server, nmsRec *record_template, nmsRec ***records
         if (whole) found.append(std::move(record));
     }
     if (!whole) return client_error(*server, name_status::no_connection);
-    *records = found.release();
-    *count = told;
+    if (records) *records = found.release();
+    if (count) *count = told;
     return nullptr;
 }
 
