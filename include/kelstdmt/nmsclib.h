@@ -98,7 +98,7 @@ public:
     ~nmsServerProxy() override;
 
     // Throw nmsXCantConnectLocal and nmsXCantConnectByName when no name server answers. The caller owns the
-    // result.
+    // result. A null host is this one, but not as a local one.
     static nmsServerProxy *ConnectLocal();
     static nmsServerProxy *ConnectByName(const char *host);
     // The same without asking whether one is there.

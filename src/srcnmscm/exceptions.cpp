@@ -25,7 +25,7 @@ void nmsXCantConnectLocal::Throw(const char *message, kelXFunc *func) {
 }
 
 nmsXCantConnectByName::nmsXCantConnectByName(const char *server_name, const char *message, kelXFunc *func)
-    : nmsXException(message, func), m_server_name(server_name) {}
+    : nmsXException(message, func), m_server_name(kel::detail::stored(server_name)) {}
 nmsXCantConnectByName *nmsXCantConnectByName::Create(const char *server_name, const char *message,
                                                      kelXFunc *func) {
     return kel::construct<nmsXCantConnectByName>(server_name, message, func);

@@ -92,7 +92,8 @@ private:
     std::optional<kel::detail::name_stream_reader> m_reader;
 };
 
-nmsServerProxy::nmsServerProxy(const char *host, bool local) : m_host(host), m_local(local) {}
+nmsServerProxy::nmsServerProxy(const char *host, bool local)
+    : m_host(kel::detail::stored(host)), m_local(local) {}
 nmsServerProxy::~nmsServerProxy() = default;
 
 nmsClientStatus *nmsServerProxy::Failed(nmscReturnCode code, StatusOrigin origin) const {
