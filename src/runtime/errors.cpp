@@ -94,7 +94,7 @@ constexpr wording wordings[] = {
     {1232, "The host cannot be reached."},
     {1236, "The connection was given up."},
     {1460, "The time-out has passed."},
-    {1816, "The disk quota is exhausted."},
+    {1816, "A quota is exhausted."},
     {1921, "The links lead in a circle."},
     {2250, "There is no connection."},
     {10048, "The port is taken."},
