@@ -28,6 +28,8 @@ public:
         : event(owner, new btkSelectEvent(connection->GetHandle(), 0)),
           until(owner.m_server.m_patience),
           socket(std::move(connection)) {}
+    // While the descriptor is still this connection's.
+    ~silent_peer() override { m_loop.m_set.Remove(this); }
     void Signalled() override {
         m_loop.m_set.Remove(this);
         m_loop.m_ready.splice(m_loop.m_ready.end(), m_loop.m_silent, place);

@@ -55,13 +55,11 @@ private:
 
     void Wait(const kel::detail::deadline &until);
     btkTimeval Limit(const kel::detail::deadline &until) const noexcept;
-    void Listen();
     void PauseListening();
     std::unique_ptr<btkStreamSocket> Accept();
     void Refused(int error);
     bool MakeRoom() noexcept;
     void Await(std::unique_ptr<btkStreamSocket> socket);
-    void Spoke(peers::iterator peer);
     void LookForUnwatched();
 
     static constexpr int batch = 64;
