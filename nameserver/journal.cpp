@@ -55,6 +55,18 @@ void append_entry(std::string &to, std::string_view body) {
     append_int(to, static_cast<int>(checksum(body)));
     to += body;
 }
+// Whether a whole entry begins somewhere behind the first byte: a tail in which one does was not cut off
+// while it was written, whatever length its first entry claims.
+bool holds_entry(std::string_view tail) noexcept {
+    for (std::size_t at = 1; at + entry_head < tail.size(); ++at) {
+        const char kind = tail[at + entry_head];
+        const auto length = static_cast<std::uint32_t>(int_at(tail.data() + at));
+        if ((kind != added && kind != removed) || length > tail.size() - at - entry_head) continue;
+        const auto sum = static_cast<std::uint32_t>(int_at(tail.data() + at + int_size));
+        if (checksum(tail.substr(at + entry_head, length)) == sum) return true;
+    }
+    return false;
+}
 void append_added(std::string &to, const stored_record &record, unsigned long long birth) {
     std::string body(1, added);
     append_number(body, record.number);
@@ -174,9 +186,10 @@ bool journal::read(journal_records &records, std::string &error) {
         if (length > largest_body) return cut(file.position(), false, error);
         bytes = file.at_least(entry_head + length);
         if (!bytes) break;
-        const bool is_torn = bytes->size() < entry_head + length;
+        const bool is_cut = bytes->size() < entry_head + length;
+        const bool is_torn = is_cut && !holds_entry(*bytes);
         const std::string_view body = bytes->substr(entry_head, length);
-        if (is_torn || checksum(body) != sum || !replay(body, records))
+        if (is_cut || checksum(body) != sum || !replay(body, records))
             return cut(file.position(), is_torn, error);
         file.advance(entry_head + length);
     }

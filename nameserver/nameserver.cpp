@@ -27,7 +27,14 @@ constexpr auto accept_pause = milliseconds(100);         // without descriptors
 constexpr int accepts_in_turn = 64;
 constexpr double unlimited = 1 << 30;
 
-enum last_error { no_descriptors = 4, no_memory = 8, nothing_yet = 997, no_room = 1816 };
+enum last_error {
+    no_descriptors = 4,
+    no_memory = 8,
+    wrong_argument = 87,
+    awaited_already = 183,
+    nothing_yet = 997,
+    no_room = 1816
+};
 
 // One line at a time, from whichever thread.
 class log_writer {
@@ -126,8 +133,11 @@ bool name_server::state::listen(const name_server_options &options, std::string 
 bool name_server::state::listen(int wanted_port, const char *address, std::string &error) {
     auto socket = std::make_unique<btkAcceptSocket>();
     if (!socket->Listen(wanted_port, address)) {
+        const int reason = Error_GetLast();
         error = "cannot listen on " + (address ? std::string(address) + " " : std::string()) + "port " +
-                std::to_string(wanted_port) + ": " + Error_GetText(Error_GetLast());
+                std::to_string(wanted_port) + ": " +
+                (address && reason == wrong_argument ? "an address is numeric, such as 127.0.0.1 or ::1"
+                                                     : Error_GetText(reason));
         return false;
     }
     port = socket->GetPort();
@@ -175,7 +185,10 @@ void name_server::state::pause(bool on) {
     is_paused = on;
     paused_until = steady::now() + accept_pause;
     for (const auto &listener : listeners)
-        on ? events.remove(*listener) : static_cast<void>(events.add(*listener));
+        if (on)
+            events.remove(*listener);
+        else if (!events.add(*listener) && Error_GetLast() != awaited_already)
+            is_paused = true;  // tried again after another while
 }
 
 // Connections ----------------------------------------------------------------------------------

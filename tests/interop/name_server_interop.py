@@ -281,6 +281,7 @@ def damage(program, journal):
             ("a torn end", whole[:ends[4] - 3], 4, "unfinished", False),
             ("a torn head", whole[:ends[3] + 5], 4, "unfinished", False),
             ("a flipped byte", whole[:ends[1] + 12] + b"?" + whole[ends[1] + 13:], 2, "damaged", True),
+            ("a length beyond the end", whole[:ends[0] + 1] + b"\x02" + whole[ends[0] + 2:], 1, "damaged", True),
             ("a huge length", whole[:ends[0]] + b"\x7f" + whole[ends[0] + 1:], 1, "damaged", True),
             ("zeros behind", whole + bytes(4096), 5, "damaged", True),
             ("half a header", whole[:9], 0, "", False)):

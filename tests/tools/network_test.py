@@ -94,6 +94,8 @@ class Network(KelCase):
         self.assertEqual(self.run_kel("nms", "query", "zeta").decode(),
                          f"_ServerName = zeta\n_PortNumber = 99\n(process) = {child.pid}\n")
         self.fails("has such a record already", "nms", "register", "adder", "1")
+        self.run_kel("nms", "register", "wrong", "70000", code=2)
+        self.assertIn("no port from 1 to 65535: 70000", self.complaint)
         child.kill()
         child.wait()
         self.fails("no such process", "nms", "register", "late", "1", "--process", str(child.pid))
@@ -133,7 +135,7 @@ class Network(KelCase):
             self.run_kel("nms", "delete", "adder")
         self.assertTrue(self.json_of("server", "ping", f":{self.peer(bytes([1]))}@127.0.0.1")["alive"])
         self.fails("no server adder is registered on this machine", "server", "ping", "adder")
-        self.run_kel("nms", "register", "adder", "http")
+        self.run_kel("nms", "register", "adder", "_PortNumber=http")
         self.fails("with no port: http", "server", "version", "adder")
         for line in ("nms", "nms query", "nms query =a", "nms register a 1 2", "nms ping --host=", "nms list -t 0",
                      "nms register a 1 --process 1", "server ping", "server ping @a", "server ping a@", "server ping :0"):

@@ -35,6 +35,11 @@ NameServer AtOwn(const Place &place, const char *what) {
     return {"", place.patience};
 }
 
+bool IsPort(const std::string &word) {
+    const std::optional<int> port = ToInteger(word);
+    return port && *port >= 1 && *port <= 65535;
+}
+
 // FIELD=VALUE, and the two fields that servers are found by as bare words, the name and the port.
 kel::name_record RecordOf(const std::vector<std::string> &words) {
     kel::name_record record;
@@ -47,6 +52,8 @@ kel::name_record RecordOf(const std::vector<std::string> &words) {
             record.set(word.substr(0, equals), word.substr(equals + 1));
         } else {
             if (known == std::size(bare)) throw Misuse("not expected: " + word);
+            if (bare[known] == server_port_field && !IsPort(word))
+                throw Misuse("no port from 1 to 65535: " + word);
             record.set(bare[known++], word);
         }
     }

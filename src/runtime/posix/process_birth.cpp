@@ -4,6 +4,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <charconv>
 #include <climits>
 #include <cstdint>
@@ -32,15 +33,17 @@ std::uint64_t mix(std::uint64_t sum, std::uint64_t value) {
     return sum ^ sum >> 29;
 }
 
+// 0 while it cannot be read, for want of descriptors; kept once it was.
 std::uint64_t start_of_the_machine() {
-    static const std::uint64_t number = [] {
-        char room[64];
-        std::uint64_t sum = 1;
-        for (char each : read_small("/proc/sys/kernel/random/boot_id", room, sizeof room))
-            sum = mix(sum, static_cast<unsigned char>(each));
-        return sum;
-    }();
-    return number;
+    static std::atomic<std::uint64_t> known{0};
+    if (const std::uint64_t number = known.load(std::memory_order_relaxed)) return number;
+    char room[64];
+    const std::string_view told = read_small("/proc/sys/kernel/random/boot_id", room, sizeof room);
+    std::uint64_t sum = told.empty() ? 0 : 1;
+    for (char each : told)
+        sum = mix(sum, static_cast<unsigned char>(each));
+    known.store(sum, std::memory_order_relaxed);
+    return sum;
 }
 
 // The field in which the system tells it, counted behind the program's name: that stands in brackets and may
