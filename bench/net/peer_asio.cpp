@@ -66,28 +66,15 @@ struct Peer {
     }
 };
 
-class Client {
+class Client : public PeerClient<Client> {
 public:
     explicit Client(int port) {
         m_socket.connect(tcp::endpoint(asio::ip::address_v4::loopback(), static_cast<unsigned short>(port)));
         m_socket.set_option(tcp::no_delay(true));
-        char byte = 0;
-        put(&byte, 1);
-        if (!Peer{m_socket}.read(&byte, 1) || byte != 1) throw Gone();
-    }
-    int ask(int value) {
-        char bytes[4];
-        put_int(bytes, value);
-        put(bytes, 4);
-        return answer();
+        greet();
     }
     void put(const char *bytes, std::size_t count) { asio::write(m_socket, asio::buffer(bytes, count)); }
-    void flush() {}
-    int answer() {
-        char bytes[4];
-        if (!Peer{m_socket}.read(bytes, 4)) throw Gone();
-        return int_of(bytes);
-    }
+    bool get(char *bytes, std::size_t count) { return Peer{m_socket}.read(bytes, count); }
 
 private:
     static asio::io_context &context() {

@@ -79,32 +79,19 @@ void serve_for_good(GSocketService *service) {
     g_main_loop_run(g_main_loop_new(nullptr, FALSE));
 }
 
-class Client {
+class Client : public PeerClient<Client> {
 public:
     explicit Client(int port)
         : m_connection(g_socket_client_connect_to_host(client(), "127.0.0.1", static_cast<guint16>(port),
                                                        nullptr, nullptr)) {
         if (!m_connection) throw Gone();
         no_delay(m_connection.get());
-        char byte = 0;
-        Peer peer(m_connection.get());
-        if (!peer.write(&byte, 1) || !peer.read(&byte, 1) || byte != 1) throw Gone();
-    }
-    int ask(int value) {
-        char bytes[4];
-        put_int(bytes, value);
-        put(bytes, 4);
-        return answer();
+        greet();
     }
     void put(const char *bytes, std::size_t count) {
         if (!Peer(m_connection.get()).write(bytes, count)) throw Gone();
     }
-    void flush() {}
-    int answer() {
-        char bytes[4];
-        if (!Peer(m_connection.get()).read(bytes, 4)) throw Gone();
-        return int_of(bytes);
-    }
+    bool get(char *bytes, std::size_t count) { return Peer(m_connection.get()).read(bytes, count); }
 
 private:
     // Without a look at the settings for proxies, which would be somebody else's work.

@@ -94,27 +94,14 @@ public:
     }
 };
 
-class Client {
+class Client : public PeerClient<Client> {
 public:
     explicit Client(int port) : m_socket(SocketAddress("127.0.0.1", static_cast<Poco::UInt16>(port))) {
         m_socket.setNoDelay(true);
-        char byte = 0;
-        put(&byte, 1);
-        if (!read_all(m_socket, &byte, 1) || byte != 1) throw Gone();
-    }
-    int ask(int value) {
-        char bytes[4];
-        put_int(bytes, value);
-        put(bytes, 4);
-        return answer();
+        greet();
     }
     void put(const char *bytes, std::size_t count) { write_all(m_socket, bytes, count); }
-    void flush() {}
-    int answer() {
-        char bytes[4];
-        if (!read_all(m_socket, bytes, 4)) throw Gone();
-        return int_of(bytes);
-    }
+    bool get(char *bytes, std::size_t count) { return read_all(m_socket, bytes, count); }
 
 private:
     StreamSocket m_socket;

@@ -76,31 +76,18 @@ private:
     Work m_work;
 };
 
-class Client {
+class Client : public PeerClient<Client> {
 public:
     explicit Client(int port) {
         m_socket.connectToHost(QHostAddress(QHostAddress::LocalHost), static_cast<quint16>(port));
         if (!m_socket.waitForConnected(-1)) throw Gone();
         no_delay(m_socket);
-        char byte = 0;
-        put(&byte, 1);
-        if (!Peer{m_socket}.read(&byte, 1) || byte != 1) throw Gone();
-    }
-    int ask(int value) {
-        char bytes[4];
-        put_int(bytes, value);
-        put(bytes, 4);
-        return answer();
+        greet();
     }
     void put(const char *bytes, std::size_t count) {
         if (!Peer{m_socket}.write(bytes, count)) throw Gone();
     }
-    void flush() {}
-    int answer() {
-        char bytes[4];
-        if (!Peer{m_socket}.read(bytes, 4)) throw Gone();
-        return int_of(bytes);
-    }
+    bool get(char *bytes, std::size_t count) { return Peer{m_socket}.read(bytes, count); }
 
 private:
     QTcpSocket m_socket;

@@ -48,6 +48,34 @@ private:
     int m_descriptor;
 };
 
+// The client of a peer, which has `put`, which throws, and `get`, which answers whether all bytes came.
+template <class Client>
+class PeerClient {
+public:
+    int ask(int value) {
+        char bytes[4];
+        put_int(bytes, value);
+        self().put(bytes, 4);
+        return answer();
+    }
+    void flush() {}
+    int answer() {
+        char bytes[4];
+        if (!self().get(bytes, 4)) throw Gone();
+        return int_of(bytes);
+    }
+
+protected:
+    void greet() {
+        char byte = 0;
+        self().put(&byte, 1);
+        if (!self().get(&byte, 1) || byte != 1) throw Gone();
+    }
+
+private:
+    Client &self() { return static_cast<Client &>(*this); }
+};
+
 // A listening socket on a port that the system chooses, on all addresses of IPv4.
 int listen_plainly(int &port);
 int connect_plainly(int port);
