@@ -17,6 +17,7 @@
 #include <kelstdmt/proclib.h>
 #include <kelstdmt/regexp.h>
 #include <kelstdmt/reglib.h>
+#include <kelstdmt/rshlib.h>
 #include <kelstdmt/strlib.h>
 #include <kelstdmt/syslib.h>
 #include <kelstdmt/timelib.h>
