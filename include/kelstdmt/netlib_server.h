@@ -104,6 +104,8 @@ public:
     // exception that leaves OnRequest or OnIdle leaves Run too; netXException when the listening socket
     // failed. While the process has no descriptors left, connections wait.
     void Run();
+    // The same, and comes back when the event (null: none) is signalled, too.
+    void Run(evtEvent *stop);
     // The next connection, without a handshake; null when the time (seconds) ran out or it was gone. Throws
     // netXException when the listening socket failed.
     netSocketStream *Accept(double timeout);
@@ -119,10 +121,11 @@ public:
 
 protected:
     struct loop;
-    // With a server name, which has been registered, the destructor unregisters it. With awaits_input,
+    // A server name that has been registered is unregistered by the destructor. With awaits_input,
     // connections are handed on once there is something to read: up to 1,024 peers are awaited at a time, as
     // long as the server's patience is; of more, the one that has waited longest is dropped.
-    netBaseServer(std::unique_ptr<btkAcceptSocket> socket, const char *server_name, bool awaits_input);
+    netBaseServer(std::unique_ptr<btkAcceptSocket> socket, const char *server_name, bool is_registered,
+                  bool awaits_input);
     // What the destructor does, for that of a derived class: no request runs any more.
     void Stop() noexcept;
 
@@ -135,12 +138,23 @@ private:
 
     std::unique_ptr<btkAcceptSocket> m_socket;
     xstring m_server_name;
+    bool m_is_registered;
     double m_time_slice = 0.01, m_patience = 10;
     netBaseServer_OnRequest_cb *m_on_request = nullptr;
     netBaseServer_OnAsyncRequest_cb *m_on_async_request = nullptr;
     netBaseServer_OnIdle_cb *m_on_idle = nullptr;
     std::unique_ptr<loop> m_loop;
 };
+
+namespace kel {
+
+struct server_options {
+    const char *address = nullptr;  // numeric; null: all of this machine
+    bool is_registered = true;      // false: the name is for the permission lists alone
+    bool needs_list = false;  // where the registry has no list of permissions, other machines are refused
+};
+
+}  // namespace kel
 
 KEL_DECLARE_STRUCT(netServer)
 class KELSTDMT_API netServer : public netBaseServer {
@@ -149,6 +163,7 @@ public:
     ~netServer() override;
 
     static netServer *Create(const char *server_name, int port);
+    static netServer *Create(const char *server_name, int port, const kel::server_options &options);
     xstring getVersion() const { return m_version; }
 
     // As netBaseServer::Connect, and asks to be served: null also when the server went away, or did not
@@ -161,10 +176,12 @@ public:
     static void Shutdown(netAddress *address, double timeout = INFINITE);
 
 private:
-    netServer(std::unique_ptr<btkAcceptSocket> socket, const char *server_name);
+    netServer(std::unique_ptr<btkAcceptSocket> socket, const char *server_name,
+              const kel::server_options &options);
     netServerLoopAction PreprocessRequest(btkStreamSocket *socket) override;
 
     xstring m_version;
+    bool m_needs_list;
 };
 
 // The name server of a host, null when none answers; a null string as host is this host. The caller owns it.

@@ -12,6 +12,7 @@
 namespace {
 
 enum failure : int { not_there = 2, no_descriptors = 4, no_memory = 8 };
+enum class verdict { no_list, lets_in, refuses };
 
 bool matches(const char *peer, const xstring &list) {
     const xrchandle<xstringsequence> patterns(strExplode(list));
@@ -21,23 +22,29 @@ bool matches(const char *peer, const xstring &list) {
     return false;
 }
 
-bool lets_in(ovkRegistry *registry, const std::string &path, const char *peer) {
+verdict ask(ovkRegistry *registry, const std::string &path, const char *peer) {
     ovkRegistryKey key;
     if (!key.Open(registry->Root(), path.c_str())) {
         // Who uses up the machine's resources does not get past the list by that.
         const int error = Error_GetLast();
-        return error != no_descriptors && error != no_memory;
+        return error == no_descriptors || error == no_memory ? verdict::refuses : verdict::no_list;
     }
     const xstring list = key.GetValue("ConnectionAllowed");
     // A list that is there and cannot be read lets nobody in.
-    return list.IsNull() ? Error_GetLast() == not_there : matches(peer, list);
+    if (list.IsNull()) return Error_GetLast() == not_there ? verdict::no_list : verdict::refuses;
+    return matches(peer, list) ? verdict::lets_in : verdict::refuses;
 }
 
 }  // namespace
 
-bool kel::detail::is_peer_allowed(const btkStreamSocket &peer, const xstring &server_name) {
+bool kel::detail::is_peer_allowed(const btkStreamSocket &peer, const xstring &server_name, bool needs_list) {
     if (peer.IsPeerOnTheSameMachine()) return true;
     const std::string path = "Software\\ORV\\" + std::string(kel::view(server_name));
-    return lets_in(ovkRegistry::System(), path, peer.GetPeerAddrStr()) &&
-           lets_in(ovkRegistry::User(), path, peer.GetPeerAddrStr());
+    bool has_list = false;
+    for (ovkRegistry *registry : {ovkRegistry::System(), ovkRegistry::User()}) {
+        const verdict told = ask(registry, path, peer.GetPeerAddrStr());
+        if (told == verdict::refuses) return false;
+        has_list |= told == verdict::lets_in;
+    }
+    return has_list || !needs_list;
 }

@@ -30,10 +30,11 @@ private:
 
 }  // namespace
 
-std::unique_ptr<btkAcceptSocket> kel::detail::open_server(const char *server_name, int port) {
+std::unique_ptr<btkAcceptSocket> kel::detail::open_server(const char *server_name, int port,
+                                                          const server_options &options) {
     auto socket = std::make_unique<btkAcceptSocket>();
-    if (!socket->Listen(port == nil_port ? 0 : port)) return nullptr;
-    if (kel::is_text(server_name)) register_server(server_name, socket->GetPort());
+    if (!socket->Listen(port == nil_port ? 0 : port, options.address)) return nullptr;
+    if (options.is_registered && kel::is_text(server_name)) register_server(server_name, socket->GetPort());
     return socket;
 }
 
@@ -43,13 +44,14 @@ netBaseServer *netBaseServer::Create(const char *server_name, int port) {
     auto socket = kel::detail::open_server(server_name, port);
     if (!socket) return nullptr;
     return kel::construct_with<netBaseServer>(
-        [&](void *at) { return ::new (at) netBaseServer(std::move(socket), server_name, false); });
+        [&](void *at) { return ::new (at) netBaseServer(std::move(socket), server_name, true, false); });
 }
 
 netBaseServer::netBaseServer(std::unique_ptr<btkAcceptSocket> socket, const char *server_name,
-                             bool awaits_input)
+                             bool is_registered, bool awaits_input)
     : m_socket(std::move(socket)),
       m_server_name(kel::is_text(server_name) ? server_name : xstrNullStr),
+      m_is_registered(is_registered && !m_server_name.IsNull()),
       m_loop(std::make_unique<loop>(*this, awaits_input)) {}
 
 netBaseServer::~netBaseServer() {
@@ -61,7 +63,7 @@ void netBaseServer::Stop() noexcept {
     m_loop->DropConnections();
     m_socket.reset();
     try {
-        if (!m_server_name.IsNull()) kel::detail::unregister_server(m_server_name);
+        if (m_is_registered) kel::detail::unregister_server(m_server_name);
     } catch (xthrowable *thrown) {
         const kel::caught error(thrown);
     } catch (const std::exception &) {
@@ -103,13 +105,18 @@ int netBaseServer::getPortN() const noexcept {
 }
 
 void netBaseServer::Run() {
+    Run(nullptr);
+}
+
+void netBaseServer::Run(evtEvent *stop) {
+    const loop::watched_stop watched(*m_loop, stop);
     // Without somebody to call there is nothing to do while nothing arrives.
     const auto slice = [this] {
         if (!m_on_idle || kel::is_nil(m_time_slice)) return INFINITE;
         return m_time_slice > shortest_slice ? m_time_slice : shortest_slice;
     };
     for (deadline idle(slice());;) {
-        if (m_loop->CollectEnded() == netServerTerminate) return;
+        if (m_loop->CollectEnded() == netServerTerminate || m_loop->IsStopped()) return;
         if (auto socket = m_loop->Next(idle)) {
             if (Serve(std::move(socket)) == netServerTerminate) return;
         } else if (!idle.is_over()) {

@@ -23,14 +23,21 @@ bool answer(btkStreamSocket &peer, grant told, const std::string &more = {}) {
 }  // namespace
 
 netServer *netServer::Create(const char *server_name, int port) {
-    auto socket = kel::detail::open_server(server_name, port);
-    if (!socket) return nullptr;
-    return kel::construct_with<netServer>(
-        [&](void *at) { return ::new (at) netServer(std::move(socket), server_name); });
+    return Create(server_name, port, {});
 }
 
-netServer::netServer(std::unique_ptr<btkAcceptSocket> socket, const char *server_name)
-    : netBaseServer(std::move(socket), server_name, true), m_version("KEL netServer Version 0.99") {}
+netServer *netServer::Create(const char *server_name, int port, const kel::server_options &options) {
+    auto socket = kel::detail::open_server(server_name, port, options);
+    if (!socket) return nullptr;
+    return kel::construct_with<netServer>(
+        [&](void *at) { return ::new (at) netServer(std::move(socket), server_name, options); });
+}
+
+netServer::netServer(std::unique_ptr<btkAcceptSocket> socket, const char *server_name,
+                     const kel::server_options &options)
+    : netBaseServer(std::move(socket), server_name, options.is_registered, true),
+      m_version("KEL netServer Version 0.99"),
+      m_needs_list(options.needs_list) {}
 
 netServer::~netServer() {
     Stop();
@@ -41,7 +48,7 @@ netServerLoopAction netServer::PreprocessRequest(btkStreamSocket *socket) {
     if (socket->RecvNow(&byte, 1) != 1) return netServerContinue;
     const handshake asked{byte};
     if (asked > handshake::shutdown) return netServerContinue;
-    if (asked != handshake::alive && !kel::detail::is_peer_allowed(*socket, getServerName())) {
+    if (asked != handshake::alive && !kel::detail::is_peer_allowed(*socket, getServerName(), m_needs_list)) {
         answer(*socket, grant::refused);
         return netServerContinue;
     }

@@ -60,6 +60,17 @@ netBaseServer::loop::loop(netBaseServer &server, bool awaits_input)
 
 netBaseServer::loop::~loop() = default;
 
+netBaseServer::loop::watched_stop::watched_stop(loop &owner, btkEvent *stop) : m_loop(owner) {
+    if (stop && !owner.m_set.Add(stop)) netXException::Throw(netSocketError, "Socket failed");
+    owner.m_stop = stop;
+    owner.m_is_stopped = false;
+}
+
+netBaseServer::loop::watched_stop::~watched_stop() {
+    if (m_loop.m_stop) m_loop.m_set.Remove(m_loop.m_stop);
+    m_loop.m_stop = nullptr;
+}
+
 btkTimeval netBaseServer::loop::Limit(const deadline &until) const noexcept {
     if (m_connections || !m_ready.empty()) return at_once;
     btkTimeval limit = until.left();
@@ -77,7 +88,10 @@ void netBaseServer::loop::Wait(const deadline &until) {
     const int count = m_set.Wait(Limit(until), signalled, batch);
     if (count < 0) netXException::Throw(netSocketError, "Socket failed");
     for (int at = 0; at < count; ++at)
-        static_cast<event *>(signalled[at])->Signalled();
+        if (signalled[at] == m_stop)
+            m_is_stopped = true;
+        else
+            static_cast<event *>(signalled[at])->Signalled();
     while (!m_silent.empty() && m_silent.front().until.is_over())
         m_silent.pop_front();
     LookForUnwatched();
@@ -91,7 +105,7 @@ std::unique_ptr<btkStreamSocket> netBaseServer::loop::Next(const deadline &until
             --m_turns;
             if (auto socket = m_ready.empty() ? Accept() : TakeAccepted()) return socket;
         }
-        if (!m_ended.empty() || (waited && until.is_over())) return nullptr;
+        if (m_is_stopped || !m_ended.empty() || (waited && until.is_over())) return nullptr;
         Wait(until);
     }
 }

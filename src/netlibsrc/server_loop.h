@@ -32,7 +32,21 @@ public:
     loop(const loop &) = delete;
     loop &operator=(const loop &) = delete;
 
-    // The next connection that is to be served; null when the time is over, or requests have ended before.
+    // Ends the loop when it is signalled; null for none. No descriptor for it: netXException.
+    class watched_stop {
+    public:
+        watched_stop(loop &owner, btkEvent *stop);
+        ~watched_stop();
+        watched_stop(const watched_stop &) = delete;
+        watched_stop &operator=(const watched_stop &) = delete;
+
+    private:
+        loop &m_loop;
+    };
+    bool IsStopped() const noexcept { return m_is_stopped; }
+
+    // The next connection that is to be served; null when the time is over, the loop is stopped, or requests
+    // have ended before.
     std::unique_ptr<btkStreamSocket> Next(const kel::detail::deadline &until);
     // A connection that was accepted already, if its peer has said something or not.
     std::unique_ptr<btkStreamSocket> TakeAccepted();
@@ -69,6 +83,8 @@ private:
     netBaseServer &m_server;
     bool m_awaits_input;
     btkEventSet m_set;
+    btkEvent *m_stop = nullptr;
+    bool m_is_stopped = false;
     std::unique_ptr<listener> m_listener;
     bool m_listening = false;              // the listening socket is in the set
     bool m_connections = false;            // it has some, as far as is known

@@ -273,6 +273,28 @@ TEST_F(Server, IdleIsOncePerSliceWhateverTheSlice) {
     server->Run();
 }
 
+TEST_F(Server, ASignalledEventEndsTheLoopAndLaterRunsGoOn) {
+    server.reset(netServer::Create("not registered", 0, {.address = "127.0.0.1", .is_registered = false}));
+    address->setPortN(server->getPortN());
+    EXPECT_FALSE(btkStreamSocket().Connect("::1", server->getPortN(), btkTimeval(20, 0)));
+    const btkEventHandle signal = Event_Create(true, false);
+    evtEvent stop(new btkEVENTEvent(signal));
+    server->setOnRequest(&callbacks);
+    server->setOnAsyncRequest(&callbacks);
+    for (int turn = 0; turn < 2; ++turn) {
+        std::thread stopped([&] { server->Run(&stop); });
+        ExpectServes(address.get());
+        const Socket under_way = Peer(std::string(1, 0));
+        Event_Set(signal);
+        stopped.join();
+        Event_Reset(signal);
+    }
+    loop = std::thread([this] { server->Run(nullptr); });
+    ExpectServes(address.get());
+    Stop();
+    Event_Free(signal);
+}
+
 TEST_F(Server, RequestsRunBesideTheLoopAndEndWithTheServer) {
     std::atomic<int> stopped = 0;
     Start();
@@ -359,12 +381,18 @@ TEST_F(Server, PeersOfOtherMachinesNeedAPlaceOnTheLists) {
             ::system("ip link set lo up && ip route add local 10.0.0.0/8 dev lo") != 0)
             return 77;
         // The sockets of before are of another network.
-        server.reset(netServer::Create(nullptr, 0));
-        address->setPortN(server->getPortN());
-        Start();
+        const auto start_one = [&](bool needs_list) {
+            Stop();
+            server.reset(netServer::Create(nullptr, 0, {.needs_list = needs_list}));
+            address->setPortN(server->getPortN());
+            Start();
+        };
+        bool needed = false;
+        start_one(needed);
         struct Case {
             const char *machine, *user, *peer;
             bool allowed;
+            bool needs_list = false;
         };
         for (const Case &expected : {Case{nullptr, nullptr, "10.0.1.7", true},
                                      {"10.0.0.*", nullptr, "10.0.0.7", true},
@@ -376,7 +404,13 @@ TEST_F(Server, PeersOfOtherMachinesNeedAPlaceOnTheLists) {
                                      {"10.*", "10.0.1.*", "10.0.0.7", false},
                                      {"10.0.1.*", "10.*", "10.0.0.7", false},
                                      {"10.*", "* nothing", "10.0.0.7", true},
-                                     {"none", "none", "127.0.0.1", true}}) {
+                                     {"none", "none", "127.0.0.1", true},
+                                     {nullptr, nullptr, "10.0.1.7", false, true},
+                                     {nullptr, nullptr, "127.0.0.1", true, true},
+                                     {"10.*", nullptr, "10.0.1.7", true, true},
+                                     {nullptr, "10.0.1.7", "10.0.1.7", true, true},
+                                     {"10.*", "10.0.1.*", "10.0.0.7", false, true}}) {
+            if (std::exchange(needed, expected.needs_list) != expected.needs_list) start_one(needed);
             for (auto [registry, list] : {std::pair(ovkRegistry::System(), expected.machine),
                                           std::pair(ovkRegistry::User(), expected.user)}) {
                 ovkRegistryKey key;
@@ -384,7 +418,8 @@ TEST_F(Server, PeersOfOtherMachinesNeedAPlaceOnTheLists) {
                 list ? key.SetValue("ConnectionAllowed", list) : key.DeleteValue("ConnectionAllowed");
             }
             EXPECT_EQ(AskFrom(expected.peer, std::string(1, 0)), expected.allowed ? "\1" : std::string(1, 0))
-                << expected.peer << " with " << (expected.machine ? expected.machine : "no list");
+                << expected.peer << " with " << (expected.machine ? expected.machine : "no list")
+                << (needed ? ", which is needed" : "");
         }
         EXPECT_EQ(AskFrom("10.0.0.7", "\1"), "\1") << "this question is everybody's";
         {
