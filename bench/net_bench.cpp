@@ -6,7 +6,7 @@
 #include "net/servers.h"
 
 int main(int argc, char **argv) {
-    if (argc == 2 && bench::serve(argv[1])) return 0;
+    if (argc == 2 && bench::serve(argv[1], bench::serve_word)) return 0;
     bench::Suite suite;
     suite.add(bench::servers_section());
     suite.add(bench::names_section());

@@ -1,7 +1,5 @@
 // Plain system calls: what no library can be faster than, on this machine.
 #include <fcntl.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <spawn.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -17,12 +15,6 @@ extern char **environ;
 
 namespace bench {
 namespace {
-
-int accept_plainly(int listener) {
-    const int descriptor = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC), on = 1;
-    if (descriptor >= 0) setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    return descriptor;
-}
 
 struct Peer {
     int descriptor;

@@ -1,14 +1,14 @@
-// The servers of all libraries. Each runs in a process of its own, which is this program again: its memory is
-// the server's alone, and threads that some library left behind do no harm.
+// The servers of all libraries. Each runs in a process of its own, which is this program again.
 //
 // All speak the same: the client's first byte is 0, which the server grants with a byte 1. What follows is
 // the server's work.
 #pragma once
 
 #include <cstddef>
-#include <functional>
-#include <string>
+#include <string_view>
 #include <vector>
+
+#include "harness/processes.h"
 
 namespace bench {
 
@@ -21,7 +21,6 @@ constexpr std::size_t block_size = 65'536;
 
 // Serves for good. Calls `announce` with its port when it listens.
 using Serve = void (*)(Work work);
-void announce(int port);
 
 // What a server with an event loop answers to bytes that came.
 class Session {
@@ -75,39 +74,14 @@ void ours_threads(Work work);
 void ours_names(Work work);
 void ours_names_journal(Work work);
 
-// In the child: runs the server that the word names, in the form in which ServerProcess passes it. False when
-// it is no such word.
-bool serve(const char *word);
+// What a ServerProcess passes to its child: runs the server that the word names. False when it is no such
+// word.
+bool serve_word(std::string_view word);
 
 // One of the servers, in its own process, until this object goes.
-class ServerProcess {
+class ServerProcess : public OwnProcess {
 public:
-    // Ends the program when the server does not start. It runs where the caller is held (see Placed).
     explicit ServerProcess(Serve serve, Work work = Work::Echo);
-    ~ServerProcess();
-    ServerProcess(const ServerProcess &) = delete;
-    ServerProcess &operator=(const ServerProcess &) = delete;
-
-    int port() const { return m_port; }
-    std::size_t resident_bytes() const;
-
-private:
-    int m_id, m_port;
 };
-
-// Another program, until this object goes.
-class OtherProcess {
-public:
-    explicit OtherProcess(const std::string &shell_words);
-    ~OtherProcess();
-    OtherProcess(const OtherProcess &) = delete;
-    OtherProcess &operator=(const OtherProcess &) = delete;
-    bool is_running() const;
-
-private:
-    int m_id;
-};
-// Tries until it is true, for ten seconds.
-bool await(const std::function<bool()> &condition);
 
 }  // namespace bench
