@@ -29,6 +29,10 @@ std::string hidden_name_of(std::string_view name) {
     return std::string(".").append(name).append(ending);
 }
 
+std::string mark_name_of(std::string_view name) {
+    return hidden_name_of(name).append("-mark");
+}
+
 // `make` gets a name that nobody has chosen before.
 template <class Make>
 outcome make_hidden(std::string &name, Make make) {
@@ -44,10 +48,13 @@ outcome make_hidden(std::string &name, Make make) {
 }  // namespace
 
 new_entry::~new_entry() {
-    if (m_hidden.empty()) return;
     const int reason = Error_GetLast();
     tree_path path(m_path);
-    tree_removal(tree_removal::permission::taken).remove(m_folder, m_hidden.c_str(), path);
+    const bool is_gone =
+        m_hidden.empty() ||
+        tree_removal(tree_removal::permission::taken).remove(m_folder, m_hidden.c_str(), path) ==
+            fsErrSuccess;
+    if (m_mark && is_gone) system::remove_file(m_folder, mark_name_of(m_name).c_str());
     Error_SetLast(reason);
 }
 
@@ -66,49 +73,43 @@ outcome new_entry::make_folder() {
     };
     m_is_folder = true;
     m_hidden = hidden_name_of(m_name);
-    outcome result = make(m_hidden.c_str());
-    if (result == outcome::exists) {
-        remove_left_behind();
-        result = make(m_hidden.c_str());
+    outcome result = outcome::exists;
+    if (claim()) result = make(m_hidden.c_str());
+    if (result != outcome::done) result = make_hidden(m_hidden, make);
+    if (result != outcome::done) {
+        m_hidden.clear();
+        return result;
     }
-    if (result == outcome::done && claim()) return result;
-    m_hidden.clear();  // another copy is at work there, or the name is too long with what is added
-    result = make_hidden(m_hidden, make);
-    if (result != outcome::done) return result;
     return system::open_folder(m_folder, m_hidden.c_str(), links::seen, m_made);
 }
 
-// A lock is worth something only if the name still leads to what is locked: its maker may have put it into
-// place in the meantime.
-bool new_entry::leads_to(const owned_descriptor &folder, system::status &told) const {
-    system::status named;
-    return system::look(folder.get(), told) == outcome::done &&
-           system::look(m_folder, m_hidden.c_str(), links::seen, named) == outcome::done &&
-           named.who == told.who;
-}
-
+// Whether the hidden name is this copy's. It is not while another copy is at work there, when it is too long,
+// and when somebody else has made an entry of that name.
 bool new_entry::claim() {
-    system::status told;
-    if (system::open_folder(m_folder, m_hidden.c_str(), links::seen, m_made) == outcome::done &&
-        system::hold(m_made.get()) != outcome::exists && leads_to(m_made, told))
-        return true;
-    m_made.reset();
-    return false;
-}
-
-// Folders of others, and those that are not marked, are not even locked.
-void new_entry::remove_left_behind() {
-    owned_descriptor left;
-    system::status told;
-    const auto is_left = [&] {
-        return leads_to(left, told) && system::is_mine(told) &&
-               (told.mode & system::folder_permissions) == system::unfinished;
+    const std::string mark = mark_name_of(m_name);
+    system::status told, named;
+    const outcome marked = system::open_source(m_folder, mark.c_str(), links::seen, m_mark, told);
+    const bool is_new = marked == outcome::absent;
+    if (is_new && (system::look(m_folder, m_hidden.c_str(), links::seen, named) != outcome::absent ||
+                   system::make_file(m_folder, mark.c_str(), m_mark) != outcome::done ||
+                   system::look(m_mark.get(), told) != outcome::done)) {
+        m_mark.reset();
+        return false;
+    }
+    // The lock is worth something only if the name still leads to what is locked: another copy that is done
+    // takes its mark away. Where the host knows no locks, what is left behind stays.
+    const auto is_held = [&] {
+        const outcome held = system::hold(m_mark.get());
+        return held == outcome::done || (is_new && held == outcome::unsupported);
     };
-    if (system::open_folder(m_folder, m_hidden.c_str(), links::seen, left) != outcome::done || !is_left() ||
-        system::hold(left.get()) != outcome::done || !is_left())
-        return;
+    const bool is_claimed = m_mark && system::is_mine(told) && is_held() &&
+                            system::look(m_folder, mark.c_str(), links::seen, named) == outcome::done &&
+                            named.who == told.who;
     tree_path path(m_path);
-    tree_removal(tree_removal::permission::taken).remove(m_folder, m_hidden.c_str(), path);
+    if (is_claimed && !is_new)
+        tree_removal(tree_removal::permission::taken).remove(m_folder, m_hidden.c_str(), path);
+    if (!is_claimed) m_mark.reset();
+    return is_claimed;
 }
 
 outcome new_entry::put(putting way) {
@@ -133,13 +134,6 @@ outcome new_entry::put(putting way) {
 }
 
 fsErrorCode new_entry::remove_old(std::string &culprit) {
-    owned_descriptor old;
-    system::status told;
-    // From here on the next copy goes on if this process is killed.
-    const bool is_marked =
-        system::open_folder(m_folder, m_hidden.c_str(), links::seen, old) == outcome::done &&
-        leads_to(old, told) && system::hold(old.get()) == outcome::done &&
-        system::set_mode(old.get(), system::unfinished) == outcome::done;
     tree_path path(m_path);
     const fsErrorCode code = tree_removal().remove(m_folder, m_hidden.c_str(), path);
     if (code == fsErrSuccess) {
@@ -149,8 +143,6 @@ fsErrorCode new_entry::remove_old(std::string &culprit) {
     // What is left of it gets its name back, where it can be seen.
     const int reason = Error_GetLast();
     culprit = path.text();
-    if (is_marked)
-        system::set_mode(old.get(), told.mode & (system::folder_permissions | system::lent_rights));
     system::exchange(m_folder, m_hidden.c_str(), m_name);
     Error_SetLast(reason);
     return code;

@@ -1,9 +1,9 @@
 // A file, folder or link that is made beside its place and put there when it is whole. Until then its name is
 // a hidden one, or, for a file, none at all; what is not put is taken away again.
 //
-// The hidden name of a folder goes by the final one. As long as it is filled or cleared away it is marked as
-// unfinished, and locked. So the next copy to the same place knows what a killed one has left, and removes
-// it.
+// The hidden name of a folder goes by the final one. From before it is made until after it is gone, a mark
+// stands beside it: an empty file that its copy holds locked. So the next copy to the same place knows what a
+// killed one has left, whether that is new or what was there before, and removes it.
 #pragma once
 
 #include <string>
@@ -41,15 +41,14 @@ public:
     fsErrorCode remove_old(std::string &culprit);
 
 private:
-    void remove_left_behind();
     bool claim();
-    bool leads_to(const system::owned_descriptor &folder, system::status &told) const;
 
     int m_folder;
     const char *m_name;
     const std::string m_path;
     std::string m_hidden;  // empty: there is nothing under such a name
     system::owned_descriptor m_made;
+    system::owned_descriptor m_mark;  // of a folder with the name that goes by the final one
     bool m_is_folder = false, m_cannot_be_named = false;
 };
 

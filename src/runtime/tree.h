@@ -77,17 +77,16 @@ bool stands_in(int folder, const identity &above) noexcept;
 // The host path without links; empty, with the last error, when there is no such node.
 std::string real_path(const char *host_path);
 
-// The folder is this process's as long as the descriptor is open; `exists` when it is another's.
-outcome hold(int folder) noexcept;
+// The node is this process's as long as the descriptor is open; `exists` when it is another's.
+outcome hold(int node) noexcept;
 bool is_mine(const status &told) noexcept;  // belongs to the user who the process runs for
 
 // Bits of permission that can be given to a copy, without those that lend the owner's rights.
 constexpr unsigned file_permissions = 0777, folder_permissions = 01777, lent_rights = 06000;
 
 outcome set_mode(int node, unsigned mode) noexcept;
-// Mode of a folder that is being filled or cleared away: for its maker alone, and with a bit that tells it
-// from folders that somebody else keeps.
-constexpr unsigned unfinished = 01700;
+// Mode of a folder that is being filled or cleared away: for its maker alone.
+constexpr unsigned unfinished = 0700;
 
 // Permission and time of a node that is finished; `owner` gives it to the owner of `from` as far as this
 // process may, with the rights that are lent by it and with the attributes of `source`, which `from` tells

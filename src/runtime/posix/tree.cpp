@@ -201,8 +201,8 @@ std::string real_path(const char *host_path) {
     return {};
 }
 
-outcome hold(int folder) noexcept {
-    if (::flock(folder, LOCK_EX | LOCK_NB) == 0) return outcome::done;
+outcome hold(int node) noexcept {
+    if (::flock(node, LOCK_EX | LOCK_NB) == 0) return outcome::done;
     return errno == EWOULDBLOCK ? outcome::exists : outcome::unsupported;
 }
 
