@@ -41,10 +41,11 @@ KELSTDMT_API bool Process_CheckRunning(btkProcessHandle handle);
 // Ends it, and with btkLaunchGroup its group: also what is left of that when the process itself has ended,
 // until a wait has told so. False with the last error set when it may not or there is nothing left to end.
 KELSTDMT_API bool Process_Kill(btkProcessHandle handle);
-// What Ctrl+C at its terminal would do, to the process and with btkLaunchGroup to its group. While this
-// program holds a handle of the process, an id that has been given to another one since is refused (87).
+// What Ctrl+C at its terminal would do, to the process and with btkLaunchGroup to its group, as Process_Kill.
+// While this program holds a handle of the process, an id that has been given to another one since is refused
+// (87).
 KELSTDMT_API bool Process_Interrupt(unsigned long id);
-// Lets go of the handle; the process goes on.
+// Lets go of the handle; the process goes on. When a child has ended after that, a later launch collects it.
 KELSTDMT_API void Process_Free(btkProcessHandle handle) noexcept;
 
 KELSTDMT_API unsigned long Process_GetCurrentId() noexcept;

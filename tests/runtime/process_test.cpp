@@ -109,6 +109,10 @@ TEST_F(Processes, CommandLinesAreReadByTheRulesOfTheirPlatform) {
     };
     for (const auto &[line, expected] : cases)
         EXPECT_EQ(arguments_of(line), expected) << line;
+    fs::rename(folder + "/CMD.EXE", path);
+    Putenv("SHELL", nullptr);
+    Putenv("COMSPEC", path.c_str());
+    EXPECT_EQ(arguments_of(path + " /c \"say \"a  b\"\""), (Texts{path, "/c", "say \"a  b\""}));
 }
 
 TEST_F(Processes, FailuresHaveTheirNumbersAndLeaveNothing) {
@@ -222,12 +226,16 @@ TEST_F(Processes, SignalsAreThoseOfAFreshProgram) {
 }
 
 TEST_F(Processes, GroupsAreInterruptedAndKilledAsAWhole) {
-    Pipe pipe, second;
-    Child group("sh -c \"sh -c 'trap \"\" INT; echo; exec sleep 1000' & echo; sleep 1000 & exit 7\"", -1,
-                pipe.out.GetHandle(), -1, btkLaunchGroup);
+    Pipe pipe, second, hears;
+    Child group(
+        "sh -c \"sh -c 'trap \"\" INT; echo; exec sleep 1000 2>&-' & "
+        "env --default-signal=INT sh -c 'echo; exec sleep 1000' & exit 7\"",
+        -1, pipe.out.GetHandle(), hears.out.GetHandle(), btkLaunchGroup | btkLaunchSession);
     pipe.out.Close();
     EXPECT_EQ(pipe.read(true) + pipe.read(true), "");
     EXPECT_TRUE(evtEvent(new btkPROCESSEvent(group.handle)).Wait(INFINITE));
+    ASSERT_TRUE(Process_Interrupt(group.id)) << "what it has started lives";
+    EXPECT_EQ(hears.read(), "");
     EXPECT_TRUE(!Process_CheckRunning(group.handle) && Process_Kill(group.handle)) << "the others live";
     EXPECT_EQ(pipe.read(), "") << "ends when all of them are gone";
     EXPECT_EQ(group.wait(false), 7);
@@ -299,6 +307,21 @@ TEST_F(Processes, AnIdThatAnotherProcessHasByNowIsNotThatProcess) {
     EXPECT_TRUE(Process_Interrupt(first.id)) << "of two handles, the one on the living process";
     EXPECT_EQ(wait_for(id), -SIGINT);
     Process_Free(handle);
+}
+
+TEST_F(Processes, WhatWasLetGoOfIsCollectedByLaterLaunches) {
+    btkProcessHandle handle = -1;
+    std::vector<unsigned long> ids(20);
+    for (unsigned long &id : ids) {
+        ASSERT_TRUE(Process_Launch(&handle, &id, "sleep 1000", nullptr, -1, -1, -1, 0));
+        Process_Free(handle);
+    }
+    for (unsigned long id : ids)
+        ::kill(static_cast<pid_t>(id), SIGKILL);
+    const auto is_gone = [](unsigned long id) { return ::kill(static_cast<pid_t>(id), 0) == -1; };
+    for (int launches = 0; launches < 1000 && !std::all_of(ids.begin(), ids.end(), is_gone); ++launches)
+        Child("true").wait();
+    EXPECT_EQ(std::count_if(ids.begin(), ids.end(), is_gone), 20);
 }
 
 TEST_F(Processes, ExitCodesOfAProgramThatIgnoresItsChildren) {

@@ -1,6 +1,6 @@
 // Processes by their descriptors. A program that was started here is collected by the first wait that finds
-// its end; until then its id cannot belong to another one, which is what makes signals to its group safe.
-// Both happen under one guard.
+// its end; until then its id cannot belong to another one, which is what makes signals to its group safe. One
+// that was let go of before is collected by a later launch. All of this happens under one guard.
 #include <poll.h>
 #include <signal.h>
 #include <sys/ioctl.h>
@@ -46,6 +46,8 @@ public:
             for (process_entry &entry : place)
                 if (entry.id == id) work(entry);
     }
+    // Own children that were let go of while they ran, the one that was looked at longest ago first.
+    prepared_entry &left() noexcept { return m_left; }
     // The entry moves out, and its memory goes with the answer.
     prepared_entry remove(int handle) noexcept {
         prepared_entry removed, &place = place_of(handle);
@@ -61,7 +63,7 @@ private:
     static constexpr std::size_t size = 1024;
     prepared_entry &place_of(int handle) noexcept { return m_places[static_cast<unsigned>(handle) % size]; }
 
-    prepared_entry m_places[size];
+    prepared_entry m_places[size], m_left;
 };
 
 // Never destroyed: objects that die after every static one hold processes too.
@@ -144,6 +146,29 @@ bool take_end(int handle, long *exit_code) {
     return true;
 }
 
+// Of a child that is known by its id and its birth, so that it costs no descriptor: whether there is nothing
+// left to collect. One that was opened since is left to who did so.
+bool is_collected(const process_entry &child) {
+    bool opened = false;
+    handles().each_of(child.id, [&](const process_entry &) { opened = true; });
+    siginfo_t end{};
+    const auto id = static_cast<id_t>(child.id);
+    if (opened) return false;
+    if (::waitid(P_PID, id, &end, WEXITED | WNOHANG | WNOWAIT) != 0) return true;
+    const unsigned long long birth = end.si_pid == 0 ? 0 : Process_GetBirth(id);
+    if (birth == child.birth) ::waitid(P_PID, id, &end, WEXITED | WNOHANG);
+    return birth != 0;
+}
+
+void collect_some() {
+    prepared_entry &left = handles().left();
+    for (int turns = 4; turns > 0 && !left.empty(); --turns)
+        if (is_collected(left.front()))
+            left.pop_front();
+        else
+            left.splice(left.end(), left, left.begin());
+}
+
 // Signals --------------------------------------------------------------------------------------
 
 // PIDFD_SIGNAL_PROCESS_GROUP of newer systems.
@@ -153,22 +178,19 @@ bool send(int handle, int signal, unsigned flags) {
     return ::syscall(SYS_pidfd_send_signal, handle, signal, nullptr, flags) == 0;
 }
 
-// To a process, and to its group where it leads one of ours. Called under the guard; errno tells.
-bool send_to(const process_entry &entry, int signal) {
-    if (!entry.own_group) return send(entry.handle, signal, 0);
-    if (entry.collected) {
-        errno = ESRCH;
-        return false;
-    }
+// Older systems know a group by its number alone, which nobody else has until the process is collected.
+bool send_to_group(const process_entry &entry, int signal) {
     if (send(entry.handle, signal, to_the_group)) return true;
-    if (errno != EINVAL) return false;
-    // While the leader has not been collected, the number is its group's.
     long ignored;
-    if (ask_end(entry.handle, false, ignored) == told::nothing) {
-        errno = ESRCH;
-        return false;
-    }
-    return ::kill(-entry.id, signal) == 0;
+    return errno == EINVAL && ask_end(entry.handle, false, ignored) != told::nothing &&
+           ::kill(-entry.id, signal) == 0;
+}
+
+// To a process, and to its group where it leads one of ours; to itself where it has left that. Called under
+// the guard; errno tells.
+bool send_to(const process_entry &entry, int signal) {
+    const bool has_group = entry.own_group && !entry.collected;
+    return (has_group && send_to_group(entry, signal)) || send(entry.handle, signal, 0);
 }
 
 bool answer(bool success, int system_error) {
@@ -190,6 +212,7 @@ prepared_entry prepare_process() {
 int remember_process(prepared_entry &entry, owned_descriptor &&descriptor) noexcept {
     const int handle = entry.front().handle = descriptor.release();
     MT_LIBRARY_GUARD_USE(process_guard);
+    if (entry.front().own_child) collect_some();
     handles().add(entry);
     return handle;
 }
@@ -256,13 +279,16 @@ bool Process_Interrupt(unsigned long id) {
         return false;
     }
     MT_LIBRARY_GUARD_USE(process_guard);
-    // Of several handles the one on a process that still runs, and of those the one that knows the group.
-    const process_entry *best = nullptr;
+    // Of several handles the one on a process that still runs, and of those the one that knows the group;
+    // else the one whose group may live on.
+    const process_entry *best = nullptr, *left = nullptr;
     bool known = false;
     handles().each_of(static_cast<int>(id), [&](const process_entry &entry) {
         known = true;
+        if (entry.own_group && !entry.collected) left = &entry;
         if (!has_ended(entry.handle, false) && (!best || entry.own_group)) best = &entry;
     });
+    if (!best) best = left;
     if (known && !best) return answer(false, ESRCH);
     return answer(best ? send_to(*best, SIGINT) : ::kill(static_cast<pid_t>(id), SIGINT) == 0, errno);
 }
@@ -270,9 +296,14 @@ bool Process_Interrupt(unsigned long id) {
 void Process_Free(btkProcessHandle handle) noexcept {
     if (handle < 0) return;
     MT_LIBRARY_GUARD_USE(process_guard);
-    // Both under the guard: the number may be given out again at once.
-    const prepared_entry removed = handles().remove(handle);
+    // All under the guard: the number may be given out again at once.
+    prepared_entry removed = handles().remove(handle);
     const owned_descriptor closed(removed.empty() ? -1 : handle);
+    if (removed.empty() || !removed.front().own_child || removed.front().collected) return;
+    process_entry &child = removed.front();
+    if (ask_end(handle, true, child.exit_code) != told::running) return;
+    child.birth = Process_GetBirth(static_cast<unsigned long>(child.id));
+    if (child.birth) handles().left().splice(handles().left().end(), removed);
 }
 
 unsigned long Process_GetCurrentId() noexcept {

@@ -13,8 +13,9 @@ struct process_entry {
     int id = 0;
     bool own_child = false;  // started by Process_Launch: waiting collects it
     bool own_group = false;
-    bool collected = false;  // its id may belong to another process by now
-    long exit_code = 0;      // of one that was collected
+    bool collected = false;        // its id may belong to another process by now
+    long exit_code = 0;            // of one that was collected
+    unsigned long long birth = 0;  // of one that was let go of while it ran
 };
 
 // One entry, whose memory is there before the process is, so that nothing can fail once it runs.
@@ -22,7 +23,7 @@ using prepared_entry = std::list<process_entry>;
 
 prepared_entry prepare_process();
 
-// Takes the descriptor and answers the handle.
+// Takes the descriptor and answers the handle. A launch collects some of those that were let go of too.
 int remember_process(prepared_entry &entry, owned_descriptor &&descriptor) noexcept;
 
 }  // namespace kel::system

@@ -224,7 +224,8 @@ private:
 
 bool launch(btkProcessHandle *handle, unsigned long *id, const char *command_line,
             const char *working_directory, const int (&handles)[channels], unsigned options) {
-    const kel::detail::command_line words(command_line, ::getenv("SHELL"));
+    const char *shell = ::getenv("SHELL");
+    const kel::detail::command_line words(command_line, shell ? shell : ::getenv("COMSPEC"));
     if (words.size() == 0 || *words.arguments()[0] == 0) {
         Error_SetLast(wrong_argument);
         return false;
