@@ -56,6 +56,10 @@ private:
     xstring m_server_name;
 };
 
+namespace kel::detail {
+struct socket_stream_access;
+}
+
 // A connection; its values travel in XDR encoding. What is written is gathered until Flush, Close or a full
 // buffer; reading flushes nothing.
 KEL_DECLARE_STRUCT(netSocketStream)
@@ -80,6 +84,7 @@ protected:
     void OnClose() override;
 
 private:
+    friend struct kel::detail::socket_stream_access;
     struct connection;
     explicit netSocketStream(std::unique_ptr<connection> owned);
 

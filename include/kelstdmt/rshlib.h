@@ -62,7 +62,7 @@ public:
 
     void Terminate();
     void Interrupt();  // as Ctrl+C; a command may ignore it
-    // NoExitCode while it runs, and when the connection was lost before the code arrived.
+    // NoExitCode while it runs, and when the connection was lost before the end.
     int GetExitCode();
     unsigned char IsRunning();
     rshEvent *ExitEvent();  // a new event, owned by the caller
@@ -70,7 +70,6 @@ public:
     void Close();
 
 protected:
-    bool OnPreStart() override;
     int OnStart() override;
     void AtFork(bool child) override;
     void OnClose() override;
@@ -78,6 +77,7 @@ protected:
 private:
     struct parts;
     explicit rshProcess(std::unique_ptr<parts> owned);
+    void Control(int tag);
 
     std::unique_ptr<parts> m_parts;
 };
@@ -116,6 +116,7 @@ public:
 
 protected:
     int OnStart() override;
+    void OnClose() override;
 
 private:
     rshServer(netSocketStream *connection, const char *base_directory);
@@ -149,6 +150,7 @@ private:
 
     std::unique_ptr<netSocketStream> m_stream;
     xstring m_user, m_host;
+    bool m_used = false;
 };
 
 namespace kel {

@@ -1,6 +1,8 @@
 // What a remote shell throws.
 #pragma once
 
+#include <optional>
+
 #include <kelstdmt/declare.h>
 #include <kelstdmt/export.h>
 #include <kelstdmt/proclib.h>
@@ -37,6 +39,8 @@ public:
     [[noreturn]] static void Throw(rshError error, int create_error, const char *message);
 
     pcCreateError getCreateError() const noexcept { return static_cast<pcCreateError>(m_create_error); }
+    // As its field is read by way of the descriptor, which has no name for a server's other numbers.
+    std::optional<pcCreateError> getNamedError() const noexcept;
 
 protected:
     rshXProcess(rshError error, int create_error, const char *message);

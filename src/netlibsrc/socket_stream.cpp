@@ -2,7 +2,7 @@
 #include <cstdint>
 #include <utility>
 
-#include <kelstdmt/netlib_stream.h>
+#include "netlibsrc/socket_access.h"
 
 // The buffer goes first and flushes.
 struct netSocketStream::connection {
@@ -10,6 +10,13 @@ struct netSocketStream::connection {
     std::unique_ptr<btkStreamSocket> socket;
     xsocketbuf buffer;
 };
+
+btkStreamSocket &kel::detail::socket_stream_access::socket(netSocketStream &stream) noexcept {
+    return *stream.m_connection->socket;
+}
+xsocketbuf &kel::detail::socket_stream_access::buffer(netSocketStream &stream) noexcept {
+    return stream.m_connection->buffer;
+}
 
 netSocketStream::netSocketStream(std::unique_ptr<btkStreamSocket> socket)
     : netSocketStream(std::make_unique<connection>(std::move(socket))) {}

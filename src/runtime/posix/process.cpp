@@ -17,6 +17,7 @@
 
 #include "runtime/posix/process_handles.h"
 #include "runtime/posix/through_signals.h"
+#include "runtime/relay.h"
 
 namespace kel::system {
 
@@ -168,6 +169,21 @@ void collect_some() {
         else
             left.splice(left.end(), left, left.begin());
 }
+
+}  // namespace
+
+bool peek_exit_code(int process, long &exit_code) noexcept {
+    MT_LIBRARY_GUARD_USE(process_guard);
+    const process_entry *entry = handles().find(process);
+    if (!entry || !has_ended(process, false)) return false;
+    if (entry->collected)
+        exit_code = entry->exit_code;
+    else if (ask_end(process, false, exit_code) == told::nothing)
+        ask_descriptor(process, exit_code);
+    return true;
+}
+
+namespace {
 
 // Signals --------------------------------------------------------------------------------------
 

@@ -1,0 +1,174 @@
+#include "netlibsrc/rshlib_channel.h"
+
+#include <algorithm>
+
+#include <kelstdmt/kel.h>
+
+#include "runtime/relay.h"
+
+using kel::system::io_failed;
+using kel::system::io_would_wait;
+
+namespace kel::detail {
+
+namespace {
+
+constexpr std::size_t usual_pipe = 65536, largest_piece = 262144;
+// What a descriptor that has room takes without a wait.
+constexpr std::size_t sure_piece = 4096;
+
+// What a stream answers; what it throws is its failure.
+template <class Result, class Action>
+Result guarded(Result failed, Action action) {
+    try {
+        return action();
+    } catch (xthrowable *thrown) {
+        const kel::caught error(thrown);
+        return failed;
+    }
+}
+
+bool is_usable(const ioStream &stream) {
+    return stream.getIsOpen() && stream.getIsGood();
+}
+
+// The condition of a stream's event; what is never known to wait is always signalled.
+class stream_event : public btkBaseEvent {
+public:
+    explicit stream_event(ioEvent *owned) noexcept : m_event(owned) {}
+
+    bool IsReady() override { return !base() || base()->IsReady(); }
+    btkPollRequest GetPollRequest() override { return base() ? base()->GetPollRequest() : btkPollRequest{}; }
+    bool Confirm(unsigned got) override { return base() ? base()->Confirm(got) : got != 0; }
+    bool IsMet(unsigned got) override { return base() ? base()->IsMet(got) : got != 0; }
+
+private:
+    btkBaseEvent *base() const { return m_event ? m_event->GetBaseEvent() : nullptr; }
+
+    std::unique_ptr<ioEvent> m_event;
+};
+
+ioEvent *input_of(ioStream &stream) {
+    return guarded<ioEvent *>(nullptr, [&] { return stream.InputEvent(); });
+}
+ioEvent *output_of(ioStream &stream) {
+    return guarded<ioEvent *>(nullptr, [&] { return stream.OutputEvent(); });
+}
+
+}  // namespace
+
+// Sources --------------------------------------------------------------------------------------
+
+relay_source::~relay_source() = default;
+
+pipe_source::pipe_source(int fd) : relay_source(new btkSelectEvent(fd, 0)), m_fd(fd) {
+    kel::system::set_nonblocking(fd);
+}
+
+std::ptrdiff_t pipe_source::read(char *to, std::size_t room) {
+    const std::ptrdiff_t got = kel::system::read_now(m_fd, to, room);
+    if (got >= static_cast<std::ptrdiff_t>(usual_pipe) && !m_enlarged) {
+        kel::system::enlarge_pipe(m_fd);
+        m_enlarged = true;
+    }
+    return got == io_failed ? 0 : got;
+}
+
+stream_source::stream_source(ioStream &stream)
+    : relay_source(new stream_event(input_of(stream))), m_stream(stream) {}
+
+std::size_t stream_source::peek() {
+    return is_usable(m_stream) ? m_stream.PeekNBytes() : 0;
+}
+
+std::ptrdiff_t stream_source::read(char *to, std::size_t room) {
+    return guarded<std::ptrdiff_t>(0, [&]() -> std::ptrdiff_t {
+        std::size_t count = peek();
+        // Another reader may have been faster: it is the end only where the stream knows so, or still says
+        // that there is something when there is nothing.
+        if (count == 0 && !event()->GetBaseEvent()->IsReady()) {
+            if (is_usable(m_stream) && !event()->IsSignaled()) return io_would_wait;
+            count = peek();
+        }
+        return count == 0 ? 0 : m_stream.ReadBytes(to, static_cast<unsigned>(std::min(count, room)));
+    });
+}
+
+bool source_forwarder::forward(relay_source &source, int tag, relay_wire &wire) {
+    if (wire.unsent() > 0) return true;
+    const std::ptrdiff_t got = source.read(wire.reserve(m_piece), m_piece);
+    if (got <= 0) return got == io_would_wait;
+    const auto count = static_cast<std::size_t>(got);
+    wire.put_counted(tag, count);
+    wire.send();
+    if (count == m_piece) m_piece = std::min(2 * m_piece, largest_piece);
+    return true;
+}
+
+// Destinations ---------------------------------------------------------------------------------
+
+relay_destination::~relay_destination() = default;
+
+std::size_t relay_destination::write_some(std::string_view bytes) {
+    if (m_dead || bytes.empty()) return bytes.size();
+    const std::ptrdiff_t taken = write(bytes);
+    m_dead = taken == io_failed;
+    if (taken > 0) written();
+    return m_dead ? bytes.size() : static_cast<std::size_t>(std::max<std::ptrdiff_t>(taken, 0));
+}
+
+void relay_destination::take(std::string_view bytes) {
+    if (m_pending.is_empty()) bytes.remove_prefix(write_some(bytes));
+    m_pending.append(bytes);
+}
+
+void relay_destination::flush() {
+    if (!m_pending.is_empty()) m_pending.drop(write_some(m_pending.bytes()));
+}
+
+int relay_destination::news() noexcept {
+    if (m_holds ? pending() >= low : pending() <= high) return 0;
+    m_holds = !m_holds;
+    return m_tag + (m_holds ? tag_hold : tag_go_on);
+}
+
+pipe_destination::pipe_destination(int tag, int fd)
+    : relay_destination(tag, new btkSelectEvent(fd, 1)), m_fd(fd) {
+    kel::system::set_nonblocking(fd);
+}
+
+std::ptrdiff_t pipe_destination::write(std::string_view bytes) {
+    const std::ptrdiff_t taken = kel::system::write_now(m_fd, bytes.data(), bytes.size());
+    if (taken < static_cast<std::ptrdiff_t>(bytes.size()) && taken != io_failed && !m_enlarged) {
+        kel::system::enlarge_pipe(m_fd);
+        m_enlarged = true;
+    }
+    return taken;
+}
+
+stream_destination::stream_destination(int tag, ioStream &stream)
+    : relay_destination(tag, new stream_event(output_of(stream))), m_stream(stream) {}
+
+std::ptrdiff_t stream_destination::write(std::string_view bytes) {
+    return guarded<std::ptrdiff_t>(io_failed, [&]() -> std::ptrdiff_t {
+        std::size_t done = 0;
+        const bool may_wait = !event()->GetBaseEvent()->IsReady();
+        while (done < bytes.size()) {
+            if (may_wait && !event()->IsSignaled())
+                return done > 0 ? static_cast<std::ptrdiff_t>(done) : io_would_wait;
+            if (!is_usable(m_stream)) return io_failed;
+            const std::size_t count =
+                may_wait ? std::min(bytes.size() - done, sure_piece) : bytes.size() - done;
+            m_stream.WriteBytes(bytes.data() + done, static_cast<unsigned>(count));
+            if (may_wait) m_stream.Flush();
+            done += count;
+        }
+        return static_cast<std::ptrdiff_t>(done);
+    });
+}
+
+void stream_destination::written() {
+    guarded(false, [&] { return m_stream.Flush() == nullptr; });
+}
+
+}  // namespace kel::detail
