@@ -29,10 +29,8 @@ public:
     // Until the server has told the end and all that it has sent is delivered, or the connection is over, or
     // the owner gives up. The exit code.
     int run() {
-        while (!is_done()) {
-            m_wire.send();
+        for (m_wire.send(); !is_done(); m_wire.send())
             pass();
-        }
         // Output that breaks off must not look like all of it.
         return m_ended ? m_exit_code : rshProcess::NoExitCode;
     }
