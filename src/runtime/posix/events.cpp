@@ -8,6 +8,7 @@
 
 #include <cerrno>
 
+#include "runtime/posix/uncancelled.h"
 #include "runtime/posix/waiting.h"
 
 using namespace kel::system;
@@ -127,14 +128,16 @@ bool take(btkEventHandle event) {
     return ::eventfd_read(descriptor_of(event), &count) == 0;
 }
 
-class errno_keeper {
+// Around calls of the system in functions that throw nothing and leave errno alone.
+class quietly {
 public:
-    errno_keeper() noexcept : m_saved(errno) {}
-    ~errno_keeper() { errno = m_saved; }
-    errno_keeper(const errno_keeper &) = delete;
-    errno_keeper &operator=(const errno_keeper &) = delete;
+    quietly() noexcept : m_saved(errno) {}
+    ~quietly() { errno = m_saved; }
+    quietly(const quietly &) = delete;
+    quietly &operator=(const quietly &) = delete;
 
 private:
+    uncancelled m_scope;
     int m_saved;
 };
 
@@ -150,16 +153,16 @@ btkEventHandle Event_Create(bool manual_reset, bool initial) {
 }
 
 void Event_Set(btkEventHandle event) noexcept {
-    errno_keeper keeper;
+    quietly scope;
     // A counter at its limit, the one refusal, is a signal too.
     if (event >= 0) ::eventfd_write(descriptor_of(event), 1);
 }
 void Event_Reset(btkEventHandle event) noexcept {
-    errno_keeper keeper;
+    quietly scope;
     if (event >= 0) take(event);
 }
 void Event_Free(btkEventHandle event) noexcept {
-    errno_keeper keeper;
+    quietly scope;
     if (event >= 0) ::close(descriptor_of(event));
 }
 
@@ -168,6 +171,6 @@ btkPollRequest btkEVENTEvent::GetPollRequest() {
 }
 bool btkEVENTEvent::Confirm(unsigned got) {
     if (is_manual(m_event) || !(got & btkPollIn)) return got != 0;
-    errno_keeper keeper;
+    quietly scope;
     return take(m_event);
 }

@@ -5,8 +5,13 @@
 
 #include <cerrno>
 
+#include "runtime/posix/uncancelled.h"
+
 void kel::system::owned_descriptor::reset(int fd) noexcept {
-    int before = errno;
-    if (int old = std::exchange(m_fd, fd); old >= 0) ::close(old);
+    const int old = std::exchange(m_fd, fd);
+    if (old < 0) return;
+    const uncancelled scope;
+    const int before = errno;
+    ::close(old);
     errno = before;
 }

@@ -15,10 +15,12 @@
 #include <unordered_map>
 
 #include "runtime/owned_descriptor.h"
+#include "runtime/posix/uncancelled.h"
 
 namespace {
 
 using kel::system::owned_descriptor;
+using kel::system::uncancelled;
 
 // Shared by the handle and the thread, so that either may go first.
 struct thread_state {
@@ -35,21 +37,6 @@ struct thread_state {
     std::shared_ptr<thread_state> for_thread;  // its share until it runs
 };
 using shared_state = std::shared_ptr<thread_state>;
-
-// No cancellation of the calling thread in this scope: what is under way here must be completed.
-class uncancelled {
-public:
-    uncancelled() noexcept { ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_before); }
-    ~uncancelled() {
-        int ignored;
-        ::pthread_setcancelstate(m_before, &ignored);
-    }
-    uncancelled(const uncancelled &) = delete;
-    uncancelled &operator=(const uncancelled &) = delete;
-
-private:
-    int m_before = PTHREAD_CANCEL_ENABLE;
-};
 
 class end_of_thread {
 public:
