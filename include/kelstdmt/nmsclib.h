@@ -2,7 +2,8 @@
 //
 // Each request is a connection of its own; a proxy holds none between them and is for one thread at a time.
 // What comes from the name server is checked before memory is taken for it, and one that falls silent, takes
-// nothing, sends less than 4 KB within kel::name_service_patience seconds or records without end is given up.
+// nothing, sends less than 4 KB within kel::name_service_patience() seconds or records without end is given
+// up.
 #pragma once
 
 #include <iosfwd>

@@ -16,8 +16,12 @@
 namespace kel {
 
 constexpr int name_service_port = 1239;
-constexpr double name_service_patience = 30;  // seconds a client waits for the next bytes of an answer
-constexpr int name_service_greeting = 100;    // the int that begins a request
+constexpr int name_service_greeting = 100;  // the int that begins a request
+
+// Seconds in which a name server has to send the next 4 KB of an answer, or to take as much of a request,
+// before its client gives it up: 30, unless the program sets others. INFINITE: for ever. From any thread.
+KELSTDMT_API double name_service_patience() noexcept;
+KELSTDMT_API void set_name_service_patience(double seconds) noexcept;
 
 enum class name_request : unsigned char {
     ping = 1,

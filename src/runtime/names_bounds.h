@@ -16,7 +16,7 @@ public:
 
     double seconds_left() const {
         const std::chrono::duration<double> gone = clock::now() - m_since;
-        return name_service_patience - gone.count();
+        return name_service_patience() - gone.count();
     }
     void moved(std::size_t bytes) {
         m_moved += bytes;

@@ -1,6 +1,7 @@
 // The plain functions of the name service. Each request is one connection: the question goes out in one
 // piece, and the answer is read ahead, since nothing follows it.
 #include <algorithm>
+#include <atomic>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -35,6 +36,8 @@ namespace {
 
 using kel::name_request;
 using kel::name_status;
+
+std::atomic<double> patience{30};  // seconds
 
 constexpr int found_by_client = 0, found_by_server = 1;
 constexpr std::int64_t no_limit = std::int64_t{1} << 30;  // seconds
@@ -181,6 +184,13 @@ int name_service_port_of_environment() {
 }  // namespace kel
 
 // Name servers ---------------------------------------------------------------------------------
+
+double kel::name_service_patience() noexcept {
+    return patience;
+}
+void kel::set_name_service_patience(double seconds) noexcept {
+    patience = seconds;
+}
 
 nmsServ *nmsServConnectLocal() {
     return new nmsServ{"localhost", true};

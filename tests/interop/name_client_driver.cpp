@@ -1,7 +1,7 @@
-// Both clients of a name server, driven by a name server in another language. Each line of the input is
-// "API OPERATION HOST PORT PROCESS [NAME=VALUE]...", separated by tabs: API is `functions` or `module`, the
-// host `-` is this one. What came of it follows on the output, up to a line with a dot; the functions print
-// their errors on standard error.
+// Both clients of a name server, driven by a name server in another language: `name_client_driver
+// [PATIENCE]`, in seconds. Each line of the input is "API OPERATION HOST PORT PROCESS [NAME=VALUE]...",
+// separated by tabs: API is `functions` or `module`, the host `-` is this one. What came of it follows on the
+// output, up to a line with a dot; the functions print their errors on standard error.
 #include <cstring>
 #include <iostream>
 #include <map>
@@ -113,7 +113,8 @@ void perform(const std::string &api, const Request &request) {
 
 }  // namespace
 
-int main() {
+int main(int count, char **arguments) {
+    if (count > 1) kel::set_name_service_patience(std::stod(arguments[1]));
     for (std::string line; std::getline(std::cin, line);) {
         std::istringstream words(line);
         std::string api, port, process, field;

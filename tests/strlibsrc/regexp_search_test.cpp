@@ -132,15 +132,15 @@ INSTANTIATE_TEST_SUITE_P(regexp_search, in_locale, testing::Values("C", "C.UTF-8
 TEST_P(in_locale, RandomPatternsFindWhatTheModelFinds) {
     random_text random(20240611, {"a", "a", "b", "b", "c", "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80"},
                        {"\xC3", "\xE2\x82", "\x80", "\xFF", "\xED\xA0\x80"});
-    compare_with_model(random, 6000);
+    compare_with_model(random, 3000);
     random_text few(3, {"a", "b"}, {"\xFF"});
-    compare_with_model(few, 6000);
+    compare_with_model(few, 3000);
 }
 
 TEST_P(in_locale, DamagedProgramsAreErrorsOrAnswersAndNothingElse) {
     random_text random(7, {"a", "b", "\xC3\xA9"}, {"\xFF"});
     int errors = 0, answers = 0;
-    for (int round = 0; round < 20000; ++round) {
+    for (int round = 0; round < 6000; ++round) {
         const owned_program whole = compiled(random.pattern(2));
         if (!whole) continue;
         // The record exactly as long as its program says, so that a look beyond it is seen.
@@ -165,8 +165,8 @@ TEST_P(in_locale, DamagedProgramsAreErrorsOrAnswersAndNothingElse) {
                 << seen;
         }
     }
-    EXPECT_GT(errors, 1000);
-    EXPECT_GT(answers, 1000);
+    EXPECT_GT(errors, 500);
+    EXPECT_GT(answers, 500);
 }
 
 struct bounded_case {
@@ -175,8 +175,8 @@ struct bounded_case {
 };
 
 TEST(regexp_search, TheWorkIsBoundedByProgramTimesText) {
-    const std::string many(200000, 'a'), most(50000000, 'a');
-    std::string mixed(3000000, 'a');
+    const std::string many(200000, 'a'), most(8000000, 'a');
+    std::string mixed(600000, 'a');
     for (std::size_t i = 0; i < mixed.size(); i += 3)
         mixed[i] = 'b';
     std::string tossed(200000, 'a'), optional;
@@ -188,7 +188,7 @@ TEST(regexp_search, TheWorkIsBoundedByProgramTimesText) {
     const bounded_case cases[] = {
         {"(a|a)*b", many, -1, -1},
         {"(a|a)*b", many + "b", 0, 200001},
-        {"(a|b)*", most, 0, 50000000},
+        {"(a|b)*", most, 0, 8000000},
         {"((a|b)(a|b)?)*c", mixed, -1, -1},
         {"(aa*b*|b|c)+d", mixed, -1, -1},
         {".*.*.*x", many, -1, -1},
@@ -196,7 +196,7 @@ TEST(regexp_search, TheWorkIsBoundedByProgramTimesText) {
         {"^(a+)+$", many + "c", -1, -1},
         {optional + std::string(30, 'a'), std::string(30, 'a'), 0, 30},
         // Its automaton has a state for every set of places within the last twelve.
-        {"(a|b)*a(a|b)(a|b)..........$", mixed, 0, 3000000},
+        {"(a|b)*a(a|b)(a|b)..........$", mixed, 0, 600000},
         {"b(.)*a(a|b)(a|b).........c", mixed, -1, -1},
         // There attempts answer at once, here they try in vain.
         {"[ab]*a[ab].............(c|d)", tossed + "a" + std::string(14, 'b') + "d", 0, 200016},
