@@ -16,19 +16,36 @@ struct ScratchFolder : testing::Test {
     ScratchFolder() {
         char name[] = "/tmp/kelstdmt_test_XXXXXX";
         folder = ::mkdtemp(name);
-        path = folder + "/f";
+        path = at("f");
     }
     ~ScratchFolder() override { std::filesystem::remove_all(folder); }
 
-    void put(const std::string &text) const { std::ofstream(path, std::ios::binary) << text; }
+    std::string at(const std::string &name) const { return folder + "/" + name; }
+    // Makes the folders above the file, and answers its path.
+    std::string put(const std::string &name, const std::string &text) const {
+        std::filesystem::create_directories(std::filesystem::path(at(name)).parent_path());
+        std::ofstream(at(name), std::ios::binary) << text;
+        return at(name);
+    }
+    void put(const std::string &text) const { put("f", text); }
     std::string get(const std::string &name = "f") const {
-        std::ifstream in(folder + "/" + name, std::ios::binary);
+        std::ifstream in(at(name), std::ios::binary);
         return {std::istreambuf_iterator<char>(in), {}};
     }
     auto files() const { return std::distance(std::filesystem::directory_iterator(folder), {}); }
 
     std::string folder, path;
 };
+
+// One that is the current folder.
+struct WorkFolder : ScratchFolder {
+    WorkFolder() { std::filesystem::current_path(folder); }
+    ~WorkFolder() override { std::filesystem::current_path("/"); }
+};
+
+inline auto open_descriptors() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
 
 inline pid_t start(const std::function<int()> &work) {
     pid_t child = ::fork();
@@ -40,4 +57,8 @@ inline int wait_for(pid_t child) {
     int status = 0;
     EXPECT_EQ(::waitpid(child, &status, 0), child);
     return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
+}
+// The same for work that expects: 0 when all of it held.
+inline int in_child(const std::function<void()> &work) {
+    return wait_for(start([&] { return work(), int{testing::Test::HasFailure()}; }));
 }

@@ -1,11 +1,8 @@
 // The registry: its files byte by byte, its rules, and what other writers, kills, refusals and hostile
 // entries do to it (KELSTDMT_KILLS: how many writers are killed).
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -14,9 +11,6 @@
 #include <cmath>
 #include <csignal>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <functional>
 #include <memory>
 #include <random>
 #include <thread>
@@ -24,18 +18,15 @@
 #include <kelstdmt/kel.h>
 #include <kelstdmt/reglib.h>
 
+#include "scratch_folder.h"
+
 namespace {
 
 namespace fs = std::filesystem;
 using Key = std::unique_ptr<regKey>;
 using Names = std::vector<std::string>;
 
-std::string bytes_of(const fs::path &path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return "no file";
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-void put(const fs::path &path, std::string_view bytes) {
+void write(const fs::path &path, std::string_view bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
 }
 // Relative to the folder, sorted; only entries with such a beginning.
@@ -47,9 +38,6 @@ Names entries(const fs::path &folder, std::string_view beginning = "") {
     std::sort(found.begin(), found.end());
     return found;
 }
-std::size_t open_descriptors() {
-    return static_cast<std::size_t>(std::distance(fs::directory_iterator("/proc/self/fd"), {}));
-}
 std::string read(const ovkRegistryKey &key, const char *name) {
     const xstring value = key.GetValue(name);
     return value.IsNull() ? "none" : std::string(kel::view(value));
@@ -60,20 +48,6 @@ std::string told_text(std::size_t size) {
 }
 bool is_whole(const std::string &text) {
     return text == told_text(std::strtoul(text.c_str(), nullptr, 10));
-}
-template <class Work>
-pid_t in_child(Work work) {
-    const pid_t child = ::fork();
-    if (child == 0) {
-        work();
-        ::_exit(testing::Test::HasFailure());
-    }
-    return child;
-}
-int exit_code(pid_t child) {
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 // The declared name of what the action throws.
 template <class Action>
@@ -89,25 +63,19 @@ std::string thrown(Action action, std::string *name = nullptr) {
     return "";
 }
 
-class Registry : public testing::Test {
-protected:
-    void SetUp() override {
-        std::string pattern = testing::TempDir() + "registry.XXXXXX";
-        m_place = ::mkdtemp(pattern.data());
-        fs::permissions(m_place, fs::perms(0755));
-        ::setenv("KELSTDMT_REGISTRY", (m_place / "in").c_str(), 1);
-        m_user = m_place / "in/user";
+struct Registry : ScratchFolder {
+    Registry() {
+        fs::permissions(folder, fs::perms(0755));
+        ::setenv("KELSTDMT_REGISTRY", at("in").c_str(), 1);
     }
-    void TearDown() override { fs::remove_all(m_place); }
-
     ovkRegistryKey create(const char *name) {
         ovkRegistryKey key;
         EXPECT_TRUE(key.Create(ovkRegistry::User()->Root(), name)) << name << ": " << Error_GetLast();
         return key;
     }
-    std::string file(const std::string &name) { return bytes_of(m_user / name); }
+    std::string file(const std::string &name) { return get("in/user/" + name); }
 
-    fs::path m_place, m_user;
+    const fs::path m_place = folder, m_user = m_place / "in/user";
 };
 
 TEST_F(Registry, ValuesAreFilesThatCanBeReadAndMadeByHand) {
@@ -147,13 +115,13 @@ TEST_F(Registry, ValuesAreFilesThatCanBeReadAndMadeByHand) {
     EXPECT_EQ(read(key, "blob"), "none");
 
     const fs::path folder = m_user / "software/orv";
-    put(folder / "port.text", "8080");
-    put(folder / "cut.text", std::string("ab\0c\n", 5));
-    put(folder / "blob.text", "counts\n");
+    write(folder / "port.text", "8080");
+    write(folder / "cut.text", std::string("ab\0c\n", 5));
+    write(folder / "blob.text", "counts\n");
     for (const char *head : {"", "type 3", "type -3\n", "type 1\nxy", "type 99999999999\n", "type 3 \n"})
-        put(folder / ("bad" + std::to_string(std::strlen(head)) + ".data"), head);
+        write(folder / ("bad" + std::to_string(std::strlen(head)) + ".data"), head);
     for (const char *foreign : {"UPPER.text", "a.b.text", "a?.text"})
-        put(folder / foreign, "no value");
+        write(folder / foreign, "no value");
     fs::create_directory(folder / "Upper");
     fs::create_directory(folder / "a?");
     EXPECT_EQ(read(key, "port") + read(key, "cut") + read(key, "upper"), "8080abnone");
@@ -202,7 +170,7 @@ TEST_F(Registry, NamesThatAreNone) {
 }
 
 TEST_F(Registry, KeysAndTheirHandles) {
-    const std::size_t descriptors = open_descriptors();
+    const auto descriptors = open_descriptors();
     {
         ovkRegistryKey reader;
         EXPECT_FALSE(reader.Open(ovkRegistry::User()->Root(), "a") || fs::exists(m_user))
@@ -314,7 +282,7 @@ TEST_F(Registry, ObjectsWithTypedValues) {
 TEST_F(Registry, NothingInTheTreeLeadsOut) {
     const fs::path outside = m_place / "outside", key_folder = m_user / "key";
     fs::create_directories(outside / "sub");
-    put(outside / "secret.text", "secret\n");
+    write(outside / "secret.text", "secret\n");
     ovkRegistryKey key = create("key"), sub;
     fs::create_symlink(outside, key_folder / "link");
     fs::create_symlink(outside / "secret.text", key_folder / "value.text");
@@ -323,7 +291,7 @@ TEST_F(Registry, NothingInTheTreeLeadsOut) {
     fs::create_symlink(outside / "sub", m_user / ".deleted");
     fs::create_directory(key_folder / "folder.text");
     ASSERT_EQ(::mkfifo((key_folder / "pipe.text").c_str(), 0600), 0);
-    put(key_folder / "huge.text", "");
+    write(key_folder / "huge.text", "");
     fs::resize_file(key_folder / "huge.text", std::uintmax_t{1} << 40);
     EXPECT_FALSE(sub.Open(key, "link") || sub.Create(key, "link\\made") || key.DeleteSubkey("link"));
     for (const char *name : {"value", "data", "folder", "pipe", "huge"})
@@ -354,25 +322,25 @@ TEST_F(Registry, NothingInTheTreeLeadsOut) {
     EXPECT_TRUE(create("").DeleteSubkey("key"));
     EXPECT_EQ(entries(m_user), (Names{".lock"}));
     EXPECT_EQ(entries(outside), (Names{"secret.text", "sub"}));
-    EXPECT_EQ(bytes_of(outside / "secret.text"), "secret\n");
+    EXPECT_EQ(get("outside/secret.text"), "secret\n");
     fs::remove(m_user / ".lock");
     fs::create_symlink(outside / "secret.text", m_user / ".lock");
     EXPECT_FALSE(create("").SetValue("v", "1"));
-    EXPECT_EQ(bytes_of(outside / "secret.text"), "secret\n");
+    EXPECT_EQ(get("outside/secret.text"), "secret\n");
 }
 
 TEST_F(Registry, RefusalsLeaveTheOldValue) {
     ovkRegistryKey key = create("key"), machine;
     ASSERT_TRUE(key.SetValue("v", "old") && machine.Create(ovkRegistry::System()->Root(), "key"));
     ASSERT_TRUE(machine.SetValue("v", "for all"));
-    const std::size_t descriptors = open_descriptors();
+    const auto descriptors = open_descriptors();
     EXPECT_EQ(
-        exit_code(in_child([&] {
+        in_child([&] {
             ::signal(SIGXFSZ, SIG_IGN);
             const rlimit small{1000, 1000};
             ::setrlimit(RLIMIT_FSIZE, &small);
             EXPECT_TRUE(!key.SetValue("v", std::string(5000, 'x').c_str()) && Error_GetLast() == 223);
-            const rlimit few{descriptors, descriptors};
+            const rlimit few{static_cast<rlim_t>(descriptors), static_cast<rlim_t>(descriptors)};
             ::setrlimit(RLIMIT_NOFILE, &few);
             std::vector<int> taken;
             for (int fd; (fd = ::open("/", O_PATH)) >= 0;)
@@ -390,7 +358,7 @@ TEST_F(Registry, RefusalsLeaveTheOldValue) {
             EXPECT_EQ(Error_GetLast(), 5);
             EXPECT_EQ(thrown([&] { regKey(other).SetValue("v", 1); }), "reglib::XAccess");
             EXPECT_FALSE(sub.Open(ovkRegistry::User()->Root(), "key"));
-        })),
+        }),
         0);
     EXPECT_EQ(read(key, "v") + read(machine, "v"), "oldfor all");
     EXPECT_TRUE(entries(m_place, ".new").empty());
@@ -399,11 +367,11 @@ TEST_F(Registry, RefusalsLeaveTheOldValue) {
         fs::remove(m_user / ".lock");
         ASSERT_EQ(::chown(m_user.c_str(), 65534, 65534), 0);
         EXPECT_TRUE(create("owned").SetValue("v", "by root"));
-        EXPECT_EQ(exit_code(in_child([&] {
+        EXPECT_EQ(in_child([&] {
                       if (::setgid(65534) != 0 || ::setuid(65534) != 0) return;
                       EXPECT_EQ(read(create("owned"), "v"), "by root");
                       EXPECT_TRUE(create("owned\\sub").SetValue("v", "mine")) << Error_GetLast();
-                  })),
+                  }),
                   0);
     }
 
@@ -446,6 +414,11 @@ void keep_writing(const ovkRegistryKey &parent, unsigned seed, int rounds) {
     }
 }
 
+pid_t start_writing(const ovkRegistryKey &parent, unsigned seed, int rounds) {
+    return start(
+        [&, seed, rounds] { return keep_writing(parent, seed, rounds), int{testing::Test::HasFailure()}; });
+}
+
 void expect_whole(const ovkRegistryKey &key, int when) {
     kel::registry_value turning;
     ASSERT_TRUE(is_whole(read(key, "shared"))) << when;
@@ -458,13 +431,13 @@ TEST_F(Registry, SeveralWritersOnOneKey) {
     std::atomic<bool> done = false;
     std::vector<pid_t> writers;
     for (unsigned seed = 10; seed < 13; ++seed)
-        writers.push_back(in_child([&] { keep_writing(key, seed, 80); }));
+        writers.push_back(start_writing(key, seed, 80));
     std::thread first([&] { keep_writing(key, 20, 80); }), second([&] { keep_writing(key, 21, 80); });
     std::thread last([&] {
         first.join();
         second.join();
         for (pid_t writer : writers)
-            EXPECT_EQ(exit_code(writer), 0);
+            EXPECT_EQ(wait_for(writer), 0);
         done = true;
     });
     for (int i = 0; !done; ++i)
@@ -484,10 +457,10 @@ TEST_F(Registry, KilledWritersLeaveWholeValues) {
     keep_writing(key, 1, 1);
     for (int kill = 0; kill < kills; ++kill) {
         const unsigned seed = 100 + static_cast<unsigned>(kill);
-        const pid_t writer = in_child([&] { keep_writing(key, seed, INT_MAX); });
+        const pid_t writer = start_writing(key, seed, INT_MAX);
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 12000));
         ::kill(writer, SIGKILL);
-        ::waitpid(writer, nullptr, 0);
+        EXPECT_EQ(wait_for(writer), -SIGKILL);
         expect_whole(key, kill);
         std::vector<kel::registry_value> values;
         ASSERT_TRUE(!sub.Open(key, "sub") || kel::registry_values(sub, values));

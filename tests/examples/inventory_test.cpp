@@ -9,7 +9,7 @@ namespace {
 struct inventory_test : ExampleTest {
     inventory_test() : ExampleTest("inventory") {}
     Outcome RunOn(const std::string &passwd, const std::string &group) const {
-        return Run(Write("passwd", passwd) + ' ' + Write("group", group));
+        return Run(put("passwd", passwd) + ' ' + put("group", group));
     }
 };
 
@@ -39,7 +39,7 @@ TEST_F(inventory_test, MalformedLinesAreNamedAndSkipped) {
         "bell:x:1:1:\a::\ngood:x:2:2:::\nlast:x:1:1:::",
         "wheel:x:nobody\n");
     EXPECT_EQ(outcome.status, 0) << outcome.err;
-    std::string file = In("passwd"), expected;
+    std::string file = at("passwd"), expected;
     for (const char *line : {
              ":4: skipped: expected 7 fields between colons, found 3",
              ":5: skipped: the name is empty",
@@ -48,7 +48,7 @@ TEST_F(inventory_test, MalformedLinesAreNamedAndSkipped) {
              ":8: skipped: there is an account \"good\" already",
          })
         expected += file + line + '\n';
-    expected += In("group") + ":1: skipped: expected 4 fields between colons, found 3\n";
+    expected += at("group") + ":1: skipped: expected 4 fields between colons, found 3\n";
     EXPECT_EQ(outcome.err, expected);
     expect_says(outcome.out, "2 accounts from " + file + " (5 malformed lines skipped)");
 }
@@ -77,8 +77,8 @@ TEST_F(inventory_test, RandomBytesDoNoHarm) {
 }
 
 TEST_F(inventory_test, WhatCannotBeReadIsNamed) {
-    std::string passwd = Write("passwd", some_passwd), group = Write("group", some_group),
-                empty = Write("empty", ""), missing = In("missing");
+    std::string passwd = put("passwd", some_passwd), group = put("group", some_group),
+                empty = put("empty", ""), missing = at("missing");
     struct Case {
         std::string arguments, says;
         int code;
@@ -104,15 +104,15 @@ TEST_F(inventory_test, WhatCannotBeReadIsNamed) {
 }
 
 TEST_F(inventory_test, SaysSoWhenNothingCanBeWritten) {
-    std::string files = Write("passwd", some_passwd) + ' ' + Write("group", some_group);
-    std::filesystem::create_directory(In("full"));
-    std::filesystem::create_symlink("/dev/full", In("full/inventory.binary"));
-    Outcome outcome = Run("--keep " + In("full") + ' ' + files);
+    std::string files = put("passwd", some_passwd) + ' ' + put("group", some_group);
+    std::filesystem::create_directory(at("full"));
+    std::filesystem::create_symlink("/dev/full", at("full/inventory.binary"));
+    Outcome outcome = Run("--keep " + at("full") + ' ' + files);
     EXPECT_EQ(outcome.status, 1);
-    expect_says(outcome.err, In("full/inventory.binary") + ": ");
+    expect_says(outcome.err, at("full/inventory.binary") + ": ");
     expect_says(outcome.out, "8 of 9 came back equal");
 
-    outcome = Run(files, "TMPDIR=" + In("none"));
+    outcome = Run(files, "TMPDIR=" + at("none"));
     EXPECT_EQ(outcome.status, 1);
     expect_says(outcome.err, "TMPDIR");
     expect_says(outcome.out, "6 of 9 came back equal");

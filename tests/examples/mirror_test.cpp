@@ -18,7 +18,7 @@ struct mirror_test : ExampleTest {
         std::string text(bytes, ' ');
         for (char &byte : text)
             byte = static_cast<char>(chance());
-        Write(name, text);
+        put(name, text);
     }
     void MakeTree() {
         WriteBytes("from/a text.txt", 1000);
@@ -26,13 +26,13 @@ struct mirror_test : ExampleTest {
         WriteBytes("from/.hidden", 1);
         WriteBytes("from/deep/er/and/deeper/large", 3 << 20);
         WriteBytes("from/deep/\xff odd:name", 70000);
-        fs::create_directories(In("from/nothing in it"));
-        fs::create_symlink("a text.txt", In("from/link"));
-        fs::create_symlink("nowhere", In("from/deep/dangling"));
-        fs::create_symlink("..", In("from/deep/up"));
+        fs::create_directories(at("from/nothing in it"));
+        fs::create_symlink("a text.txt", at("from/link"));
+        fs::create_symlink("nowhere", at("from/deep/dangling"));
+        fs::create_symlink("..", at("from/deep/up"));
     }
     Outcome Copy(const std::string &options = "") const {
-        return Run("copy " + options + ' ' + In("from") + ' ' + In("to") + ' ' + In("state"));
+        return Run("copy " + options + ' ' + at("from") + ' ' + at("to") + ' ' + at("state"));
     }
 
     std::mt19937 chance{3};
@@ -47,52 +47,52 @@ void ExpectWords(const Outcome &outcome, int code, std::initializer_list<const c
 TEST_F(mirror_test, CopiesWhileAnotherFollows) {
     MakeTree();
     Outcome followed;
-    std::thread follower([&] { followed = Run("follow --patience 60 " + In("state/progress.mon")); });
+    std::thread follower([&] { followed = Run("follow --patience 60 " + at("state/progress.mon")); });
     ExpectWords(Copy(), 0,
                 {"This is run 1\n", "5 files, 6 folders, 3 links, 3,216,729 bytes", "4. Verified"});
     follower.join();
     ExpectWords(followed, 0, {"waiting for ", "it is done"});
-    EXPECT_EQ(std::system(("diff -r --no-dereference " + In("from") + ' ' + In("to")).c_str()), 0);
+    EXPECT_EQ(std::system(("diff -r --no-dereference " + at("from") + ' ' + at("to")).c_str()), 0);
     expect_says(get("state/mirror.conf"), "State:complete since ");
     expect_says(get("state/mirror.conf"), "Copied:5 files\n");
 
     // Again, onto what is there. The settings are files of the registry, which the user may write.
     ExpectWords(Copy(), 1, {"mirror: File exists", "/to"});
     expect_says(get("state/mirror.conf"), "State:failed");
-    ExpectWords(Run("follow " + In("state/progress.mon")), 1, {"it failed: File exists"});
+    ExpectWords(Run("follow " + at("state/progress.mon")), 1, {"it failed: File exists"});
     const std::string key = "registry/user/examples/mirror/";
-    Write(key + "links.text", "skip\n");
+    put(key + "links.text", "skip\n");
     WriteBytes("from/new", 5);
     WriteBytes("to/old", 5);
     ExpectWords(Copy("--replace"), 0,
                 {"links are left out", "This is run 2, the last was on", "Copied: 6 files (was 5 files)"});
-    EXPECT_FALSE(fs::is_symlink(In("to/link")) || fs::exists(In("to/old")));
+    EXPECT_FALSE(fs::is_symlink(at("to/link")) || fs::exists(at("to/old")));
     EXPECT_EQ(get(key + "runs.text"), "2\n");
     ExpectWords(Copy("--merge"), 0, {"This is run 3"});
-    Write(key + "links.text", "some\n");
+    put(key + "links.text", "some\n");
     ExpectWords(Copy("--merge"), 1, {"keep or skip, not some"});
 }
 
 TEST_F(mirror_test, FailuresAreTold) {
     ExpectWords(Copy(), 1, {"mirror: ", "/from"});
     WriteBytes("from/a", 10);
-    ASSERT_EQ(mkfifo(In("from/fifo").c_str(), 0600), 0);
+    ASSERT_EQ(mkfifo(at("from/fifo").c_str(), 0600), 0);
     ExpectWords(Copy(), 1, {"mirror: ", "/from/fifo"});
-    fs::remove(In("from/fifo"));
-    fs::remove_all(In("to"));
-    ExpectWords(Run("copy " + In("from") + ' ' + In("from/inside") + ' ' + In("state")), 1,
+    fs::remove(at("from/fifo"));
+    fs::remove_all(at("to"));
+    ExpectWords(Run("copy " + at("from") + ' ' + at("from/inside") + ' ' + at("state")), 1,
                 {"Invalid path", "inside"});
-    EXPECT_FALSE(fs::exists(In("from/inside")));
-    fs::remove_all(In("state"));
+    EXPECT_FALSE(fs::exists(at("from/inside")));
+    fs::remove_all(at("state"));
     WriteBytes("state", 3);  // where the folder is wanted
     ExpectWords(Copy(), 1, {"mirror: ", "/state"});
-    EXPECT_FALSE(fs::exists(In("to")));
+    EXPECT_FALSE(fs::exists(at("to")));
 }
 
 TEST_F(mirror_test, FollowerGivesUpAndUsageIsTold) {
-    ExpectWords(Run("follow --patience 1 " + In("missing")), 1, {"no news in ", "for 1 seconds"});
+    ExpectWords(Run("follow --patience 1 " + at("missing")), 1, {"no news in ", "for 1 seconds"});
     WriteBytes("noise", 5000);
-    ExpectWords(Run("follow --patience 1 " + In("noise")), 1, {"no news in "});
+    ExpectWords(Run("follow --patience 1 " + at("noise")), 1, {"no news in "});
     ExpectWords(Run("--help"), 0, {"Usage: mirror copy"});
     for (const char *wrong :
          {"", "copy a b", "follow", "paint a", "--fast", "follow --patience x f", "follow --patience"})

@@ -11,27 +11,20 @@ inline void expect_says(const std::string &text, const std::string &part) {
 class ExampleTest : public ScratchFolder {
 protected:
     explicit ExampleTest(const std::string &name) : m_program(KELSTDMT_BINARY_DIR "/examples/" + name) {
-        std::filesystem::create_directory(In("tmp"));
+        std::filesystem::create_directory(at("tmp"));
     }
     ~ExampleTest() override {
-        EXPECT_TRUE(std::filesystem::is_empty(In("tmp"))) << "files are left in the temporary folder";
-    }
-
-    std::string In(const std::string &name) const { return folder + "/" + name; }
-    std::string Write(const std::string &name, const std::string &text) const {
-        std::filesystem::create_directories(std::filesystem::path(In(name)).parent_path());
-        std::ofstream(In(name), std::ios::binary) << text;
-        return In(name);
+        EXPECT_TRUE(std::filesystem::is_empty(at("tmp"))) << "files are left in the temporary folder";
     }
 
     // The rest of a shell's command line, behind the program's name; `before` stands ahead of it. A program
     // that takes too long ends with 124.
     Outcome Run(const std::string &arguments, const std::string &before = "") const {
-        std::string command = "export TMPDIR=" + In("tmp") + " KELSTDMT_REGISTRY=" + In("registry");
+        std::string command = "export TMPDIR=" + at("tmp") + " KELSTDMT_REGISTRY=" + at("registry");
         // What a sanitizer finds has a code of its own.
         for (const char *tool : {"ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"})
             command += std::string(" ") + tool + "=\"$" + tool + ":exitcode=99\"";
-        command += "; { " + before + " timeout 120 " + m_program + ' ' + arguments + "; } 2>" + In("stderr") +
+        command += "; { " + before + " timeout 120 " + m_program + ' ' + arguments + "; } 2>" + at("stderr") +
                    " </dev/null";
         Outcome outcome = shell(command);
         outcome.err = get("stderr");

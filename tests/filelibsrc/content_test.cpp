@@ -16,11 +16,11 @@
 #include <kelstdmt/filelib.h>
 
 #include "filelibsrc/failure.h"
-#include "filelibsrc/node_folder.h"
+#include "scratch_folder.h"
 
 namespace {
 
-struct Content : NodeFolder {
+struct Content : ScratchFolder {
     std::string native_folder() const {
         std::string path = folder + "/";
         std::replace(path.begin(), path.end(), '/', '\\');
@@ -248,7 +248,7 @@ TEST_F(Content, HasAChecksum) {
 TEST_F(Content, TellsHowFarTheChecksumIs) {
     const std::string bytes(3'000'000, 'x'), path = put("f", bytes);
     std::vector<kel::file_progress> told;
-    const long before = open_files();
+    const auto before = open_descriptors();
     auto slowly = [&](const kel::file_progress &progress) {
         EXPECT_EQ(std::string(progress.path).substr(0, 5), "\\tmp\\");
         told.push_back(progress);
@@ -260,7 +260,7 @@ TEST_F(Content, TellsHowFarTheChecksumIs) {
     EXPECT_EQ(kel::calculate_check_sum(path.c_str(), nullptr), plain_sum(bytes));
     EXPECT_THROW(kel::calculate_check_sum(path.c_str(), [](auto &) { throw std::runtime_error("stop"); }),
                  std::runtime_error);
-    EXPECT_EQ(open_files(), before);
+    EXPECT_EQ(open_descriptors(), before);
 }
 
 }  // namespace

@@ -1,11 +1,7 @@
 // Wildcards in paths against fnmatch(3) over all the paths of a tree, and what ends an expansion.
 #include <fnmatch.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <random>
 #include <vector>
 
@@ -13,18 +9,15 @@
 #include <kelstdmt/vumrt.h>
 
 #include "filelibsrc/failure.h"
+#include "scratch_folder.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using texts = std::vector<std::string>;
 
-struct Expand : testing::Test {
-    Expand() {
-        char name[] = "/tmp/kelstdmt_expand_XXXXXX";
-        folder = ::mkdtemp(name);
-        caller = btkCallerPath(folder.c_str());
-        fs::current_path(folder);
+struct Expand : WorkFolder {
+    Expand() : caller(btkCallerPath(folder.c_str())) {
         for (const char *path : {"a/a", "a/ab/c", "a/b.c", "b/ab", "b/.h/c", ".h/a", "abc/x y/z"})
             fs::create_directories(path);
         for (const char *path : {"a/a/ab", "a/ab/c/c", "b/ab/abc", "abc/c", "abc/x y/z/[c]", "c", "a c"})
@@ -33,11 +26,7 @@ struct Expand : testing::Test {
         fs::create_symlink("nowhere", "b/.h/c/dangling");
         fs::create_symlink("../c", "b/c");
     }
-    ~Expand() override {
-        fs::current_path("/");
-        fs::remove_all(folder);
-    }
-    std::string folder, caller;
+    std::string caller;
 };
 
 texts expanded(const std::string &pattern) {

@@ -14,13 +14,13 @@
 #include <kelstdmt/filelib.h>
 
 #include "filelibsrc/failure.h"
-#include "filelibsrc/node_folder.h"
+#include "scratch_folder.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-struct Nodes : NodeFolder {};
+using Nodes = ScratchFolder;
 
 std::string native(std::string path) {
     for (char &c : path)
@@ -98,10 +98,10 @@ TEST_F(Nodes, AreListedOnceEach) {
     EXPECT_EQ(listed(native(folder) + "\\", "*"), made);
     EXPECT_TRUE(listed(folder, "").empty() && listed(folder, nullptr).empty());
     // One descriptor; entries that go in the meantime disturb nothing.
-    const long before = open_files();
+    const auto before = open_descriptors();
     fsiDir dir;
     ASSERT_TRUE(dir.Open(folder.c_str()));
-    EXPECT_EQ(open_files(), before + 1);
+    EXPECT_EQ(open_descriptors(), before + 1);
     xstring name;
     std::multiset<std::string> read;
     while (dir.Read(name) == fsIODone) {
@@ -116,7 +116,7 @@ TEST_F(Nodes, AreListedOnceEach) {
     EXPECT_FALSE(dir.Close());
     EXPECT_EQ(dir.Read(name), fsIOFailed);
     EXPECT_EQ(Error_GetLast(), 6);
-    EXPECT_EQ(open_files(), before);
+    EXPECT_EQ(open_descriptors(), before);
 }
 
 TEST_F(Nodes, ThatCannotBeListedAreErrors) {

@@ -1,13 +1,8 @@
 // Paths against a model that knows their pieces because it made them, the process's folders on real ones,
 // and the way of a failure from errno to the exception.
-#include <gtest/gtest.h>
 #include <pwd.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <random>
 #include <sstream>
 #include <vector>
@@ -16,6 +11,7 @@
 #include <kelstdmt/vumrt.h>
 
 #include "filelibsrc/failure.h"
+#include "scratch_folder.h"
 
 namespace {
 
@@ -133,18 +129,7 @@ TEST(Paths, AgreeWithTheirPieces) {
     }
 }
 
-struct Folders : testing::Test {
-    Folders() {
-        char name[] = "/tmp/kelstdmt_paths_XXXXXX";
-        folder = ::mkdtemp(name);
-        fs::current_path(folder);
-    }
-    ~Folders() override {
-        fs::current_path("/");
-        fs::remove_all(folder);
-    }
-    std::string folder;
-};
+using Folders = WorkFolder;
 
 TEST_F(Folders, CurrentOneIsChangedAndTold) {
     const std::string caller = btkCallerPath(folder.c_str());

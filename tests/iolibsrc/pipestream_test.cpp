@@ -173,10 +173,10 @@ TEST_F(Pipe, EndsGoToChildren) {
 }
 
 TEST_F(Pipe, NoChildInheritsWhatItWasNotGiven) {
-    int child = run("sleep 5", -1, -1);
+    int child = run("sleep 1000", -1, -1);
     out().Close();
     std::unique_ptr<ioEvent> event(in().InputEvent());
-    EXPECT_TRUE(event->Wait(2.0)) << "the child keeps the pipe open";
+    EXPECT_TRUE(event->Wait(60.0)) << "the child keeps the pipe open";
     ::kill(child, SIGKILL);
     ::waitpid(child, nullptr, 0);
 }

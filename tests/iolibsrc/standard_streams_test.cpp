@@ -95,6 +95,7 @@ int answer() {
     ioStream *in = ioStream::getStdin();
     std::unique_ptr<ioEvent> event(in->InputEvent());
     std::string seen = event->Wait(0.0) ? "early " : "quiet ";
+    seen += ::write(3, "\n", 1) == 1 ? "" : "alone ";
     seen += event->Wait(INFINITE) ? "signalled " : "";
     while (in->TryReadInt() != ioSuccess && event->Wait(5.0)) {
     }
@@ -122,7 +123,7 @@ TEST(StandardStreams, AreTextStreamsInOneDirection) {
 }
 
 TEST(StandardStreams, InChildren) {
-    // $ME is this program.
+    // $ME is this program. The one that answers says on channel 3 that it has looked.
     const struct {
         const char *command;
         Outcome outcome;
@@ -130,7 +131,8 @@ TEST(StandardStreams, InChildren) {
         {"seq 1 5000 >$$.in; $ME echo <$$.in | $ME echo | cmp - $$.in; echo $?; rm $$.in", {"0\n", 0}},
         {"echo 1 2 3 | $ME sum", {"sum 6 at EOF reached", 0}},
         {"echo 1 2 x | $ME sum", {"sum 3 at conversion error", 0}},
-        {"(sleep 0.1; printf 1; sleep 0.1; echo 23) | $ME answer", {"quiet signalled 123", 0}},
+        {"mkfifo $$.go; (read x <$$.go; printf 1; sleep 0.1; echo 23) | $ME answer 3>$$.go; rm $$.go",
+         {"quiet signalled 123", 0}},
         // Flushed at the end, and errors at once.
         {"$ME unflushed", {"before exit", 3}},
         {"$ME late 2>/dev/null", {"main static kept last 1", 0}},

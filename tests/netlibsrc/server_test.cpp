@@ -6,10 +6,9 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cmath>
-#include <filesystem>
-#include <functional>
 #include <iostream>
 #include <thread>
 #include <vector>
@@ -63,9 +62,6 @@ double own_cpu_seconds() {
     ::getrusage(RUSAGE_SELF, &used);
     return static_cast<double>(used.ru_utime.tv_sec + used.ru_stime.tv_sec) +
            1e-6 * static_cast<double>(used.ru_utime.tv_usec + used.ru_stime.tv_usec);
-}
-std::size_t open_descriptors() {
-    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }
 // Leaves that many descriptors to the process while it lives.
 class Scarcity {
@@ -163,7 +159,7 @@ struct Server : ScratchFolder {
 };
 
 TEST_F(Server, PeersThatSayNothingOrNonsenseHoldNobodyUp) {
-    const std::size_t before = open_descriptors();
+    const auto before = open_descriptors();
     EXPECT_EQ(server->getPatience(), 10);
     server->setPatience(INFINITE);
     Start();
@@ -177,10 +173,6 @@ TEST_F(Server, PeersThatSayNothingOrNonsenseHoldNobodyUp) {
     cut.reset();
     ExpectServes(address.get());
     EXPECT_TRUE(netServer::IsAlive(address.get()));
-    EXPECT_EQ(kel::view(netServer::GetVersion(address.get())), "KEL netServer Version 0.99");
-    EXPECT_EQ(Rest(*Peer("\2")), std::string("\1\x1bKEL netServer Version 0.99\0", 29));
-    EXPECT_EQ(Rest(*Peer("\1\2\3")), "\1") << "what follows the question is not read";
-    EXPECT_EQ(Rest(*Peer("\4")) + Rest(*Peer("\xff")), "");
     EXPECT_EQ(Rest(*silent[0]), "") << "of more than 1,024, the one that has waited longest goes";
     EXPECT_EQ(silent[1099]->Wait(btkTimeval(0, 0), btkSocket::ForInput), -1) << "the others stay";
     silent.clear();
@@ -245,8 +237,8 @@ TEST_F(Server, IdleIsOncePerSliceWhateverTheSlice) {
         std::unique_ptr<netServer> server{netServer::Create(nullptr, 0)};
         std::thread loop{};
     };
-    // Fewer than the least would be a machine that stands still.
-    Case cases[] = {{0.1, 2, 7}, {0, 3, 620}, {-1, 3, 620}, {NAN, 3, 620}, {INFINITE, 0, 0}, {1e300, 0, 0}};
+    // The least is awaited; the most is what 0.6 seconds have room for.
+    Case cases[] = {{0.1, 4, 7}, {0, 3, 620}, {-1, 3, 620}, {NAN, 3, 620}, {INFINITE, 0, 0}, {1e300, 0, 0}};
     const double begin = seconds(), cpu = own_cpu_seconds();
     std::vector<Socket> silent;
     for (Case &one : cases) {
@@ -257,7 +249,9 @@ TEST_F(Server, IdleIsOncePerSliceWhateverTheSlice) {
         silent.push_back(Peer());
         one.loop = std::thread([&one] { one.server->Run(); });
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    while (seconds() - begin < 60 &&
+           std::ranges::any_of(cases, [](const Case &one) { return one.idles < one.least; }))
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
     EXPECT_LT(own_cpu_seconds() - cpu, 0.3) << "they do not spin";
     for (Case &one : cases) {
         const int seen = one.idles;
@@ -337,7 +331,7 @@ TEST_F(Server, RequestsRunBesideTheLoopAndEndWithTheServer) {
 TEST_F(Server, WithoutDescriptorsItWaitsAndGoesOn) {
     Start();
     EXPECT_EQ(Rest(*Peer("\1")), "\1");
-    const std::size_t before = open_descriptors();
+    const auto before = open_descriptors();
     ExpectServes(address.get());
     // The request gives back what it had.
     for (const double begin = seconds(); open_descriptors() > before && seconds() - begin < 20;)
@@ -358,15 +352,14 @@ TEST_F(Server, WithoutDescriptorsItWaitsAndGoesOn) {
     ExpectServes(address.get());
     // Those who say nothing use up the rest, from another process, and do not keep the others from a thread.
     scarcity = std::make_unique<Scarcity>(20);
-    EXPECT_EQ(wait_for(start([&] {
+    EXPECT_EQ(in_child([&] {
                   scarcity.reset();
                   std::vector<Socket> silent;
                   for (int at = 0; at < 200; ++at) {
                       silent.push_back(Peer());
                       if (at % 10 == 0) ExpectServes(address.get());
                   }
-                  return testing::Test::HasFailure() ? 1 : 0;
-              })),
+              }),
               0);
     scarcity.reset();
     Stop();

