@@ -1,6 +1,6 @@
 // Calls of the C interface that the input chooses: functions of all families with objects, keys and indexes
 // that are right and wrong, against vectors and maps.
-#include "../tests/services/c_families.h"
+#include "c_families.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     // A key that is no text is reported, each time.

@@ -1,4 +1,4 @@
-// A folder of a test's own with one file in it that the test is about, and processes beside the test.
+// A folder of a test's own, with or without a file that the test is about, and processes beside the test.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,13 +12,12 @@
 #include <iterator>
 #include <string>
 
-struct ScratchFolder : testing::Test {
-    ScratchFolder() {
+struct Folder : testing::Test {
+    Folder() {
         char name[] = "/tmp/kelstdmt_test_XXXXXX";
         folder = ::mkdtemp(name);
-        path = at("f");
     }
-    ~ScratchFolder() override { std::filesystem::remove_all(folder); }
+    ~Folder() override { std::filesystem::remove_all(folder); }
 
     std::string at(const std::string &name) const { return folder + "/" + name; }
     // Makes the folders above the file, and answers its path.
@@ -27,18 +26,25 @@ struct ScratchFolder : testing::Test {
         std::ofstream(at(name), std::ios::binary) << text;
         return at(name);
     }
-    void put(const std::string &text) const { put("f", text); }
-    std::string get(const std::string &name = "f") const {
+    std::string get(const std::string &name) const {
         std::ifstream in(at(name), std::ios::binary);
         return {std::istreambuf_iterator<char>(in), {}};
     }
     auto files() const { return std::distance(std::filesystem::directory_iterator(folder), {}); }
 
-    std::string folder, path;
+    std::string folder;
+};
+
+struct ScratchFolder : Folder {
+    using Folder::get, Folder::put;
+    void put(const std::string &text) const { put("f", text); }
+    std::string get() const { return get("f"); }
+
+    const std::string path = at("f");
 };
 
 // One that is the current folder.
-struct WorkFolder : ScratchFolder {
+struct WorkFolder : Folder {
     WorkFolder() { std::filesystem::current_path(folder); }
     ~WorkFolder() override { std::filesystem::current_path("/"); }
 };

@@ -63,7 +63,7 @@ std::string thrown(Action action, std::string *name = nullptr) {
     return "";
 }
 
-struct Registry : ScratchFolder {
+struct Registry : Folder {
     Registry() {
         fs::permissions(folder, fs::perms(0755));
         ::setenv("KELSTDMT_REGISTRY", at("in").c_str(), 1);
@@ -114,16 +114,16 @@ TEST_F(Registry, ValuesAreFilesThatCanBeReadAndMadeByHand) {
     EXPECT_EQ(Error_GetLast(), 77) << "success leaves it alone";
     EXPECT_EQ(read(key, "blob"), "none");
 
-    const fs::path folder = m_user / "software/orv";
-    write(folder / "port.text", "8080");
-    write(folder / "cut.text", std::string("ab\0c\n", 5));
-    write(folder / "blob.text", "counts\n");
+    const fs::path orv = m_user / "software/orv";
+    write(orv / "port.text", "8080");
+    write(orv / "cut.text", std::string("ab\0c\n", 5));
+    write(orv / "blob.text", "counts\n");
     for (const char *head : {"", "type 3", "type -3\n", "type 1\nxy", "type 99999999999\n", "type 3 \n"})
-        write(folder / ("bad" + std::to_string(std::strlen(head)) + ".data"), head);
+        write(orv / ("bad" + std::to_string(std::strlen(head)) + ".data"), head);
     for (const char *foreign : {"UPPER.text", "a.b.text", "a?.text"})
-        write(folder / foreign, "no value");
-    fs::create_directory(folder / "Upper");
-    fs::create_directory(folder / "a?");
+        write(orv / foreign, "no value");
+    fs::create_directory(orv / "Upper");
+    fs::create_directory(orv / "a?");
     EXPECT_EQ(read(key, "port") + read(key, "cut") + read(key, "upper"), "8080abnone");
     ASSERT_TRUE(kel::registry_values(key, values));
     for (const auto &each : values)
@@ -132,7 +132,7 @@ TEST_F(Registry, ValuesAreFilesThatCanBeReadAndMadeByHand) {
                            "lines=1a\n\nb\n", "port=18080"}));
     EXPECT_TRUE(kel::registry_subkeys(key, told) && told.empty());
     EXPECT_TRUE(!kel::get_registry_value(key, "bad0", value) && Error_GetLast() == 13);
-    EXPECT_TRUE(key.DeleteValue("BLOB") && !key.DeleteValue("blob") && !fs::exists(folder / "blob.data"));
+    EXPECT_TRUE(key.DeleteValue("BLOB") && !key.DeleteValue("blob") && !fs::exists(orv / "blob.data"));
     EXPECT_EQ(Error_GetLast(), 2);
 }
 

@@ -8,7 +8,7 @@ inline void expect_says(const std::string &text, const std::string &part) {
     EXPECT_NE(text.find(part), std::string::npos) << '"' << part << "\" is not in what it says:\n" << text;
 }
 
-class ExampleTest : public ScratchFolder {
+class ExampleTest : public Folder {
 protected:
     explicit ExampleTest(const std::string &name) : m_program(KELSTDMT_BINARY_DIR "/examples/" + name) {
         std::filesystem::create_directory(at("tmp"));

@@ -20,7 +20,7 @@
 
 namespace {
 
-struct Content : ScratchFolder {
+struct Content : Folder {
     std::string native_folder() const {
         std::string path = folder + "/";
         std::replace(path.begin(), path.end(), '/', '\\');

@@ -20,7 +20,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-using Nodes = ScratchFolder;
+using Nodes = Folder;
 
 std::string native(std::string path) {
     for (char &c : path)

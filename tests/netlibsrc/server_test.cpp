@@ -328,6 +328,27 @@ TEST_F(Server, RequestsRunBesideTheLoopAndEndWithTheServer) {
     btkSetAbortHandler(before);
 }
 
+TEST_F(Server, RequestsMayBeginWhileItGoes) {
+    for (int round = 0; round < 20; ++round) {
+        server.reset(netServer::Create(nullptr, 0));
+        address->setPortN(server->getPortN());
+        Start();
+        std::atomic<int> begun = 0;
+        std::thread clients[2];
+        for (std::thread &client : clients)
+            client = std::thread([&] {
+                while (const Stream stream{netServer::Connect(address.get(), 20)})
+                    ++begun;
+            });
+        while (begun <= round)
+            std::this_thread::yield();
+        Stop();
+        server.reset();
+        for (std::thread &client : clients)
+            client.join();
+    }
+}
+
 TEST_F(Server, WithoutDescriptorsItWaitsAndGoesOn) {
     Start();
     EXPECT_EQ(Rest(*Peer("\1")), "\1");

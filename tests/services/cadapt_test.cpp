@@ -1,7 +1,7 @@
 // The container families of the C interface, with random calls.
 #include <random>
 
-#include "services/c_families.h"
+#include "../../fuzz/c_families.h"
 #include "services/observing.h"
 
 namespace {

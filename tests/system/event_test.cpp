@@ -42,14 +42,14 @@ const double nearly_infinite = std::nextafter(INFINITE, 0.0);
 TEST(Event, TimeOuts) {
     static std::atomic<int> ticks;
     const auto before = ::signal(SIGALRM, [](int) { ++ticks; });
-    const itimerval often{{0, 5000}, {0, 5000}}, never{};
+    const itimerval often{{0, 5000}, {0, 5000}}, off{};
     ::setitimer(ITIMER_REAL, &often, nullptr);
     Own own;
     for (double timeout : {0.0, -1.0, -1e300, -HUGE_VAL, std::nan(""), 1e-9})
         EXPECT_FALSE(own.event.Wait(timeout)) << timeout;
     EXPECT_GE(seconds([&] { EXPECT_FALSE(own.event.Wait(0.15)); }), 0.15);
     EXPECT_GT(ticks, 5);
-    ::setitimer(ITIMER_REAL, &never, nullptr);
+    ::setitimer(ITIMER_REAL, &off, nullptr);
     ::signal(SIGALRM, before);
     for (double timeout : {1.0e9, 1e125, 1e300, nearly_infinite, HUGE_VAL, INFINITE}) {
         Own late;
