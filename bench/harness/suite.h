@@ -10,14 +10,15 @@
 
 #include <deque>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace bench {
 
-// Ours is what is measured, the floor what nobody can be faster than; the others are its peers. Called and
-// Inlined are our own C++ functions, where those in C are measured.
+// Ours is what is measured, the floor and the relay what nobody can be faster than; the others are its peers.
+// Called and Inlined are our own C++ functions, where those in C are measured.
 enum class Library {
     Ours,
     Called,
@@ -37,6 +38,9 @@ enum class Library {
     Asio,
     Rpcbind,
     Redis,
+    Openssh,
+    OpensshKept,
+    Relay,
     Floor
 };
 const char *name_of(Library library);
@@ -58,7 +62,9 @@ struct Case {
     std::string title;
     Cost cost = Cost::Light;
     bool threads = false;
-    std::vector<std::string> phases = {};  // none: the case is one row; "bytes ..." is a size, no time
+    // None: the case is one row. "bytes ..." is a size, no time; "MB/s" is the time of 10^6 bytes, shown as
+    // rate.
+    std::vector<std::string> phases = {};
     std::vector<Way> ways = {};
 };
 
@@ -66,6 +72,8 @@ struct Section {
     std::string title;  // printed ahead of the section's table
     std::vector<Library> columns;
     std::deque<Case> cases = {};
+    // A column tells how ours stands to this one too.
+    std::optional<Library> beside = std::nullopt;
 };
 
 class Suite {

@@ -42,6 +42,18 @@ std::string shown_size(double bytes) {
     return text;
 }
 
+std::string shown_rate(double nanoseconds) {
+    char text[40];
+    std::snprintf(text, sizeof text, "%.0f MB/s", 1e9 / nanoseconds);
+    return text;
+}
+
+std::string ratio_of(double ours, double other) {
+    char text[20];
+    std::snprintf(text, sizeof text, "%.2f", ours / other);
+    return text;
+}
+
 // Signs that Markdown would take for its own.
 std::string escaped(const std::string &text) {
     std::string shown;
@@ -66,7 +78,8 @@ std::optional<Table::Figure> Table::figure_of(std::vector<double> samples, const
 std::string Table::shown(const Figure &figure, const std::string &phase) {
     char spread[20];
     std::snprintf(spread, sizeof spread, " ±%.0f%%", 100 * figure.spread / figure.median);
-    return (phase.starts_with("bytes") ? shown_size(figure.median) : shown_time(figure.median)) + spread;
+    const auto unit = phase.starts_with("bytes") ? shown_size : phase == "MB/s" ? shown_rate : shown_time;
+    return unit(figure.median) + spread;
 }
 
 const char *Table::verdict_of(const Figure &ours, const Figure &peer) {
@@ -113,6 +126,7 @@ void Table::print_head(const Section &section) {
     std::vector<std::string> names;
     for (Library library : section.columns)
         names.push_back(name_of(library));
+    if (section.beside) names.push_back(std::string("ours / ") + name_of(*section.beside));
     print_cells(section.title, names,
                 m_markdown ? std::vector<std::string>{"ours / fastest", "", ""} : std::vector<std::string>());
     if (!m_markdown) return;
@@ -159,6 +173,11 @@ void Table::print_line(const std::string &title, const Section &section, const C
         cells.push_back(fastest.contains(library)  ? shown(fastest[library], phase)
                         : unable.contains(library) ? unable[library]
                                                    : "-");
+    if (section.beside) {
+        const bool both = fastest.contains(Library::Ours) && fastest.contains(*section.beside);
+        cells.push_back(both ? ratio_of(fastest[Library::Ours].median, fastest[*section.beside].median)
+                             : "-");
+    }
     if (marked) m_marked.push_back(title);
 
     // The floor and our own C++ functions are no peers, but stand in the ratio where they are.
@@ -166,7 +185,7 @@ void Table::print_line(const std::string &title, const Section &section, const C
     for (const auto &[library, figure] : fastest) {
         if (library == Library::Ours)
             ours = &figure;
-        else if (library == Library::Called || library == Library::Floor)
+        else if (library == Library::Called || library == Library::Relay || library == Library::Floor)
             own = &figure;
         else if (library != Library::Inlined && (!peer || figure.median < peer->median))
             peer = &figure;
@@ -175,9 +194,8 @@ void Table::print_line(const std::string &title, const Section &section, const C
     std::vector<std::string> verdict;
     if (ours && (peer || own)) {
         const Figure &other = beside_own ? *own : *peer;
-        char ratio[20];
-        std::snprintf(ratio, sizeof ratio, "%.2f", ours->median / other.median);
-        verdict = {ratio, beside_own ? "" : verdict_of(*ours, other), other.way};
+        verdict = {ratio_of(ours->median, other.median), beside_own ? "" : verdict_of(*ours, other),
+                   other.way};
         if (peer) m_fastest.count(*ours, *peer, title);
         for (const auto &[library, figure] : fastest)
             if (library != Library::Ours) m_scores[library].count(*ours, figure, title);
