@@ -23,10 +23,10 @@ enum btkLaunchOptions : unsigned {
 // caller's.
 //
 // The three handles become the child's standard input, output and error; with -1 it keeps the caller's. It
-// inherits no other descriptor, and signals as a fresh program finds them: ignored ones stay ignored. Any
-// thread, but not while another one changes the environment. False with the last error set, and nothing
-// started: 2 no such program, 5 not to be executed, 8 no memory, 87 no command or a bad handle, 193 no
-// program, 206 too long, 267 no such working directory, 1816 too many processes.
+// inherits no other descriptor, and signals as a fresh program finds them: ignored ones stay ignored, but not
+// SIGINT with btkLaunchGroup. Any thread, but not while another one changes the environment. False with the
+// last error set, and nothing started: 2 no such program, 5 not to be executed, 8 no memory, 87 no command or
+// a bad handle, 193 no program, 206 too long, 267 no such working directory, 1816 too many processes.
 KELSTDMT_API bool Process_Launch(btkProcessHandle *handle, unsigned long *id, const char *command_line,
                                  const char *working_directory, int in, int out, int err, unsigned options);
 // A process that runs already. False with the last error set: 87 for an id that no process has.

@@ -245,7 +245,9 @@ TEST_F(Processes, GroupsAreInterruptedAndKilledAsAWhole) {
     Child deaf("sh -c \"trap '' INT; echo; exec sleep 1000\"", -1, second.out.GetHandle());
     second.read(true);
     EXPECT_TRUE(Process_Interrupt(deaf.id) && deaf.wait(false) == -2);
+    ::signal(SIGINT, SIG_IGN);  // as a shell starts programs in the background
     Child hearing("sleep 1000", -1, -1, -1, btkLaunchGroup | btkLaunchSession);
+    ::signal(SIGINT, SIG_DFL);
     const auto leader = static_cast<pid_t>(hearing.id), alone = static_cast<pid_t>(deaf.id);
     EXPECT_TRUE(::getsid(leader) == leader && ::getpgid(leader) == leader && ::getpgid(alone) == ::getpgrp());
     EXPECT_TRUE(Process_Interrupt(hearing.id));

@@ -63,13 +63,15 @@ struct kernel_signal_action {
 };
 constexpr std::size_t kernel_set_size = _NSIG / 8;
 
-// The program would do so itself, but a signal must not find a handler of this process before that.
-KEL_BARE void forget_signal_handlers() {
+// The program would do so itself, but a signal must not find a handler of this process before that. With
+// hears_interrupts, an interrupt is not ignored either.
+KEL_BARE void forget_signal_handlers(bool hears_interrupts) {
     for (int signal = 1; signal < _NSIG; ++signal) {
         kernel_signal_action action;
         if (::syscall(SYS_rt_sigaction, signal, nullptr, &action, kernel_set_size) != 0) continue;
+        const bool ignored = action.handler == reinterpret_cast<void *>(SIG_IGN);
         if (action.handler == reinterpret_cast<void *>(SIG_DFL) ||
-            action.handler == reinterpret_cast<void *>(SIG_IGN))
+            (ignored && !(hears_interrupts && signal == SIGINT)))
             continue;
         action.handler = reinterpret_cast<void *>(SIG_DFL);
         for (unsigned long &each : action.rest)
@@ -130,7 +132,9 @@ KEL_BARE int run_child(void *argument) {
             ::syscall(SYS_setsid);
         else if (plan.options & btkLaunchGroup)
             ::syscall(SYS_setpgid, 0, 0);
-        forget_signal_handlers();
+        // A shell has programs in the background ignore the interrupts of its terminal, which do not reach
+        // another group; here they are meant for it.
+        forget_signal_handlers(plan.options & btkLaunchGroup);
         become_program(plan);
         plan.number = errno == EAGAIN ? too_many_processes : 0;
     }
