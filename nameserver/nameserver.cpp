@@ -24,7 +24,6 @@ constexpr std::size_t most_clients = 1024;
 constexpr std::size_t most_held = std::size_t{1} << 22;  // records of answers under way, of all clients
 constexpr auto client_patience = seconds(10);            // for the next byte to go in or out
 constexpr auto accept_pause = milliseconds(100);         // without descriptors
-constexpr int accepts_in_turn = 64;
 constexpr double unlimited = 1 << 30;
 
 enum last_error {
@@ -32,7 +31,6 @@ enum last_error {
     no_memory = 8,
     wrong_argument = 87,
     awaited_already = 183,
-    nothing_yet = 997,
     no_room = 1816
 };
 
@@ -141,6 +139,7 @@ bool name_server::state::listen(int wanted_port, const char *address, std::strin
         return false;
     }
     port = socket->GetPort();
+    socket->SetTakeSilent(false);
     auto made =
         std::make_unique<listener>(std::move(socket), [this](btkAcceptSocket &from) { accept(from); });
     if (!events.add(*made)) {
@@ -151,26 +150,23 @@ bool name_server::state::listen(int wanted_port, const char *address, std::strin
     return true;
 }
 
+// One; whether there are more is left to the next wait, since accepting in vain takes longer than that.
 void name_server::state::accept(btkAcceptSocket &from) {
-    for (int turn = 0; turn < accepts_in_turn; ++turn) {
-        auto socket = std::make_unique<btkStreamSocket>();
-        if (from.Accept(*socket)) {
-            if (clients.size() >= most_clients) drop(*clients.front());
-            clients.push_back(std::make_unique<client>(*this, std::move(socket)));
-            client &made = *clients.back();
-            made.place = std::prev(clients.end());
-            made.last_moved = steady::now();
-            made.begin();
-            continue;
-        }
+    auto socket = std::make_unique<btkStreamSocket>();
+    while (!from.Accept(*socket)) {
         const int reason = Error_GetLast();
-        if (reason == nothing_yet) return;
-        if (reason != no_descriptors && reason != no_memory && reason != no_room)
-            continue;  // it was gone already
+        // It was gone already.
+        if (reason != no_descriptors && reason != no_memory && reason != no_room) return;
         // The system says so also when nobody waits.
         if (from.Wait(btkTimeval(), btkSocket::ForInput) <= 0) return;
         if (!make_room()) return pause(true);
     }
+    if (clients.size() >= most_clients) drop(*clients.front());
+    clients.push_back(std::make_unique<client>(*this, std::move(socket)));
+    client &made = *clients.back();
+    made.place = std::prev(clients.end());
+    made.last_moved = steady::now();
+    made.begin();
 }
 
 bool name_server::state::make_room() {

@@ -108,6 +108,10 @@ public:
     // Takes the next connection, without waiting for one. False with the last error set: 997 when there is
     // none.
     bool Accept(btkStreamSocket &connection);
+    // Whether a connection whose peer has said nothing yet is there to be accepted at once, as it is unless
+    // told otherwise, or kept by the system for about a second. Where the peers speak first, the latter
+    // spares the server a wait for each of them.
+    void SetTakeSilent(bool on) noexcept;
 
 private:
     int m_port = 0;

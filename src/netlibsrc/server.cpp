@@ -28,6 +28,22 @@ private:
     std::function<bool()> m_has_accepted;
 };
 
+// While it lives the system keeps silent peers back. Whoever accepts without the loop may be the first to
+// speak.
+class spoken_first {
+public:
+    explicit spoken_first(btkAcceptSocket *socket) noexcept : m_socket(socket) { TakeSilent(false); }
+    ~spoken_first() { TakeSilent(true); }
+    spoken_first(const spoken_first &) = delete;
+    spoken_first &operator=(const spoken_first &) = delete;
+
+private:
+    void TakeSilent(bool on) noexcept {
+        if (m_socket) m_socket->SetTakeSilent(on);
+    }
+    btkAcceptSocket *m_socket;
+};
+
 }  // namespace
 
 std::unique_ptr<btkAcceptSocket> kel::detail::open_server(const char *server_name, int port,
@@ -115,6 +131,7 @@ void netBaseServer::Run(evtEvent *stop) {
         if (!m_on_idle || kel::is_nil(m_time_slice)) return INFINITE;
         return m_time_slice > shortest_slice ? m_time_slice : shortest_slice;
     };
+    const spoken_first scope(m_loop->AwaitsInput() ? m_socket.get() : nullptr);
     for (deadline idle(slice());;) {
         if (m_loop->CollectEnded() == netServerTerminate || m_loop->IsStopped()) return;
         if (auto socket = m_loop->Next(idle)) {

@@ -8,7 +8,7 @@ using kel::detail::deadline;
 namespace {
 
 constexpr btkTimeval at_once(0, 0);
-enum failure : int { no_descriptors = 4, bad_handle = 6, no_memory = 8, bad_argument = 87, none_there = 997 };
+enum failure : int { no_descriptors = 4, bad_handle = 6, no_memory = 8, bad_argument = 87 };
 
 }  // namespace
 
@@ -81,7 +81,6 @@ btkTimeval netBaseServer::loop::Limit(const deadline &until) const noexcept {
 }
 
 void netBaseServer::loop::Wait(const deadline &until) {
-    m_turns = batch;
     if (!m_listening && m_pause_end.is_over() && !(m_listening = m_set.Add(m_listener.get())))
         PauseListening();
     btkEvent *signalled[batch];
@@ -99,15 +98,14 @@ void netBaseServer::loop::Wait(const deadline &until) {
 
 std::unique_ptr<btkStreamSocket> netBaseServer::loop::Next(const deadline &until) {
     // With every connection, so that a flood of them does not keep the ends of requests from being seen.
-    if (!m_requests.empty()) Wait(deadline(0));
-    for (bool waited = false;; waited = true) {
-        while (m_turns > 0 && (m_connections || !m_ready.empty())) {
-            --m_turns;
-            if (auto socket = m_ready.empty() ? Accept() : TakeAccepted()) return socket;
-        }
-        if (m_is_stopped || !m_ended.empty() || (waited && until.is_over())) return nullptr;
+    if (m_ready.empty() || !m_requests.empty()) Wait(until);
+    while (m_ready.empty()) {
+        if (m_connections)
+            if (auto socket = Accept()) return socket;
+        if (m_is_stopped || !m_ended.empty() || until.is_over()) return nullptr;
         Wait(until);
     }
+    return TakeAccepted();
 }
 
 // Connections ----------------------------------------------------------------------------------
@@ -122,8 +120,10 @@ std::unique_ptr<btkStreamSocket> netBaseServer::loop::TakeAccepted() {
     return socket;
 }
 
-// Null also for a peer that has to be awaited.
+// Null also for a peer that has to be awaited. Whether there are more connections is left to the next wait,
+// since accepting in vain takes longer than that.
 std::unique_ptr<btkStreamSocket> netBaseServer::loop::Accept() {
+    m_connections = false;
     auto socket = std::make_unique<btkStreamSocket>();
     if (!m_server.m_socket->Accept(*socket)) {
         Refused(Error_GetLast());
@@ -134,13 +134,9 @@ std::unique_ptr<btkStreamSocket> netBaseServer::loop::Accept() {
     return nullptr;
 }
 
-// A connection that was cut before it was accepted is passed over; so is what has another reason, since the
-// turns are counted.
+// A connection that was cut before it was accepted is passed over, and so is what has another reason.
 void netBaseServer::loop::Refused(int error) {
     switch (error) {
-        case none_there:
-            m_connections = false;
-            break;
         case no_descriptors:
         case no_memory:
             if (!MakeRoom()) PauseListening();

@@ -1,9 +1,9 @@
 // What a server waits for, in one wait: its listening socket, the peers that have not said anything yet, and
 // the ends of asynchronous requests.
 //
-// Connections are accepted one after the other without a wait between them, until none is left or `batch` of
-// them have been; then the wait tells what else has happened. A peer that is awaited costs an event and a
-// place in the list, whose order is that of their arrival.
+// A peer that is awaited costs an event and a place in the list, whose order is that of their arrival. Most
+// need not be: while the server runs, the system hands a connection on when its peer has spoken, or after a
+// second.
 #pragma once
 
 #include <cstdint>
@@ -44,6 +44,7 @@ public:
         loop &m_loop;
     };
     bool IsStopped() const noexcept { return m_is_stopped; }
+    bool AwaitsInput() const noexcept { return m_awaits_input; }
 
     // The next connection that is to be served; null when the time is over, the loop is stopped, or requests
     // have ended before.
@@ -89,7 +90,6 @@ private:
     bool m_listening = false;              // the listening socket is in the set
     bool m_connections = false;            // it has some, as far as is known
     kel::detail::deadline m_pause_end{0};  // while it is not
-    int m_turns = 0;                       // before the next wait
     peers m_silent, m_ready;
 
     std::list<netAsyncRequest> m_requests;                // in the order in which they were started

@@ -230,3 +230,8 @@ bool btkAcceptSocket::Accept(btkStreamSocket &connection) {
         return false;
     }
 }
+
+void btkAcceptSocket::SetTakeSilent(bool on) noexcept {
+    const int seconds = on ? 0 : 1;
+    ::setsockopt(m_fd, IPPROTO_TCP, TCP_DEFER_ACCEPT, &seconds, sizeof seconds);
+}

@@ -53,9 +53,11 @@ bool race::start(const socket_address &address) {
     }
     const int on = 1;
     ::setsockopt(fd.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    int result = ::connect(fd.get(), address.get(), address.size);
+    // A peer on this machine has answered by now, which the call tells when it is made again.
+    if (result != 0 && errno == EINPROGRESS) result = ::connect(fd.get(), address.get(), address.size);
     // A connect that a signal interrupts goes on by itself.
-    const int result = ::connect(fd.get(), address.get(), address.size);
-    if (result != 0 && errno != EINPROGRESS && errno != EINTR) {
+    if (result != 0 && errno != EINPROGRESS && errno != EALREADY && errno != EINTR) {
         m_error = errno;
         return false;
     }
