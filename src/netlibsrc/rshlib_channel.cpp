@@ -14,6 +14,8 @@ namespace kel::detail {
 namespace {
 
 constexpr std::size_t usual_pipe = 65536, largest_piece = 262144;
+// More than this is not copied to be gathered.
+constexpr std::size_t large_piece = 16384;
 // What a descriptor that has room takes without a wait.
 constexpr std::size_t sure_piece = 4096;
 
@@ -94,15 +96,23 @@ std::ptrdiff_t stream_source::read(char *to, std::size_t room) {
     });
 }
 
+// A writer of small pieces that has just been woken up has the next one ready soon: what is there by now goes
+// with the first.
 bool source_forwarder::forward(relay_source &source, int tag, relay_wire &wire) {
     if (wire.unsent() > 0) return true;
-    const std::ptrdiff_t got = source.read(wire.reserve(m_piece), m_piece);
-    if (got <= 0) return got == io_would_wait;
-    const auto count = static_cast<std::size_t>(got);
-    wire.put_counted(tag, count);
-    wire.send();
+    char *place = wire.reserve(m_piece);
+    std::size_t count = 0;
+    std::ptrdiff_t got = 1;
+    while (got > 0 && count < m_piece) {
+        got = source.read(place + count, m_piece - count);
+        if (got > 0) count += static_cast<std::size_t>(got);
+    }
+    if (count > 0) {
+        wire.put_counted(tag, count);
+        wire.send();
+    }
     if (count == m_piece) m_piece = std::min(2 * m_piece, largest_piece);
-    return true;
+    return got != 0;
 }
 
 // Destinations ---------------------------------------------------------------------------------
@@ -114,16 +124,25 @@ std::size_t relay_destination::write_some(std::string_view bytes) {
     const std::ptrdiff_t taken = write(bytes);
     m_dead = taken == io_failed;
     if (taken > 0) written();
-    return m_dead ? bytes.size() : static_cast<std::size_t>(std::max<std::ptrdiff_t>(taken, 0));
+    const std::size_t done =
+        m_dead ? bytes.size() : static_cast<std::size_t>(std::max<std::ptrdiff_t>(taken, 0));
+    m_waits = done < bytes.size();
+    return done;
 }
 
+// Small pieces are gathered until they are flushed together.
 void relay_destination::take(std::string_view bytes) {
-    if (m_pending.is_empty()) bytes.remove_prefix(write_some(bytes));
-    m_pending.append(bytes);
+    if (m_pending.is_empty() && bytes.size() >= large_piece) bytes.remove_prefix(write_some(bytes));
+    if (!m_dead) m_pending.append(bytes);
 }
 
 void relay_destination::flush() {
-    if (!m_pending.is_empty()) m_pending.drop(write_some(m_pending.bytes()));
+    if (!m_waits && !m_pending.is_empty()) m_pending.drop(write_some(m_pending.bytes()));
+}
+
+void relay_destination::flush_into_room() {
+    m_waits = false;
+    flush();
 }
 
 int relay_destination::news() noexcept {

@@ -71,12 +71,14 @@ public:
     relay_destination(const relay_destination &) = delete;
     relay_destination &operator=(const relay_destination &) = delete;
 
-    void take(std::string_view bytes);  // dropped when nobody reads them any more
-    void flush();                       // what it takes now of what is kept
+    void take(std::string_view bytes);  // dropped when nobody reads them any more; followed by a flush
+    void flush();                       // what it takes now of what is kept, unless it waits for room
+    void flush_into_room();             // when there is some
     std::size_t pending() const noexcept { return m_pending.size(); }
     bool is_full() const noexcept { return pending() > most_pending; }
     bool is_dead() const noexcept { return m_dead; }
-    // There is room for what is kept.
+    // There is room for what is kept; awaited while it waits for that.
+    bool waits() const noexcept { return m_waits; }
     btkEvent *event() noexcept { return &m_event; }
     // The int that the sender is to be told; 0 for none.
     int news() noexcept;
@@ -97,7 +99,7 @@ private:
     int m_tag;
     btkEvent m_event;
     byte_queue m_pending;
-    bool m_dead = false, m_holds = false;
+    bool m_dead = false, m_waits = false, m_holds = false;
 };
 
 // A pipe's write end that stays its owner's.

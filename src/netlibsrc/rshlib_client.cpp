@@ -7,6 +7,7 @@
 #include <kelstdmt/rshlib.h>
 
 #include "netlibsrc/rshlib_channel.h"
+#include "runtime/relay.h"
 
 using namespace kel::detail;
 
@@ -50,19 +51,20 @@ private:
             return static_cast<int>(events.GetSize());
         };
         const bool may_send = m_wire.unsent() == 0, is_open = !m_ended && !m_wire.is_over();
-        const int control = await(m_control.event(), true),
-                  error = await(m_error.event(), m_error.pending() > 0),
-                  output = await(m_output.event(), m_output.pending() > 0);
+        const int control = await(m_control.event(), true), error = await(m_error.event(), m_error.waits()),
+                  output = await(m_output.event(), m_output.waits());
         await(m_wire.room(), !may_send && !m_wire.is_over());
         const int socket = await(m_wire.input(), is_open && !m_error.is_full() && !m_output.is_full()),
                   input = await(m_input ? m_input->event() : nullptr, is_open && may_send && !m_input_held);
         const int first = btkEvent::Wait(events, no_limit, {});
         if (first < 0) m_wire.give_up();
         if (first == control) pass_control_on();
-        if (first <= error) m_error.flush();
-        if (first <= output) m_output.flush();
+        if (m_error.waits() && first <= error) m_error.flush_into_room();
+        if (m_output.waits() && first <= output) m_output.flush_into_room();
         if (first <= socket && is_open) m_wire.receive();
         read_messages();
+        m_error.flush();
+        m_output.flush();
         if (first <= input && may_send) forward_input();
         for (relay_destination *destination : {&m_error, &m_output})
             if (const int news = destination->news(); news && is_open) m_wire.put(news);
@@ -139,7 +141,7 @@ private:
 rshEvent::~rshEvent() = default;
 
 struct rshProcess::parts {
-    explicit parts(netSocketStream &connection) : wire(connection) {}
+    explicit parts(netSocketStream &connection) : wire(connection, false) {}
 
     relay_wire wire;
     std::unique_ptr<ioPipe> input_pipe, output_pipe, error_pipe;
@@ -219,6 +221,7 @@ rshProcess *rshProcess::Create(netSocketStream *connection, const char *command,
 }
 
 int rshProcess::OnStart() {
+    const kel::system::no_pipe_signals quiet;
     // A key that interrupts is for the command, not for this program.
     const std::unique_ptr<pcInterruptEvent> interrupt(pcInterruptEvent::Create());
     const auto source = [](ioStream *stream, bool is_pipe) -> std::unique_ptr<relay_source> {

@@ -65,7 +65,7 @@ private:
         };
         const bool may_send = m_wire.unsent() == 0;
         const int stop = await(m_stop, true), exit = await(&m_exit, !m_exited),
-                  urgent = await(m_wire.urgent(), true), room = await(m_input.event(), m_input.pending() > 0);
+                  urgent = await(m_wire.urgent(), true), room = await(m_input.event(), m_input.waits());
         await(m_wire.room(), !may_send);
         const int error = await(m_error.source.event(), may_send && m_error.is_open() && !m_error.is_held),
                   input = await(m_wire.input(), !m_input.is_full()),
@@ -75,10 +75,14 @@ private:
         if (first <= 0) return false;
         if (first == stop) stop_command();
         if (first == exit) take_exit();
+        // Bytes ahead of a message out of band have been taken in with it.
         if (first == urgent) control(m_connection.ReadOutOfBand());
-        if (first <= room) m_input.flush();
-        if (first <= input) m_wire.receive();
+        if (m_input.waits() && first <= room) m_input.flush_into_room();
+        const bool more = first <= input && m_wire.receive();
         read_messages();
+        while (first == urgent && more && m_wire.receive())
+            read_messages();
+        m_input.flush();
         if (may_send && first <= error) forward(m_error);
         if (may_send && first <= output) forward(m_output);
         finish_input();
@@ -187,7 +191,8 @@ bool kel::serve_remote_command(netSocketStream *connection, const remote_shell_o
                                evtEvent *stop) {
     if (!kel::is_object(connection) || !connection->getIsOpen()) return false;
     if (!kel::is_object(stop)) stop = nullptr;
-    relay_wire wire(*connection);
+    const kel::system::no_pipe_signals quiet;
+    relay_wire wire(*connection, true);
     request_reader reader(wire.coding());
     for (const deadline until(options.patience); !reader.take(wire.unread());)
         if (reader.is_broken() || !wire.exchange(until, stop)) return false;

@@ -55,33 +55,36 @@ void byte_queue::drop(std::size_t count) noexcept {
 
 // The connection -------------------------------------------------------------------------------
 
-relay_wire::relay_wire(netSocketStream &connection)
+relay_wire::relay_wire(netSocketStream &connection, bool takes_urgent)
     : m_socket(socket_stream_access::socket(connection)),
       m_read_ahead(*socket_stream_access::buffer(connection).GetStreamBuf()),
+      m_takes_urgent(takes_urgent),
       m_coding(connection.getSerializer() == ioSerializer::getBinary()),
-      m_input(socket_stream_access::buffer(connection).GetInputEvent()),
-      m_room(socket_stream_access::buffer(connection).GetOutputEvent()),
       m_urgent(socket_stream_access::buffer(connection).GetOutOfBandEvent()) {
     m_read_ahead.pubsync();
     kel::system::prepare_relayed_connection(m_socket.GetHandle());
 }
 
-void relay_wire::receive() {
-    if (!m_unread.empty() || m_over) return;
+bool relay_wire::receive() {
+    if (!m_unread.empty() || m_over) return false;
     if (m_in_size < m_in_wanted) m_in = std::make_unique_for_overwrite<char[]>(m_in_size = m_in_wanted);
-    if (const std::streamsize ahead = m_read_ahead.in_avail(); ahead > 0) {
-        const auto count = std::min(ahead, static_cast<std::streamsize>(m_in_size));
-        m_unread = {m_in.get(), static_cast<std::size_t>(m_read_ahead.sgetn(m_in.get(), count))};
-        return;
-    }
-    const int got = m_socket.RecvNow(m_in.get(), static_cast<unsigned>(m_in_size));
+    std::ptrdiff_t got = m_read_ahead.in_avail();
     if (got > 0) {
-        m_unread = {m_in.get(), static_cast<std::size_t>(got)};
-        // A read that filled all the room has probably left some.
-        if (m_unread.size() == m_in_size) m_in_wanted = std::min(4 * m_in_size, largest_in);
-        return;
+        got = m_read_ahead.sgetn(m_in.get(), std::min(got, static_cast<std::ptrdiff_t>(m_in_size)));
+    } else if (!m_takes_urgent) {
+        got = kel::system::receive_now(m_socket.GetHandle(), m_in.get(), m_in_size);
+    } else {
+        got = m_socket.RecvNow(m_in.get(), static_cast<unsigned>(m_in_size));
+        if (got < 0 && Error_GetLast() == none_waits) got = kel::system::io_would_wait;
     }
-    m_over = got == 0 || Error_GetLast() != none_waits;
+    if (got <= 0) {
+        m_over = got != kel::system::io_would_wait;
+        return false;
+    }
+    m_unread = {m_in.get(), static_cast<std::size_t>(got)};
+    // A read that filled all the room has probably left some.
+    if (m_unread.size() == m_in_size) m_in_wanted = std::min(4 * m_in_size, largest_in);
+    return true;
 }
 
 void relay_wire::give_up() noexcept {

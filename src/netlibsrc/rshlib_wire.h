@@ -32,15 +32,16 @@ private:
 
 class relay_wire {
 public:
-    // The connection is open, and stays the caller's.
-    explicit relay_wire(netSocketStream &connection);
+    // The connection is open, and stays the caller's. Messages out of band are told apart only where they are
+    // taken, since that costs a question with each read.
+    relay_wire(netSocketStream &connection, bool takes_urgent);
 
     int_coding coding() const noexcept { return m_coding; }
 
     // What has come and was not used yet. Readers take it off the front.
     std::string_view &unread() noexcept { return m_unread; }
-    // Takes in what there is, once all before it has been used.
-    void receive();
+    // Takes in what there is, once all before it has been used. Whether there was something.
+    bool receive();
     // The peer has ended the connection or is gone, or it was given up.
     bool is_over() const noexcept { return m_over; }
     void give_up() noexcept;
@@ -66,8 +67,11 @@ public:
 private:
     btkStreamSocket &m_socket;
     std::streambuf &m_read_ahead;
+    bool m_takes_urgent;
     int_coding m_coding;
-    btkEvent m_input, m_room, m_urgent;
+    btkEvent m_input{new btkSelectEvent(m_socket.GetHandle(), 0)};
+    btkEvent m_room{new btkSelectEvent(m_socket.GetHandle(), 1)};
+    btkEvent m_urgent;
     std::unique_ptr<char[]> m_in;
     std::size_t m_in_size = 0, m_in_wanted = 16384;
     std::string_view m_unread;

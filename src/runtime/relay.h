@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 
 namespace kel::system {
 
@@ -13,9 +14,24 @@ void set_nonblocking(int fd) noexcept;
 // Makes a pipe that is full again and again hold more, where the system lets it.
 void enlarge_pipe(int fd) noexcept;
 
-// read_now: 0 at the end of the data. write_now: how many bytes were taken; raises no signal.
+// read_now, for a pipe's end as above, and receive_now, for any socket: 0 at the end of the data. write_now,
+// while this thread has no_pipe_signals: how many bytes were taken.
 std::ptrdiff_t read_now(int fd, char *to, std::size_t room) noexcept;
+std::ptrdiff_t receive_now(int socket, char *to, std::size_t room) noexcept;
 std::ptrdiff_t write_now(int fd, const char *bytes, std::size_t count) noexcept;
+
+// While one lives, writes of this thread to a pipe that nobody reads raise no signal.
+class no_pipe_signals {
+public:
+    no_pipe_signals();
+    ~no_pipe_signals();
+    no_pipe_signals(const no_pipe_signals &) = delete;
+    no_pipe_signals &operator=(const no_pipe_signals &) = delete;
+
+private:
+    struct state;
+    std::unique_ptr<state> m_state;
+};
 
 // Has a silent death of the peer's machine noticed within minutes, and keeps little that the peer's machine
 // has not taken yet, so that what is sent next does not wait behind it.

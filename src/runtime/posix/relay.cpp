@@ -46,13 +46,25 @@ std::ptrdiff_t read_now(int fd, char *to, std::size_t room) noexcept {
     return got >= 0 ? got : failure();
 }
 
-std::ptrdiff_t write_now(int fd, const char *bytes, std::size_t count) noexcept {
-    no_pipe_signal guard;
-    const ssize_t written = through_signals([&] { return ::write(fd, bytes, count); });
-    if (written >= 0) return written;
-    if (errno == EPIPE) guard.caused();
-    return failure();
+std::ptrdiff_t receive_now(int socket, char *to, std::size_t room) noexcept {
+    const ssize_t got = through_signals([&] { return ::recv(socket, to, room, MSG_DONTWAIT); });
+    return got >= 0 ? got : failure();
 }
+
+std::ptrdiff_t write_now(int fd, const char *bytes, std::size_t count) noexcept {
+    const ssize_t written = through_signals([&] { return ::write(fd, bytes, count); });
+    return written >= 0 ? written : failure();
+}
+
+struct no_pipe_signals::state {
+    no_pipe_signal guard;
+};
+
+// One that is pending at the end and was not before is ours.
+no_pipe_signals::no_pipe_signals() : m_state(std::make_unique<state>()) {
+    m_state->guard.caused();
+}
+no_pipe_signals::~no_pipe_signals() = default;
 
 void prepare_relayed_connection(int socket) noexcept {
     set(socket, IPPROTO_TCP, TCP_NOTSENT_LOWAT, most_unsent);
