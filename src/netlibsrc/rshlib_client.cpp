@@ -30,6 +30,8 @@ public:
     // Until the server has told the end and all that it has sent is delivered, or the connection is over, or
     // the owner gives up. The exit code.
     int run() {
+        // What came with the server's answer is here already.
+        read_messages();
         for (m_wire.send(); !is_done(); m_wire.send())
             pass();
         // Output that breaks off must not look like all of it.
@@ -63,11 +65,7 @@ private:
         if (m_output.waits() && first <= output) m_output.flush_into_room();
         if (first <= socket && is_open) m_wire.receive();
         read_messages();
-        m_error.flush();
-        m_output.flush();
         if (first <= input && may_send) forward_input();
-        for (relay_destination *destination : {&m_error, &m_output})
-            if (const int news = destination->news(); news && is_open) m_wire.put(news);
     }
 
     void pass_control_on() {
@@ -89,6 +87,10 @@ private:
         while (!m_ended && !m_error.is_full() && !m_output.is_full() && m_reader.take(m_wire.unread(), piece))
             take(piece);
         if (m_reader.is_broken()) m_wire.give_up();
+        for (relay_destination *destination : {&m_error, &m_output}) {
+            destination->flush();
+            if (const int news = destination->news(); news && !m_ended) m_wire.put(news);
+        }
     }
     void take(const tag_reader::piece &piece) {
         switch (piece.tag) {

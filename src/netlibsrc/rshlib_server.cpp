@@ -47,6 +47,8 @@ public:
     // Until the client has acknowledged the end, or is gone, or the time after a stop is over. Whether the
     // client was told the end.
     bool run() {
+        // What came with the request is here already.
+        read_messages();
         while (!m_acknowledged) {
             m_wire.send();
             if (m_wire.is_over() || !pass()) return false;
@@ -82,11 +84,8 @@ private:
         read_messages();
         while (first == urgent && more && m_wire.receive())
             read_messages();
-        m_input.flush();
         if (may_send && first <= error) forward(m_error);
         if (may_send && first <= output) forward(m_output);
-        finish_input();
-        if (const int news = m_input.news()) m_wire.put(news);
         if (m_exited && !m_end_sent && !m_output.is_open() && !m_error.is_open()) {
             m_wire.put(tag_end);
             m_end_sent = true;
@@ -130,6 +129,9 @@ private:
             control(piece.tag);
         }
         if (m_reader.is_broken()) m_wire.give_up();
+        m_input.flush();
+        if (const int news = m_input.news()) m_wire.put(news);
+        if ((m_input_ended && m_input.pending() == 0) || m_input.is_dead()) m_command.input.Close();
     }
     void take_input(std::string_view bytes) {
         if (!m_input_ended) m_input.take(bytes);
@@ -140,10 +142,6 @@ private:
             if (tag == channel->tag + tag_go_on) channel->is_held = false;
         }
     }
-    void finish_input() {
-        if ((m_input_ended && m_input.pending() == 0) || m_input.is_dead()) m_command.input.Close();
-    }
-
     relay_wire &m_wire;
     netSocketStream &m_connection;
     launched_command &m_command;
