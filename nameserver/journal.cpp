@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
 #include <optional>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include <kelstdmt/vumrt.h>
@@ -139,6 +141,11 @@ bool copy_file(int from, const std::string &path) {
     }
 }
 
+bool is_folder(const std::string &path) {
+    std::error_code ignored;
+    return std::filesystem::is_directory(btkHostPath(path.c_str()), ignored);
+}
+
 std::string last_error(const std::string &what, const std::string &path) {
     return what + " " + path + ": " + Error_GetText(Error_GetLast());
 }
@@ -152,6 +159,7 @@ bool journal::open(const std::string &path, journal_records &records, std::strin
     m_path = path;
     if (m_file.Open(path.c_str(), btkFileBuf::In | btkFileBuf::Out, owner_alone, 0)) {
         error = Error_GetLast() == locked ? "the journal " + path + " is in use by another name server"
+                : is_folder(path)         ? "the journal " + path + " is a folder; name a file in it"
                                           : last_error("cannot open the journal", path);
         return false;
     }

@@ -6,6 +6,7 @@
 // OnRequest and OnIdle are for one thread at a time; each OnAsyncRequest has its own.
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include <kelstdmt/declare.h>
@@ -152,6 +153,7 @@ struct server_options {
     const char *address = nullptr;  // numeric; null: all of this machine
     bool is_registered = true;      // false: the name is for the permission lists alone
     bool needs_list = false;  // where the registry has no list of permissions, other machines are refused
+    std::function<void(const char *peer)> refused;  // the lists do not let it in; in the loop's thread
 };
 
 }  // namespace kel
@@ -182,6 +184,7 @@ private:
 
     xstring m_version;
     bool m_needs_list;
+    std::function<void(const char *)> m_refused;
 };
 
 // The name server of a host, null when none answers; a null string as host is this host. The caller owns it.

@@ -4,7 +4,7 @@
 // tells the manager when it starts, runs, pauses and stops; without one it runs in the foreground and tells
 // nobody. SIGTERM, and in the foreground SIGINT unless the program was started with it ignored, ask it to
 // stop, SIGUSR1 to pause, SIGUSR2 to go on: while Run is under way, the signals only set states, which the
-// service body asks for or awaits.
+// service body asks for or awaits. A write beyond the limit of a file's size (SIGXFSZ) only fails meanwhile.
 #pragma once
 
 #include <string>

@@ -29,6 +29,13 @@ KELSTDMT_API int sysOSCall(const char *command_line);
 // The whole time, whatever signals arrive; at once for a negative number.
 KELSTDMT_API void sysSleep(int seconds);
 
+namespace kel {
+
+// Whether this process has, or can take on again, all rights on the system: that of user 0.
+KELSTDMT_API bool is_superuser() noexcept;
+
+}  // namespace kel
+
 // Prints the exception of the code to standard error and returns. variable serves sysErrPutEnv only.
 KELSTDMT_API void sysHandleKnownError(sysErrorCode code, const char *function, const char *variable);
 

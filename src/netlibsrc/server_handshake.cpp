@@ -37,7 +37,8 @@ netServer::netServer(std::unique_ptr<btkAcceptSocket> socket, const char *server
                      const kel::server_options &options)
     : netBaseServer(std::move(socket), server_name, options.is_registered, true),
       m_version("KEL netServer Version 0.99"),
-      m_needs_list(options.needs_list) {}
+      m_needs_list(options.needs_list),
+      m_refused(options.refused) {}
 
 netServer::~netServer() {
     Stop();
@@ -50,6 +51,7 @@ netServerLoopAction netServer::PreprocessRequest(btkStreamSocket *socket) {
     if (asked > handshake::shutdown) return netServerContinue;
     if (asked != handshake::alive && !kel::detail::is_peer_allowed(*socket, getServerName(), m_needs_list)) {
         answer(*socket, grant::refused);
+        if (m_refused) m_refused(socket->GetPeerAddrStr());
         return netServerContinue;
     }
     std::string more;

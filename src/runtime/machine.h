@@ -8,5 +8,7 @@ namespace kel::system {
 bool host_name(std::string &name);
 // By the effective user id; false too when the system has no name for it.
 bool user_name(std::string &name);
+// Real or effective.
+bool is_superuser() noexcept;
 
 }  // namespace kel::system

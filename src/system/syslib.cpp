@@ -35,6 +35,9 @@ xstring sysGetCurHostName() {
 xstring sysGetCurUserName() {
     return name_or_report(kel::system::user_name, sysErrUserName, "sysGetCurUserName");
 }
+bool kel::is_superuser() noexcept {
+    return system::is_superuser();
+}
 xstring sysGetPlatform() {
     return xstring(btkMachineType());
 }

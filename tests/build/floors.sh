@@ -47,7 +47,7 @@ BEGIN {
     else if ((getline line < (folder name)) >= 0) target = folder name
     else if ((getline line < ("src/" name)) >= 0) target = "src/" name
     else {
-        if (file !~ /^(src\/runtime\/posix|examples|tools|nameserver\/kelnmsd)\//) complain("<" name "> is neither ours nor of the standard library")
+        if (file !~ /^(src\/runtime\/posix|examples|tools)\//) complain("<" name "> is neither ours nor of the standard library")
         next
     }
     own = floor_of(file); other = floor_of(target)

@@ -14,6 +14,10 @@ bool kel::system::host_name(std::string &name) {
     return true;
 }
 
+bool kel::system::is_superuser() noexcept {
+    return ::geteuid() == 0 || ::getuid() == 0;
+}
+
 bool kel::system::user_name(std::string &name) {
     constexpr std::size_t most = 1 << 20;
     passwd entry{}, *found = nullptr;

@@ -53,9 +53,13 @@ struct service_signal {
     request requests;
 };
 constexpr service_signal stop_from_terminal{SIGINT, &service_requests::stop};
+// What a file cannot take is a failed write, and ends no service. A handler, because programs that are
+// started would inherit an ignored signal.
+constexpr service_signal too_large_file{SIGXFSZ, nullptr};
 constexpr service_signal signals[] = {{SIGTERM, &service_requests::stop},
                                       {SIGUSR1, &service_requests::pause},
                                       {SIGUSR2, &service_requests::go_on},
+                                      too_large_file,
                                       stop_from_terminal};
 
 std::atomic<const service_requests *> answering{nullptr};
@@ -71,7 +75,7 @@ struct {
 void on_signal(int number) {
     const service_requests *to = answering.load();
     for (const service_signal &signal : signals)
-        if (to && signal.number == number) (to->*signal.requests)();
+        if (to && signal.number == number && signal.requests) (to->*signal.requests)();
 }
 
 sigset_t all_of_them() noexcept {
