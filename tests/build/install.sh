@@ -16,7 +16,7 @@ libdir=$(dirname "$(find "$prefix" -name 'libkelstdmt.*' -print -quit)")
 
 stray=$(cd "$prefix" && find . -type f ! -path './include/kelstdmt/*.h' ! -name 'libkelstdmt.*' \
     ! -path '*/cmake/kelstdmt/kelstdmt*.cmake' ! -path '*/pkgconfig/kelstdmt*.pc' \
-    ! -name 'libkelstdmt_nameserver.*' ! -path ./bin/kelnmsd ! -path ./lib/systemd/system/kelnmsd.service \
+    ! -name 'libkelstdmt_nameserver.*' ! -path './bin/kel*d' ! -path './lib/systemd/system/kel*d.service' \
     ! -path ./bin/kel ! -path ./share/bash-completion/completions/kel)
 [[ -z $stray ]] || fail "installed but not foreseen: $stray"
 
@@ -26,16 +26,17 @@ if [[ -e $prefix/bin/kel ]]; then
     cmp "$prefix/share/bash-completion/completions/kel" <("$prefix/bin/kel" completion bash) ||
         fail "the installed completion is not what kel prints"
 fi
-if [[ -e $prefix/bin/kelnmsd ]]; then
-    "$prefix/bin/kelnmsd" --version >/dev/null || fail "the installed kelnmsd does not run"
-    unit=$prefix/lib/systemd/system/kelnmsd.service
-    grep -q "^ExecStart=$work/first/bin/kelnmsd --foreground " "$unit" || fail "the unit starts: $(grep Exec "$unit")"
+for daemon in kelnmsd kelrshd; do
+    [[ -e $prefix/bin/$daemon ]] || continue
+    "$prefix/bin/$daemon" --version >/dev/null || fail "the installed $daemon does not run"
+    unit=$prefix/lib/systemd/system/$daemon.service
+    grep -q "^ExecStart=$work/first/bin/$daemon --foreground " "$unit" || fail "the unit starts: $(grep Exec "$unit")"
     # One that knows the unit's settings finds nothing wrong but that the tree was moved.
     if command -v systemd-analyze >/dev/null; then
         sed -i "s|$work/first|$prefix|" "$unit"
-        systemd-analyze verify "$unit" || fail "systemd does not take the unit"
+        systemd-analyze verify "$unit" || fail "systemd does not take the unit of $daemon"
     fi
-fi
+done
 
 # A bare machine may have ninja alone.
 ! command -v ninja >/dev/null || export CMAKE_GENERATOR=Ninja

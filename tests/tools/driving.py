@@ -4,6 +4,7 @@ import base64
 import json
 import os
 import pathlib
+import socket
 import subprocess
 import sys
 import tempfile
@@ -37,6 +38,30 @@ class KelCase(unittest.TestCase):
         else:
             self.assertRegex(self.complaint, r"\Akel[a-z ]*: .", f"kel {arguments}")
         return done.stdout
+
+    def daemon(self, program, *arguments, **options):
+        """A daemon in the foreground, which is_ready or has ended; what it told before is in told."""
+        daemon = subprocess.Popen([os.environ[program], "--foreground", *map(str, arguments)], stdout=subprocess.PIPE,
+                                  env=self.environment, cwd=self.here, **options)
+        self.addCleanup(daemon.stdout.close)
+        self.addCleanup(daemon.wait)
+        self.addCleanup(daemon.kill)
+        daemon.told = []
+        while (line := daemon.stdout.readline()) not in (b"ready\n", b""):
+            daemon.told.append(line)
+        daemon.is_ready = line != b""
+        return daemon
+
+    def name_server(self, *arguments):
+        """A name server of our own, on a port that was free a moment ago."""
+        while True:
+            with socket.socket() as probe:
+                probe.bind(("127.0.0.1", 0))
+                port = probe.getsockname()[1]
+            daemon = self.daemon("KELNMSD", "--port", port, *arguments)
+            if daemon.is_ready:
+                self.environment["ORVNMSPORT"] = str(port)
+                return daemon
 
     def json_of(self, *arguments, code=0):
         return json.loads(self.run_kel(*arguments, "--json", code=code).decode())

@@ -2,6 +2,7 @@
 
 import os
 import random
+import resource
 import socket
 import subprocess
 import threading
@@ -16,21 +17,6 @@ def fields_of(entry):
 
 
 class Network(KelCase):
-    def name_server(self):
-        """A name server of our own, on a port that was free a moment ago."""
-        while True:
-            with socket.socket() as probe:
-                probe.bind(("127.0.0.1", 0))
-                port = probe.getsockname()[1]
-            daemon = subprocess.Popen([os.environ["KELNMSD"], "--foreground", "--port", str(port)],
-                                      stdout=subprocess.PIPE, env=self.environment)
-            self.addCleanup(daemon.stdout.close)
-            self.addCleanup(daemon.wait)
-            self.addCleanup(daemon.kill)
-            if daemon.stdout.readline() == b"ready\n":
-                self.environment["ORVNMSPORT"] = str(port)
-                return daemon
-
     def peer(self, *answers):
         """The port of one that takes a byte of each connection and gives its answer; None is none, and no end."""
         listener = socket.create_server(("127.0.0.1", 0))
@@ -106,6 +92,22 @@ class Network(KelCase):
         self.run_kel("nms", "shutdown", "--host", "localhost")
         self.assertEqual(daemon.wait(60), 0)
         self.fails(f"on localhost, port {self.environment['ORVNMSPORT']}", "nms", "ping", "--host", "localhost")
+
+    def test_a_journal_that_cannot_be_written(self):
+        refused = subprocess.run([os.environ["KELNMSD"], "--foreground", "--port=0", "--journal", self.here],
+                                 capture_output=True, env=self.environment, timeout=60)
+        self.assertEqual(refused.returncode, 1)
+        self.assertIn(f"the journal {self.here} is a folder", refused.stderr.decode())
+        daemon = self.name_server("--journal", "names", "--log", "log")
+        self.run_kel("nms", "register", "first", "1")
+        unlimited = resource.prlimit(daemon.pid, resource.RLIMIT_FSIZE)
+        size = (self.here / "names").stat().st_size
+        resource.prlimit(daemon.pid, resource.RLIMIT_FSIZE, (size + 10, unlimited[1]))
+        self.fails("status 9", "nms", "register", "second", "2")
+        self.assertEqual((self.here / "names").stat().st_size, size)
+        resource.prlimit(daemon.pid, resource.RLIMIT_FSIZE, unlimited)
+        self.run_kel("nms", "register", "second", "2")
+        self.assertEqual(len(self.json_of("nms", "list")["records"]), 2)
 
     def test_name_servers_that_misbehave(self):
         for status, words in enumerate(("does not know", "already", "no such", "refuses", "status 7"), 3):

@@ -37,9 +37,8 @@ private:
     std::string listen(int port, const char *address);
     void run(std::size_t number);
 
-    service::program m_program{"kelrshd",
-                               "The remote-shell server of this host: it runs the commands of others.",
-                               "one that the system chooses"};
+    service::program m_program{
+        "kelrshd", "The remote-shell server of this host: it runs the commands of others.", "the same"};
     std::string m_name, m_base;
     bool m_is_user_server = false, m_allows_root = false;
     int m_limit = 64;

@@ -48,7 +48,7 @@ std::string quoted(std::string_view text) {
 std::string told(const kel::remote_command &command) {
     std::string text = (command.use_shell ? "shell " : "") + quoted(kel::view(command.text));
     if (kel::is_text(command.working_directory) && *command.working_directory.Str())
-        text += " in " + quoted(kel::view(command.working_directory));
+        text += " in " + quoted(btkHostPath(command.working_directory));
     return text;
 }
 
@@ -81,7 +81,9 @@ netServerLoopAction sessions::OnAsyncRequest(netBaseServer *, netSocketStream *s
     connection.take(m_limit + most_refused);
     const std::string peer(kel::view(stream->getPeer()));
     try {
-        kel::serve_remote_command(stream, options_for(peer, command), stop);
+        bool has_asked = false;
+        kel::serve_remote_command(stream, options_for(peer, command, has_asked), stop);
+        if (!has_asked) refused(peer, "it has not said in time what to run");
     } catch (xthrowable *thrown) {
         m_log.write(peer + " failed: " + service::description_of(thrown));
     } catch (const std::exception &error) {
@@ -90,15 +92,18 @@ netServerLoopAction sessions::OnAsyncRequest(netBaseServer *, netSocketStream *s
     return netServerContinue;
 }
 
-kel::remote_shell_options sessions::options_for(const std::string &peer, place_of_command &place) {
+kel::remote_shell_options sessions::options_for(const std::string &peer, place_of_command &place,
+                                                bool &has_asked) {
     kel::remote_shell_options options;
     options.base_directory = xstring(m_base_folder.c_str());
-    options.permit = [this, &place](const kel::remote_command &) {
+    options.permit = [this, &place, &has_asked](const kel::remote_command &) {
+        has_asked = true;
         if (place.take(m_limit)) return xstring();
         const std::string reason = std::to_string(m_limit) + " commands run already, which is the limit";
         return xstring(reason.c_str());
     };
-    options.refused = [this, peer](const kel::remote_command &command, const xstring &reason) {
+    options.refused = [this, peer, &has_asked](const kel::remote_command &command, const xstring &reason) {
+        has_asked = true;
         m_log.write(peer + " refused " + told(command) + ": " + tool::Printable(kel::view(reason)));
     };
     const auto id = std::make_shared<int>(0);

@@ -21,7 +21,8 @@ public:
     void refused(const std::string &peer, const std::string &reason);
 
 private:
-    kel::remote_shell_options options_for(const std::string &peer, class place_of_command &place);
+    kel::remote_shell_options options_for(const std::string &peer, class place_of_command &place,
+                                          bool &has_asked);
 
     // Connections beyond the limit that are told so: they have said what they want, or may still.
     static constexpr int most_refused = 64;

@@ -64,7 +64,7 @@ std::string usual_pid_file(const std::string &name) {
 std::string description_of(xthrowable *thrown) {
     const kel::caught error(thrown);
     const xstring text = error.description();
-    return kel::is_text(text) ? text.Str() : error.type_name();
+    return std::string(kel::view(kel::is_text(text) ? text : error.type_name()));
 }
 
 std::unique_ptr<evtEvent> stop_event() {
