@@ -153,7 +153,7 @@ struct server_options {
     const char *address = nullptr;  // numeric; null: all of this machine
     bool is_registered = true;      // false: the name is for the permission lists alone
     bool needs_list = false;  // where the registry has no list of permissions, other machines are refused
-    std::function<void(const char *peer)> refused;  // the lists do not let it in; in the loop's thread
+    std::function<void(const char *peer)> refused = {};  // the lists do not let it in; in the loop's thread
 };
 
 }  // namespace kel

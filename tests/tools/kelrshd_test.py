@@ -243,7 +243,7 @@ class RemoteShellServer(KelCase):
         if outcome == [None]:
             raise unittest.SkipTest("no right to a network of its own")
         self.assertEqual(outcome, [[False, True, True, False]])
-        self.assertEqual([line for line in self.log() if "refused" in line],
+        self.assertEqual([line for line in self.log(r"\.1\.7 refused") if "refused" in line],
                          [f"10.0.{part}.7 refused: not permitted by the lists of software/orv/kelrshd" for part in (0, 1)])
         self.assertRegex("\n".join(self.log()), "10.0.0.7 started")
 

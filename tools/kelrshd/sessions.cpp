@@ -34,7 +34,7 @@ constexpr std::size_t longest_text = 1000;  // bytes of a command or a folder in
 constexpr int signal_base = 128;
 
 // In quotes, on one line, and harmless to a terminal; of a long text the beginning.
-std::string quoted(std::string_view text) {
+std::string in_quotes(std::string_view text) {
     std::string shown = "\"";
     for (const char each : tool::Printable(text.substr(0, longest_text))) {
         if (each == '"') shown += '\\';
@@ -46,9 +46,9 @@ std::string quoted(std::string_view text) {
 }
 
 std::string told(const kel::remote_command &command) {
-    std::string text = (command.use_shell ? "shell " : "") + quoted(kel::view(command.text));
+    std::string text = (command.use_shell ? "shell " : "") + in_quotes(kel::view(command.text));
     if (kel::is_text(command.working_directory) && *command.working_directory.Str())
-        text += " in " + quoted(btkHostPath(command.working_directory));
+        text += " in " + in_quotes(btkHostPath(command.working_directory));
     return text;
 }
 
