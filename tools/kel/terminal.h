@@ -1,4 +1,5 @@
-// The terminal, and the signals that come from it: the only place in kel that knows the operating system.
+// The terminal, and the signals that come from it: with channels.h the only place in kel that knows the
+// operating system.
 #pragma once
 
 #include <chrono>
