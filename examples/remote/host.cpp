@@ -60,7 +60,9 @@ Host::Host(const std::string &base_directory) {
 
     m_requests = std::make_unique<Requests>();
     m_commands = std::make_unique<Commands>(m_journal, base_directory);
-    m_server.reset(netServer::Create(kel::remote_shell_name(nullptr), 0));
+    kel::server_options options;
+    options.needs_list = true;  // other machines are served when the registry lists them
+    m_server.reset(netServer::Create(kel::remote_shell_name(nullptr), 0, options));
     if (!m_server) throw std::runtime_error(std::string("no port: ") + Error_GetText(Error_GetLast()));
     m_server->setOnRequest(m_requests.get());
     m_server->setOnAsyncRequest(m_commands.get());

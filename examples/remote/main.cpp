@@ -71,7 +71,7 @@ void Fail(const std::string &text) {
     try {
         Command(text).AwaitEnd();
     } catch (xthrowable *thrown) {
-        const kel::caught error(thrown);
+        kel::caught error(thrown);
         const auto *failure = error.as<rshXException>();
         if (!failure) error.rethrow();
         Tell("client", "it did not start: " + std::string(failure->getMsg()));
