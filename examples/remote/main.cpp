@@ -87,8 +87,8 @@ void Play(Host &host, const char *kel) {
         tell_journal();
     }
     {
-        Command script(R"(echo "in $(basename "$PWD")"; echo "trouble" > &2; exit 3) ", " work ", true);
-            script.AwaitEnd();
+        Command script(R"--(echo "in $(basename "$PWD")"; echo "trouble" >&2; exit 3)--", "work", true);
+        script.AwaitEnd();
         tell_journal();
     }
     {
