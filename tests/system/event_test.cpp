@@ -48,7 +48,7 @@ TEST(Event, TimeOuts) {
     for (double timeout : {0.0, -1.0, -1e300, -HUGE_VAL, std::nan(""), 1e-9})
         EXPECT_FALSE(own.event.Wait(timeout)) << timeout;
     EXPECT_GE(seconds([&] { EXPECT_FALSE(own.event.Wait(0.15)); }), 0.15);
-    EXPECT_GT(ticks, 5);
+    EXPECT_GT(ticks, 0);
     ::setitimer(ITIMER_REAL, &off, nullptr);
     ::signal(SIGALRM, before);
     for (double timeout : {1.0e9, 1e125, 1e300, nearly_infinite, HUGE_VAL, INFINITE}) {
