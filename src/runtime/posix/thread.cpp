@@ -30,7 +30,6 @@ struct thread_state {
     owned_descriptor end_signal;  // none once the handle is let go of
 
     int exit_code = kel::nil_int;  // the thread's until it has ended
-    pthread_t thread{};
 
     btkThreadStarter starter = nullptr;
     void *object = nullptr;
@@ -59,6 +58,23 @@ public:
 
 private:
     shared_state m_state;
+};
+
+// Nobody joins a thread: its end is told otherwise. It is detached from its beginning, because pthread_detach
+// looks once more at the thread, which may be ending and gone by then.
+class detached {
+public:
+    detached() noexcept {
+        ::pthread_attr_init(&m_attributes);
+        ::pthread_attr_setdetachstate(&m_attributes, PTHREAD_CREATE_DETACHED);
+    }
+    ~detached() { ::pthread_attr_destroy(&m_attributes); }
+    detached(const detached &) = delete;
+    detached &operator=(const detached &) = delete;
+    const pthread_attr_t *get() const noexcept { return &m_attributes; }
+
+private:
+    pthread_attr_t m_attributes;
 };
 
 void *run(void *argument) {
@@ -117,7 +133,9 @@ btkThreadHandle StrictThread_Launch(btkThreadStarter starter, void *object, btkT
         const btkThreadHandle handle = state->end_signal.get();
         table().Add(state);
         state->for_thread = state;
-        if (::pthread_create(&state->thread, nullptr, run, state.get()) == 0) return handle;
+        const detached attributes;
+        pthread_t created;
+        if (::pthread_create(&created, attributes.get(), run, state.get()) == 0) return handle;
         state->for_thread.reset();
         table().Take(handle);
         Error_SetLast(no_more_threads);
@@ -143,20 +161,11 @@ bool StrictThread_CheckRunning(btkThreadHandle thread) {
     return !state->ended;
 }
 
-// The descriptor goes at once, also while the thread runs on. One that has told its end needs a moment to be
-// gone; it is awaited, so that its stack is free for the next.
+// The descriptor goes at once, also while the thread runs on.
 void StrictThread_Free(btkThreadHandle thread) noexcept {
-    uncancelled scope;
-    shared_state state = table().Take(thread);
+    const uncancelled scope;
+    const shared_state state = table().Take(thread);
     if (!state) return;
-    bool ended;
-    {
-        std::lock_guard lock(state->guard);
-        ended = state->ended;
-        state->end_signal.reset();
-    }
-    if (ended)
-        ::pthread_join(state->thread, nullptr);
-    else
-        ::pthread_detach(state->thread);
+    const std::lock_guard lock(state->guard);
+    state->end_signal.reset();
 }
