@@ -15,7 +15,8 @@ enum btkPollInterest : short {
     btkPollOut = 2,     // room
     btkPollUrgent = 4,  // out-of-band data
     btkPollError = 8,   // told, never asked: the descriptor failed or is closed
-    btkPollHangup = 16  // told, never asked: the peer is gone
+    // The peer is gone: told without asking. Who asks is told of one that has only stopped sending, too.
+    btkPollHangup = 16
 };
 
 struct btkPollRequest {

@@ -66,15 +66,16 @@ private:
             return static_cast<int>(events.GetSize());
         };
         const bool may_send = m_wire.unsent() == 0;
-        const int stop = await(m_stop, true), exit = await(&m_exit, !m_exited),
-                  urgent = await(m_wire.urgent(), true), room = await(m_input.event(), m_input.waits());
+        const int gone = await(m_wire.gone(), m_input.is_full()), stop = await(m_stop, true),
+                  exit = await(&m_exit, !m_exited), urgent = await(m_wire.urgent(), true),
+                  room = await(m_input.event(), m_input.waits());
         await(m_wire.room(), !may_send);
         const int error = await(m_error.source.event(), may_send && m_error.is_open() && !m_error.is_held),
                   input = await(m_wire.input(), !m_input.is_full()),
                   output =
                       await(m_output.source.event(), may_send && m_output.is_open() && !m_output.is_held);
         const int first = btkEvent::Wait(events, m_until.left(), {});
-        if (first <= 0) return false;
+        if (first <= 0 || first == gone) return false;
         if (first == stop) stop_command();
         if (first == exit) take_exit();
         // Bytes ahead of a message out of band have been taken in with it.

@@ -16,6 +16,15 @@ constexpr std::size_t least_capacity = 4096;
 constexpr std::size_t largest_in = 262144;
 constexpr int none_waits = 997;
 
+class hangup_event : public btkBaseEvent {
+public:
+    explicit hangup_event(int fd) noexcept : m_fd(fd) {}
+    btkPollRequest GetPollRequest() override { return {m_fd, btkPollHangup}; }
+
+private:
+    int m_fd;
+};
+
 }  // namespace
 
 // Bytes ----------------------------------------------------------------------------------------
@@ -23,8 +32,9 @@ constexpr int none_waits = 997;
 char *byte_queue::reserve(std::size_t room) {
     if (m_capacity - m_end < room) {
         const std::size_t count = size();
-        if (m_capacity - count >= room && count <= m_begin) {
-            if (count > 0) std::memcpy(m_bytes.get(), m_bytes.get() + m_begin, count);
+        // Moved only when a quarter has gone since the last time, so that no byte is moved often.
+        if (m_capacity - count >= room && m_begin >= m_capacity / 4) {
+            if (count > 0) std::memmove(m_bytes.get(), m_bytes.get() + m_begin, count);
         } else {
             const std::size_t larger = std::max({2 * m_capacity, count + room, least_capacity});
             auto grown = std::make_unique_for_overwrite<char[]>(larger);
@@ -60,7 +70,8 @@ relay_wire::relay_wire(netSocketStream &connection, bool takes_urgent)
       m_read_ahead(*socket_stream_access::buffer(connection).GetStreamBuf()),
       m_takes_urgent(takes_urgent),
       m_coding(connection.getSerializer() == ioSerializer::getBinary()),
-      m_urgent(socket_stream_access::buffer(connection).GetOutOfBandEvent()) {
+      m_urgent(socket_stream_access::buffer(connection).GetOutOfBandEvent()),
+      m_gone(new hangup_event(m_socket.GetHandle())) {
     m_read_ahead.pubsync();
     kel::system::prepare_relayed_connection(m_socket.GetHandle());
 }

@@ -60,6 +60,8 @@ public:
     btkEvent *input() noexcept { return &m_input; }
     btkEvent *room() noexcept { return &m_room; }
     btkEvent *urgent() noexcept { return &m_urgent; }
+    // The peer has gone, for a relay that has no room for what was sent before.
+    btkEvent *gone() noexcept { return &m_gone; }
     // Sends, and waits for something to read. False when the connection or the time is over, or the event,
     // which may be null, is signalled.
     bool exchange(const deadline &until, btkEvent *stop);
@@ -72,6 +74,7 @@ private:
     btkEvent m_input{new btkSelectEvent(m_socket.GetHandle(), 0)};
     btkEvent m_room{new btkSelectEvent(m_socket.GetHandle(), 1)};
     btkEvent m_urgent;
+    btkEvent m_gone;
     std::unique_ptr<char[]> m_in;
     std::size_t m_in_size = 0, m_in_wanted = 16384;
     std::string_view m_unread;

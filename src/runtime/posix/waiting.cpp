@@ -12,6 +12,7 @@ pollfd to_system(btkPollRequest request) noexcept {
     if (request.interest & btkPollIn) events |= POLLIN;
     if (request.interest & btkPollOut) events |= POLLOUT;
     if (request.interest & btkPollUrgent) events |= POLLPRI;
+    if (request.interest & btkPollHangup) events |= POLLRDHUP;
     return {request.fd, static_cast<short>(events), 0};
 }
 
@@ -21,7 +22,7 @@ unsigned from_system(short events) noexcept {
     if (events & POLLOUT) got |= btkPollOut;
     if (events & POLLPRI) got |= btkPollUrgent;
     if (events & (POLLERR | POLLNVAL)) got |= btkPollError;
-    if (events & POLLHUP) got |= btkPollHangup;
+    if (events & (POLLHUP | POLLRDHUP)) got |= btkPollHangup;
     return got;
 }
 
