@@ -1,0 +1,91 @@
+// What both fuzz targets of the remote shell need: a connection with our side at one end and a peer that
+// sends any bytes at the other, and a reader of what was sent.
+#pragma once
+
+#include <sys/socket.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include <kelstdmt/kel.h>
+#include <kelstdmt/netlib_stream.h>
+#include <kelstdmt/vumrt_names.h>
+
+namespace rsh_peer {
+
+enum Tag : int { Err = 2, Out = 3, In = 4, End = 5, Code = 6, Done = 7, Kill = 8, Break = 9 };
+
+inline void require(bool holds, const char *what) {
+    if (holds) return;
+    std::fprintf(stderr, "%s\n", what);
+    std::abort();
+}
+
+// Values out of bytes; the first that is not there whole ends it.
+struct Reader {
+    std::string_view left;
+    bool whole = true;
+
+    int integer() {
+        whole = whole && left.size() >= 4;
+        if (!whole) return 0;
+        const int value = kel::int_at(left.data());
+        return left.remove_prefix(4), value;
+    }
+    std::string bytes(int count) {
+        const std::string taken(left.substr(0, static_cast<std::size_t>(count)));
+        whole = taken.size() == static_cast<std::size_t>(count);
+        return left.remove_prefix(taken.size()), taken;
+    }
+};
+
+class Connection {
+public:
+    Connection() {
+        static auto *const listener = new btkAcceptSocket;
+        static const bool listening = listener->Listen(0, "127.0.0.1");
+        auto socket = std::make_unique<btkStreamSocket>();
+        require(listening && m_peer.Connect("127.0.0.1", listener->GetPort(), patience), "no connection");
+        require(listener->Wait(patience, btkSocket::ForInput) == 1 && listener->Accept(*socket), "not there");
+        ours = std::make_unique<netSocketStream>(std::move(socket));
+    }
+
+    // In pieces whose sizes the seed chooses, up to 64 bytes; 0 sends all at once.
+    void send(std::string_view bytes, unsigned seed = 0) {
+        while (!bytes.empty()) {
+            const std::size_t size = seed ? 1 + seed % 64 : bytes.size();
+            const std::string_view piece = bytes.substr(0, size);
+            if (m_peer.Send(piece.data(), static_cast<unsigned>(piece.size())) < 1) return;
+            bytes.remove_prefix(piece.size());
+            seed = seed * 1103515245u / 7 | 1;
+        }
+    }
+    // No more will come, but answers are read.
+    void hang_up() { ::shutdown(m_peer.GetHandle(), SHUT_WR); }
+    // The next bytes; none at the end.
+    std::string receive() {
+        char block[4096];
+        require(m_peer.Wait(patience, btkSocket::ForInput) > 0, "our side holds its peer up");
+        const int got = m_peer.Recv(block, sizeof block);
+        return std::string(block, static_cast<std::size_t>(got > 0 ? got : 0));
+    }
+    void leave() { m_peer.Close(); }
+
+    std::unique_ptr<netSocketStream> ours;
+
+private:
+    static constexpr btkTimeval patience{20, 0};
+    btkStreamSocket m_peer;
+};
+
+inline std::string message(int tag) {
+    std::string bytes;
+    kel::append_int(bytes, tag);
+    return bytes;
+}
+
+}  // namespace rsh_peer
