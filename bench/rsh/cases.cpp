@@ -13,6 +13,7 @@ Section commands_section() {
         {"shell", "true, by the shell", Cost::Heavy, true},
         {"line", "a line to cat and back", Cost::Heavy, true},
         {"output", "output, head -c 512M", Cost::Heavy, true, {"MB/s"}},
+        {"pieces", "output, dd bs=512", Cost::Heavy, true, {"MB/s"}},
         {"input", "input, wc -c", Cost::Heavy, true, {"MB/s"}},
         {"both", "both at once, cat", Cost::Heavy, true, {"MB/s"}},
         {"crowd", "100 at once, a line to cat and back", Cost::Huge, true},

@@ -1,4 +1,6 @@
 // Plain pipes: the command runs here, and nothing is between it and its caller.
+#include <cstdlib>
+
 #include "spawn.h"
 
 namespace bench {
@@ -14,7 +16,9 @@ public:
 class HereByShell : public Shell {
 public:
     std::unique_ptr<Command> start(const std::string &words) override {
-        return std::make_unique<SpawnedCommand>(std::vector<std::string>{"/bin/sh", "-c", words});
+        const char *shell = std::getenv("SHELL");  // as ours and ssh
+        return std::make_unique<SpawnedCommand>(
+            std::vector<std::string>{shell ? shell : "/bin/sh", "-c", words});
     }
 };
 

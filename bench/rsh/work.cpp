@@ -14,7 +14,8 @@
 namespace bench {
 namespace {
 
-constexpr std::size_t block_size = 65'536, bulk_blocks = 8'192, bulk = bulk_blocks * block_size;
+constexpr std::size_t block_size = 65'536, bulk_blocks = 8'192, bulk = bulk_blocks * block_size,
+                      few = bulk / 8;
 
 // Runs the work once on a shell that is opened for it; what it throws is a wrong result, unless it begins
 // with cannot_prefix.
@@ -41,9 +42,9 @@ void expect(bool right, const char *wrong) {
 
 // Time is kept for each of 10^6 bytes.
 template <class Work>
-void time_bulk(benchmark::State &state, Work work) {
+void time_bulk(benchmark::State &state, std::size_t bytes, Work work) {
     time_wall_phase(state, "MB/s", 1, work);
-    state.counters["MB/s"] = state.counters["MB/s"] * 1e6 / static_cast<double>(bulk);
+    state.counters["MB/s"] = state.counters["MB/s"] * 1e6 / static_cast<double>(bytes);
 }
 
 // A block begins with its number, so that one that is lost, or comes in another's place, is seen.
@@ -96,8 +97,9 @@ void end(Command &command) {
     expect(command.await() == 0, "another exit code");
 }
 
-void read_zeros(Shell &shell) {
-    const std::unique_ptr<Command> command = shell.start("head -c " + std::to_string(bulk) + " /dev/zero");
+// The words write so many zeros.
+void read_zeros(Shell &shell, const std::string &words, std::size_t wanted) {
+    const std::unique_ptr<Command> command = shell.start(words);
     command->end_input();
     std::vector<char> block(block_size);
     std::size_t count = 0;
@@ -105,8 +107,16 @@ void read_zeros(Shell &shell) {
         expect(block[0] == 0 && block[got - 1] == 0, "no zeros");
         count += got;
     }
-    expect(count == bulk, "another number of bytes comes out");
+    expect(count == wanted, "another number of bytes comes out");
     expect(command->await() == 0, "another exit code");
+}
+
+void read_all_at_once(Shell &shell) {
+    read_zeros(shell, "head -c " + std::to_string(bulk) + " /dev/zero", bulk);
+}
+
+void read_pieces(Shell &shell) {
+    read_zeros(shell, "dd if=/dev/zero bs=512 status=none count=" + std::to_string(few / 512), few);
 }
 
 void write_counted(Shell &shell) {
@@ -170,13 +180,16 @@ void add_line(Suite &suite, Library library, std::string way, OpenShell open) {
 void add_bulk(Suite &suite, Library library, std::string way, OpenShell open) {
     static constexpr struct {
         const char *name;
+        std::size_t bytes;
         void (*work)(Shell &shell);
-    } cases[] = {{"output", read_zeros}, {"input", write_counted}, {"both", write_and_read}};
+    } cases[] = {{"output", bulk, read_all_at_once},
+                 {"pieces", few, read_pieces},
+                 {"input", bulk, write_counted},
+                 {"both", bulk, write_and_read}};
     for (const auto &each : cases)
-        add_run(suite, each.name, library, way, open,
-                [work = each.work](benchmark::State &state, Shell &shell) {
-                    time_bulk(state, [&] { work(shell); });
-                });
+        add_run(suite, each.name, library, way, open, [each](benchmark::State &state, Shell &shell) {
+            time_bulk(state, each.bytes, [&] { each.work(shell); });
+        });
 }
 
 // All hundred run before the first of them is given its line.

@@ -39,7 +39,7 @@ void add_short(Suite &suite, const char *name, Library library, std::string way,
                const std::string &words = "true");
 // Each counts the bytes that arrive, and looks at them.
 void add_line(Suite &suite, Library library, std::string way, OpenShell open);
-void add_bulk(Suite &suite, Library library, std::string way, OpenShell open);  // output, input, both
+void add_bulk(Suite &suite, Library library, std::string way, OpenShell open);  // output, pieces, input, both
 void add_crowd(Suite &suite, Library library, std::string way, OpenShell open);
 void add_memory(Suite &suite, Library library, std::string way, OpenShell open);
 
