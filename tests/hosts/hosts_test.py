@@ -12,6 +12,7 @@ import itertools
 import json
 import os
 import pathlib
+import select
 import shutil
 import socket
 import subprocess
@@ -127,6 +128,7 @@ def setUpModule():
     table.write_text("127.0.0.1 localhost\n10.0.0.1 alpha alpha4\nfd00::a:1 alpha6\n10.0.0.7 beta\n10.0.1.7 gamma\n")
     run("mount", "--bind", table, "/etc/hosts")  # in the mount namespace of this process
     name_server = alpha.start(KELNMSD, "--port", "1239", "--foreground")
+    alpha.start(KELRSHD, "--foreground", "--allow-root")  # the superuser of these namespaces alone
     server = alpha.start(REQUEST, "serve", "Arithmetic")
     port = int(server.first_line.split("port ")[1].split(",")[0])
 
@@ -137,11 +139,11 @@ class Hosts(unittest.TestCase):
         self.assertEqual((done.returncode, words in done.stdout + done.stderr), (code, True),
                          f"{host.name}: {command}: {done.returncode} {done.stdout}{done.stderr}")
 
-    def allow(self, machine, user):
+    def allow(self, machine, user, name="Arithmetic"):
         for layer, patterns in (("--machine", machine), ("--user", user)):
-            alpha.run(KEL, "reg", "del", "-r", layer, "Software/ORV/Arithmetic")
+            alpha.run(KEL, "reg", "del", "-r", layer, "Software/ORV/" + name)
             if patterns is not None:
-                self.says(alpha, [KEL, "reg", "set", layer, "Software/ORV/Arithmetic", "ConnectionAllowed", patterns], "")
+                self.says(alpha, [KEL, "reg", "set", layer, "Software/ORV/" + name, "ConnectionAllowed", patterns], "")
 
     def test_a_server_is_found_by_its_host(self):
         self.allow(None, None)
@@ -200,6 +202,38 @@ class Hosts(unittest.TestCase):
                                   (asked, 1239, request(DELETE, new), 5)])
             self.assertEqual(answers, [fine, b"\4", fine + number(1)], asked)
 
+    def test_remote_commands(self):
+        command = ["--shell", "alpha", "--", "hostname; exit 3"]
+        for machine, allowed in ((None, ()), ("10.0.0.*", (beta,)), ("10.*", (beta, gamma))):
+            self.allow(machine, None, "kelrshd")
+            for host in (alpha, beta, gamma):
+                if host is alpha or host in allowed:
+                    self.says(host, [KEL, "rsh", *command], "alpha\n", 3)
+                else:
+                    self.says(host, [KEL, "rsh", *command], "server on alpha refuses this machine", 255)
+        self.says(beta, [KEL, "rsh", "gamma", "--", "true"], "no name server answers on gamma, port 1239", 255)
+
+    def test_remote_command_that_is_cut_off(self):
+        self.allow("10.*", None, "kelrshd")
+        for host in (alpha, beta):  # bytes that nobody acknowledges are given up soon
+            run(*host.here(["sh", "-c", "echo 2 >/proc/sys/net/ipv4/tcp_retries2"]))
+        feeder = subprocess.Popen(["yes"], stdout=subprocess.PIPE)
+        self.addCleanup(feeder.wait)
+        self.addCleanup(feeder.kill)
+        self.addCleanup(feeder.stdout.close)
+        client = subprocess.Popen(beta.here([KEL, "rsh", "alpha", "--", "sh", "-c", "echo $$; exec cat"]),
+                                  env=ENVIRONMENT, stdin=feeder.stdout, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.addCleanup(client.wait)
+        self.addCleanup(client.kill)
+        command = os.pidfd_open(int(client.stdout.readline()))
+        self.addCleanup(os.close, command)
+        client.stdout.read(1 << 20)
+        run("ip", "link", "set", "beta", "down")
+        self.addCleanup(run, "ip", "link", "set", "beta", "up")
+        errors = client.communicate(timeout=120)[1]
+        self.assertEqual((client.returncode, errors), (255, b"kel rsh: the connection to alpha was lost\n"))
+        self.assertTrue(select.select([command], [], [], 120)[0], "the command goes on")
+
     def test_the_end(self):  # the last by its name
         self.allow("10.0.0.*", None)
         self.says(beta, [KEL, "server", "shutdown", "Arithmetic@alpha"], "")
@@ -215,5 +249,5 @@ if __name__ == "__main__":
     elif sys.argv[1:2] != ["--inside"]:
         enter_namespaces()
     else:
-        KELNMSD, KEL, REQUEST = map(os.path.abspath, sys.argv[2:5])
-        unittest.main(argv=sys.argv[:1] + sys.argv[5:])
+        KELNMSD, KEL, REQUEST, KELRSHD = map(os.path.abspath, sys.argv[2:6])
+        unittest.main(argv=sys.argv[:1] + sys.argv[6:])
