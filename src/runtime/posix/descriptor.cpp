@@ -135,8 +135,9 @@ void descriptor_buffer::take_in_area() {
 
 // A read that filled all the room has probably left some; one that found little pays for no large area.
 void descriptor_buffer::learn(std::size_t got, std::size_t room) noexcept {
+    constexpr std::size_t growth = 4;
     if (got == room)
-        m_in_wanted = std::min(2 * m_in_wanted, m_size);
+        m_in_wanted = std::min(growth * m_in_wanted, m_size);
     else if (m_in_wanted > kept_size && m_in_wanted > m_first && got < m_in_wanted / 8)
         m_in_wanted = m_first;
 }

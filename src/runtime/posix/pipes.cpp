@@ -34,7 +34,7 @@ bool btkAnonymousPipe::Create(btkOutputPipe &output, btkInputPipe &input) {
 namespace {
 
 constexpr std::size_t usual_size = 65536;
-constexpr std::size_t small_size = 1024;
+constexpr std::size_t small_size = 256;
 
 class plain_channel : public kel::detail::byte_channel {
 public:
