@@ -407,7 +407,7 @@ def answered(script, channels="pipes", piece=MIB):
     try:
         client.peer.say(script[4:], piece)
         client.peer.hang_up()
-    except ConnectionResetError:  # it did not like the beginning
+    except (BrokenPipeError, ConnectionResetError):  # it did not like the beginning
         pass
     result = client.end()
     told = client.peer.leave("half")

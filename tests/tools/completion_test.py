@@ -23,7 +23,7 @@ class Completion(KelCase):
         return sorted(filter(None, found.stdout.split("\n")))
 
     def test_words(self):
-        for line, found in [("", "completion conf cp mon nms reg server sum"), ("co", "completion conf"), ("nothing ", ""),
+        for line, found in [("", "completion conf cp mon nms reg rsh server sum"), ("co", "completion conf"), ("nothing ", ""),
                             ("reg ", "del export get import ls set"), ("reg ls --ma", "--machine"),
                             ("cp a b --links ", "expand ignore new"), ("cp --links = e", "expand"),
                             ("mon set f n 1 --type re", "real"), ("mon watch -n ", "")]:
