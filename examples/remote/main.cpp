@@ -58,7 +58,7 @@ public:
         }
         while (TellLine("error", *m_process->getStderr())) {
         }
-        Tell("client", "its exit code is " + std::to_string(m_process->GetExitCode()));
+        Tell("client", "its exit code is " + std::to_string(m_process->WaitExitCode()));
     }
 
 private:

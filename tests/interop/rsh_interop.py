@@ -355,9 +355,10 @@ def pressure():
     block, count = os.urandom(MIB), 16 if SANITIZED else 64
     with Session(request(f"{sys.executable} {folder}/pump.py")) as peer:
         sent = data(IN, block) * (count // 2) + ints(BREAK) + data(IN, block) * (count // 2) + ints(END)
+        peer.say(data(IN, b"x"))  # what comes back tells that it is ready for a signal
+        check((peer.int(), peer.int(), peer.text()), (0, OUT, b"x"), "a pump")
         feeding = threading.Thread(target=peer.say, args=[sent])
         feeding.start()
-        check(peer.int(), 0, "a pump")
         output, errors, code = peer.converse({HOLD_IN, GO_ON_IN})
         feeding.join()
         check((output == block * count, errors, code), (True, b"caught", 0), "both ways at once")
