@@ -36,23 +36,26 @@ public:
     Client(Shared &page, unsigned seed, std::string self)
         : m_page(page), m_seed(seed), m_random(seed), m_self(std::move(self)) {}
     void run() {
+        // As many as there will be later, so that a short warm-up has seen them too.
+        for (std::size_t i = 0; i < most_silent; ++i)
+            attempt(&Client::fall_silent);
         while (!m_page.stop) {
             const auto begin = Clock::now();
-            try {
-                act();
-            } catch (xthrowable *thrown) {
-                const kel::caught error(thrown);
-                fail(m_page, std::string(m_doing) + ": " + std::string(kel::view(error.type_name())) + ": " +
-                                 std::string(kel::view(error.description())));
-            } catch (const std::exception &error) {
-                fail(m_page, std::string(m_doing) + ": " + error.what());
-            }
+            attempt(&Client::act);
             const std::chrono::duration<double> taken = Clock::now() - begin;
             if (taken.count() > slow) std::fprintf(stderr, "slow: %s took %.1f s\n", m_doing, taken.count());
         }
     }
 
 private:
+    void attempt(void (Client::*action)()) {
+        try {
+            (this->*action)();
+        } catch (...) {
+            fail(m_page, std::string(m_doing) + ": " + kel::take_text());
+        }
+    }
+
     struct Action {
         int weight;
         const char *name;
@@ -270,7 +273,7 @@ private:
     unsigned m_seed;
     std::mt19937 m_random;
     std::string m_self;
-    const char *m_doing = "";
+    const char *m_doing = "silent";
     long m_names = 0;
     std::deque<Descriptor> m_silent;
 };

@@ -165,7 +165,7 @@ std::string WhatHappened() {
     } catch (xthrowable *thrown) {
         const kel::caught error(thrown);
         const auto *failure = error.as<fsXException>();
-        std::string text(kel::is_text(error.description()) ? error.description() : error.type_name());
+        std::string text = error.text();
         if (!failure) return text;
         if (kel::is_text(failure->getPath())) text += ": " + Shown(failure->getPath().Str());
         // The others say all that there is to say.

@@ -137,18 +137,6 @@ private:
     std::filesystem::path m_folder;
 };
 
-std::string WhatHappened() {
-    try {
-        throw;
-    } catch (xthrowable *thrown) {
-        const kel::caught error(thrown);
-        const xstring description = error.description();
-        return std::string(kel::is_text(description) ? description : error.type_name());
-    } catch (const std::exception &error) {
-        return error.what();
-    }
-}
-
 }  // namespace
 
 int main(int count, char **arguments) {
@@ -165,7 +153,7 @@ int main(int count, char **arguments) {
         Play(host, kel);
         return 0;
     } catch (...) {
-        std::cerr << "remote: " << WhatHappened() << std::endl;
+        std::cerr << "remote: " << kel::take_text() << std::endl;
         return 1;
     }
 }

@@ -66,18 +66,6 @@ void Say(const std::string &line) {
     std::cout << line << std::endl;
 }
 
-std::string WhatHappened() {
-    try {
-        throw;
-    } catch (xthrowable *thrown) {
-        const kel::caught error(thrown);
-        const xstring description = error.description();
-        return std::string(kel::is_text(description) ? description : error.type_name());
-    } catch (const std::exception &error) {
-        return error.what();
-    }
-}
-
 int main(int count, char **arguments) {
     try {
         return Run(arguments[0], {arguments + 1, arguments + count});
@@ -85,7 +73,7 @@ int main(int count, char **arguments) {
         Say(error.what());
         return refused;
     } catch (...) {
-        std::cerr << "request: " << WhatHappened() << std::endl;
+        std::cerr << "request: " << kel::take_text() << std::endl;
         return failed;
     }
 }

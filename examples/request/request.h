@@ -44,5 +44,3 @@ ExitCode StageInOwnNetwork(const std::string &program);
 
 // A line on standard output, at once and whole, from any thread.
 void Say(const std::string &line);
-// What the exception that is being handled says.
-std::string WhatHappened();

@@ -50,7 +50,7 @@ public:
             }
             Answer(*stream);
         } catch (...) {
-            Say("a client is dropped: " + WhatHappened());
+            Say("a client is dropped: " + kel::take_text());
         }
         return netServerContinue;
     }
@@ -77,7 +77,7 @@ public:
             Say(std::string(stream->getPeer()) + " asks for " + job + ", on a thread of its own");
             Say(job + (Count(*stream, limit, stop) ? " is done" : " is stopped: the server goes down"));
         } catch (...) {
-            Say("a count has ended: " + WhatHappened());
+            Say("a count has ended: " + kel::take_text());
         }
         return netServerContinue;
     }

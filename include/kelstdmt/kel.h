@@ -139,6 +139,8 @@ public:
     // What it says of itself: its Description, or its Msg if it has no description; else the null string.
     xstring description() const;
     xstring type_name() const;  // the declared name, such as "kellib::XNoField"
+    // The description, or the declared name of an exception that says nothing of itself.
+    std::string text() const;
 
     // The exception with all its fields, on several lines. Where the printer cannot finish, the description
     // follows on a line of its own.
@@ -150,6 +152,10 @@ private:
 
     xthrowable *m_thrown;
 };
+
+// The last word of a handler `catch (...)`: the text of the exception that is being handled, whether it is
+// one of the framework's, whose reference is released, or one of the C++ library's. Empty for any other.
+KELSTDMT_API std::string take_text();
 
 // From now on an exception of the framework that nobody catches is printed with its fields on standard
 // error before the program ends; then the handler that was installed before takes over (by default, it

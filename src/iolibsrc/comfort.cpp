@@ -158,6 +158,24 @@ xstring caught::type_name() const {
     return type ? type->gettypename() : xstring();
 }
 
+std::string caught::text() const {
+    const xstring said = description();
+    return std::string(view(view(said).empty() ? type_name() : said));
+}
+
+std::string take_text() {
+    if (!std::current_exception()) return {};
+    try {
+        throw;
+    } catch (xthrowable *thrown) {
+        return caught(thrown).text();
+    } catch (const std::exception &error) {
+        return error.what();
+    } catch (...) {
+        return {};
+    }
+}
+
 std::ostream &operator<<(std::ostream &out, const caught &error) {
     if (!print_on(out, static_cast<xobject *>(error.m_thrown), false)) out << error.description() << '\n';
     return out;

@@ -8,6 +8,7 @@
 #include <iomanip>
 #include <ostream>
 #include <sstream>
+#include <stdexcept>
 #include <type_traits>
 
 #include "iolibsrc/print_support.h"
@@ -86,6 +87,19 @@ TEST(Caught, ReleasesEveryKindOnce) {
         EXPECT_EQ(Text(error), "Can not finish printing\n\n");
     }
     EXPECT_EQ(Bare::died, 1);
+    const auto text_of = [](auto thrower) {
+        try {
+            thrower();
+        } catch (...) {
+            return kel::take_text();
+        }
+        return std::string("nothing");
+    };
+    EXPECT_EQ(text_of([] { throw static_cast<xthrowable *>(new Bare); }), "");
+    EXPECT_EQ(Bare::died, 2) << "its text takes the exception over";
+    EXPECT_EQ(text_of([] { XCounted::Throw(7); }), "Counted.");
+    EXPECT_EQ(text_of([] { throw std::runtime_error("its own words"); }), "its own words");
+    EXPECT_EQ(text_of([] { throw 7; }) + kel::take_text(), "");
     static_assert(!std::is_copy_constructible_v<kel::caught> && !std::is_copy_assignable_v<kel::caught>);
 }
 

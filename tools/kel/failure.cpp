@@ -77,9 +77,7 @@ bool AnythingReported() {
 
 std::string Explained(const kel::caught &error) {
     int last_error = Error_GetLast();
-    xstring description = error.description();
-    std::string text = kel::is_text(description) ? description.Str() : "";
-    if (text.empty()) text = error.type_name();
+    std::string text = error.text();
     if (const fsXException *file_error = error.as<fsXException>()) {
         constexpr int in_use = 32;
         bool vague = error.is<fsXOther>() || error.is<fsXIOError>() || error.is<fsXInvalidPath>();

@@ -132,7 +132,7 @@ void serving::run(std::size_t number) {
     try {
         m_servers[number]->Run(m_stops[number].get());
     } catch (xthrowable *thrown) {
-        m_program.log().write(service::description_of(thrown));
+        m_program.log().write(kel::caught(thrown).text());
     }
     netService::RequestStop();
 }

@@ -85,7 +85,7 @@ netServerLoopAction sessions::OnAsyncRequest(netBaseServer *, netSocketStream *s
         kel::serve_remote_command(stream, options_for(peer, command, has_asked), stop);
         if (!has_asked) refused(peer, "it has not said in time what to run");
     } catch (xthrowable *thrown) {
-        m_log.write(peer + " failed: " + service::description_of(thrown));
+        m_log.write(peer + " failed: " + kel::caught(thrown).text());
     } catch (const std::exception &error) {
         m_log.write(peer + " failed: " + error.what());
     }

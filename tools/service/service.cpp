@@ -61,12 +61,6 @@ std::string usual_pid_file(const std::string &name) {
 
 }  // namespace
 
-std::string description_of(xthrowable *thrown) {
-    const kel::caught error(thrown);
-    const xstring text = error.description();
-    return std::string(kel::view(kel::is_text(text) ? text : error.type_name()));
-}
-
 std::unique_ptr<evtEvent> stop_event() {
     std::unique_ptr<evtEvent> state(netService::StateEvent());
     if (!state) return nullptr;
@@ -139,7 +133,7 @@ int program::main(int count, char **arguments, work &what) {
     try {
         return serve(what);
     } catch (xthrowable *thrown) {
-        m_complaints.write(description_of(thrown));
+        m_complaints.write(kel::caught(thrown).text());
     } catch (const std::exception &error) {
         m_complaints.write(error.what());
     }

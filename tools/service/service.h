@@ -11,7 +11,6 @@
 #include <vector>
 
 #include <kelstdmt/eventlib.h>
-#include <kelstdmt/xexception.h>
 
 namespace service {
 
@@ -39,8 +38,6 @@ public:
     virtual int port() const = 0;
     virtual void serve() = 0;  // until somebody asks to stop
 };
-
-std::string description_of(xthrowable *thrown);  // takes it over
 
 // A new event: the service was asked to stop. Requests to pause are taken notice of, as there is nothing to
 // pause. Null without descriptors.
