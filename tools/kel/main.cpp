@@ -10,6 +10,7 @@
 #include <iostream>
 #include <new>
 
+#include "channels.h"
 #include "command.h"
 #include "progress.h"
 #include "text.h"
@@ -112,6 +113,7 @@ int main(int count, char **arguments) {
     std::setlocale(LC_CTYPE, "");
     std::ios::sync_with_stdio(false);
     ListenToReports();
+    TakeStandardChannels();
 
     CLI::App app("Files, settings, monitor files and servers from the command line.", "kel");
     app.set_version_flag("--version", "kel " KEL_VERSION);

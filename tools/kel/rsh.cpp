@@ -152,7 +152,6 @@ ExitCode RunRemotely(const Wanted &wanted) {
     if (wanted.host.empty()) throw Misuse("the host is empty");
     const std::string command = wanted.Command();
     try {
-        TakeStandardChannels();
         return Session(wanted).Run(command);
     } catch (xthrowable *thrown) {
         const kel::caught error(thrown);
