@@ -172,8 +172,9 @@ bool refuse(relay_wire &wire, const kel::remote_shell_options &options, const ke
 std::optional<launch_failure> check(kel::remote_command &command, const launch_request &request,
                                     const kel::remote_shell_options &options) {
     try {
-        const char *base = options.base_directory.Str();
-        command.working_directory = directory_of(request.working_directory.c_str(), base ? base : "");
+        const xstring &base = options.base_directory;
+        command.working_directory =
+            directory_of(request.working_directory.c_str(), kel::is_text(base) ? base.Str() : "");
     } catch (xthrowable *thrown) {
         const kel::caught error(thrown);
         command.working_directory = request.working_directory.c_str();
