@@ -36,7 +36,7 @@ def group_of(name):
             found = group[1]
         elif f'`{name}`' in line:
             return found
-    return f'none_in_groups.dox_for_{name}'  # which doxygen complains of
+    sys.exit(f'{name} is in no group of groups.dox')
 
 
 def escape(line):
@@ -250,5 +250,7 @@ source, target = map(Path, sys.argv[1:])
 target.mkdir(parents=True, exist_ok=True)
 for stale in target.glob('*.h'):
     stale.unlink()
+if gone := {name for name in re.findall(r'`(\w+\.h)`', groups) if not (source / name).exists()}:
+    sys.exit(f'groups.dox names headers that are not there: {gone}')
 for header in sorted(source.glob('*.h')):
     (target / header.name).write_text(reference_of(header))
