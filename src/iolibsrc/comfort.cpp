@@ -140,9 +140,12 @@ void *caught::downcast(xrtticlass *wanted) const {
 
 xstring caught::description() const {
     if (auto *exception = as<kelXException>()) return exception->getDescription();
-    xrtticlass *type = is_object(m_thrown) ? m_thrown->getrtti() : nullptr;
+    xrtticlass *own = is_object(m_thrown) ? m_thrown->getrtti() : nullptr;
     for (const char *name : {"Description", "Msg"}) {
-        if (type == nullptr || !type->isstruct() || !type->hasfield(name)) continue;
+        brtti *type = own;  // a struct lists its own fields alone: the base class may have it
+        while (type && type->isstruct() && !type->hasfield(name))
+            type = type->getnparents() > 0 ? type->getparenttype(0) : nullptr;
+        if (type == nullptr || !type->isstruct()) continue;
         try {
             xany text = type->lookupfield(name, static_cast<xobject *>(m_thrown));
             if (text.getkind() == xany::String) return text.getstring();
