@@ -189,7 +189,7 @@ private:
     friend class rshServer;
 };
 
-// The two ends, for code that is no friend of the class: tests and tools of the library's own.
+// The two ends, which stay the pipe's.
 struct kel_pipe_access {
     static ioPipeStream *WriteStream(ioPipe &pipe) noexcept { return pipe.m_writestream; }
     static ioPipeStream *ReadStream(ioPipe &pipe) noexcept { return pipe.m_readstream; }
