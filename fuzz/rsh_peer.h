@@ -17,7 +17,18 @@
 
 namespace rsh_peer {
 
-enum Tag : int { Err = 2, Out = 3, In = 4, End = 5, Code = 6, Done = 7, Kill = 8, Break = 9 };
+enum Tag : int {
+    Err = 2,
+    Out = 3,
+    In = 4,
+    End = 5,
+    Code = 6,
+    Done = 7,
+    Kill = 8,
+    Break = 9,
+    Hold = 32,
+    GoOn = 48
+};
 
 inline void require(bool holds, const char *what) {
     if (holds) return;

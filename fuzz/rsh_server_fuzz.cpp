@@ -14,8 +14,9 @@ using namespace rsh_peer;
 struct Story {
     std::string command, directory;
     bool is_request = false;  // a whole one
-    bool in_order = false;    // the bytes end between two messages, before an acknowledgement
-    bool stopped = false;     // somewhere, by 8 or 9
+    // The bytes end between two messages, before an acknowledgement, and hold no channel back.
+    bool in_order = false;
+    bool stopped = false;  // somewhere, by 8 or 9
     std::string input;
 };
 
@@ -29,6 +30,7 @@ Story model(std::string_view bytes) {
     }
     from.integer();
     story.is_request = story.in_order = from.whole;
+    bool held[2] = {};
     for (bool open = true; story.in_order && !from.left.empty();) {
         const int tag = from.integer();
         if (tag == In && from.whole) {
@@ -39,8 +41,13 @@ Story model(std::string_view bytes) {
         }
         if (tag == End) open = false;
         if (tag == Kill || tag == Break) story.stopped = true;
+        for (const int channel : {Err, Out}) {
+            if (tag == channel + Hold) held[channel == Out] = true;
+            if (tag == channel + GoOn) held[channel == Out] = false;
+        }
         story.in_order = from.whole && tag != Done;
     }
+    story.in_order = story.in_order && !held[0] && !held[1];
     return story;
 }
 
