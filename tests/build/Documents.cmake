@@ -3,6 +3,7 @@
 #
 #   ```cpp  ```c     a program called NAME; with a word behind the language, called by that word
 #   ```python        a script that finds examples/python
+#   ```cmake         a file for other tests
 #   ```sh            a script in an empty folder that finds the page's programs, kel and the daemons; left out where
 #                    those are not built
 #
@@ -28,7 +29,7 @@ function(document name file)
     string(SUBSTRING "${rest}" 0 ${end} piece)
     math(EXPR end "${end} + 3")
     string(SUBSTRING "${rest}" ${end} -1 rest)
-    if(info MATCHES "^(cpp|c|python|sh)( ([a-z_]+))?$")
+    if(info MATCHES "^(cpp|c|python|sh|cmake)( ([a-z_]+))?$")
       set(word ${CMAKE_MATCH_3})
       set(last ${name}.${CMAKE_MATCH_1})
       if(word)

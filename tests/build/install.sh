@@ -1,17 +1,18 @@
 #!/bin/bash
-# install.sh BUILD OUTSIDE CC CXX STATIC [FLAG...]: installs the build into an empty folder, moves that folder, and
-# builds the programs in OUTSIDE (C++) and OUTSIDE/c (C) against it through find_package and through pkg-config. Then
-# the library's own surface: its SONAME, what it needs, and what it exports.
+# install.sh BUILD OUTSIDE README CC CXX STATIC [FLAG...]: installs the build into an empty folder as the README says,
+# moves that folder, and builds against it the programs in OUTSIDE (C++) and OUTSIDE/c (C), through find_package and
+# through pkg-config, and that of the README, whose pieces lie in the folder README, as that says. Then the library's own
+# surface: its SONAME, what it needs, and what it exports.
 set -euo pipefail
-build=$1 outside=$2 cc=$3 cxx=$4 static=$5
-shift 5
+build=$1 outside=$2 readme=$3 cc=$4 cxx=$5 static=$6
+shift 6
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 fail() { echo "$*"; exit 1; }
 
-cmake --install "$build" --prefix "$work/first" >/dev/null
-mv "$work/first" "$work/prefix"
+sed -n "/--install/s|build/release|'$build'|p" "$readme/readme.sh" | HOME=$work sh -e >/dev/null
 prefix=$work/prefix
+mv "$work/kelstdmt" "$prefix"
 libdir=$(dirname "$(find "$prefix" -name 'libkelstdmt.*' -print -quit)")
 
 stray=$(cd "$prefix" && find . -type f ! -path './include/kelstdmt/*.h' ! -name 'libkelstdmt.*' \
@@ -30,10 +31,10 @@ for daemon in kelnmsd kelrshd; do
     [[ -e $prefix/bin/$daemon ]] || continue
     "$prefix/bin/$daemon" --version >/dev/null || fail "the installed $daemon does not run"
     unit=$prefix/lib/systemd/system/$daemon.service
-    grep -q "^ExecStart=$work/first/bin/$daemon --foreground " "$unit" || fail "the unit starts: $(grep Exec "$unit")"
+    grep -q "^ExecStart=$work/kelstdmt/bin/$daemon --foreground " "$unit" || fail "the unit starts: $(grep Exec "$unit")"
     # One that knows the unit's settings finds nothing wrong but that the tree was moved.
     if command -v systemd-analyze >/dev/null; then
-        sed -i "s|$work/first|$prefix|" "$unit"
+        sed -i "s|$work/kelstdmt|$prefix|" "$unit"
         systemd-analyze verify "$unit" || fail "systemd does not take the unit of $daemon"
     fi
 done
@@ -53,7 +54,20 @@ for project in "${projects[@]}"; do
     [[ ! -e $work/outside/names ]] || "$work/outside/names" || fail "a name server, built through find_package, fails"
 done
 
+# The README's program, where the README puts the tree.
+ln -s "$prefix" "$work/kelstdmt"
+mkdir "$work/readme"
+cp "$readme/readme.cpp" "$work/readme/first.cpp"
+(echo "cmake_minimum_required(VERSION 3.22)"$'\n'"project(readme CXX)" && cat "$readme/readme.cmake") \
+    >"$work/readme/CMakeLists.txt"
+HOME=$work cmake -S "$work/readme" -B "$work/readme/build" -DCMAKE_PREFIX_PATH="$work/kelstdmt" \
+    -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_CXX_FLAGS="$*" >"$work/log" 2>&1 &&
+    cmake --build "$work/readme/build" >>"$work/log" 2>&1 || fail "the README's CMake: $(cat "$work/log")"
+"$work/readme/build/first" | diff "$readme/readme.cpp.text" - || fail "the README's program, built by its CMake"
+
 if command -v pkg-config >/dev/null; then
+    (cd "$work/readme" && sed "s|^g++|'$cxx' $*|" "$readme/first.sh" | HOME=$work sh -e && ./first) |
+        diff "$readme/readme.cpp.text" - || fail "the README's program, built by its command"
     export PKG_CONFIG_PATH=$libdir/pkgconfig LD_LIBRARY_PATH=$libdir
     "$cxx" "$@" -std=c++20 "$outside/main.cpp" -o "$work/program" $(pkg-config --cflags --libs kelstdmt)
     "$work/program" || fail "the C++ program built through pkg-config fails"
