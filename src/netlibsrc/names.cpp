@@ -7,7 +7,10 @@
 
 #include <kelstdmt/netlib_server.h>
 
+#include "runtime/trace.h"
+
 using kel::detail::name_server_connection;
+using kel::system::trace, kel::system::trace_area;
 
 namespace {
 
@@ -63,6 +66,7 @@ int look_up(nmsServ *connection, const xstring &name) {
 }
 
 [[noreturn]] void fail(const char *message) {
+    trace(trace_area::names, message);
     netXException::Throw(netNameServiceProblem, message);
 }
 
@@ -101,12 +105,16 @@ void register_server(const xstring &name, int port) {
     if (!connection) fail("Can't register: Name Server not found");
     if (IsRegisteredWithNMS(connection.get(), name)) fail("Already registered with Name Server");
     if (!RegisterWithNMS(connection.release(), port, name)) fail("Can't register with Name Server");
+    trace(trace_area::names, name.Str(), " is registered at port ", port);
 }
 
 void unregister_server(const xstring &name) {
     const name_server_connection connection(getNameServer(xstring()));
     const owned_record record = record_of(name, 0);
-    if (connection && record) print(nmsServRemove(connection.get(), record.get()));
+    const bool is_asked = connection && record;
+    const bool is_removed = is_asked && print(nmsServRemove(connection.get(), record.get()));
+    trace(trace_area::names, name.Str(),
+          is_removed ? " is not registered any more" : " could not be unregistered");
 }
 
 int port_of(netAddress *address) {
@@ -116,6 +124,7 @@ int port_of(netAddress *address) {
     if (!connection) fail("Name Server is not found");
     const int port = look_up(connection.get(), address->getServerName());
     if (port == 0) fail("Server is not registered");
+    trace(trace_area::names, address->getServerName().Str(), " is at port ", port);
     address->setPortN(port);
     return port;
 }

@@ -9,10 +9,15 @@
 #include <kelstdmt/strlib.h>
 #include <kelstdmt/xbasic.h>
 
+#include "runtime/trace.h"
+
+using kel::system::trace, kel::system::trace_area;
+
 namespace {
 
 enum failure : int { not_there = 2, no_descriptors = 4, no_memory = 8 };
 enum class verdict { no_list, lets_in, refuses };
+constexpr const char *words[] = {" is not set for ", " lets in ", " refuses "};
 
 bool matches(const char *peer, const xstring &list) {
     const xrchandle<xstringsequence> patterns(strExplode(list));
@@ -43,6 +48,8 @@ bool kel::detail::is_peer_allowed(const btkStreamSocket &peer, const xstring &se
     bool has_list = false;
     for (ovkRegistry *registry : {ovkRegistry::System(), ovkRegistry::User()}) {
         const verdict told = ask(registry, path, peer.GetPeerAddrStr());
+        trace(trace_area::handshake, registry == ovkRegistry::System() ? "machine" : "user", " list of ",
+              path, words[static_cast<int>(told)], peer.GetPeerAddrStr());
         if (told == verdict::refuses) return false;
         has_list |= told == verdict::lets_in;
     }

@@ -5,9 +5,11 @@
 #include <kelstdmt/kel.h>
 
 #include "runtime/relay.h"
+#include "runtime/trace.h"
 
 using kel::system::io_failed;
 using kel::system::io_would_wait;
+using kel::system::trace, kel::system::trace_area;
 
 namespace kel::detail {
 
@@ -112,6 +114,7 @@ bool source_forwarder::forward(relay_source &source, int tag, relay_wire &wire) 
         wire.send();
     }
     if (count == m_piece) m_piece = std::min(2 * m_piece, largest_piece);
+    if (got == 0) trace(trace_area::relay, channel_name(tag), ": its source has ended");
     return got != 0;
 }
 
@@ -123,6 +126,7 @@ std::size_t relay_destination::write_some(std::string_view bytes) {
     if (m_dead || bytes.empty()) return bytes.size();
     const std::ptrdiff_t taken = write(bytes);
     m_dead = taken == io_failed;
+    if (m_dead) trace(trace_area::relay, channel_name(m_tag), ": nobody reads it any more");
     if (taken > 0) written();
     const std::size_t done =
         m_dead ? bytes.size() : static_cast<std::size_t>(std::max<std::ptrdiff_t>(taken, 0));
@@ -148,6 +152,9 @@ void relay_destination::flush_into_room() {
 int relay_destination::news() noexcept {
     if (m_holds ? pending() >= low : pending() <= high) return 0;
     m_holds = !m_holds;
+    trace(trace_area::relay, channel_name(m_tag),
+          m_holds ? ": the sender is to hold it back, kept are " : ": the sender is to go on, kept are ",
+          pending());
     return m_tag + (m_holds ? tag_hold : tag_go_on);
 }
 

@@ -8,8 +8,10 @@
 
 #include "netlibsrc/rshlib_channel.h"
 #include "runtime/relay.h"
+#include "runtime/trace.h"
 
 using namespace kel::detail;
+using kel::system::trace, kel::system::trace_area;
 
 // The relay ------------------------------------------------------------------------------------
 
@@ -34,6 +36,11 @@ public:
         read_messages();
         for (m_wire.send(); !is_done(); m_wire.send())
             pass();
+        trace(trace_area::relay,
+              m_ended      ? "the end is acknowledged, the exit code is "
+              : m_given_up ? "given up by the caller, the exit code was "
+                           : "the connection was lost, the exit code was ",
+              m_exit_code);
         // Output that breaks off must not look like all of it.
         return m_ended ? m_exit_code : rshProcess::NoExitCode;
     }
@@ -79,14 +86,21 @@ private:
         std::string_view left(bytes, static_cast<std::size_t>(got));
         // Of a peer that takes nothing, those that are on their way are enough.
         for (int tag; m_control_ints.take(left, tag);)
-            if (!m_ended && m_wire.unsent() < enough_unsent) m_wire.put(tag);
+            if (!m_ended && m_wire.unsent() < enough_unsent) {
+                trace(trace_area::relay, "tells the server to ",
+                      tag == tag_terminate ? "terminate" : "interrupt");
+                m_wire.put(tag);
+            }
     }
 
     void read_messages() {
         tag_reader::piece piece;
         while (!m_ended && !m_error.is_full() && !m_output.is_full() && m_reader.take(m_wire.unread(), piece))
             take(piece);
-        if (m_reader.is_broken()) m_wire.give_up();
+        if (m_reader.is_broken()) {
+            trace(trace_area::relay, "the server breaks the protocol");
+            m_wire.give_up();
+        }
         for (relay_destination *destination : {&m_error, &m_output}) {
             destination->flush();
             if (const int news = destination->news(); news && !m_ended) m_wire.put(news);
@@ -102,16 +116,17 @@ private:
                 break;
             case tag_exit_code:
                 m_exit_code = piece.value;
+                trace(trace_area::relay, "the command has ended with ", m_exit_code);
                 break;
             case tag_end:
                 m_wire.put(tag_end);
                 m_ended = true;
                 break;
             case tag_input + tag_hold:
-                m_input_held = true;
-                break;
             case tag_input + tag_go_on:
-                m_input_held = false;
+                m_input_held = piece.tag == tag_input + tag_hold;
+                trace(trace_area::relay, channel_name(tag_input),
+                      m_input_held ? ": the server holds it back" : ": the server has it go on");
                 break;
             default:
                 break;
@@ -183,17 +198,24 @@ std::string_view text_of(const char *text) {
     return kel::is_text(text) ? std::string_view(text) : std::string_view();
 }
 
+[[noreturn]] void fail(rshError error, int of_creation, const char *text) {
+    trace(trace_area::relay, error == rshProtocolMismatch ? "the answer is broken" : "no command: ", text);
+    rshXProcess::Throw(error, of_creation, text);
+}
+
 // Throws when the server refuses or goes away.
 void launch(relay_wire &wire, const char *command, const char *working_directory, bool use_shell) {
+    trace(trace_area::relay, "asks for ", use_shell ? "the shell's " : "", text_of(command));
     wire.put(text_of(command));
     wire.put(text_of(working_directory));
     wire.put(use_shell ? 1 : 0);
     answer_reader answer(wire.coding());
     for (const deadline until(INFINITE); !answer.take(wire.unread());) {
-        if (answer.is_broken()) rshXProcess::Throw(rshProtocolMismatch, 0, "");
-        if (!wire.exchange(until, nullptr)) rshXProcess::Throw(rshDaemonError, 0, "");
+        if (answer.is_broken()) fail(rshProtocolMismatch, 0, "");
+        if (!wire.exchange(until, nullptr)) fail(rshDaemonError, 0, "");
     }
-    if (!answer.is_launched()) rshXProcess::Throw(rshDaemonError, answer.error(), answer.text().c_str());
+    if (!answer.is_launched()) fail(rshDaemonError, answer.error(), answer.text().c_str());
+    trace(trace_area::relay, "the server has launched it");
 }
 
 }  // namespace

@@ -30,6 +30,10 @@ enum relay_tag : int {
 };
 constexpr int answer_launched = 0, answer_refused = 10;
 
+constexpr const char *channel_name(int tag) noexcept {
+    return tag == tag_error ? "error" : tag == tag_output ? "output" : "input";
+}
+
 // Ints as the encoding of the connection's stream has them: in network order, or in that of this machine.
 class int_coding {
 public:

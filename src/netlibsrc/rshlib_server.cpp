@@ -9,8 +9,10 @@
 #include "netlibsrc/rshlib_channel.h"
 #include "netlibsrc/rshlib_launch.h"
 #include "runtime/relay.h"
+#include "runtime/trace.h"
 
 using namespace kel::detail;
+using kel::system::trace, kel::system::trace_area;
 
 // The relay ------------------------------------------------------------------------------------
 
@@ -51,8 +53,14 @@ public:
         read_messages();
         while (!m_acknowledged) {
             m_wire.send();
-            if (m_wire.is_over() || !pass()) return false;
+            if (m_wire.is_over() || !pass()) {
+                trace(trace_area::relay,
+                      "given up: ", m_wire.is_over() ? "the connection is over" : "no time, or no peer",
+                      ", the end was ", m_end_sent ? "sent" : "not sent");
+                return false;
+            }
         }
+        trace(trace_area::relay, "the client acknowledges the end", m_end_sent ? "" : " that was never sent");
         return m_end_sent;
     }
 
@@ -90,11 +98,13 @@ private:
         if (m_exited && !m_end_sent && !m_output.is_open() && !m_error.is_open()) {
             m_wire.put(tag_end);
             m_end_sent = true;
+            trace(trace_area::relay, "the end is sent");
         }
         return true;
     }
 
     void stop_command() {
+        trace(trace_area::relay, "the stop event is signalled: the command is terminated");
         m_command.terminate();
         m_stop = nullptr;
         // The client is given the time to take the rest.
@@ -103,11 +113,15 @@ private:
     void take_exit() {
         long exit_code = 0;
         if (!kel::system::peek_exit_code(m_command.handle(), exit_code)) return;
+        trace(trace_area::relay, "the command has ended with ", exit_code);
         m_wire.put(tag_exit_code);
         m_wire.put(static_cast<int>(exit_code));
         m_exited = true;
     }
     void control(int tag) {
+        if (tag == tag_terminate || tag == tag_interrupt)
+            trace(trace_area::relay, "the client ", tag == tag_terminate ? "terminates" : "interrupts",
+                  " the command");
         if (tag == tag_terminate) m_command.terminate();
         if (tag == tag_interrupt) m_command.interrupt();
     }
@@ -122,25 +136,34 @@ private:
             if (piece.tag == tag_input)
                 take_input(piece.bytes);
             else if (piece.tag == tag_input_end)
-                m_input_ended = true;
+                end_input();
             else if (piece.tag == tag_end)
                 m_acknowledged = true;
             else
                 take_marks(piece.tag);
             control(piece.tag);
         }
-        if (m_reader.is_broken()) m_wire.give_up();
+        if (m_reader.is_broken()) {
+            trace(trace_area::relay, "the client breaks the protocol");
+            m_wire.give_up();
+        }
         m_input.flush();
         if (const int news = m_input.news()) m_wire.put(news);
         if ((m_input_ended && m_input.pending() == 0) || m_input.is_dead()) m_command.input.Close();
+    }
+    void end_input() {
+        trace(trace_area::relay, "the client ends the input");
+        m_input_ended = true;
     }
     void take_input(std::string_view bytes) {
         if (!m_input_ended) m_input.take(bytes);
     }
     void take_marks(int tag) {
         for (output_channel *channel : {&m_error, &m_output}) {
-            if (tag == channel->tag + tag_hold) channel->is_held = true;
-            if (tag == channel->tag + tag_go_on) channel->is_held = false;
+            if (tag != channel->tag + tag_hold && tag != channel->tag + tag_go_on) continue;
+            channel->is_held = tag == channel->tag + tag_hold;
+            trace(trace_area::relay, channel_name(channel->tag),
+                  channel->is_held ? ": the client holds it back" : ": the client has it go on");
         }
     }
     relay_wire &m_wire;
@@ -160,6 +183,7 @@ private:
 
 bool refuse(relay_wire &wire, const kel::remote_shell_options &options, const kel::remote_command &command,
             const launch_failure &failure) {
+    trace(trace_area::relay, "refused: ", failure.reason.Str());
     wire.put(answer_refused);
     wire.put(failure.error);
     wire.put(kel::view(failure.reason));
@@ -195,14 +219,19 @@ bool kel::serve_remote_command(netSocketStream *connection, const remote_shell_o
     relay_wire wire(*connection, true);
     request_reader reader(wire.coding());
     for (const deadline until(options.patience); !reader.take(wire.unread());)
-        if (reader.is_broken() || !wire.exchange(until, stop)) return false;
+        if (reader.is_broken() || !wire.exchange(until, stop)) {
+            trace(trace_area::relay, reader.is_broken() ? "no request: it is broken" : "no request in time");
+            return false;
+        }
 
     const launch_request &request = reader.request();
     remote_command command{request.command.c_str(), "", request.use_shell != 0};
+    trace(trace_area::relay, "asked for ", command.use_shell ? "the shell's " : "", request.command);
     if (const auto failure = check(command, request, options))
         return refuse(wire, options, command, *failure);
     launched_command launched;
     if (const auto failure = launched.launch(command)) return refuse(wire, options, command, *failure);
+    trace(trace_area::relay, "launched as process ", launched.id());
     if (options.launched) options.launched(command, launched.id());
 
     wire.put(answer_launched);

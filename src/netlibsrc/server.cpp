@@ -9,8 +9,10 @@
 #include "netlibsrc/names.h"
 #include "netlibsrc/server_loop.h"
 #include "netlibsrc/server_open.h"
+#include "runtime/trace.h"
 
 using kel::detail::deadline;
+using kel::system::trace, kel::system::trace_area;
 
 namespace {
 
@@ -44,12 +46,28 @@ private:
     btkAcceptSocket *m_socket;
 };
 
+const char *name_of(netServerLoopAction action) {
+    switch (action) {
+        case netServerTerminate:
+            return "terminate";
+        case netSpawnAsyncServer:
+            return "spawn";
+        default:
+            return "continue";
+    }
+}
+
 }  // namespace
 
 std::unique_ptr<btkAcceptSocket> kel::detail::open_server(const char *server_name, int port,
                                                           const server_options &options) {
     auto socket = std::make_unique<btkAcceptSocket>();
-    if (!socket->Listen(port == nil_port ? 0 : port, options.address)) return nullptr;
+    const char *name = kel::is_text(server_name) ? server_name : "without a name";
+    if (!socket->Listen(port == nil_port ? 0 : port, options.address)) {
+        trace(trace_area::server, name, " cannot listen on port ", port, ": error ", Error_GetLast());
+        return nullptr;
+    }
+    trace(trace_area::server, name, " listens on port ", [&] { return socket->GetPort(); });
     if (options.is_registered && kel::is_text(server_name)) register_server(server_name, socket->GetPort());
     return socket;
 }
@@ -76,6 +94,7 @@ netBaseServer::~netBaseServer() {
 
 void netBaseServer::Stop() noexcept {
     if (!m_socket) return;
+    trace(trace_area::server, "stops listening on port ", [this] { return getPortN(); });
     m_loop->DropConnections();
     m_socket.reset();
     try {
@@ -132,17 +151,22 @@ void netBaseServer::Run(evtEvent *stop) {
         return m_time_slice > shortest_slice ? m_time_slice : shortest_slice;
     };
     const spoken_first scope(m_loop->AwaitsInput() ? m_socket.get() : nullptr);
-    for (deadline idle(slice());;) {
-        if (m_loop->CollectEnded() == netServerTerminate || m_loop->IsStopped()) return;
-        if (auto socket = m_loop->Next(idle)) {
-            if (Serve(std::move(socket)) == netServerTerminate) return;
-        } else if (!idle.is_over()) {
-            continue;
-        } else if (OnIdle() == netServerTerminate) {
-            return;
+    trace(trace_area::server, "the loop begins");
+    const char *why = nullptr;
+    for (deadline idle(slice()); !why;) {
+        if (m_loop->CollectEnded() == netServerTerminate) {
+            why = "a request says so";
+        } else if (m_loop->IsStopped()) {
+            why = "its event is signalled";
+        } else if (auto socket = m_loop->Next(idle)) {
+            if (Serve(std::move(socket)) == netServerTerminate) why = "the last connection says so";
+            idle = deadline(slice());
+        } else if (idle.is_over()) {
+            if (OnIdle() == netServerTerminate) why = "OnIdle says so";
+            idle = deadline(slice());
         }
-        idle = deadline(slice());
     }
+    trace(trace_area::server, "the loop ends: ", why);
 }
 
 netServerLoopAction netBaseServer::Serve(std::unique_ptr<btkStreamSocket> socket) {
@@ -150,8 +174,10 @@ netServerLoopAction netBaseServer::Serve(std::unique_ptr<btkStreamSocket> socket
     if (asked == netServerContinue || asked == netServerTerminate) return asked;
     // Without a callback nobody takes the connection.
     if (!m_on_request) return netServerContinue;
+    const int handle = socket->GetHandle();
     netSocketStream *stream = kel::construct<netSocketStream>(std::move(socket));
     const netServerLoopAction action = OnRequest(stream);
+    trace(trace_area::server, "connection ", handle, ": OnRequest answers ", name_of(action));
     if (action == netSpawnAsyncServer) m_loop->Spawn(std::unique_ptr<netSocketStream>(stream));
     return action == netServerTerminate ? netServerTerminate : netServerContinue;
 }

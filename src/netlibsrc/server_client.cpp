@@ -5,10 +5,12 @@
 #include "netlibsrc/deadline.h"
 #include "netlibsrc/names.h"
 #include "netlibsrc/server_handshake.h"
+#include "runtime/trace.h"
 
 using kel::detail::deadline;
 using kel::detail::grant;
 using kel::detail::handshake;
+using kel::system::trace, kel::system::trace_area;
 
 namespace {
 
@@ -23,12 +25,25 @@ public:
         : m_port(kel::detail::port_of(address)),
           m_until(timeout),
           m_socket(std::make_unique<btkStreamSocket>()) {
-        if (!m_socket->Connect(address->getHostName(), m_port, m_until.left())) m_socket.reset();
+        const xstring host = address->getHostName();
+        if (m_socket->Connect(host, m_port, m_until.left())) {
+            trace(trace_area::handshake, "connected to ", host.Str(), " port ", m_port);
+        } else {
+            trace(trace_area::handshake, "no connection to ", host.Str(), " port ", m_port, ": error ",
+                  Error_GetLast());
+            m_socket.reset();
+        }
     }
 
     bool IsConnected() const noexcept { return m_socket != nullptr; }
     // Whether there was an answer.
-    bool Ask(handshake asked, grant &told) { return m_socket->Send(&asked, 1) == 1 && Read(&told, 1); }
+    bool Ask(handshake asked, grant &told) {
+        const bool is_answered = m_socket->Send(&asked, 1) == 1 && Read(&told, 1);
+        trace(trace_area::handshake, "asked with byte ", static_cast<int>(asked), ", answered ",
+              is_answered ? "with byte " : "nothing, error ",
+              is_answered ? static_cast<int>(told) : Error_GetLast());
+        return is_answered;
+    }
     // All of the bytes.
     bool Read(void *bytes, unsigned count) {
         for (auto *to = static_cast<char *>(bytes); count > 0;) {

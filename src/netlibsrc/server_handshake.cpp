@@ -8,9 +8,11 @@
 
 #include "netlibsrc/permission.h"
 #include "netlibsrc/server_open.h"
+#include "runtime/trace.h"
 
 using kel::detail::grant;
 using kel::detail::handshake;
+using kel::system::trace, kel::system::trace_area;
 
 namespace {
 
@@ -46,10 +48,13 @@ netServer::~netServer() {
 
 netServerLoopAction netServer::PreprocessRequest(btkStreamSocket *socket) {
     unsigned char byte = 0;
-    if (socket->RecvNow(&byte, 1) != 1) return netServerContinue;
+    const int handle = socket->GetHandle(), got = socket->RecvNow(&byte, 1);
+    trace(trace_area::handshake, "connection ", handle, got == 1 ? " asks with byte " : " asks nothing, ",
+          got == 1 ? byte : got);
     const handshake asked{byte};
-    if (asked > handshake::shutdown) return netServerContinue;
+    if (got != 1 || asked > handshake::shutdown) return netServerContinue;
     if (asked != handshake::alive && !kel::detail::is_peer_allowed(*socket, getServerName(), m_needs_list)) {
+        trace(trace_area::handshake, "connection ", handle, " is refused");
         answer(*socket, grant::refused);
         if (m_refused) m_refused(socket->GetPeerAddrStr());
         return netServerContinue;
@@ -60,6 +65,7 @@ netServerLoopAction netServer::PreprocessRequest(btkStreamSocket *socket) {
         more.append(m_version.Str(), m_version.GetSize());
     }
     const bool sent = answer(*socket, grant::granted, more);
+    trace(trace_area::handshake, "connection ", handle, sent ? " is granted" : " is gone before the answer");
     if (asked == handshake::shutdown) return netServerTerminate;
     return asked == handshake::connect && sent ? netServerDefault : netServerContinue;
 }

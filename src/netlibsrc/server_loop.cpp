@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <iostream>
 
+#include "runtime/trace.h"
+
 using kel::detail::deadline;
+using kel::system::trace, kel::system::trace_area;
 
 namespace {
 
@@ -91,8 +94,11 @@ void netBaseServer::loop::Wait(const deadline &until) {
             m_is_stopped = true;
         else
             static_cast<event *>(signalled[at])->Signalled();
-    while (!m_silent.empty() && m_silent.front().until.is_over())
+    while (!m_silent.empty() && m_silent.front().until.is_over()) {
+        trace(trace_area::server, "connection ", m_silent.front().socket->GetHandle(),
+              " is dropped: it has said nothing in time");
         m_silent.pop_front();
+    }
     LookForUnwatched();
 }
 
@@ -129,6 +135,8 @@ std::unique_ptr<btkStreamSocket> netBaseServer::loop::Accept() {
         Refused(Error_GetLast());
         return nullptr;
     }
+    trace(trace_area::server, "connection ", socket->GetHandle(), " from ",
+          [&] { return socket->GetPeerAddrStr(); });
     if (!m_awaits_input || socket->Wait(at_once, btkSocket::ForInput) >= 0) return socket;
     Await(std::move(socket));
     return nullptr;
@@ -136,6 +144,7 @@ std::unique_ptr<btkStreamSocket> netBaseServer::loop::Accept() {
 
 // A connection that was cut before it was accepted is passed over, and so is what has another reason.
 void netBaseServer::loop::Refused(int error) {
+    trace(trace_area::server, "nothing accepted: error ", error);
     switch (error) {
         case no_descriptors:
         case no_memory:
@@ -154,22 +163,32 @@ void netBaseServer::loop::Refused(int error) {
 bool netBaseServer::loop::MakeRoom() noexcept {
     if (m_silent.empty()) return false;
     constexpr std::size_t parts = 8;
-    for (std::size_t count = 1 + m_silent.size() / parts; count > 0; --count)
+    const std::size_t dropped = 1 + m_silent.size() / parts;
+    trace(trace_area::server, "no descriptors: ", dropped, " of ", m_silent.size(),
+          " silent connections are dropped");
+    for (std::size_t count = dropped; count > 0; --count)
         m_silent.pop_front();
     return true;
 }
 
 // The system keeps the connections meanwhile.
 void netBaseServer::loop::PauseListening() {
+    trace(trace_area::server, "no descriptors: connections stay in the queue for a while");
     m_set.Remove(m_listener.get());
     m_listening = m_connections = false;
     m_pause_end = deadline(pause);
 }
 
 void netBaseServer::loop::Await(std::unique_ptr<btkStreamSocket> socket) {
-    if (m_silent.size() >= most_silent) m_silent.pop_front();
+    if (m_silent.size() >= most_silent) {
+        trace(trace_area::server, "connection ", m_silent.front().socket->GetHandle(),
+              " is dropped: too many say nothing");
+        m_silent.pop_front();
+    }
     m_silent.emplace_back(*this, std::move(socket));
     m_silent.back().place = std::prev(m_silent.end());
+    trace(trace_area::server, "awaits the first words of connection ", m_silent.back().socket->GetHandle(),
+          ", one of ", m_silent.size());
     if (!m_set.Add(&m_silent.back())) m_silent.pop_back();
 }
 
@@ -188,6 +207,7 @@ void netBaseServer::loop::Spawn(std::unique_ptr<netSocketStream> stream) {
     if (request.Start()) return;
     while (Error_GetLast() == no_descriptors && MakeRoom())
         if (request.Start()) return;
+    trace(trace_area::server, "request ", request.Number(), ": no thread, error ", Error_GetLast());
     m_requests.pop_back();
     std::cout << "netBaseServer::SpawnAsyncRequest: create thread failed" << std::endl;
 }
@@ -224,8 +244,10 @@ netServerLoopAction netBaseServer::loop::CollectEnded() {
 }
 
 void netBaseServer::loop::StopRequests() noexcept {
-    for (netAsyncRequest &request : m_requests)
+    for (netAsyncRequest &request : m_requests) {
+        trace(trace_area::server, "request ", request.Number(), " is asked to stop");
         request.SendStop();
+    }
     for (netAsyncRequest &request : m_requests)
         request.Collect();
     m_ended.clear();

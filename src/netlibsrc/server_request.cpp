@@ -3,9 +3,13 @@
 #include <kelstdmt/kel.h>
 
 #include "netlibsrc/server_loop.h"
+#include "runtime/trace.h"
+
+using kel::system::trace, kel::system::trace_area;
 
 int netAsyncRequest::OnStart() {
     const std::unique_ptr<evtEvent> stop(SignalStream()->InputEvent());
+    trace(trace_area::server, "request ", m_number, " begins on this thread");
     if (m_callback) return m_callback->OnAsyncRequest(&m_server, m_stream.release(), stop.get());
     m_stream.reset();
     return netServerDefault;
@@ -36,5 +40,7 @@ void netAsyncRequest::SendStop() noexcept {
 // The event looks at the thread's handle, which goes with the exit code.
 netServerLoopAction netAsyncRequest::Collect() {
     m_exit_event.reset();
-    return GetExitCode() == netServerTerminate ? netServerTerminate : netServerContinue;
+    const int exit_code = GetExitCode();
+    trace(trace_area::server, "request ", m_number, " has ended with ", exit_code);
+    return exit_code == netServerTerminate ? netServerTerminate : netServerContinue;
 }

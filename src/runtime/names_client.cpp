@@ -15,6 +15,7 @@
 
 #include "runtime/names_bounds.h"
 #include "runtime/names_status.h"
+#include "runtime/trace.h"
 
 struct nmsServ {
     std::string host;
@@ -36,6 +37,7 @@ namespace {
 
 using kel::name_request;
 using kel::name_status;
+using kel::system::trace, kel::system::trace_area;
 
 std::atomic<double> patience{30};  // seconds
 
@@ -43,9 +45,10 @@ constexpr int found_by_client = 0, found_by_server = 1;
 constexpr std::int64_t no_limit = std::int64_t{1} << 30;  // seconds
 
 nmsErr *error_of(const nmsServ &server, int code, int origin) {
-    return new nmsErr{
-        code, origin,
-        kel::system::name_status_text(code, origin, server.host.c_str(), server.local, server.port)};
+    std::string text =
+        kel::system::name_status_text(code, origin, server.host.c_str(), server.local, server.port);
+    trace(trace_area::names, text.c_str());
+    return new nmsErr{code, origin, std::move(text)};
 }
 nmsErr *client_error(const nmsServ &server, name_status code) {
     return error_of(server, static_cast<int>(code), found_by_client);
@@ -64,6 +67,10 @@ public:
             return client_error(server, name_status::not_sent);
         server.port = kel::name_service_port_of_environment();
         const char *host = server.local ? "localhost" : server.host.c_str();
+        const char *name =
+            record && !record->record.fields.empty() ? record->record.fields.front().second.c_str() : nullptr;
+        trace(trace_area::names, "asks ", host, " port ", server.port, ": ",
+              kel::system::name_request_text(request), name ? " of " : "", name);
         if (!m_socket.Connect(host, server.port, btkTimeval(no_limit, 0)))
             return client_error(server, name_status::no_connection);
         if (!send(question))
@@ -71,6 +78,8 @@ public:
         m_bounds.begin_answer();
         if (!await(1)) return client_error(server, name_status::no_connection);
         const int status = static_cast<unsigned char>(m_bytes[m_at++]);
+        trace(trace_area::names, host, " answers ", kel::system::name_request_text(request), " with status ",
+              status);
         return status == 0 ? nullptr : error_of(server, status, found_by_server);
     }
 
@@ -244,6 +253,7 @@ nmsErr *nmsServQuery(nmsServ *server, nmsRec *record_template, nmsRec ***records
         whole = query.read(record->record);
         if (whole) found.append(std::move(record));
     }
+    trace(trace_area::names, whole ? "records that match: " : "the answer broke off; records told: ", told);
     if (!whole) return client_error(*server, name_status::no_connection);
     if (records) *records = found.release();
     if (count) *count = told;

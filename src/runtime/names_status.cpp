@@ -1,7 +1,4 @@
-// The words for what a request to a name server ended in.
 #include "runtime/names_status.h"
-
-#include <kelstdmt/vumrt_names.h>
 
 namespace kel::system {
 
@@ -31,6 +28,24 @@ std::string text_of(int code, const char *host, bool local, int port) {
 }
 
 }  // namespace
+
+const char *name_request_text(name_request request) noexcept {
+    switch (request) {
+        case name_request::ping:
+            return "ping";
+        case name_request::add:
+            return "register";
+        case name_request::remove:
+            return "delete";
+        case name_request::query:
+            return "query";
+        case name_request::shutdown:
+            return "shutdown";
+        case name_request::version:
+            return "version";
+    }
+    return "unknown";
+}
 
 std::string name_status_text(int code, int origin, const char *host, bool local, int port) {
     const char *reporter = origin == 1 ? "NameServer on client request: " : "NMS client: ";

@@ -11,7 +11,10 @@
 #include <kelstdmt/syslib.h>
 
 #include "runtime/names_status.h"
+#include "runtime/trace.h"
 #include "srcnmscm/wire.h"
+
+using kel::system::trace, kel::system::trace_area;
 
 namespace {
 
@@ -39,8 +42,10 @@ public:
     // Sends the question and reads the status of the answer.
     nmsClientStatus *ask(kel::name_request code, nmsRecord *record = nullptr) {
         m_proxy.m_port = kel::name_service_port_of_environment();
-        const std::unique_ptr<netAddress> address(
-            netAddress::Create(m_proxy.m_port, m_proxy.m_local ? "localhost" : m_proxy.m_host));
+        const char *host = m_proxy.m_local ? "localhost" : m_proxy.m_host.Str();
+        trace(trace_area::names, "asks ", host, " port ", m_proxy.m_port, ": ",
+              kel::system::name_request_text(code));
+        const std::unique_ptr<netAddress> address(netAddress::Create(m_proxy.m_port, host));
         m_stream.reset(netBaseServer::Connect(address.get(), INFINITE));
         if (!m_stream) return m_proxy.Failed(nmscNoConnection);
         if (!guarded([&] { return send(code, record); }))
@@ -49,6 +54,8 @@ public:
         m_bounds.begin_answer();
         m_reader.emplace(*m_stream, m_bounds);
         if (!guarded([&] { return m_reader->read(&status, 1); })) return m_proxy.Failed(nmscNoConnection);
+        trace(trace_area::names, host, " answers ", kel::system::name_request_text(code), " with status ",
+              static_cast<unsigned char>(status));
         if (status == 0) return nullptr;
         return m_proxy.Failed(static_cast<nmscReturnCode>(static_cast<unsigned char>(status)), ServerOrigin);
     }
@@ -97,6 +104,8 @@ nmsServerProxy::nmsServerProxy(const char *host, bool local)
 nmsServerProxy::~nmsServerProxy() = default;
 
 nmsClientStatus *nmsServerProxy::Failed(nmscReturnCode code, StatusOrigin origin) const {
+    trace(trace_area::names, "fails with code ", static_cast<int>(code),
+          origin == ServerOrigin ? " of the name server" : " of its client");
     return new nmsClientStatus(code, m_host, m_port, m_local, origin);
 }
 
@@ -156,6 +165,7 @@ nmsClientStatus *nmsServerProxy::ImplQuery(nmsRecord &record_template, nmsRecord
         whole = query.read(*record);
         if (whole && records) records->append(record.release());
     }
+    trace(trace_area::names, whole ? "records that match: " : "the answer broke off; records told: ", told);
     if (whole) {
         if (count) *count = told;
         return nullptr;
