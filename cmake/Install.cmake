@@ -12,6 +12,18 @@ configure_package_config_file(cmake/kelstdmtConfig.cmake.in ${PROJECT_BINARY_DIR
   INSTALL_DESTINATION ${package_dir})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/kelstdmtConfigVersion.cmake
   COMPATIBILITY SameMinorVersion)
+# The printers lie where GDB looks for what belongs to this library, once installed and once beside it in the build tree.
+# The folder has the prefix in it that is known when it is installed.
+if(NOT KELSTDMT_STATIC)
+  set(printers libkelstdmt.so.${PROJECT_VERSION}-gdb.py)
+  configure_file(tools/gdb/kelstdmt-gdb.py ${PROJECT_BINARY_DIR}/${printers} COPYONLY)
+  set(libdir ${CMAKE_INSTALL_LIBDIR})
+  if(NOT IS_ABSOLUTE "${libdir}")
+    set(libdir "\${CMAKE_INSTALL_PREFIX}/${libdir}")
+  endif()
+  install(FILES tools/gdb/kelstdmt-gdb.py DESTINATION "${CMAKE_INSTALL_DATADIR}/gdb/auto-load/${libdir}" RENAME ${printers})
+endif()
+
 install(FILES ${PROJECT_BINARY_DIR}/kelstdmtConfig.cmake ${PROJECT_BINARY_DIR}/kelstdmtConfigVersion.cmake
   DESTINATION ${package_dir})
 

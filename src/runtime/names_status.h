@@ -8,7 +8,8 @@
 namespace kel::system {
 
 const char *name_request_text(name_request request) noexcept;
-// For a failure: one line without its end. The origin is 1 when the name server reported it, 0 when the client found it.
+// For a failure: one line without its end. The origin is 1 when the name server reported it, 0 when the
+// client found it.
 std::string name_status_text(int code, int origin, const char *host, bool local, int port);
 
 }  // namespace kel::system
