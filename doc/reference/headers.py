@@ -98,10 +98,12 @@ class Filter:
         i = 0
         while i < len(self.lines):
             line = self.lines[i]
+            self.next = self.lines[i + 1] if i + 1 < len(self.lines) else ''
             if not line.strip():
                 if self.doc and not self.used and self.scopes[-1] != 'body':
                     self.alone += ['', *self.doc]
-                self.doc = self.doc if self.statement else []
+                self.doc = self.doc if self.statement or self.after_body() else []
+                self.used = {word for word in self.used if '(' not in word} if self.after_body() else self.used
                 self.out.append('')
             elif line.startswith('struct std::hash'):  # in a namespace that doxygen has not met
                 while self.lines[i] != '};':
@@ -126,6 +128,10 @@ class Filter:
                 self.code(line)
             i += 1
         return self.out
+
+    def after_body(self):
+        """A blank line behind the body of a function does not end what is called alike (construct_with, construct)."""
+        return bool(self.used) and self.out[-1].strip() == '}' and self.scopes[-1] in ('file', 'scope')
 
     def directive(self, i):
         if re.match(r'\s*# *define', self.lines[i]) and self.declaring():
@@ -164,7 +170,7 @@ class Filter:
         text = re.sub(r'^(KELSTDMT_API|\[\[\w+\]\]|inline|constexpr|static) ', '', line.strip())
         if not self.doc or UNDOCUMENTED.match(text):
             return
-        alike = likeness(text)
+        alike = likeness(self.next.strip() if text.startswith('template') and text.endswith('>') else text)
         all_meant = ALL_MEANT.search(' '.join(self.doc))
         if self.used and (NOT_AGAIN.match(text) or self.scopes[-1] == 'enum' or not (all_meant or alike & self.used)):
             self.used.add('')  # what is not alike ends it

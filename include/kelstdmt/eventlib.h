@@ -19,7 +19,7 @@ public:
     explicit evtEvent(btkBaseEvent *owned) noexcept : btkEvent(owned) {}  // null: never signalled
     ~evtEvent() override;
 
-    bool getIsSignaled() { return btkEvent::IsSignaled(); }
+    bool getIsSignaled() { return btkEvent::IsSignaled(); }  // now, without waiting
 
     // Waits at most the given seconds; INFINITE is no limit (2^30 seconds), zero, a negative number and
     // not-a-number ask once. True if the event is signalled.

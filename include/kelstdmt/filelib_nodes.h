@@ -66,8 +66,8 @@ public:
     // fsIOFailed when not all was written; done tells how much.
     fsIOStatus Write(const void *buffer, unsigned count, unsigned *done = nullptr);
     // Positions and sizes are bytes; a fraction is dropped, what is no number or too large is error 87.
-    bool Truncate(double size);  // the position is the new end
-    bool Seek(fsFilePosition from, double offset);
+    bool Truncate(double size);                     // the position is the new end
+    bool Seek(fsFilePosition from, double offset);  // a position beyond the end is one
     bool Close();
     bool IsOpened() const noexcept { return m_opened; }
 
@@ -101,7 +101,7 @@ private:
     std::unique_ptr<listing> m_listing;
 };
 
-KELSTDMT_API xrchandle<fsNodeInfo> fsGetNodeInfo(const char *path);
+KELSTDMT_API xrchandle<fsNodeInfo> fsGetNodeInfo(const char *path);  // throws an fsXException when it cannot
 
 // For a node that cannot be asked: null, the real nil value, fsNoNode, false. Only an I/O error throws.
 KELSTDMT_API tmTime *fshGetModTime(const char *path);  // the caller owns it

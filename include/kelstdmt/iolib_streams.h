@@ -172,7 +172,7 @@ public:
     ioPipe(const ioPipe &) = delete;
     ioPipe &operator=(const ioPipe &) = delete;
 
-    static ioPipe *Create();
+    static ioPipe *Create();  // null when no descriptors are left
 
 private:
     ioPipe();

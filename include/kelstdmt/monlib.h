@@ -24,7 +24,7 @@ KEL_DECLARE_STRUCT(monParam)
 class KELSTDMT_API monParam : public xobject {
     KEL_CLASS(monParam, xobject)
 public:
-    virtual xstring getName();
+    virtual xstring getName();  // under which it was looked up
 
 protected:
     // Enters itself in the file's dictionary. Type and, for a string, size are those of the record.
@@ -73,7 +73,7 @@ KEL_DECLARE_STRUCT(monBoolParam)
 class KELSTDMT_API monBoolParam : public monParam {
     KEL_CLASS(monBoolParam, monParam)
 public:
-    xbool getValue();
+    xbool getValue();  // as that of monIntParam
     xbool setValue(xbool value);
 
 private:
@@ -86,7 +86,7 @@ KEL_DECLARE_STRUCT(monRealParam)
 class KELSTDMT_API monRealParam : public monParam {
     KEL_CLASS(monRealParam, monParam)
 public:
-    double getValue();
+    double getValue();  // as that of monIntParam
     double setValue(double value);
 
 private:
@@ -99,7 +99,7 @@ KEL_DECLARE_STRUCT(monStringParam)
 class KELSTDMT_API monStringParam : public monParam {
     KEL_CLASS(monStringParam, monParam)
 public:
-    xstring getValue();
+    xstring getValue();  // as that of monIntParam
     // A text longer than the size is refused: reported, not written, and the null string is the answer. A
     // null pointer and the text markers write the empty text.
     xstring setValue(const char *text);
@@ -122,20 +122,21 @@ class KELSTDMT_API monFile : public xobject {
 public:
     ~monFile() override;
 
-    // Null when the file cannot be made or opened, or is no monitor file (last error 13; 50 for what is no
-    // file on a disk). The caller owns the object. Create overwrites an existing file from its beginning:
-    // records that stand whole behind a title of the same length are found again by look-ups, anything else
-    // goes with the first new record.
+    // Each is null when the file cannot be made or opened, or is no monitor file (last error 13; 50 for what
+    // is no file on a disk). The caller owns the object. Create overwrites an existing file from its
+    // beginning: records that stand whole behind a title of the same length are found again by look-ups,
+    // anything else goes with the first new record.
     static monFile *Create(const char *path, const char *title);
     static monFile *Open(const char *path);
     // For a file that may not be written: looking up a name that is missing gives null, setting a value
     // throws.
     static monFile *OpenReadOnly(const char *path);
 
-    // The parameter of this name, made when it is missing; null when it is of another type, and when the name
-    // is no text. Names have at most 1,023 bytes, strings a size of 0 to 2^31 - 5; beyond that it is reported
-    // and null. A record that a killed writer left incomplete is cut off by the next one that is made. Throws
-    // ioXStream when the file is closed or the system fails; then no part of the record stays.
+    // For each type, the parameter of this name, made when it is missing; null when it is of another type,
+    // and when the name is no text. Names have at most 1,023 bytes, strings a size of 0 to 2^31 - 5; beyond
+    // that it is reported and null. A record that a killed writer left incomplete is cut off by the next one
+    // that is made. Throws ioXStream when the file is closed or the system fails; then no part of the record
+    // stays.
     monIntParam *Int(const char *name);
     monBoolParam *Bool(const char *name);
     monRealParam *Real(const char *name);

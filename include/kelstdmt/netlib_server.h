@@ -46,7 +46,7 @@ KEL_DECLARE_STRUCT(netBaseServer_OnIdle_cb)
 class KELSTDMT_API netBaseServer_OnIdle_cb : public xobject {
     KEL_CLASS(netBaseServer_OnIdle_cb, xobject)
 public:
-    virtual netServerLoopAction OnIdle(netBaseServer *server) = 0;
+    virtual netServerLoopAction OnIdle(netBaseServer *server) = 0;  // nothing arrived for a time slice
 };
 
 // A connection waits to be accepted. Belongs to who asked for it, and is deleted before the server.
@@ -78,7 +78,7 @@ public:
     // caller owns the result.
     static netBaseServer *Create(const char *server_name, int port);
 
-    // Not owned; null for none.
+    // Each stays the caller's; null for none.
     virtual void setOnRequest(netBaseServer_OnRequest_cb *callback);
     virtual void setOnAsyncRequest(netBaseServer_OnAsyncRequest_cb *callback);
     virtual void setOnIdle(netBaseServer_OnIdle_cb *callback);
@@ -164,7 +164,7 @@ class KELSTDMT_API netServer : public netBaseServer {
 public:
     ~netServer() override;
 
-    static netServer *Create(const char *server_name, int port);
+    static netServer *Create(const char *server_name, int port);  // as netBaseServer::Create
     static netServer *Create(const char *server_name, int port, const kel::server_options &options);
     xstring getVersion() const { return m_version; }
 

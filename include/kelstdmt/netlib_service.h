@@ -21,7 +21,7 @@ KEL_DECLARE_STRUCT(netService_DoService_cb)
 class KELSTDMT_API netService_DoService_cb : public xobject {
     KEL_CLASS(netService_DoService_cb, xobject)
 public:
-    virtual void DoService(netService *service, xrchandle<xstringsequence> parameters) = 0;
+    virtual void DoService(netService *service, xrchandle<xstringsequence> parameters) = 0;  // until it ends
 };
 
 KEL_DECLARE_STRUCT(netService)
@@ -41,7 +41,7 @@ public:
     unsigned char Run();
     virtual void DoService(xrchandle<xstringsequence> parameters);
 
-    static xrchandle<xstringsequence> ExtractParms(int count, char **arguments);
+    static xrchandle<xstringsequence> ExtractParms(int count, char **arguments);  // all, with the first
 
     xstring getServiceName() const { return m_service_name; }
     xstring getDisplayName() const { return m_display_name; }

@@ -133,7 +133,7 @@ public:
     void Interrupt();             // as Ctrl+C; a program may ignore it
     void Terminate();             // once
     pcEvent *ExitEvent();         // a new event; null when closed or when the end cannot be awaited
-    void Close();
+    void Close();                 // the program goes on
 
 private:
     pcProcess() = default;

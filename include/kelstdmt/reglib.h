@@ -109,7 +109,7 @@ public:
 
     virtual regKey *CreateSubkey(const char *name);  // null on failure
     virtual regKey *OpenSubkey(const char *name);    // null on failure
-    virtual bool DeleteSubkey(const char *name);
+    virtual bool DeleteSubkey(const char *name);     // false for one that has subkeys
     virtual void Close();
     // Stored as text, in every locale the same: a number with at most 6 significant digits, "true" or
     // "false". A write that fails throws regXAccess; the last error tells why.

@@ -104,7 +104,7 @@ public:
         return *this == xany(value);
     }
 
-    // Uninit and nil convert to the target's markers. Any other kind that does not fit is reported
+    // In each, uninit and nil convert to the target's markers. Any other kind that does not fit is reported
     // ("Can not convert xany to ...") and gives the uninit marker.
     operator int() const;
     operator xobject *() const;

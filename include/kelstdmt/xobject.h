@@ -45,9 +45,9 @@ public:
 
     xrtticlass *getrtti() { return givertti(); }
 
-    bool issameas(xrtticlass *type);
-    bool iskindof(xrtticlass *type);
-    xstring gettypename();
+    bool issameas(xrtticlass *type);  // of just this type
+    bool iskindof(xrtticlass *type);  // of this type or one derived from it
+    xstring gettypename();            // the declared name, such as "kellib::XNoField"
     // Whether releases decide this object's life. Throws kelXUnknownType without a descriptor.
     bool isrefcountable();
 

@@ -24,7 +24,7 @@ class printer;
 
 class KELSTDMT_API brtti {
 public:
-    xstring gettypename() { return GiveTypeName(); }
+    xstring gettypename() { return GiveTypeName(); }  // the declared name, such as "kellib::XNoField"
     bool isenum() { return GiveIsEnum(); }
     bool isclass() { return GiveIsClass(); }
     bool isstruct() { return GiveIsStruct(); }
@@ -34,9 +34,9 @@ public:
     bool isunion() { return GiveIsUnion(); }
 
     int getnenumvalues();
-    xstring getenumvaluebyindex(int index);
-    int getenumindex(xany value);  // a nil or uninit value gives the int's marker
-    xstring getenumvalue(xany value);
+    xstring getenumvaluebyindex(int index);  // the enumerator's name
+    int getenumindex(xany value);            // a nil or uninit value gives the int's marker
+    xstring getenumvalue(xany value);        // its enumerator's name
 
     int getnparents();
     brtti *getparenttype(int index);
@@ -46,7 +46,7 @@ public:
     // A field that has no value reads as uninit.
     xany getfield(int index, xany value);
     xany lookupfield(const char *name, xany value);  // kelXNoField for a name that no field has
-    bool hasfield(const char *name);
+    bool hasfield(const char *name);                 // of this struct itself
 
     int getnarraydims();
     int getnarrayelems(int dimension);
@@ -60,9 +60,9 @@ public:
 
     int getndictelems(xany value);  // slots, not entries: some give neither key nor element
     brtti *getdicttype();
-    bool getdictkey(int index, xany value, xstring &key);
-    bool getdictelem(int index, xany value, xany &elem);
-    xany lookupdict(const char *key, xany value);  // kelXNoField for a key that is not there
+    bool getdictkey(int index, xany value, xstring &key);  // false for an empty slot
+    bool getdictelem(int index, xany value, xany &elem);   // false for an empty slot
+    xany lookupdict(const char *key, xany value);          // kelXNoField for a key that is not there
     bool haskey(const char *key, xany value);
 
     int getnunioncases();
