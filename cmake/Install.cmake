@@ -24,6 +24,8 @@ if(NOT KELSTDMT_STATIC)
   install(FILES tools/gdb/kelstdmt-gdb.py DESTINATION "${CMAKE_INSTALL_DATADIR}/gdb/auto-load/${libdir}" RENAME ${printers})
 endif()
 
+install(FILES tools/wireshark/kelstdmt.lua DESTINATION ${CMAKE_INSTALL_DATADIR}/kelstdmt/wireshark)
+
 install(FILES ${PROJECT_BINARY_DIR}/kelstdmtConfig.cmake ${PROJECT_BINARY_DIR}/kelstdmtConfigVersion.cmake
   DESTINATION ${package_dir})
 

@@ -18,7 +18,7 @@ libdir=$(dirname "$(find "$prefix" -name 'libkelstdmt.*' -print -quit)")
 stray=$(cd "$prefix" && find . -type f ! -path './include/kelstdmt/*.h' ! -name 'libkelstdmt.*' \
     ! -path '*/cmake/kelstdmt/kelstdmt*.cmake' ! -path '*/pkgconfig/kelstdmt*.pc' \
     ! -name 'libkelstdmt_nameserver.*' ! -path './bin/kel*d' ! -path './lib/systemd/system/kel*d.service' \
-    ! -path './share/gdb/auto-load/*/libkelstdmt.so.*-gdb.py' \
+    ! -path './share/gdb/auto-load/*/libkelstdmt.so.*-gdb.py' ! -path ./share/kelstdmt/wireshark/kelstdmt.lua \
     ! -path ./bin/kel ! -path ./share/bash-completion/completions/kel)
 [[ -z $stray ]] || fail "installed but not foreseen: $stray"
 
