@@ -4,18 +4,9 @@
 #include <functional>
 #include <sstream>
 
-namespace {
+#include <kelstdmt/kel.h>
 
-template <class Call>
-xthrowable *flight_of(Call call) {
-    try {
-        call();
-    } catch (xthrowable *flight) {
-        return flight;
-    }
-    ADD_FAILURE() << "nothing thrown";
-    return nullptr;
-}
+namespace {
 
 KEL_DECLARE_STRUCT(Tracked)
 class Tracked : public kelXException {
@@ -27,58 +18,42 @@ public:
 };
 KEL_DEFINE_EXCEPTION(Tracked, "test::Tracked", kel::counted)
 
-// "Name=value" for each declared field, or the type of those that have no text form here.
-std::string fields_of(xobject *object) {
-    std::string all;
-    for (int i = 0; i < object->getnfields(); ++i) {
-        xany value = object->getfield(i);
-        std::string shown = value.isnil() ? "nil" : value.isuninit() ? "uninit" : text(value.gettypename());
-        if (value.getkind() == xany::Int) shown = std::to_string(static_cast<int>(value));
-        if (value.getkind() == xany::String) shown = static_cast<xrstring>(value);
-        all += (i ? " " : "") + text(object->getfieldname(i)) + "=" + shown;
-    }
-    return all;
-}
-
 // Those that differ from the usual form, and one that does not.
-TEST(Exceptions, CarryTheirFieldsAndDescriptions) {
+TEST(Exceptions, CarryTheirFields) {
     xauto<kelXFunc> object("f");
-    struct {
+    const std::string shown = "Object: kellib::XFunc { Name: \"f\"; Args: kellib::XArgs { }; }";
+    const struct {
         std::function<void()> raise;
-        const char *name, *fields, *description;
+        std::string name, description, fields;
         bool counted = true;
     } rows[] = {
-        {[&] { kelhThrowNoField(3, &object); }, "kellib::XNoField", "FieldId=3 Object=kellib::XFunc",
-         "Field with given ID (name or index) does not exists"},
-        {[&] { kelXTypeMismatch::Throw("t", 1); }, "kellib::XTypeMismatch", "TypeName=t Object=1",
-         "Object type mismatch."},
-        {[&] { kelXInvalidFieldIndex::Throw("t", 4); }, "kellib::XInvalidFieldIndex", "TypeName=t",
-         "Invalid regular field index"},
+        {[&] { kelhThrowNoField(3, &object); }, "kellib::XNoField",
+         "Field with given ID (name or index) does not exists", "FieldId: 3; " + shown},
+        {[&] { kelXTypeMismatch::Throw("t", 1); }, "kellib::XTypeMismatch", "Object type mismatch.",
+         "TypeName: \"t\"; Object: 1"},
+        {[&] { kelXInvalidFieldIndex::Throw("t", 4); }, "kellib::XInvalidFieldIndex",
+         "Invalid regular field index", "TypeName: \"t\""},
         {[&] { kelhThrowInvalidArrayIndex("t", 1, 4); }, "kellib::XInvalidArrayIndex",
-         "TypeName=t Dimension=1 Index=4", "Array index is out of range"},
+         "Array index is out of range", "TypeName: \"t\"; Dimension: 1; Index: 4"},
         {[&] { kelhThrowInvalidDictIndex(&object, 4); }, "kellib::XInvalidDictIndex",
-         "Object=kellib::XFunc Index=4", "Dictionary index is out of range"},
-        {[&] { kelXInvalidUnionDiscr::Throw(1, "d"); }, "kellib::XInvalidUnionDiscr", "Object=1 Discr=d",
-         "Union case index is out of range"},
-        {[&] { kelhThrowNegativeIndex(-4); }, "kellib::XNegativeIndex", "Index=-4", "Negative index"},
-        {[&] { kelhThrowRefCountable(&object); }, "kellib::XRefCountable", "Object=kellib::XFunc",
-         "Object is reference countable"},
-        {[&] { kelXNativeException::Throw(nullptr); }, "kellib::XNativeException", "StringRep=nil",
-         "Native exception on remote client"},
-        {[&] { xportXCannotConnect::Throw("h", 80); }, "keljava::XCannotConnect", "Host=h Port=80",
-         "Cannot connect", false},
+         "Dictionary index is out of range", shown + "; Index: 4"},
+        {[&] { kelXInvalidUnionDiscr::Throw(1, "d"); }, "kellib::XInvalidUnionDiscr",
+         "Union case index is out of range", "Object: 1; Discr: \"d\""},
+        {[&] { kelhThrowNegativeIndex(-4); }, "kellib::XNegativeIndex", "Negative index", "Index: -4"},
+        {[&] { kelhThrowRefCountable(&object); }, "kellib::XRefCountable", "Object is reference countable",
+         shown},
+        {[&] { kelXNativeException::Throw(nullptr); }, "kellib::XNativeException",
+         "Native exception on remote client", "StringRep: nil"},
+        {[&] { xportXCannotConnect::Throw("h", 80); }, "keljava::XCannotConnect", "Cannot connect",
+         "Host: \"h\"; Port: 80", false},
     };
-    for (auto &row : rows) {
-        SCOPED_TRACE(row.name);
-        xthrowable *flight = flight_of(row.raise);
-        EXPECT_EQ(xrcgetcount(flight), row.counted ? 1 : -1);
-        EXPECT_EQ(flight->isrefcountable(), row.counted);
-        EXPECT_EQ(text(flight->gettypename()), row.name);
-        EXPECT_EQ(fields_of(flight), row.fields);
-        EXPECT_EQ(text(kelXException::cast(flight)->getDescription()), row.description);
+    for (auto &[raise, name, description, fields, counted] : rows) {
+        xthrowable *flight = flight_of(raise);
+        EXPECT_EQ(kel::printed(flight, true).str(),
+                  name + " { Description: \"" + description + "\"; " + fields + "; }");
+        EXPECT_EQ(xrcgetcount(flight), counted ? 1 : -1) << name;
         EXPECT_EQ(flight->getrtti()->getparenttype(0), xrtti_get_p_kelXException());
-        EXPECT_EQ(flight->getrtti()->getisrefcount(), row.counted);
-        row.counted ? xrcrelease(flight) : xdelete(flight);
+        counted ? xrcrelease(flight) : xdelete(flight);
     }
     EXPECT_EQ(xrcgetcount(&object), 0);
     EXPECT_EQ(thrown_by<kelXInvalidFieldIndex>([] { kelXInvalidFieldIndex::Throw("t", 4); })->getIndex(), 4);
@@ -158,7 +133,6 @@ TEST(Functions, AreNamedByTheExceptionsThatArise) {
         EXPECT_EQ(out.str(), printed);
     }
     EXPECT_EQ(xrcgetcount(function), 1);
-    EXPECT_EQ(fields_of(function), "Name=tmTime::LocalTime Args=kellib::XArgs");
 }
 
 // Listeners ------------------------------------------------------------------------------------

@@ -38,22 +38,28 @@ private:
     btkAbortHandler m_before;
 };
 
-// The exception of a counted class that a call throws, with the reference of its flight. Anything else is a
-// failure and gives null.
-template <class X, class Call>
-xrchandle<X> thrown_by(Call call) {
+// The exception that a call throws, with the reference of its flight.
+template <class Call>
+xthrowable *flight_of(Call call) {
     try {
         call();
     } catch (xthrowable *flight) {
-        auto held = xrchandle<xthrowable>::adopt(flight);
-        if (held->iskindof(X::getclassrtti())) {
-            EXPECT_EQ(xrcgetcount(flight), 1) << "references of the flight";
-            return xrchandle<X>::adopt(X::cast(held.detach()));
-        }
-        ADD_FAILURE() << "threw " << held->gettypename().Str();
-        return {};
+        return flight;
     }
     ADD_FAILURE() << "threw nothing";
+    return nullptr;
+}
+
+// The same of a counted class. Anything else is a failure and gives null.
+template <class X, class Call>
+xrchandle<X> thrown_by(Call call) {
+    auto held = xrchandle<xthrowable>::adopt(flight_of(call));
+    if (!held) return {};
+    if (held->iskindof(X::getclassrtti())) {
+        EXPECT_EQ(xrcgetcount(held.get()), 1) << "references of the flight";
+        return xrchandle<X>::adopt(X::cast(held.detach()));
+    }
+    ADD_FAILURE() << "threw " << held->gettypename().Str();
     return {};
 }
 

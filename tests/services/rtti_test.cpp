@@ -1,103 +1,377 @@
-// Descriptors built by hand, as generated code builds them: kinds, checks, kinship, absent values.
-#include "observing.h"
-
+// Descriptors: types declared from outside the library, one of each kind, and what queries answer and refuse;
+// builds that several threads begin at once or that run out of memory.
+#include <array>
+#include <atomic>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <thread>
+
+#include "failing_memory.h"
+#include "observing.h"
+
+// As an interface's header would show them ------------------------------------------------------
+
+enum demoShell : int { demoShellNone, demoShellBash, demoShellOther };
+KEL_DECLARE_ENUM(demoShell)
+enum class demoLevel : unsigned char { low, high };
+KEL_DECLARE_ENUM(demoLevel)
+
+KEL_DECLARE_STRUCT(demoPlace)
+class demoPlace : public xobject {
+    KEL_CLASS(demoPlace, xobject)
+public:
+    double Height = 1.5;
+};
+
+KEL_DECLARE_STRUCT(demoPerson)
+KEL_SEQUENCE(demoPeople, xrchandle<demoPerson>)
+class demoPerson : public xobject {
+    KEL_CLASS(demoPerson, xobject)
+public:
+    xstring Name;
+    std::optional<int> Age;
+    std::optional<xstring> Nickname;
+    bool Active = true;
+    xrchandle<demoPerson> Friend;
+    xauto<demoPlace> Home;
+
+    int getLength() const { return static_cast<int>(kel::view(Name).size()); }
+    static demoPeople *getFamily() { return nullptr; }
+};
+
+// An exception that is not counted and calls itself absence.
+KEL_DECLARE_STRUCT(LooseNoField)
+class LooseNoField : public kelXException {
+    KEL_UNCOUNTED_EXCEPTION(LooseNoField, kelXException, "loose")
+public:
+    LooseNoField(const LooseNoField &) = delete;
+    ~LooseNoField() override { ++died; }
+    static inline int died = 0;
+};
+
+KEL_DECLARE_STRUCT(demoAdmin)
+KEL_SEQUENCE(demoAdmins, xrchandle<demoAdmin>)
+class demoAdmin : public demoPerson {
+    KEL_CLASS(demoAdmin, demoPerson)
+public:
+    demoShell Shell = demoShellBash;
+    demoLevel Level = demoLevel::high;
+    xany Extra;
+    xbool Flag = kel::nil_bool;
+    const char *Motto = "none";
+
+    xany getSecret() { kelXNoField::Throw("Secret", this); }
+    static demoAdmins *getTeam() { return nullptr; }
+    static int getLoose() { LooseNoField::Throw(); }
+    static int getTimeout() { xportXTimeout::Throw("op"); }
+    static int getFailing() { kelXNotInitialized::Throw(); }
+    static int getAlien() { throw 5; }
+};
+int initial_of(demoAdmin &admin);
+
+KEL_DECLARE_STRUCT(demoXBadLine)
+class demoXBadLine : public kelXException {
+    KEL_EXCEPTION(demoXBadLine, kelXException, "Malformed line.", (xstring, File), (int, Line),
+                  (demoShell, Shell))
+};
+
+KEL_SEQUENCE(demoNumbers, int)
+KEL_SEQUENCE(demoMaybes, std::optional<int>)
+KEL_DICTIONARY(demoPeopleByName, xrchandle<demoPerson>)
+KEL_DICTIONARY(demoTexts, xstring)
+
+KEL_DECLARE_UNION(demoShape)
+class demoShape : public xobject {
+    KEL_CLASS(demoShape, xobject)
+public:
+    xany Kind = 0;
+    double getRadius() {
+        if (!(Kind == 0)) kelXNoField::Throw("Radius", this);
+        return 2.5;
+    }
+    int Side = 4;
+    static int getFailing() { kelXNotInitialized::Throw(); }
+};
+
+KEL_DECLARE_ARRAY(demoMatrix)
+class demoMatrix : public xobject {
+    KEL_CLASS(demoMatrix, xobject)
+public:
+    int At(int row, int column) const { return row * 10 + column; }
+};
+
+// As its source file would define them ----------------------------------------------------------
+
+KEL_DEFINE_ENUM(demoShell, "demo::Shell", "demoShellNone", "demoShellBash", "demoShellOther")
+KEL_DEFINE_ENUM(demoLevel, "demo::Level", "low", "high")
+KEL_DEFINE_STRUCT(demoPlace, "demo::Place", kel::counted, kel::field<&demoPlace::Height>("Height"))
+KEL_DEFINE_STRUCT(demoPerson, "demo::Person", kel::counted, kel::field<&demoPerson::Name>("Name"),
+                  kel::optional_field<&demoPerson::Age>("Age"),
+                  kel::optional_field<&demoPerson::Nickname>("Nickname"),
+                  kel::field<&demoPerson::Active>("Active"),
+                  kel::optional_field<&demoPerson::Friend>("Friend"), kel::field<&demoPerson::Home>("Home"),
+                  kel::field<&demoPerson::getLength>("Length"), kel::field<&demoPerson::getFamily>("Family"))
+KEL_DEFINE_STRUCT(demoAdmin, "demo::Admin", kel::counted, kel::field<&demoAdmin::Shell>("Shell"),
+                  kel::field<&demoAdmin::Extra>("Extra"), kel::field<&demoAdmin::Flag>("Flag"),
+                  kel::field<&demoAdmin::Motto>("Motto"),
+                  kel::optional_field<&demoAdmin::getSecret>("Secret"), kel::field<&initial_of>("Initial"),
+                  kel::field<&demoAdmin::Level>("Level"), kel::field<&demoAdmin::getTeam>("Team"),
+                  kel::field<&demoAdmin::getLoose>("Loose"), kel::field<&demoAdmin::getTimeout>("Timeout"),
+                  kel::field<&demoAdmin::getFailing>("Failing"), kel::field<&demoAdmin::getAlien>("Alien"))
+KEL_DEFINE_EXCEPTION(LooseNoField, "kellib::XNoField", kel::uncounted)
+KEL_DEFINE_EXCEPTION(demoXBadLine, "demo::XBadLine", kel::counted)
+KEL_DEFINE_SEQUENCE(demoPeople, "demo::People", kel::counted)
+KEL_DEFINE_SEQUENCE(demoAdmins, "demo::Admins", kel::counted)
+KEL_DEFINE_SEQUENCE(demoNumbers, "demo::Numbers", kel::uncounted)
+KEL_DEFINE_SEQUENCE(demoMaybes, "demo::Maybes", kel::counted, kel::optional_elements)
+KEL_DEFINE_DICTIONARY(demoPeopleByName, "demo::PeopleByName", kel::counted)
+KEL_DEFINE_DICTIONARY(demoTexts, "demo::Texts", kel::counted, kel::optional_elements)
+KEL_DEFINE_UNION(demoShape, "demo::Shape", kel::counted, kel::field<&demoShape::Kind>("Kind"),
+                 kel::field<&demoShape::getRadius>("Radius"), kel::field<&demoShape::Side>("Side"),
+                 kel::field<&demoShape::getFailing>("Failing"))
+KEL_DEFINE_ARRAY(demoMatrix, "demo::Matrix", kel::counted, kel::elements<&demoMatrix::At, 2, 3>())
+int initial_of(demoAdmin &admin) {
+    return admin.Name.IsNull() ? 0 : admin.Name.Str()[0];
+}
 
 namespace {
 
-// The subjects: a class for each kind whose descriptor the test supplies.
+// Builds ---------------------------------------------------------------------------------------
+
+// Nothing has been built yet, and several threads come at once from two sides of types that need each other.
+TEST(Builders, AreSafeFromSeveralThreadsAtOnce) {
+    std::atomic<int> ready = 0;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&, t] {
+            ++ready;
+            while (ready < 4)
+                std::this_thread::yield();
+            xrtticlass *type = t % 2 ? static_cast<xrtticlass *>(xrtti_get_p_demoPerson())
+                                     : static_cast<xrtticlass *>(xrtti_get_p_demoPeople());
+            EXPECT_EQ(text(type->getname()), t % 2 ? "demo::Person" : "demo::People");
+            EXPECT_EQ(xrtti_get_p_demoPeople()->getseqtype(), xrtti_get_p_demoPerson());
+            EXPECT_EQ(xrtti_get_p_demoPerson()->getfieldtype(4), xrtti_get_p_demoPerson());
+            EXPECT_EQ(xrtti_get_p_demoPerson()->getfieldtype(7), xrtti_get_p_demoPeople());
+        });
+    for (auto &thread : threads)
+        thread.join();
+}
+
+// Without memory at any one moment a build takes back all that it began, and the next one succeeds.
+TEST(Builders, SurviveTheLackOfMemory) {
+    int failures = 0;
+    xrttistruct *type = nullptr;
+    for (; type == nullptr; ++failures) {
+        failing_memory::allocations_left = failures;
+        try {
+            type = xrtti_get_p_demoAdmin();
+        } catch (const std::bad_alloc &) {
+        }
+        failing_memory::allocations_left = -1;
+    }
+    EXPECT_GT(failures, 10);
+    EXPECT_EQ(text(type->getname()), "demo::Admin");
+    EXPECT_EQ(type->getparenttype(0), xrtti_get_p_demoPerson());
+    EXPECT_EQ(type->getfieldtype(7)->getseqtype(), type);
+    EXPECT_EQ(text(type->getfieldtype(0)->getenumvaluebyindex(1)), "demoShellBash");
+}
+
+// What each kind reads ---------------------------------------------------------------------------
+
+TEST(Structs, ReadEveryKindOfField) {
+    xrchandle<demoAdmin> admin(kel::construct<demoAdmin>());
+    brtti *person = xrtti_get_p_demoPerson(), *type = admin->getrtti();
+    EXPECT_TRUE(type == xrtti_get_p_demoAdmin() && type == demoAdmin::getclassrtti());
+    EXPECT_TRUE(type->getnparents() == 1 && person->getnparents() == 0);
+    auto read = [&](const char *name) { return person->lookupfield(name, admin.get()); };
+    EXPECT_TRUE(read("Name").isnil());
+    admin->Name = "ada";
+    admin->Age = 36;
+    admin->Friend = kel::construct<demoPerson>();
+    EXPECT_EQ(static_cast<xrstring>(read("Name")), admin->Name.Str());
+    EXPECT_TRUE(read("Age") == xany(36) && read("Nickname").isnil() && read("Active") == xany(true));
+    EXPECT_TRUE(read("Friend") == xany(admin->Friend) && read("Home") == xany(&admin->Home));
+    EXPECT_TRUE(read("Length") == xany(3) && read("Family").isnil());
+    EXPECT_EQ(xrcgetcount(admin->Friend) + xrcgetcount(&admin->Home), 1);
+
+    EXPECT_EQ(type->getnfields(), 12) << "without those of the parent";
+    EXPECT_TRUE(admin->lookupfield("Shell") == xany(1, xrtti_get_p_demoShell()));
+    EXPECT_EQ(text(xrtti_get_p_demoLevel()->getenumvalue(admin->lookupfield("Level"))), "high");
+    EXPECT_TRUE(admin->lookupfield("Extra").isuninit() && admin->lookupfield("Flag").isnil());
+    EXPECT_TRUE(admin->lookupfield("Motto") == "none" && admin->lookupfield("Initial") == xany(int{'a'}));
+    admin->Shell = static_cast<demoShell>(3);
+    EXPECT_TRUE(admin->lookupfield("Shell").isnil());
+
+    auto *fields = xrtti_get_p_demoPerson()->getfields();
+    EXPECT_TRUE(!fields->getbyindex(0)->getisoptional() && fields->getbyindex(1)->getisoptional());
+    EXPECT_EQ(fields->getbyindex(1)->gettype(), get_xrttiint());
+    EXPECT_EQ(fields->getbyindex(5)->gettype(), xrtti_get_p_demoPlace());
+    // An absent object is no object to read from.
+    for (xobject *none : {static_cast<xobject *>(nullptr), kel::uninit_object()})
+        thrown_by<kelXNotInitialized>([&] { fields->getbyindex(0)->get(none); });
+    thrown_by<kelXTypeMismatch>([&] { fields->getbyindex(0)->get(&admin->Home); });
+    for (const char *none :
+         {"shell", "", static_cast<const char *>(nullptr), kel::nil_text(), kel::uninit_text()}) {
+        EXPECT_FALSE(admin->hasfield(none));
+        auto refused = thrown_by<kelXNoField>([&] { admin->lookupfield(none); });
+        EXPECT_TRUE(refused->getFieldId() == xany(none) && refused->getObject() == xany(admin));
+    }
+    auto thrown = thrown_by<demoXBadLine>([] { demoXBadLine::Throw("f", 3, demoShellOther); });
+    EXPECT_EQ(text(thrown->getDescription()), "Malformed line.");
+    EXPECT_TRUE(thrown->lookupfield("File") == "f" && thrown->lookupfield("Line") == xany(3));
+    EXPECT_EQ(text(xrtti_get_p_demoShell()->getenumvalue(thrown->lookupfield("Shell"))), "demoShellOther");
+    EXPECT_EQ(xrcgetcount(admin), 1);
+}
+
+// By index absence reads as uninit, by name the exception is the answer; other failures pass.
+TEST(Structs, AbsenceReadsAsUninit) {
+    xrchandle<demoAdmin> admin(kel::construct<demoAdmin>());
+    EXPECT_TRUE(admin->getfield(4).isuninit());
+    EXPECT_TRUE(thrown_by<kelXNoField>([&] { admin->lookupfield("Secret"); })->getFieldId() == "Secret");
+    EXPECT_TRUE(admin->getfield(8).isuninit());
+    EXPECT_EQ(LooseNoField::died, 1);
+    xthrowable *flight = flight_of([&] { admin->getfield(9); });
+    EXPECT_EQ(xrcgetcount(flight), -1);
+    EXPECT_EQ(text(flight->gettypename()), "keljava::XTimeout");
+    xdelete(flight);
+    thrown_by<kelXNotInitialized>([&] { admin->getfield(10); });
+    EXPECT_THROW(admin->getfield(11), int);
+}
+
+// Names of every length up to twice the width that the search looks at first, differing at one place.
+TEST(Structs, FindFieldsByTheWholeName) {
+    std::vector<std::string> names{""};
+    for (std::size_t length = 1; length <= 20; ++length)
+        for (std::size_t at = 0; at < length; ++at) {
+            names.emplace_back(length, 'x');
+            names.back()[at] = 'y';
+        }
+    std::vector<std::unique_ptr<xrttifield>> owned;
+    std::vector<xrttifield *> list;
+    for (auto &name : names) {
+        owned.push_back(std::make_unique<xrttifield>(name.c_str(), 0, get_xrttiint(), nullptr));
+        list.push_back(owned.back().get());
+    }
+    // Of two fields with one name the first counts.
+    xrttifield twin("xy", 0, get_xrttiint(), nullptr);
+    list.push_back(&twin);
+    xrttifields fields(static_cast<int>(list.size()), list.data());
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        xrttifield *found = nullptr;
+        ASSERT_TRUE(fields.find(names[i].c_str(), found)) << names[i];
+        EXPECT_EQ(found, list[i]);
+        EXPECT_FALSE(fields.find((names[i] + "z").c_str(), found));
+    }
+}
+
+// An object whose descriptor the test supplies.
 class Subject : public xobject {
 public:
     explicit Subject(xrtticlass *type) : m_type(type) {}
-    int number = 0;
 
 private:
     xrtticlass *givertti() override { return m_type; }
     xrtticlass *m_type;
 };
 
-xany number_of(xrttifield *, xobject *object) {
-    return static_cast<Subject *>(object)->number;
-}
-xany absent(xrttifield *field, xobject *object) {
-    kelXNoField::Throw(xany(field->getname()), object);
-}
-xany broken(xrttifield *, xobject *) {
-    kelXNotInitialized::Throw();
-}
-xany foreign_failure(xrttifield *, xobject *) {
-    throw 5;
-}
+TEST(Kinds, SequencesReadTheirElements) {
+    xrchandle<demoPeople> people(demoPeople::create());
+    for (const char *name : {"a", "b", "c"}) {
+        people->append(kel::construct<demoPerson>());
+        people->get(people->getarraysize() - 1)->Name = name;
+    }
+    xobject *object = people;
+    auto *type = xrtti_get_p_demoPeople();
+    EXPECT_TRUE(object->getnseqelems() == 3 &&
+                static_cast<xobject *>(object->getseqelem(2))->getfield(0) == "c");
+    EXPECT_TRUE(object->hasindex(2) && !object->hasindex(3));
+    auto beyond = thrown_by<kelXNoField>([&] { object->getseqelem(3); });
+    EXPECT_TRUE(beyond->getFieldId() == xany(3) && beyond->getObject() == xany(object));
+    thrown_by<kelXNegativeIndex>([&] { type->get(-1, object); });
+    EXPECT_EQ(thrown_by<kelXInvalidSeqIndex>([&] { type->get(3, object); })->getIndex(), 3);
+    thrown_by<kelXTypeMismatch>([&] { type->get(0, people->get(0)); });
 
-template <class Descriptor, class... Args>
-std::unique_ptr<Descriptor> make(Args... args) {
-    auto type = std::make_unique<Descriptor>();
-    type->initialize(args...);
-    return type;
-}
+    demoNumbers numbers;
+    numbers.append(5);
+    numbers.append(kel::nil_int);
+    EXPECT_TRUE(numbers.getseqelem(0) == xany(5) && numbers.getseqelem(1).isnil());
+    xrchandle<demoMaybes> maybes(demoMaybes::create());
+    maybes->append(std::nullopt);
+    maybes->append(4);
+    EXPECT_TRUE(maybes->getseqelem(0).isnil() && maybes->getseqelem(1) == xany(4));
+    EXPECT_TRUE(xrtti_get_p_demoMaybes()->getiselemoptional());
+    EXPECT_FALSE(xrtti_get_p_demoNumbers()->getiselemoptional());
 
-constexpr unsigned char no = 0, yes = 1;
-
-const char *colour_names[] = {"red", "green", "blue"};
-xrttienumvalues colours(3, colour_names);
-
-// One struct, enum, union, array, sequence and dictionary.
-struct Types {
-    std::unique_ptr<xrttienum> colour = make<xrttienum>("t::Colour", &colours);
-
-    xrttifield number{"Number", 0, get_xrttiint(), number_of};
-    xrttifield missing{"Missing", 1, get_xrttistring(), absent};
-    xrttifield failing{"Failing", 0, get_xrttiint(), broken};
-    xrttifield alien{"Alien", 0, get_xrttiint(), foreign_failure};
-    xrttifield *list[4] = {&number, &missing, &failing, &alien};
-    xrttifields fields{4, list};
-    std::unique_ptr<xrttistruct> base = make<xrttistruct>("t::Base", no, nullptr, nullptr);
-    xrttistruct *parent_list[1] = {base.get()};
-    xrttistructs parents{1, parent_list};
-    std::unique_ptr<xrttistruct> record = make<xrttistruct>("t::Record", no, &parents, &fields);
-
-    xrttifield *case_list[3] = {&number, &missing, &failing};
-    xrttifields cases{3, case_list};
-    static inline xany discriminator;
-    xrttifield kind{"Kind", 0, get_xrttiint(), [](xrttifield *, xobject *) { return discriminator; }};
-    std::unique_ptr<xrttiunion> choice = make<xrttiunion>("t::Choice", no, &kind, &cases);
-
-    int sizes[2] = {2, 3};
-    std::unique_ptr<xrttiarray> matrix =
-        make<xrttiarray>("t::Matrix", no, 2, sizes, yes, get_xrttiint(),
-                         [](xrttiarray *, int *at, xobject *) { return xany(at[0] * 10 + at[1]); });
-
-    std::unique_ptr<xrttisequence> sequence = make<xrttisequence>(
-        "t::Sequence", no, no, get_xrttiint(), [](xrttisequence *, xobject *) { return 3; },
-        [](xrttisequence *, int index, xobject *object) {
+    // A getter of one's own may say that an element is absent.
+    xrttisequence gaps;
+    gaps.initialize(
+        "t::Gaps", 0, 0, get_xrttiint(), [](xrttisequence *, xobject *) { return 3; },
+        [](xrttisequence *, int index, xobject *self) {
             if (index < 0) kelhThrowNegativeIndex(index);
-            if (index == 1) kelhThrowNoField(index, object);
+            if (index == 1) kelhThrowNoField(index, self);
             if (index == 2) kelhThrowNotInitialized();
             return xany(index);
         });
+    Subject sparse(&gaps);
+    EXPECT_TRUE(sparse.hasindex(0) && !sparse.hasindex(1) && !sparse.hasindex(3));
+    thrown_by<kelXNotInitialized>([&] { sparse.hasindex(2); });
+    thrown_by<kelXNegativeIndex>([&] { sparse.hasindex(-1); });
+}
 
-    std::unique_ptr<xrttidictionary> dictionary = make<xrttidictionary>(
-        "t::Dictionary", no, no, get_xrttiint(), [](xrttidictionary *, xobject *) { return 2; },
-        [](xrttidictionary *, const char *key, xobject *, xany &elem) -> unsigned char {
-            if (std::string(key) != "k") return 0;
-            elem = 7;
-            return 1;
-        },
-        [](xrttidictionary *, int index, xobject *, xstring &key) -> unsigned char {
-            if (index < 0) kelhThrowNegativeIndex(index);
-            key = "k";
-            return index == 0;
-        },
-        [](xrttidictionary *, int index, xobject *, xany &elem) -> unsigned char {
-            if (index < 0) kelhThrowNegativeIndex(index);
-            elem = 7;
-            return index == 0;
-        });
+TEST(Kinds, DictionariesReadTheirEntries) {
+    xrchandle<demoPeopleByName> people(demoPeopleByName::create());
+    people->set("ada", kel::construct<demoPerson>());
+    people->set("bob", kel::construct<demoPerson>());
+    xobject *object = people;
+    int live = 0, slots = object->getndictelems();
+    xstring key;
+    for (int i = 0; i < slots; ++i) {
+        xany elem;
+        const bool has = object->getdictkey(i, key);
+        EXPECT_EQ(object->getdictelem(i, elem), has);
+        live += has && object->lookupdict(key) == elem && object->haskey(key);
+    }
+    EXPECT_EQ(live, 2);
+    EXPECT_FALSE(object->haskey("eve"));
+    thrown_by<kelXNoField>([&] { object->lookupdict("eve"); });
+    xany elem;
+    const std::function<void(int)> queries[] = {[&](int i) { object->getdictkey(i, key); },
+                                                [&](int i) { object->getdictelem(i, elem); }};
+    for (const auto &query : queries) {
+        EXPECT_EQ(thrown_by<kelXNegativeIndex>([&] { query(-1); })->getIndex(), -1);
+        auto beyond = thrown_by<kelXInvalidDictIndex>([&] { query(slots); });
+        EXPECT_TRUE(beyond->getObject() == xany(object) && beyond->getIndex() == slots);
+    }
+    EXPECT_FALSE(xrtti_get_p_demoPeopleByName()->getkey(slots, object, key));
+    EXPECT_EQ(xrtti_get_p_demoTexts()->getdicttype(), get_xrttistring());
+    EXPECT_TRUE(xrtti_get_p_demoTexts()->getiselemoptional());
+}
 
-    std::vector<xrtti *> all{get_xrttiint(), colour.get(),   record.get(),     choice.get(),
-                             matrix.get(),   sequence.get(), dictionary.get(), get_xrttiobject()};
-};
+TEST(Kinds, UnionsFollowTheirDiscriminator) {
+    xrchandle<demoShape> shape(kel::construct<demoShape>());
+    brtti *type = shape->getrtti(), *shells = xrtti_get_p_demoShell();
+    EXPECT_EQ(text(type->getcasename(0)), "Radius");
+    const std::pair<xany, xany> cases[] = {{0, 2.5}, {1, 4}, {true, 4}, {xany(1, shells), 4}};
+    for (auto &[discriminator, expected] : cases) {
+        shape->Kind = discriminator;
+        EXPECT_TRUE(type->getcurcasevalue(shape.get()) == expected);
+        EXPECT_EQ(type->getcasevalue(0, shape.get()).isuninit(), !(discriminator == 0));
+    }
+    thrown_by<kelXNotInitialized>([&] { type->getcasevalue(2, shape.get()); });
+    for (const xany &none : {xany(), xany(kel::nil_int), xany(1.0), xany("0"), xany(3, shells)}) {
+        shape->Kind = none;
+        auto refused = thrown_by<kelXInvalidUnionDiscr>([&] { type->getcurcasevalue(shape.get()); });
+        EXPECT_TRUE(refused->getDiscr() == none && refused->getObject() == xany(shape));
+    }
+    for (int none : {-1, 3}) {
+        shape->Kind = none;
+        thrown_by<kelXInvalidUnionIndex>([&] { type->getcurcasevalue(shape.get()); });
+    }
+}
+
+// What is refused --------------------------------------------------------------------------------
 
 // A query, the descriptor that answers it, and how it refuses a descriptor of another kind.
 struct Query {
@@ -113,43 +387,41 @@ std::string refusal(const std::function<void()> &query) {
     return refused ? text(refused->getTypeName()) : "another exception";
 }
 
-std::vector<Query> queries_of(Types &t) {
+// The kind is looked at first, then the value, and before either of them nothing is read.
+TEST(Queries, AreCheckedByKindAndValue) {
     auto *as_enum = refusal<kelXNotEnumType>, *as_struct = refusal<kelXNotStructType>,
          *as_array = refusal<kelXNotArrayType>, *as_sequence = refusal<kelXNotSequenceType>,
          *as_dictionary = refusal<kelXNotDictionaryType>, *as_union = refusal<kelXNotUnionType>;
-    xrtti *colour = t.colour.get(), *record = t.record.get(), *choice = t.choice.get(),
-          *matrix = t.matrix.get(), *sequence = t.sequence.get(), *dictionary = t.dictionary.get();
+    xrtti *shell = xrtti_get_p_demoShell(), *person = xrtti_get_p_demoPerson(),
+          *shape = xrtti_get_p_demoShape(), *matrix = xrtti_get_p_demoMatrix(),
+          *people = xrtti_get_p_demoPeople(), *texts = xrtti_get_p_demoTexts();
     static int at[2] = {};
-    return {{colour, as_enum, false, [](brtti *d, xany) { d->getnenumvalues(); }},
-            {colour, as_enum, false, [](brtti *d, xany) { d->getenumindex(xany()); }},
-            {record, as_struct, false, [](brtti *d, xany) { d->getnparents(); }},
-            {record, as_struct, false, [](brtti *d, xany) { d->getnfields(); }},
-            {record, as_struct, false, [](brtti *d, xany) { d->hasfield("n"); }},
-            {record, as_struct, true, [](brtti *d, xany v) { d->getfield(99, v); }},
-            {record, as_struct, true, [](brtti *d, xany v) { d->lookupfield("none", v); }},
-            {matrix, as_array, false, [](brtti *d, xany) { d->getnarraydims(); }},
-            {matrix, as_array, false, [](brtti *d, xany) { d->getarraytype(); }},
-            {matrix, as_array, true, [](brtti *d, xany v) { d->getarrayelem(at, v); }},
-            {sequence, as_sequence, false, [](brtti *d, xany) { d->getseqtype(); }},
-            {sequence, as_sequence, true, [](brtti *d, xany v) { d->getnseqelems(v); }},
-            {sequence, as_sequence, true, [](brtti *d, xany v) { d->getseqelem(99, v); }},
-            {sequence, as_sequence, true, [](brtti *d, xany v) { d->hasindex(0, v); }},
-            {dictionary, as_dictionary, false, [](brtti *d, xany) { d->getdicttype(); }},
-            {dictionary, as_dictionary, true, [](brtti *d, xany v) { d->getndictelems(v); }},
-            {dictionary, as_dictionary, true, [](brtti *d, xany v) { d->lookupdict("k", v); }},
-            {dictionary, as_dictionary, true, [](brtti *d, xany v) { d->haskey("k", v); }},
-            {choice, as_union, false, [](brtti *d, xany) { d->getnunioncases(); }},
-            {choice, as_union, false, [](brtti *d, xany) { d->getdiscrtype(); }},
-            {choice, as_union, true, [](brtti *d, xany v) { d->getcasevalue(99, v); }},
-            {choice, as_union, true, [](brtti *d, xany v) { d->getcurcasevalue(v); }}};
-}
-
-// The kind is looked at first, then the value, and before either of them nothing is read.
-TEST(Queries, AreCheckedByKindAndValue) {
-    Types t;
-    Subject wrong(t.base.get());
-    for (const Query &query : queries_of(t))
-        for (xrtti *type : t.all) {
+    const Query queries[] = {{shell, as_enum, false, [](brtti *d, xany) { d->getnenumvalues(); }},
+                             {shell, as_enum, false, [](brtti *d, xany) { d->getenumindex(xany()); }},
+                             {person, as_struct, false, [](brtti *d, xany) { d->getnparents(); }},
+                             {person, as_struct, false, [](brtti *d, xany) { d->getnfields(); }},
+                             {person, as_struct, false, [](brtti *d, xany) { d->hasfield("n"); }},
+                             {person, as_struct, true, [](brtti *d, xany v) { d->getfield(99, v); }},
+                             {person, as_struct, true, [](brtti *d, xany v) { d->lookupfield("none", v); }},
+                             {matrix, as_array, false, [](brtti *d, xany) { d->getnarraydims(); }},
+                             {matrix, as_array, false, [](brtti *d, xany) { d->getarraytype(); }},
+                             {matrix, as_array, true, [](brtti *d, xany v) { d->getarrayelem(at, v); }},
+                             {people, as_sequence, false, [](brtti *d, xany) { d->getseqtype(); }},
+                             {people, as_sequence, true, [](brtti *d, xany v) { d->getnseqelems(v); }},
+                             {people, as_sequence, true, [](brtti *d, xany v) { d->getseqelem(99, v); }},
+                             {people, as_sequence, true, [](brtti *d, xany v) { d->hasindex(0, v); }},
+                             {texts, as_dictionary, false, [](brtti *d, xany) { d->getdicttype(); }},
+                             {texts, as_dictionary, true, [](brtti *d, xany v) { d->getndictelems(v); }},
+                             {texts, as_dictionary, true, [](brtti *d, xany v) { d->lookupdict("k", v); }},
+                             {texts, as_dictionary, true, [](brtti *d, xany v) { d->haskey("k", v); }},
+                             {shape, as_union, false, [](brtti *d, xany) { d->getnunioncases(); }},
+                             {shape, as_union, false, [](brtti *d, xany) { d->getdiscrtype(); }},
+                             {shape, as_union, true, [](brtti *d, xany v) { d->getcasevalue(99, v); }},
+                             {shape, as_union, true, [](brtti *d, xany v) { d->getcurcasevalue(v); }}};
+    xauto<demoPlace> wrong;
+    for (const Query &query : queries)
+        for (xrtti *type : {get_xrttiint(), shell, person, shape, matrix, people, texts,
+                            static_cast<xrtti *>(get_xrttiobject())}) {
             SCOPED_TRACE(std::string(type->getname()) + " asked as " + query.own->getname().Str());
             if (type != query.own) {
                 EXPECT_EQ(query.refusal([&] { query.ask(type, xany()); }), text(type->getname()));
@@ -160,227 +432,115 @@ TEST(Queries, AreCheckedByKindAndValue) {
                 EXPECT_EQ(text(mismatch->getTypeName()), text(type->getname()));
                 EXPECT_TRUE(mismatch->getObject() == xany(&wrong));
             }
-            EXPECT_EQ(type->isclass(), type != get_xrttiint() && type != t.colour.get());
+            EXPECT_EQ(type->isclass(), type != get_xrttiint() && type != shell);
         }
-    thrown_by<kelXTypeMismatch>([&] { t.colour->getenumindex(1); });
+    EXPECT_EQ(shell->getenumindex(xany(kel::nil_int)), kel::nil_int);
+    EXPECT_EQ(shell->getenumindex(xany()), kel::uninit_int);
+    thrown_by<kelXTypeMismatch>([&] { shell->getenumindex(1); });
+    thrown_by<kelXInvalidEnumIndex>([&] { shell->getenumvalue(xany(9, shell)); });
 }
 
 template <class X>
-void refuse_index(int index, const char *name, std::function<void(int)> query) {
-    SCOPED_TRACE(index);
-    auto refused = thrown_by<X>([&] { query(index); });
-    ASSERT_TRUE(refused);
-    EXPECT_EQ(refused->getIndex(), index);
-    EXPECT_EQ(text(refused->getTypeName()), name);
+void refuse_indexes(xrtti *type, int count, const std::function<void(int)> &query) {
+    for (int index : {-1, INT_MIN, INT_MIN + 1, count, INT_MAX}) {
+        SCOPED_TRACE(index);
+        auto refused = thrown_by<X>([&] { query(index); });
+        ASSERT_TRUE(refused);
+        EXPECT_EQ(refused->getIndex(), index);
+        EXPECT_EQ(text(refused->getTypeName()), text(type->getname()));
+    }
+    query(count - 1);
 }
 
-TEST(Indexes, OutsideTheCountAreRefusedWithTheirException) {
-    Types t;
-    Subject record(t.record.get()), choice(t.choice.get()), matrix(t.matrix.get()),
-        dictionary(t.dictionary.get());
+TEST(Queries, RefuseIndexesOutsideTheCount) {
+    auto *shell = xrtti_get_p_demoShell();
+    auto *admin = xrtti_get_p_demoAdmin(), *line = xrtti_get_p_demoXBadLine();
+    auto *shape = xrtti_get_p_demoShape();
+    auto *matrix = xrtti_get_p_demoMatrix();
+    xauto<demoShape> triangle;
+    xauto<demoMatrix> numbers;
+    xrchandle<demoXBadLine> error = demoXBadLine::Create("f", 1, demoShellNone);
     internal_errors errors;
-    for (int i : {-1, INT_MIN, INT_MIN + 1, 4, INT_MAX}) {
-        refuse_index<kelXInvalidEnumIndex>(i, "t::Colour", [&](int k) { t.colour->getenumvaluebyindex(k); });
-        refuse_index<kelXInvalidParentIndex>(i, "t::Record", [&](int k) { t.record->getparenttype(k); });
-        refuse_index<kelXInvalidFieldIndex>(i, "t::Record", [&](int k) { t.record->getfieldname(k); });
-        refuse_index<kelXInvalidFieldIndex>(i, "t::Record", [&](int k) { t.record->getfieldtype(k); });
-        refuse_index<kelXInvalidFieldIndex>(i, "t::Record", [&](int k) { t.record->getfield(k, &record); });
-        refuse_index<kelXInvalidFieldIndex>(i, "t::Record", [&](int k) { record.getfield(k); });
-        refuse_index<kelXInvalidArrayDimIndex>(i, "t::Matrix", [&](int k) { t.matrix->getnarrayelems(k); });
-        refuse_index<kelXInvalidUnionIndex>(i, "t::Choice", [&](int k) { t.choice->getcasename(k); });
-        refuse_index<kelXInvalidUnionIndex>(i, "t::Choice", [&](int k) { t.choice->getcasetype(k); });
-        refuse_index<kelXInvalidUnionIndex>(i, "t::Choice",
-                                            [&](int k) { t.choice->getcasevalue(k, &choice); });
-        for (int d : {0, 1}) {
-            int at[2] = {1, 1};
+    refuse_indexes<kelXInvalidEnumIndex>(shell, 3, [&](int k) { shell->getenumvaluebyindex(k); });
+    refuse_indexes<kelXInvalidParentIndex>(admin, 1, [&](int k) { admin->getparenttype(k); });
+    refuse_indexes<kelXInvalidFieldIndex>(admin, 12, [&](int k) { admin->getfieldname(k); });
+    refuse_indexes<kelXInvalidFieldIndex>(admin, 12, [&](int k) { admin->getfieldtype(k); });
+    refuse_indexes<kelXInvalidFieldIndex>(line, 3, [&](int k) { line->getfield(k, error.get()); });
+    refuse_indexes<kelXInvalidFieldIndex>(line, 3, [&](int k) { error->getfield(k); });
+    refuse_indexes<kelXInvalidArrayDimIndex>(matrix, 2, [&](int k) { matrix->getnarrayelems(k); });
+    refuse_indexes<kelXInvalidUnionIndex>(shape, 3, [&](int k) { shape->getcasename(k); });
+    refuse_indexes<kelXInvalidUnionIndex>(shape, 3, [&](int k) { shape->getcasetype(k); });
+    refuse_indexes<kelXInvalidUnionIndex>(shape, 3, [&](int k) {
+        if (k != 2) shape->getcasevalue(k, &triangle);
+    });
+    EXPECT_TRUE(numbers.getnarraydims() == 2 && numbers.getnarrayelems(1) == 3);
+    for (int d : {0, 1}) {
+        int at[] = {1, 2};
+        EXPECT_TRUE(numbers.getarrayelem(at) == xany(12));
+        for (int i : {-1, INT_MIN, 2 + d, INT_MAX}) {
             at[d] = i;
-            auto refused = thrown_by<kelXInvalidArrayIndex>([&] { matrix.getarrayelem(at); });
+            auto refused = thrown_by<kelXInvalidArrayIndex>([&] { numbers.getarrayelem(at); });
             EXPECT_TRUE(refused->getDimension() == d && refused->getIndex() == i);
-            EXPECT_EQ(text(refused->getTypeName()), "t::Matrix");
+            EXPECT_EQ(text(refused->getTypeName()), "demo::Matrix");
         }
     }
-    thrown_by<kelXInvalidArrayIndex>([&] { matrix.getarrayelem(nullptr); });
-
-    xstring key;
-    xany elem;
-    auto beyond = thrown_by<kelXInvalidDictIndex>([&] { dictionary.getdictelem(2, elem); });
-    EXPECT_TRUE(beyond->getObject() == xany(&dictionary) && beyond->getIndex() == 2);
-    thrown_by<kelXInvalidDictIndex>([&] { dictionary.getdictkey(2, key); });
-    EXPECT_EQ(thrown_by<kelXNegativeIndex>([&] { dictionary.getdictelem(-1, elem); })->getIndex(), -1);
+    thrown_by<kelXInvalidArrayIndex>([&] { numbers.getarrayelem(nullptr); });
     EXPECT_EQ(errors.take(), "");
 
     // The lists themselves report and answer null.
-    for (int i : {-1, 4}) {
-        EXPECT_TRUE(!t.fields.getbyindex(i) && !t.parents.getbyindex(i) && !colours.get(i < 0 ? i : 3));
+    for (int i : {-1, 12}) {
+        EXPECT_TRUE(!admin->getfields()->getbyindex(i) && !admin->getparents()->getbyindex(i));
         EXPECT_EQ(errors.take(), "Invalid field index. (services/xrtti); Invalid index. (services/xrtti)");
     }
     EXPECT_EQ(xrttifields(7, nullptr).getmapsize() + xrttistructs(7, nullptr).getsize(), 0);
 }
 
-TEST(Enums, TellNoValueFromAWrongOne) {
-    Types t;
-    EXPECT_EQ(t.colour->getenumindex(xany(kel::nil_int)), kel::nil_int);
-    EXPECT_EQ(t.colour->getenumindex(xany()), kel::uninit_int);
-    thrown_by<kelXInvalidEnumIndex>([&] { t.colour->getenumvalue(xany(9, t.colour.get())); });
-}
+// Kinship ----------------------------------------------------------------------------------------
 
-TEST(Fields, ThatAreNotThereAreNamed) {
-    Types t;
-    Subject record(t.record.get());
-    for (const char *none :
-         {"number", "", static_cast<const char *>(nullptr), kel::nil_text(), kel::uninit_text()}) {
-        EXPECT_FALSE(record.hasfield(none));
-        auto refused = thrown_by<kelXNoField>([&] { record.lookupfield(none); });
-        EXPECT_TRUE(refused->getFieldId() == xany(none) && refused->getObject() == xany(&record));
-        thrown_by<kelXNoField>([&] { t.base->lookupfield(none, &record); });
+// A struct by name with its parents, and with nothing else.
+struct Kin : xrttistruct {
+    Kin(const std::string &name, std::vector<xrttistruct *> above)
+        : list(std::move(above)), parents(static_cast<int>(list.size()), list.data()) {
+        initialize(name.c_str(), 0, &parents, nullptr);
     }
-}
-
-// Names of every length up to twice the width that the search looks at first, differing at one place.
-TEST(Fields, AreFoundByTheWholeName) {
-    std::vector<std::string> names{""};
-    for (std::size_t length = 1; length <= 20; ++length)
-        for (std::size_t at = 0; at < length; ++at) {
-            names.emplace_back(length, 'x');
-            names.back()[at] = 'y';
-        }
-    std::vector<std::unique_ptr<xrttifield>> owned;
-    std::vector<xrttifield *> list;
-    for (auto &name : names) {
-        owned.push_back(std::make_unique<xrttifield>(name.c_str(), 0, get_xrttiint(), number_of));
-        list.push_back(owned.back().get());
-    }
-    // Of two fields with one name the first counts.
-    xrttifield twin("xy", 0, get_xrttiint(), broken);
-    list.push_back(&twin);
-    xrttifields fields(static_cast<int>(list.size()), list.data());
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        xrttifield *found = nullptr;
-        ASSERT_TRUE(fields.find(names[i].c_str(), found)) << names[i];
-        EXPECT_EQ(found, list[i]);
-        EXPECT_FALSE(fields.find((names[i] + "z").c_str(), found));
-    }
-}
-
-TEST(Absent, ReadsAsUninitAndOtherFailuresPass) {
-    Types t;
-    Subject record(t.record.get()), choice(t.choice.get()), sequence(t.sequence.get());
-    EXPECT_TRUE(record.getfield(1).isuninit());
-    EXPECT_TRUE(t.choice->getcasevalue(1, &choice).isuninit());
-    thrown_by<kelXNotInitialized>([&] { record.getfield(2); });
-    thrown_by<kelXNotInitialized>([&] { t.choice->getcasevalue(2, &choice); });
-    EXPECT_THROW(record.getfield(3), int);
-    // By name the exception is the answer.
-    EXPECT_TRUE(thrown_by<kelXNoField>([&] { record.lookupfield("Missing"); })->getFieldId() == "Missing");
-
-    EXPECT_TRUE(sequence.hasindex(0) && !sequence.hasindex(1) && !sequence.hasindex(3));
-    thrown_by<kelXNotInitialized>([&] { sequence.hasindex(2); });
-    thrown_by<kelXNegativeIndex>([&] { sequence.hasindex(-1); });
-    thrown_by<kelXNegativeIndex>([&] { sequence.getseqelem(-1); });
-    auto beyond = thrown_by<kelXNoField>([&] { sequence.getseqelem(3); });
-    EXPECT_TRUE(beyond->getFieldId() == xany(3) && beyond->getObject() == xany(&sequence));
-    EXPECT_EQ(xrcgetcount(&sequence), -1);
-}
-
-// An exception that is not counted and calls itself absence is disposed of, and one that does not passes.
-KEL_DECLARE_STRUCT(LooseNoField)
-class LooseNoField : public kelXException {
-    KEL_UNCOUNTED_EXCEPTION(LooseNoField, kelXException, "loose")
-public:
-    LooseNoField(const LooseNoField &) = delete;
-    ~LooseNoField() override { ++died; }
-    static inline int died = 0;
+    std::vector<xrttistruct *> list;
+    xrttistructs parents;
 };
-KEL_DEFINE_EXCEPTION(LooseNoField, "kellib::XNoField", kel::uncounted)
-
-TEST(Absent, MayBeSaidByAnExceptionThatIsNotCounted) {
-    xrttifield loose("Loose", 0, get_xrttiint(),
-                     [](xrttifield *, xobject *) -> xany { LooseNoField::Throw(); });
-    xrttifield timeout("Timeout", 0, get_xrttiint(),
-                       [](xrttifield *, xobject *) -> xany { xportXTimeout::Throw("op"); });
-    xrttifield *list[] = {&loose, &timeout};
-    xrttifields fields(2, list);
-    auto type = make<xrttistruct>("t::Loose", no, nullptr, &fields);
-    Subject subject(type.get());
-    EXPECT_TRUE(subject.getfield(0).isuninit());
-    EXPECT_EQ(LooseNoField::died, 1);
-    try {
-        subject.getfield(1);
-        ADD_FAILURE() << "nothing thrown";
-    } catch (xthrowable *flight) {
-        EXPECT_EQ(xrcgetcount(flight), -1);
-        EXPECT_EQ(text(flight->gettypename()), "keljava::XTimeout");
-        xdelete(flight);
-    }
-}
-
-TEST(Unions, FollowTheirDiscriminator) {
-    Types t;
-    Subject choice(t.choice.get());
-    choice.number = 5;
-    struct {
-        xany discriminator;
-        xany expected;
-    } cases[] = {{false, 5}, {true, {}}, {0, 5}, {1, {}}, {xany(0, t.colour.get()), 5}};
-    for (auto &c : cases) {
-        Types::discriminator = c.discriminator;
-        EXPECT_TRUE(t.choice->getcurcasevalue(&choice) == c.expected);
-    }
-    for (const xany &none : {xany(), xany(kel::nil_int), xany(1.0), xany("0"), xany(3, t.colour.get())}) {
-        Types::discriminator = none;
-        auto refused = thrown_by<kelXInvalidUnionDiscr>([&] { t.choice->getcurcasevalue(&choice); });
-        EXPECT_TRUE(refused->getDiscr() == none && refused->getObject() == xany(&choice));
-    }
-    for (int none : {-1, 3}) {
-        Types::discriminator = none;
-        thrown_by<kelXInvalidUnionIndex>([&] { t.choice->getcurcasevalue(&choice); });
-    }
-    Types::discriminator = {};
-}
 
 TEST(Kinship, IsByNameAndThroughParents) {
-    Types t;
-    xrttistruct *record_list[] = {t.record.get()};
-    xrttistructs record_parents(1, record_list);
-    auto derived = make<xrttistruct>("t::Derived", no, &record_parents, nullptr);
-    auto same_name = make<xrttistruct>("t::Base", no, nullptr, nullptr);
-    auto same_enum = make<xrtti>("t::Record");
-    EXPECT_TRUE(derived->iskindof(derived.get()) && derived->iskindof(t.base.get()));
-    EXPECT_TRUE(derived->iskindof(same_name.get()) && derived->iskindof(same_enum.get()));
-    EXPECT_TRUE(t.base->issameas(same_name.get()) && !derived->issameas(t.base.get()));
-    EXPECT_FALSE(t.base->iskindof(derived.get()) || derived->iskindof(nullptr) || derived->issameas(nullptr));
-    EXPECT_FALSE(derived->iskindof(get_xrttiobject()));
+    Kin base("t::Base", {}), record("t::Record", {&base}), derived("t::Derived", {&record}),
+        same_name("t::Base", {});
+    xrtti same_enum, unnamed, other;
+    same_enum.initialize("t::Record");
+    EXPECT_TRUE(derived.iskindof(&derived) && derived.iskindof(&base));
+    EXPECT_TRUE(derived.iskindof(&same_name) && derived.iskindof(&same_enum));
+    EXPECT_TRUE(base.issameas(&same_name) && !derived.issameas(&base));
+    EXPECT_FALSE(base.iskindof(&derived) || derived.iskindof(get_xrttiobject()) ||
+                 derived.iskindof(nullptr) || derived.issameas(nullptr));
     // A place without a parent hides none of the others.
-    xrttistruct *gap_list[] = {nullptr, t.record.get()};
-    xrttistructs gap(2, gap_list), only_gap(1, gap_list);
-    EXPECT_TRUE(make<xrttistruct>("t::Gap", no, &gap, nullptr)->iskindof(t.base.get()));
-    EXPECT_FALSE(make<xrttistruct>("t::Gap", no, &only_gap, nullptr)->iskindof(t.base.get()));
-    // Descriptors without a name are one type.
-    xrtti unnamed, other;
-    EXPECT_TRUE(unnamed.issameas(&other) && !unnamed.issameas(t.base.get()));
+    EXPECT_TRUE(Kin("t::Gap", {nullptr, &record}).iskindof(&base));
+    EXPECT_FALSE(Kin("t::Gap", {nullptr}).iskindof(&base));
+    EXPECT_TRUE(unnamed.issameas(&other) && !unnamed.issameas(&base)) << "without a name they are one";
 }
 
 // Circles of structs, each with one or both of the two before it as parents: 2^100,000 ways lead down.
 TEST(Kinship, CostsNoMoreThanThereAreParents) {
-    struct Level {
-        xrttistruct type, *list[2];
-        std::unique_ptr<xrttistructs> parents;
-    };
     xrtti stranger;
     stranger.initialize("t::Stranger");
-    for (auto [size, parents] : {std::pair(1U, 1), {2U, 1}, {50U, 1}, {100'000U, 1}, {100'000U, 2}}) {
-        std::vector<Level> levels(size);
-        for (unsigned i = 0; i < size; ++i) {
-            Level &level = levels[i];
-            for (unsigned k : {0U, 1U})
-                level.list[k] = &levels[(i + 2 * size - 1 - k) % size].type;
-            level.parents = std::make_unique<xrttistructs>(parents, level.list);
-            level.type.initialize(("t::L" + std::to_string(i)).c_str(), 0, level.parents.get(), nullptr);
-        }
-        EXPECT_TRUE(levels.back().type.iskindof(&levels.front().type)) << size;
-        EXPECT_FALSE(levels.back().type.iskindof(&stranger)) << size;
+    for (auto [size, parents] : {std::pair(1U, 1U), {2U, 1U}, {50U, 1U}, {100'000U, 1U}, {100'000U, 2U}}) {
+        std::vector<std::unique_ptr<Kin>> levels;
+        for (unsigned i = 0; i < size; ++i)
+            levels.push_back(
+                std::make_unique<Kin>("t::L" + std::to_string(i), std::vector<xrttistruct *>(parents)));
+        for (unsigned i = 0; i < size; ++i)
+            for (unsigned k = 0; k < parents; ++k)
+                levels[i]->list[k] = levels[(i + 2 * size - 1 - k) % size].get();
+        EXPECT_TRUE(levels.back()->iskindof(levels.front().get())) << size;
+        EXPECT_FALSE(levels.back()->iskindof(&stranger)) << size;
     }
 }
+
+// Without an answer ------------------------------------------------------------------------------
 
 // Says that it is of every kind, and nothing more.
 class Claims : public brtti {
@@ -408,21 +568,33 @@ TEST(Descriptors, AnswerWithTheMarkersOfTheirTypes) {
     EXPECT_TRUE(d.getdiscrvalue(value).isuninit());
     EXPECT_FALSE(d.hasindex(0, value) || d.haskey("k", value));
     EXPECT_FALSE(d.getarraytype() || d.getseqtype() || d.getdicttype() || d.getdiscrtype());
-}
-
-TEST(Descriptors, ThatWereNeverInitialisedAreEmpty) {
+    // Those that were never initialised are empty.
     xrttistruct record;
-    xrttienum colours_of;
+    xrttienum colours;
     xrttiunion choice;
     xrttiarray matrix;
     xrttisequence sequence;
     xrttidictionary dictionary;
-    Subject in_sequence(&sequence), in_dictionary(&dictionary), in_choice(&choice), in_matrix(&matrix);
-    EXPECT_EQ(record.getnfields() + colours_of.getnenumvalues() + choice.getnunioncases(), 0);
+    Subject in_sequence(&sequence), in_dictionary(&dictionary);
+    EXPECT_EQ(record.getnfields() + colours.getnenumvalues() + choice.getnunioncases(), 0);
     EXPECT_EQ(in_sequence.getnseqelems() + in_dictionary.getndictelems() + matrix.getnarraydims(), 0);
     EXPECT_FALSE(in_sequence.hasindex(0) || in_dictionary.haskey("k"));
-    EXPECT_TRUE(choice.getdiscrvalue(&in_choice).isuninit() && in_matrix.getarrayelem(nullptr).isuninit());
     thrown_by<kelXNoField>([&] { in_dictionary.lookupdict("k"); });
+}
+
+// A static object that dies after everything else of this program still finds its descriptor.
+struct Late {
+    xrchandle<demoPerson> person;
+    ~Late() {
+        if (!person) return;
+        if (!person->hasfield("Name") || !(person->getfield(6) == xany(2))) std::abort();
+        xrtti_get_p_demoTexts()->getdicttype();
+    }
+} late;
+
+TEST(Descriptors, MayBeUsedByStaticObjects) {
+    late.person = kel::construct<demoPerson>();
+    late.person->Name = "zz";
 }
 
 }  // namespace

@@ -1,9 +1,31 @@
-// Two classes whose living objects are counted: one whose references are counted and one with an owner.
+// Types for the tests of the core: an enum, the descriptor of a foreign type, and two classes whose living
+// objects are counted: one whose references are counted and one with an owner.
 #pragma once
 
 #include <atomic>
 
 #include <kelstdmt/declare.h>
+
+enum Colour : int { red, green, blue };
+KEL_DECLARE_ENUM(Colour)
+KEL_DEFINE_ENUM(Colour, "test::Colour", "red", "green", "blue")
+
+class Foreign : public xrtti {
+public:
+    static inline int living = 0;
+    explicit Foreign(bool cloneable = true) : m_cloneable(cloneable) {
+        initialize("test::Foreign");
+        ++living;
+    }
+    ~Foreign() override { --living; }
+
+private:
+    brtti *Clone() override {
+        if (!m_cloneable) kelXCannotCloneRTTI::Throw(getname());
+        return new Foreign;
+    }
+    bool m_cloneable;
+};
 
 KEL_DECLARE_STRUCT(Counted)
 class Counted : public xobject {

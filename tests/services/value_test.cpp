@@ -11,36 +11,6 @@
 
 namespace {
 
-enum Colour : int { red, green, blue };
-KEL_DECLARE_ENUM(Colour)
-KEL_DEFINE_ENUM(Colour, "value::Colour", "red", "green", "blue")
-
-// The descriptor of a foreign type; counts how many of it live.
-class Foreign : public xrtti {
-public:
-    static inline int living = 0;
-    explicit Foreign(bool cloneable) : m_cloneable(cloneable) {
-        initialize("value::Foreign");
-        ++living;
-    }
-    ~Foreign() override { --living; }
-
-private:
-    brtti *Clone() override { return m_cloneable ? new Foreign(true) : brtti_clone(); }
-    brtti *brtti_clone() { kelXCannotCloneRTTI::Throw(getname()); }
-    bool m_cloneable;
-};
-
-TEST(Value, MarkersAreExactToTheBit) {
-    EXPECT_EQ(static_cast<unsigned>(kel::uninit_int), 0x80000001U);
-    EXPECT_EQ(static_cast<unsigned>(kel::nil_int), 0x80000000U);
-    EXPECT_EQ(kel::uninit_bool, 0x81);
-    EXPECT_EQ(kel::nil_bool, 0x80);
-    EXPECT_EQ(kel::uninit_real, 9e125);
-    EXPECT_EQ(kel::nil_real, std::nextafter(1e126, INFINITY));
-    EXPECT_EQ(std::bit_cast<std::uint64_t>(kel::nil_real), 0x5A17A2ECC414A040U);
-}
-
 void expect_marker(bool is_nil, std::initializer_list<xany> values) {
     for (const xany &value : values) {
         SCOPED_TRACE(testing::Message() << "nil: " << is_nil << ", value " << &value - values.begin());
@@ -89,18 +59,6 @@ TEST(Value, KindsFollowTheConstructor) {
     EXPECT_EQ(text(wrong->getTypeName()), "int");
 }
 
-// The record that C callers see: the kind, then the payload at the next place that fits it.
-TEST(Value, RecordLayout) {
-    std::uint32_t words[2];
-    xany value(0x12345678);
-    std::memcpy(words, &value, sizeof words);
-    EXPECT_EQ(words[0], 2U);
-    xint payload;
-    std::memcpy(&payload, reinterpret_cast<char *>(&value) + 8, sizeof payload);
-    EXPECT_EQ(payload, 0x12345678);
-    EXPECT_EQ(sizeof(xany), 8 + 2 * sizeof(void *));
-}
-
 // Values beside a std::variant that does the same, except that what holds an object or an extern refuses to
 // be assigned to. Nothing is lost or held twice on the way.
 using Model =
@@ -116,7 +74,7 @@ xany value_of(const Model &model) {
         xany operator()(const std::string &v) { return v.c_str(); }
         xany operator()(Colour v) { return kel::detail::to_any(v); }
         xany operator()(xobject *v) { return v; }
-        xany operator()(void *v) { return {v, new Foreign(true)}; }
+        xany operator()(void *v) { return {v, new Foreign}; }
     } make;
     return std::visit(make, model);
 }
@@ -195,16 +153,11 @@ TEST(Value, CopiesMovesAndComparesLikeAVariant) {
 }
 
 TEST(Value, EqualityIsByKindAndValue) {
-    int a = 0, b = 0;
-    const xany five(5), text("text"), nil(kel::nil_int), uninit, colour(1, xrtti_get_p_Colour());
-    EXPECT_FALSE(xany(1) == colour || colour == xany(1) || xany(1) == xany(true) || five == 5.0);
-    EXPECT_FALSE(five == "5" || five == xstring("5") || uninit == nil || uninit == xstring() || uninit == 0);
+    const xany five(5), text("text"), nil(kel::nil_int), uninit;
+    EXPECT_FALSE(five == 5.0 || five == "5" || five == xstring("5") || uninit == xstring() || uninit == 0);
     EXPECT_FALSE(text == static_cast<const char *>(nullptr) || text == "tex");
     EXPECT_FALSE(xany(std::nan("")) == xany(std::nan("")));
-    EXPECT_FALSE(xany(&a, new Foreign(true)) == xany(&b, new Foreign(true)));
-    EXPECT_TRUE(xany(&a, new Foreign(true)) == xany(&a, new Foreign(true)));
-    EXPECT_TRUE(colour == kel::detail::to_any(green) && xany(0.0) == xany(-0.0));
-    EXPECT_EQ(xany(0.0).hash(), xany(-0.0).hash());
+    EXPECT_TRUE(xany(0.0) == xany(-0.0) && xany(0.0).hash() == xany(-0.0).hash());
     EXPECT_TRUE(text == xstring("text") && xstring("text") == text && nil == xstring() && nil == nullptr);
     EXPECT_TRUE(xany(0x80000001) == uninit && xany(0x80000000) == nil && xany(5U) == five && 5 == five);
 
@@ -216,35 +169,30 @@ TEST(Value, EqualityIsByKindAndValue) {
     EXPECT_TRUE(xany(&held) == &held && uninit == kel::uninit_object() && kel::uninit_object() == uninit);
 }
 
-TEST(Value, ObjectsAreCountedByTheirClass) {
+TEST(Value, WhatItIsGivenIsNeitherLostNorHeldTwice) {
     internal_errors errors;
     Owned owned;
-    xany held(kel::construct<Counted>()), uncounted(&owned), copy(uncounted), text(xstring("shared"));
-    auto *fresh = kel::construct<Counted>();
-    held = fresh;
-    EXPECT_EQ(errors.take(), "Can not reuse xany. (services/xobject)");
-    EXPECT_EQ(xrcgetcount(fresh), 0) << "neither taken up nor lost";
-    xrcrelease(fresh);
-    EXPECT_EQ(Counted::living, 1);
-    EXPECT_EQ(held.getrtti(), xrtti_get_p_Counted());
-    EXPECT_EQ(xrcgetcount(&owned), -1);
-    EXPECT_EQ(static_cast<xrstring>(xany(text)), static_cast<xrstring>(text)) << "copies share a text";
-}
-
-TEST(Value, ExternsOwnTheirDescriptor) {
     int place = 0;
     {
+        xany held(kel::construct<Counted>()), uncounted(&owned), copy(uncounted), text(xstring("shared"));
+        auto *fresh = kel::construct<Counted>();
+        held = fresh;
+        EXPECT_EQ(errors.take(), "Can not reuse xany. (services/xobject)");
+        EXPECT_EQ(xrcgetcount(fresh), 0) << "neither taken up nor lost";
+        xrcrelease(fresh);
+        EXPECT_EQ(Counted::living, 1);
+        EXPECT_TRUE(held.getrtti() == xrtti_get_p_Counted() && xrcgetcount(&owned) == -1);
+        EXPECT_EQ(static_cast<xrstring>(xany(text)), static_cast<xrstring>(text)) << "copies share a text";
         // What is no value needs no descriptor.
-        EXPECT_TRUE(xany(nullptr, new Foreign(true)).isnil());
-        EXPECT_TRUE(xany(kel::uninit_pointer(), new Foreign(true)).isuninit());
+        EXPECT_TRUE(xany(nullptr, new Foreign).isnil() &&
+                    xany(kel::uninit_pointer(), new Foreign).isuninit());
         EXPECT_EQ(Foreign::living, 0);
         xany rigid(&place, new Foreign(false)), target("kept");
-        auto refused = thrown_by<kelXCannotCloneRTTI>([&] { target = rigid; });
-        EXPECT_EQ(text(refused->getTypeName()), "value::Foreign");
+        thrown_by<kelXCannotCloneRTTI>([&] { target = rigid; });
         EXPECT_TRUE(target == "kept");
         thrown_by<kelXCannotCloneRTTI>([&] { xany failed(rigid); });
     }
-    EXPECT_EQ(Foreign::living, 0);
+    EXPECT_EQ(Foreign::living + Counted::living, 0);
 }
 
 TEST(Value, AWrongConversionIsReportedAndGivesUninit) {
@@ -257,7 +205,7 @@ TEST(Value, AWrongConversionIsReportedAndGivesUninit) {
                            xany("text"),
                            xany(1, xrtti_get_p_Colour()),
                            xany(&owned),
-                           xany(&place, new Foreign(true))};
+                           xany(&place, new Foreign)};
     for (const xany &value : values) {
         xany::Kind kind = value.getkind();
         auto expected = [&](bool fits, const char *target) {
@@ -294,7 +242,7 @@ TEST(Value, AsserttypeTellsUnknownFromMismatch) {
         EXPECT_EQ(text(mismatch->getTypeName()), other ? "real" : "(null)");
         EXPECT_TRUE(mismatch->getObject() == number);
     }
-    EXPECT_EQ(text(xany(kel::detail::to_any(blue)).gettypename()), "value::Colour");
+    EXPECT_EQ(text(xany(kel::detail::to_any(blue)).gettypename()), "test::Colour");
 }
 
 }  // namespace
