@@ -1,23 +1,14 @@
 #!/bin/bash
-# compile_fail.sh SOURCE COMPILER [FLAG...]: SOURCE must not compile, and the messages must match the regular
-# expression on its first line, `// expect: REGEX`. A source that asks for WITHOUT_MISTAKE must compile when that
-# is defined, which shows that nothing else is wrong with it.
+# compile_fail.sh SOURCE COMPILER [FLAG...]: SOURCE must compile as it stands, and no more with any of the macros that
+# it tests in a line `#ifdef MACRO  // expect: REGEX`; then the messages must match the regular expression.
 source=$1
 shift
-expected=$(sed -n '1s|^// expect: ||p' "$source")
-if [[ -z $expected ]]; then
-    echo "$source: the first line must be '// expect: REGEX'"
-    exit 1
-fi
-if messages=$("$@" -fsyntax-only "$source" 2>&1); then
-    echo "$source: expected an error that matches '$expected', but it compiles"
-    exit 1
-fi
-if ! grep -qE -- "$expected" <<<"$messages"; then
-    printf "%s: expected an error that matches '%s', seen:\n%s\n" "$source" "$expected" "$messages"
-    exit 1
-fi
-if grep -q WITHOUT_MISTAKE "$source" && ! "$@" -fsyntax-only -DWITHOUT_MISTAKE "$source"; then
-    echo "$source: does not compile without its mistake either"
-    exit 1
-fi
+"$@" -fsyntax-only "$source" || exit 1
+status=0
+while read -r macro expected; do
+    if messages=$("$@" -fsyntax-only "-D$macro" "$source" 2>&1) || ! grep -qE -- "$expected" <<<"$messages"; then
+        printf "%s: expected an error that matches '%s', seen:\n%s\n" "$macro" "$expected" "$messages"
+        status=1
+    fi
+done < <(sed -nE 's|^#ifn?def (\w+)  // expect: |\1 |p' "$source" | grep . || echo none "no mistake in $source")
+exit $status
