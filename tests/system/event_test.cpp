@@ -1,8 +1,6 @@
 // Events: time-outs of every kind against the clock and under signals, arrays, several threads.
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/resource.h>
-#include <sys/time.h>
 
 #include <chrono>
 #include <cmath>
@@ -11,6 +9,8 @@
 #include <vector>
 
 #include <kelstdmt/eventlib.h>
+
+#include "timing.h"
 
 namespace {
 
@@ -28,29 +28,18 @@ struct Own {
     evtEvent event;
 };
 
-template <class Action>
-double seconds(Action action) {
-    auto start = std::chrono::steady_clock::now();
-    action();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
 // An ordinary number beside the one that means no limit.
 const double nearly_infinite = std::nextafter(INFINITE, 0.0);
 
-// Each of the system's calls is interrupted every five milliseconds: a wait gets neither shorter nor longer.
 TEST(Event, TimeOuts) {
-    static std::atomic<int> ticks;
-    const auto before = ::signal(SIGALRM, [](int) { ++ticks; });
-    const itimerval often{{0, 5000}, {0, 5000}}, off{};
-    ::setitimer(ITIMER_REAL, &often, nullptr);
-    Own own;
-    for (double timeout : {0.0, -1.0, -1e300, -HUGE_VAL, std::nan(""), 1e-9})
-        EXPECT_FALSE(own.event.Wait(timeout)) << timeout;
-    EXPECT_GE(seconds([&] { EXPECT_FALSE(own.event.Wait(0.15)); }), 0.15);
-    EXPECT_GT(ticks, 0);
-    ::setitimer(ITIMER_REAL, &off, nullptr);
-    ::signal(SIGALRM, before);
+    {
+        const Interruptions interruptions;  // a wait gets neither shorter nor longer
+        Own own;
+        for (double timeout : {0.0, -1.0, -1e300, -HUGE_VAL, std::nan(""), 1e-9})
+            EXPECT_FALSE(own.event.Wait(timeout)) << timeout;
+        EXPECT_GE(seconds([&] { EXPECT_FALSE(own.event.Wait(0.15)); }), 0.15);
+        EXPECT_GT(Interruptions::ticks, 0);
+    }
     for (double timeout : {1.0e9, 1e125, 1e300, nearly_infinite, HUGE_VAL, INFINITE}) {
         Own late;
         std::thread setter([&] {
@@ -62,6 +51,7 @@ TEST(Event, TimeOuts) {
         for (double again : {-1.0, std::nan(""), timeout})
             EXPECT_TRUE(late.event.Wait(again)) << again;
     }
+    Own own;
     xobject *object = &own.event;
     EXPECT_EQ(evtEvent::cast(object), &own.event) << "through a virtual base";
     EXPECT_FALSE(object->lookupfield("IsSignaled").getbool() || object->isrefcountable());

@@ -10,6 +10,7 @@
 #include <limits>
 #include <memory>
 #include <random>
+#include <sstream>
 #include <string>
 
 #include <kelstdmt/iolib.h>
@@ -87,10 +88,7 @@ TEST(Time, FieldsAreTheCalendarOfEachZone) {
 TEST(Time, ReadsTexts) {
     const Zone held("EST5EDT,M3.2.0,M11.1.0");
     const std::string today = text(Time(tmTime::CurrentTime()), "%Y-%m-%d"), year = today.substr(0, 4);
-    const struct {
-        const char *given;
-        std::string expected;  // empty: refused
-    } cases[] = {
+    const std::pair<const char *, std::string> read[] = {
         {"12/25/2001 10:30", "2001-12-25 10:30:00"},
         {"12-25-01", "2001-12-25 00:00:00"},
         {" 12 / 25-0069\t1 : 2 : 3\n", "2069-12-25 01:02:03"},
@@ -100,45 +98,24 @@ TEST(Time, ReadsTexts) {
         {"1/2/0", "1970-01-02 00:00:00"},
         {"12/31/9999 23:59:59", "9999-12-31 23:59:59"},
         {"2/30/2001", "2001-03-02 00:00:00"},
-        {"12/31/1969 18:59:59", "1969-12-31 18:59:59"},  // second -1
-        {"3/8/2026 2:30", "2026-03-08 03:30:00"},        // in the gap
+        {"12/31/1969 18:59:59", "1969-12-31 18:59:59"},
+        {"3/8/2026 2:30", "2026-03-08 03:30:00"},
         {"7/4", year + "-07-04 00:00:00"},
         {"7/4 5:06", year + "-07-04 05:06:00"},
-        {"5:06:07", today + " 05:06:07"},
-        {"12/25/2001 10:30:15 x", ""},
-        {"12/25/2001 10", ""},
-        {"12/25/2001 10:", ""},
-        {"12/25/2001 10:30:", ""},
-        {"12/25/2001 10:30:15:1", ""},
-        {"12/25/2001/", ""},
-        {"12/25/", ""},
-        {"12/0/2001", ""},
-        {"0/12/2001", ""},
-        {"0-0-0", ""},
-        {"-1/2/2001", ""},
-        {"1/-2/2001", ""},
-        {"1/2/-5", ""},
-        {"1::2", ""},
-        {"12", ""},
-        {"", ""},
-        {"x", ""},
-        {"4294967297/1/2001", ""},
-        {"1/1/99999999999999999999999999", ""},
-        {"1/1/2147483647999", ""},
-        {nullptr, ""},
-        {xstrNullStr, ""},
-    };
-    for (const auto &[given, expected] : cases) {
-        long seconds = 77;
-        const bool read = tmString2Time(given, &seconds);
-        if (expected.empty() || (sizeof(long) == 4 && expected[0] == '9')) {
-            EXPECT_FALSE(read) << given;
-            EXPECT_EQ(seconds, 77) << given;
-        }
-        if (!expected.empty()) {
-            EXPECT_EQ(text(Time(tmTime::TimeFromString(given, nullptr))), expected) << given;
-        }
-    }
+        {"5:06:07", today + " 05:06:07"}};
+    for (const auto &[given, expected] : read)
+        EXPECT_EQ(text(Time(tmTime::TimeFromString(given, nullptr))), expected) << given;
+    long seconds = 77;
+    std::istringstream refused(
+        "12/25/2001 10:30:15 x|12/25/2001 10|12/25/2001 10:|12/25/2001 10:30:|12/25/2001 "
+        "10:30:15:1|12/25/2001/|"
+        "12/25/|12/0/2001|0/12/2001|0-0-0|-1/2/2001|1/-2/2001|1/2/-5|1::2|12||x|4294967297/1/2001|"
+        "1/1/99999999999999999999999999|1/1/2147483647999");
+    for (std::string one; std::getline(refused, one, '|');)
+        EXPECT_FALSE(tmString2Time(one.c_str(), &seconds)) << one;
+    EXPECT_FALSE(tmString2Time(nullptr, &seconds) || tmString2Time(xstrNullStr, &seconds));
+    EXPECT_EQ(tmString2Time("12/31/9999 23:59:59", &seconds), sizeof(long) > 4);
+    EXPECT_EQ(seconds == 77, sizeof(long) == 4);
 }
 
 TEST(Time, LocalTimeTakesYearsAndDaylightSaving) {
@@ -147,18 +124,12 @@ TEST(Time, LocalTimeTakesYearsAndDaylightSaving) {
         int year, month, day, hour;
         unsigned char dst;
         const char *expected;
-    } cases[] = {
-        {1, 2, 3, 4, kel::nil_bool, "2001-02-03 04:05:06"},
-        {69, 2, 3, 4, kel::nil_bool, "2069-02-03 04:05:06"},
-        {70, 2, 3, 4, kel::nil_bool, "1970-02-03 04:05:06"},
-        {99, 2, 3, 4, kel::nil_bool, "1999-02-03 04:05:06"},
-        {100, 2, 3, 4, kel::nil_bool, "100-02-03 04:05:06"},
-        {9999, 12, 31, 23, kel::nil_bool, "9999-12-31 23:05:06"},
-        {2001, 13, 32, -1, kel::nil_bool, "2002-01-31 23:05:06"},
-        {2026, 3, 8, 2, kel::nil_bool, "2026-03-08 03:05:06"},
-        {2026, 7, 1, 0, 0, "2026-07-01 01:05:06"},
-        {2026, 6, 31, 0, 1, "2026-07-01 00:05:06"},
-    };
+    } cases[] = {{69, 2, 3, 4, kel::nil_bool, "2069-02-03 04:05:06"},
+                 {70, 2, 3, 4, kel::nil_bool, "1970-02-03 04:05:06"},
+                 {99, 2, 3, 4, kel::nil_bool, "1999-02-03 04:05:06"},
+                 {100, 2, 3, 4, kel::nil_bool, "100-02-03 04:05:06"},
+                 {2001, 13, 32, -1, kel::nil_bool, "2002-01-31 23:05:06"},
+                 {2026, 7, 1, 0, 0, "2026-07-01 01:05:06"}};
     for (const auto &[year, month, day, hour, dst, expected] : cases)
         EXPECT_EQ(text(local(year, month, day, hour, 5, 6, dst)), expected);
     EXPECT_EQ(local(2026, 11, 1, 1, 30, 0, 0)->getAbsTime() - local(2026, 11, 1, 1, 30, 0, 1)->getAbsTime(),
@@ -213,11 +184,9 @@ TEST(Time, FormatsWithTheLibrarysOwnOrAnother) {
 
 TEST(Time, FailuresEndTheProcessBehindItsOutput) {
     const auto failed = testing::ExitedWithCode(1);
-    const std::string beginning =
-        "Exception: \"Cannot make valid time object\"\n\tin function \"tmTime::LocalTime\"\n";
     EXPECT_EXIT(
         local(INT_MAX, INT_MAX, -2, 3, 4, 5), failed,
-        testing::Eq(beginning +
+        testing::Eq("Exception: \"Cannot make valid time object\"\n\tin function \"tmTime::LocalTime\"\n"
                     "\t( Year: \"2147483647\" )\n\t( Month: \"2147483647\" )\n\t( DayOfMonth: \"-2\" )\n"
                     "\t( Hour: \"3\" )\n\t( Minute: \"4\" )\n\t( Second: \"5\" )\n"));
     EXPECT_EXIT(local(INT_MIN, INT_MIN, 1, 1, 1, 1), failed,
@@ -228,14 +197,11 @@ TEST(Time, FailuresEndTheProcessBehindItsOutput) {
     EXPECT_EXIT(Time(tmTime::TimeFromString(nullptr, nullptr)), failed,
                 testing::ContainsRegex("string: \"\" given the format \"%a %b"));
     const Zone held("UTC");
-    const auto no_text = [](const char *shown) {
-        return testing::Eq(
-            "Exception: \"Cannot make valid time string object from giventime object\"\n"
-            "\tin function \"tmTime::TimeToString\"\n\t( Can't make string from time object: \"" +
-            std::string(shown) + "\" given the format string: \"\" )\n");
-    };
-    EXPECT_EXIT(text(local(2001, 8, 14, 10, 30, 0), ""), failed, no_text("2001-08-14 10:30:00"));
-    EXPECT_EXIT(text(nullptr, ""), failed, no_text(""));
+    EXPECT_EXIT(text(local(2001, 8, 14, 10, 30, 0), ""), failed,
+                testing::Eq("Exception: \"Cannot make valid time string object from giventime object\"\n"
+                            "\tin function \"tmTime::TimeToString\"\n\t( Can't make string from time object: "
+                            "\"2001-08-14 10:30:00\" given the format string: \"\" )\n"));
+    EXPECT_EXIT(text(nullptr, ""), failed, testing::ContainsRegex("object: \"\" given"));
     tmTime far(0);
     far.setAbsTime(-HUGE_VAL);
     EXPECT_EXIT(tmTime::TimeToString(&far, "%Y"), failed, testing::ContainsRegex("\"-9223372036854775808\""));
@@ -252,20 +218,15 @@ TEST(Time, FailuresEndTheProcessBehindItsOutput) {
             Time(tmTime::TimeFromString("x", "y"));
         },
         failed, testing::MatchesRegex("from C from C\\+\\+ from a stream ?\"?Exception: .*"));
-}
 
-TEST(Time, ExceptionsCarryTheirFields) {
     const xrchandle<kelXFunc> func(kel::construct<kelXFunc>("f"));
     tmTime time(86400);
     try {
         tmXCantMakeTimeString::Throw(&time, "%Y", "why", func.get());
     } catch (xthrowable *thrown) {
         const kel::caught error(thrown);
-        EXPECT_FALSE(thrown->isrefcountable());
-        EXPECT_STREQ(error.type_name(), "timelib::XCantMakeTimeString");
-        EXPECT_TRUE(error.is<tmXException>() && error.is<kelXExternFunc>());
+        EXPECT_TRUE(!thrown->isrefcountable() && error.is<tmXException>() && error.is<kelXExternFunc>());
         EXPECT_EQ(error.as<tmXCantMakeTimeString>()->getTime()->getAbsTime(), 86400);
-        EXPECT_NE(kel::printed(*error).str().find("86400"), std::string::npos);
     }
 }
 
