@@ -129,7 +129,8 @@ def setUpModule():
     table.write_text("127.0.0.1 localhost\n10.0.0.1 alpha alpha4\nfd00::a:1 alpha6\n10.0.0.7 beta\n10.0.1.7 gamma\n")
     run("mount", "--bind", table, "/etc/hosts")  # in the mount namespace of this process
     name_server = alpha.start(KELNMSD, "--port", "1239", "--foreground")
-    alpha.start(KELRSHD, "--foreground", "--allow-root")  # the superuser of these namespaces alone
+    # Its clients are the superuser of these namespaces alone.
+    alpha.start(KELRSHD, "--foreground", "--allow-root", "--log", folder.name + "/log")
     server = alpha.start(REQUEST, "serve", "Arithmetic")
     port = int(server.first_line.split("port ")[1].split(",")[0])
 
@@ -166,6 +167,8 @@ class Hosts(unittest.TestCase):
                 ("10.*", "10.0.1.* fd00::*", (gamma.v4,)),
                 ("10.0.0.*", "10.0.1.*", ()),
                 ("", None, ()),
+                (None, "[", ()),
+                ("10.*", "* nothing", (beta.v4, gamma.v4)),
                 ("FD00::*", None, ())):
             self.allow(machine, user)
             for host in (alpha, beta, gamma):
@@ -213,6 +216,11 @@ class Hosts(unittest.TestCase):
                 else:
                     self.says(host, [KEL, "rsh", *command], "server on alpha refuses this machine", 255)
         self.says(beta, [KEL, "rsh", "gamma", "--", "true"], "no name server answers on gamma, port 1239", 255)
+        lines = [line.split(" ", 1)[1] for line in pathlib.Path(ENVIRONMENT["HOME"], "log").read_text().splitlines()]
+        self.assertEqual([line for line in lines if "refused" in line],
+                         [f"{peer.v4} refused: not permitted by the lists of software/orv/kelrshd"
+                          for peer in (beta, gamma, gamma)])
+        self.assertTrue(any(line.startswith(beta.v4 + " started") for line in lines))
 
     def restore_link(self):
         run("ip", "link", "set", "beta", "up")
@@ -226,11 +234,13 @@ class Hosts(unittest.TestCase):
         self.allow("10.*", None, "kelrshd")
         for host in (alpha, beta):  # bytes that nobody acknowledges are given up soon
             run(*host.here(["sh", "-c", "echo 2 >/proc/sys/net/ipv4/tcp_retries2"]))
-        feeder = subprocess.Popen(["yes"], stdout=subprocess.PIPE)
+        # A little goes both ways all the time, also behind the cut: neither side is held back by the other.
+        drip = "while echo; do sleep 0.01; done"
+        feeder = subprocess.Popen(["sh", "-c", drip], stdout=subprocess.PIPE)
         self.addCleanup(feeder.wait)
         self.addCleanup(feeder.kill)
         self.addCleanup(feeder.stdout.close)
-        client = subprocess.Popen(beta.here([KEL, "rsh", "alpha", "--", "sh", "-c", "echo $$ >&2; exec cat"]),
+        client = subprocess.Popen(beta.here([KEL, "rsh", "--shell", "alpha", "--", "echo $$ >&2; " + drip]),
                                   env=ENVIRONMENT, stdin=feeder.stdout, stdout=subprocess.DEVNULL,
                                   stderr=subprocess.PIPE)
         self.addCleanup(client.wait)
@@ -239,10 +249,9 @@ class Hosts(unittest.TestCase):
         self.addCleanup(os.close, command)
         run("ip", "link", "set", "beta", "down")
         self.addCleanup(self.restore_link)
-        # A side with nothing under way asks the other one first, which takes two minutes.
-        errors = client.communicate(timeout=200)[1]
+        errors = client.communicate(timeout=100)[1]
         self.assertEqual((client.returncode, errors), (255, b"kel rsh: the connection to alpha was lost\n"))
-        self.assertTrue(select.select([command], [], [], 200)[0], "the command goes on")
+        self.assertTrue(select.select([command], [], [], 100)[0], "the command goes on")
 
     def test_the_end(self):  # the last by its name
         self.allow("10.0.0.*", None)
