@@ -4,11 +4,11 @@
 
 #include <kelstdmt/rshlib.h>
 
-#include "rsh_peer.h"
+#include "peer.h"
 
 namespace {
 
-using namespace rsh_peer;
+using namespace peer;
 
 struct Outcome {
     std::string refusal;
@@ -95,8 +95,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t siz
     std::thread serving([&] {
         connection.send(answer, bytes[0]);
         connection.hang_up();
-        for (std::string piece; !(piece = connection.receive()).empty();)
-            told += piece;
+        told = connection.receive_all();
     });
     const Outcome saw = act(connection.ours.get());
     connection.ours.reset();

@@ -5,11 +5,11 @@
 
 #include <kelstdmt/rshlib.h>
 
-#include "rsh_peer.h"
+#include "peer.h"
 
 namespace {
 
-using namespace rsh_peer;
+using namespace peer;
 
 struct Story {
     std::string command, directory;
@@ -108,7 +108,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t siz
         }
         connection.send(message(Done));
     }
-    connection.leave();
+    connection.Close();
     serving.join();
     require(asked <= story.is_request, "half a request was answered");
     require(acknowledged == (launched && story.in_order), "no end in order");

@@ -4,6 +4,8 @@ import base64
 import json
 import os
 import pathlib
+import select
+import signal
 import socket
 import subprocess
 import sys
@@ -11,6 +13,24 @@ import tempfile
 import unittest
 
 KEL = os.path.abspath(sys.argv.pop(1)) if len(sys.argv) > 1 else "kel"
+
+IS_SANITIZED = "asan" in KEL or "tsan" in KEL
+AS_ROOT = ["--allow-root"] * (os.geteuid() == 0)
+
+
+def peak(process):
+    """The MiB of memory that it has needed; sanitizers need as much as they like."""
+    status = pathlib.Path(f"/proc/{process.pid}/status").read_text()
+    return 0 if IS_SANITIZED else int(status.split("VmHWM:")[1].split()[0]) // 1024
+
+
+def await_end(process_id):
+    """Of a process that may be nobody's child here."""
+    try:
+        with os.fdopen(os.pidfd_open(process_id)) as end:
+            assert select.select([end], [], [], 60)[0], f"process {process_id} goes on"
+    except ProcessLookupError:
+        pass
 
 
 def exact(entry, name):
@@ -68,4 +88,8 @@ class KelCase(unittest.TestCase):
 
 
 def run():
+    # A caller may ignore them, as nohup does, and shells do for background jobs.
+    for each in (signal.SIGHUP, signal.SIGQUIT):
+        signal.signal(each, signal.SIG_DFL)
+    signal.signal(signal.SIGINT, signal.default_int_handler)
     unittest.main(verbosity=1)

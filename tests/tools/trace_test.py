@@ -5,10 +5,9 @@ import re
 import shutil
 import subprocess
 
-from driving import KEL, KelCase, run
+from driving import AS_ROOT, KEL, KelCase, run
 
 LINE = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{6}Z (\d+) (\d+) (server|handshake|names|relay): (.*)")
-AS_ROOT = ["--allow-root"] * (os.geteuid() == 0)
 
 
 class Trace(KelCase):

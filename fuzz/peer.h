@@ -1,5 +1,5 @@
-// What both fuzz targets of the remote shell need: a connection with our side at one end and a peer that
-// sends any bytes at the other, and a reader of what was sent.
+// What the fuzz targets of connections need: a peer that sends any bytes, a connection with our side at one
+// end and such a peer at the other, and a reader of what was sent.
 #pragma once
 
 #include <sys/socket.h>
@@ -15,8 +15,9 @@
 #include <kelstdmt/netlib_stream.h>
 #include <kelstdmt/vumrt_names.h>
 
-namespace rsh_peer {
+namespace peer {
 
+// Of the remote shell.
 enum Tag : int {
     Err = 2,
     Out = 3,
@@ -29,6 +30,11 @@ enum Tag : int {
     Hold = 32,
     GoOn = 48
 };
+inline std::string message(int tag) {
+    std::string bytes;
+    kel::append_int(bytes, tag);
+    return bytes;
+}
 
 inline void require(bool holds, const char *what) {
     if (holds) return;
@@ -54,49 +60,54 @@ struct Reader {
     }
 };
 
-class Connection {
+class Peer : public btkStreamSocket {
 public:
-    Connection() {
-        static auto *const listener = new btkAcceptSocket;
-        static const bool listening = listener->Listen(0, "127.0.0.1");
-        auto socket = std::make_unique<btkStreamSocket>();
-        require(listening && m_peer.Connect("127.0.0.1", listener->GetPort(), patience), "no connection");
-        require(listener->Wait(patience, btkSocket::ForInput) == 1 && listener->Accept(*socket), "not there");
-        ours = std::make_unique<netSocketStream>(std::move(socket));
-    }
+    static constexpr btkTimeval patience{20, 0};
 
     // In pieces whose sizes the seed chooses, up to 64 bytes; 0 sends all at once.
     void send(std::string_view bytes, unsigned seed = 0) {
         while (!bytes.empty()) {
             const std::size_t size = seed ? 1 + seed % 64 : bytes.size();
             const std::string_view piece = bytes.substr(0, size);
-            if (m_peer.Send(piece.data(), static_cast<unsigned>(piece.size())) < 1) return;
+            if (Send(piece.data(), static_cast<unsigned>(piece.size())) < 1) return;
             bytes.remove_prefix(piece.size());
             seed = seed * 1103515245u / 7 | 1;
         }
     }
     // No more will come, but answers are read.
-    void hang_up() { ::shutdown(m_peer.GetHandle(), SHUT_WR); }
+    void hang_up() { ::shutdown(GetHandle(), SHUT_WR); }
     // The next bytes; none at the end.
     std::string receive() {
         char block[4096];
-        require(m_peer.Wait(patience, btkSocket::ForInput) > 0, "our side holds its peer up");
-        const int got = m_peer.Recv(block, sizeof block);
+        require(Wait(patience, ForInput) > 0, "our side holds its peer up");
+        const int got = Recv(block, sizeof block);
         return std::string(block, static_cast<std::size_t>(got > 0 ? got : 0));
     }
-    void leave() { m_peer.Close(); }
-
-    std::unique_ptr<netSocketStream> ours;
-
-private:
-    static constexpr btkTimeval patience{20, 0};
-    btkStreamSocket m_peer;
+    std::string receive_all() {
+        std::string all;
+        for (std::string piece; !(piece = receive()).empty();)
+            all += piece;
+        return all;
+    }
 };
 
-inline std::string message(int tag) {
-    std::string bytes;
-    kel::append_int(bytes, tag);
-    return bytes;
-}
+class Listener : public btkAcceptSocket {
+public:
+    Listener() { require(Listen(0, "127.0.0.1"), "no listening socket"); }
+    void take(btkStreamSocket &socket) {
+        require(Wait(Peer::patience, btkSocket::ForInput) == 1 && Accept(socket), "nobody connects");
+    }
+};
 
-}  // namespace rsh_peer
+struct Connection : Peer {
+    Connection() {
+        static auto *const listener = new Listener;
+        auto socket = std::make_unique<btkStreamSocket>();
+        require(Connect("127.0.0.1", listener->GetPort(), patience), "no connection");
+        listener->take(*socket);
+        ours = std::make_unique<netSocketStream>(std::move(socket));
+    }
+    std::unique_ptr<netSocketStream> ours;
+};
+
+}  // namespace peer
