@@ -1,44 +1,25 @@
 // Both sides of the handshake over real connections: each input is what a client sends to our server, or what
-// a server answers our client, in two pieces. The answers must be those that the first byte asks for,
-// whatever follows, and nobody may be held up.
-#include <atomic>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <memory>
-#include <string>
-#include <string_view>
+// a server answers our client, in pieces. The answers must be those that the first byte asks for, whatever
+// follows, and nobody may be held up.
 #include <thread>
 
-#include <kelstdmt/kel.h>
 #include <kelstdmt/netlib_server.h>
+
+#include "peer.h"
 
 namespace {
 
-constexpr btkTimeval patience(20, 0);
+using peer::require;
+
 constexpr std::string_view version = "\1\x1bKEL netServer Version 0.99";
 
-void require(bool holds, const char *what) {
-    if (holds) return;
-    std::fprintf(stderr, "%s\n", what);
-    std::abort();
-}
-
-void send(btkStreamSocket &peer, std::string_view bytes, std::size_t split) {
-    split = bytes.empty() ? 0 : split % (bytes.size() + 1);
-    peer.Send(bytes.data(), static_cast<unsigned>(split));
-    peer.Send(bytes.data() + split, static_cast<unsigned>(bytes.size() - split));
-}
-
-// Sends back what comes.
+// Sends back what comes, up to the first '!'.
 struct Echo : netBaseServer_OnRequest_cb {
     netServerLoopAction OnRequest(netBaseServer *, netSocketStream *stream) override {
         const std::unique_ptr<netSocketStream> owned(stream);
         try {
-            char byte;
-            while (stream->ReadBytes(&byte, 1) == 1 && byte != '!')
+            for (char byte = 0; byte != '!' && stream->ReadBytes(&byte, 1) == 1;)
                 stream->WriteBytes(&byte, 1);
-            stream->WriteBytes("!", 1);
             stream->Flush();
         } catch (xthrowable *gone) {
             const kel::caught error(gone);
@@ -51,7 +32,6 @@ struct Echo : netBaseServer_OnRequest_cb {
 struct Server {
     Echo echo;
     std::unique_ptr<netServer> server{netServer::Create(nullptr, 0)};
-    std::unique_ptr<netAddress> address{netAddress::Create(server->getPortN(), "127.0.0.1")};
 
     Server() {
         server->setOnRequest(&echo);
@@ -61,10 +41,10 @@ struct Server {
         }).detach();
     }
 
-    void Try(std::string_view bytes, std::size_t split) const {
-        btkStreamSocket peer;
-        require(peer.Connect("127.0.0.1", address->getPortN(), patience), "no connection");
-        std::string sent(bytes.empty() ? "\4" : bytes), expected, saw;
+    void Try(std::string_view bytes, unsigned seed) const {
+        peer::Peer client;
+        require(client.Connect("127.0.0.1", server->getPortN(), peer::Peer::patience), "no connection");
+        std::string sent(bytes.empty() ? "\4" : bytes), expected;
         if (sent[0] == 0) {
             expected = "\1" + sent.substr(1, sent.find('!', 1) - 1) + "!";
             if (sent.find('!', 1) == sent.npos) sent += '!';
@@ -73,12 +53,8 @@ struct Server {
         } else if (sent[0] == 1 || sent[0] == 3) {
             expected = "\1";
         }
-        send(peer, sent, split);
-        char block[256];
-        for (int got = 1; got > 0; saw.append(block, static_cast<std::size_t>(got > 0 ? got : 0))) {
-            require(peer.Wait(patience, btkSocket::ForInput) > 0, "the server holds a peer up");
-            got = peer.Recv(block, sizeof block);
-        }
+        client.send(sent, seed);
+        const std::string saw = client.receive_all();
         // Bytes behind the question, which nobody reads, may cut the connection before the answer is read.
         require(saw == expected || (sent.size() > 1 && sent[0] != 0 && expected.starts_with(saw)),
                 "not the answer to this question");
@@ -87,26 +63,21 @@ struct Server {
 
 // A server that answers every connection with the same bytes.
 struct Answer {
-    btkAcceptSocket listener;
-    std::unique_ptr<netAddress> address;
+    peer::Listener listener;
+    std::unique_ptr<netAddress> address{netAddress::Create(listener.GetPort(), "127.0.0.1")};
 
-    Answer() {
-        require(listener.Listen(0, "127.0.0.1"), "no listening socket");
-        address.reset(netAddress::Create(listener.GetPort(), "127.0.0.1"));
-    }
-
-    void Try(std::string_view bytes, std::size_t split) {
+    void Try(std::string_view bytes, unsigned seed) {
         std::thread serving([&] {
-            btkStreamSocket client;
-            require(listener.Wait(patience, btkSocket::ForInput) == 1 && listener.Accept(client),
-                    "the client does not connect");
+            peer::Peer server;
+            listener.take(server);
             char question;
-            client.Recv(&question, 1);
-            send(client, bytes, split);
+            server.Recv(&question, 1);
+            server.send(bytes, seed);
         });
+        const bool asks_version = seed % 2;
         std::string saw;
         try {
-            if (split % 2)
+            if (asks_version)
                 saw = kel::view(netServer::GetVersion(address.get(), 20));
             else
                 saw = netServer::IsAlive(address.get(), 20) ? "alive" : "not alive";
@@ -119,7 +90,7 @@ struct Answer {
         serving.join();
         const bool granted = !bytes.empty() && bytes[0] == 1;
         std::string expected = granted ? "alive" : "not alive";
-        if (split % 2) {
+        if (asks_version) {
             const std::size_t size = bytes.size() > 1 ? static_cast<unsigned char>(bytes[1]) : 256;
             const bool whole = granted && bytes.size() >= 2 + size;
             expected = whole ? std::string(bytes.substr(2, size)).c_str() : "refused";

@@ -2,74 +2,43 @@
 // which limits; a reader of a few lines, which sees all at once, says what must come of it. What was read is
 // written and read again.
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <map>
 #include <string>
 #include <string_view>
 
-#include <kelstdmt/vumrt_names.h>
+#include "peer.h"
 
 namespace {
 
-void require(bool holds, const char *what) {
-    if (holds) return;
-    std::fprintf(stderr, "%s\n", what);
-    std::abort();
-}
+using peer::require;
 
 using Fields = std::map<std::string, std::string>;
 
-// Throws Cut when the bytes end within the record, Malformed when they are none.
-class PlainReader {
-public:
-    struct Cut {};
-    struct Malformed {};
+enum outcome { cut, malformed, whole };
 
-    PlainReader(std::string_view bytes, const kel::name_record_limits &limits)
-        : m_bytes(bytes), m_limits(limits) {}
-
-    void read() {
-        process = number();
-        const std::uint32_t count = number();
-        if (count > static_cast<std::uint32_t>(m_limits.fields)) throw Malformed();
-        for (std::uint32_t i = 0; i < count; ++i) {
-            const std::string name = text(m_limits.name);
-            fields[name] = text(m_limits.value);
+// What the bytes are, seen all at once; of sizes above their limit is also what is negative for others.
+outcome judge(peer::Reader &from, const kel::name_record_limits &limits, unsigned &process, Fields &fields) {
+    process = static_cast<unsigned>(from.integer());
+    const int count = from.integer();
+    if (!from.whole) return cut;
+    if (count < 0 || count > limits.fields) return malformed;
+    for (int i = 0; i < count; ++i) {
+        std::string texts[2];
+        for (const bool is_value : {false, true}) {
+            const int size = from.integer();
+            if (!from.whole) return cut;
+            if (size <= 0 || size > (is_value ? limits.value : limits.name)) return malformed;
+            const int length = from.integer();
+            if (!from.whole) return cut;
+            if (length < 0 || length >= size) return malformed;
+            texts[is_value] = from.bytes(length);
+            if (!from.whole) return cut;
+            if (texts[is_value].find('\0') != std::string::npos) return malformed;
         }
+        fields[texts[0]] = texts[1];
     }
-    std::size_t position() const { return m_at; }
-
-    std::uint32_t process = 0;
-    Fields fields;
-
-private:
-    std::string take(std::size_t count) {
-        if (m_bytes.size() - m_at < count) throw Cut();
-        m_at += count;
-        return std::string(m_bytes.substr(m_at - count, count));
-    }
-    std::uint32_t number() {
-        std::uint32_t value = 0;
-        for (const char byte : take(4))
-            value = value * 256 + static_cast<unsigned char>(byte);
-        return value;
-    }
-    // Above the limit is also what is negative for others.
-    std::string text(int limit) {
-        const std::uint32_t size = number();
-        if (size > static_cast<std::uint32_t>(limit) || size == 0) throw Malformed();
-        const std::uint32_t length = number();
-        if (length + 1 > size || length == UINT32_MAX) throw Malformed();
-        const std::string found = take(length);
-        if (found.find('\0') != std::string::npos) throw Malformed();
-        return found;
-    }
-
-    std::string_view m_bytes;
-    kel::name_record_limits m_limits;
-    std::size_t m_at = 0;
-};
+    return whole;
+}
 
 Fields fields_of(const kel::name_record &record) {
     Fields fields(record.fields.begin(), record.fields.end());
@@ -87,23 +56,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t siz
     const std::string_view input(reinterpret_cast<const char *>(bytes) + 1, size - 1);
     const kel::name_record_limits limits =
         chance % 2 ? kel::name_record_limits{} : kel::name_record_limits{3, 20, 9};
-    PlainReader plain(input, limits);
-    enum { whole, cut, malformed } expected = whole;
-    try {
-        plain.read();
-    } catch (PlainReader::Cut) {
-        expected = cut;
-    } catch (PlainReader::Malformed) {
-        expected = malformed;
-    }
+    peer::Reader plain{input};
+    unsigned process = 0;
+    Fields fields;
+    const outcome expected = judge(plain, limits, process, fields);
+    const std::size_t end = input.size() - plain.left.size();
 
     kel::name_record_reader reader(limits);
     std::size_t used = 0;
     while (used < input.size() && !reader.is_whole() && !reader.is_malformed()) {
         std::size_t count = reader.missing();
         require(count > 0, "an unfinished record misses nothing");
-        if (expected == whole)
-            require(used + count <= plain.position(), "more is missing than the record has");
+        if (expected == whole) require(used + count <= end, "more is missing than the record has");
         chance = chance * 1103515245 + 12345;
         // Otherwise the piece is what the reader asked for.
         if (bytes[0] % 4) count = 1 + (chance >> 16) % (bytes[0] % 4 == 1 ? 3 : 100);
@@ -116,10 +80,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t siz
     require(reader.is_whole() == (expected == whole), "another record than is there");
     require(reader.is_malformed() == (expected == malformed), "another judgement than is due");
     if (expected != whole) return 0;
-    require(reader.missing() == 0 && used == plain.position(), "another end than is there");
+    require(reader.missing() == 0 && used == end, "another end than is there");
     const kel::name_record record = reader.take();
-    require(record.process == plain.process && fields_of(record) == plain.fields,
-            "other fields than are there");
+    require(record.process == process && fields_of(record) == fields, "other fields than are there");
 
     std::string again = "before";
     require(kel::append_record(again, record, limits), "what was read cannot be written");

@@ -2,22 +2,17 @@
 // into a dialog, and into a second one as a whole. Both must answer the same, whatever the pieces, and the
 // records that are stored must be those that a query for all tells.
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
 #include "dialog.h"
+#include "peer.h"
 
 namespace {
 
 using namespace kel::detail;
 
-void require(bool holds, const char *what) {
-    if (holds) return;
-    std::fprintf(stderr, "%s\n", what);
-    std::abort();
-}
+using peer::require;
 
 class Server : public dialog_host, public dialog::other_side {
 public:

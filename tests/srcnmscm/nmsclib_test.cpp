@@ -1,5 +1,5 @@
 // Records of the client module: their bytes, their limits, what they match, and the processes they belong to.
-// What the requests do is tested from outside, by tests/interop/name_client_interop.py.
+// What the requests do is in requests_test.cpp.
 #include <gtest/gtest.h>
 #include <signal.h>
 

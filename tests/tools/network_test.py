@@ -1,15 +1,16 @@
-"""kel nms and kel server, against the name server and against peers of every sort that are written here."""
+"""kel nms and kel server, against the name server, a server of ours, and peers of every sort that are written here."""
 
 import os
 import random
-import resource
 import socket
 import subprocess
 import threading
 
 from driving import KelCase, exact, run
+from peer import Peer, ints
 
 SERVER, PORT = b"_ServerName", b"_PortNumber"
+VERSION = b"KEL netServer Version 0.99\0"
 
 
 def fields_of(entry):
@@ -18,19 +19,20 @@ def fields_of(entry):
 
 class Network(KelCase):
     def peer(self, *answers):
-        """The port of one that takes a byte of each connection and gives its answer; None is none, and no end."""
+        """The port of one that takes a byte of each connection, gives its answer and hangs up; None is no
+        answer, and no end."""
         listener = socket.create_server(("127.0.0.1", 0))
         self.addCleanup(listener.close)
         self.asked = []
 
         def serve():
             for answer in answers:
-                connection, _ = listener.accept()
-                self.addCleanup(connection.close)
+                peer = Peer(listener.accept()[0])
+                self.addCleanup(peer.close)
                 if answer is not None:
-                    self.asked.append(connection.recv(1))
-                    connection.sendall(answer)
-                    connection.shutdown(socket.SHUT_WR)
+                    self.asked.append(peer.recv(1))
+                    peer.say(answer)
+                    peer.shutdown(socket.SHUT_WR)
 
         thread = threading.Thread(target=serve, daemon=True)
         thread.start()
@@ -46,7 +48,7 @@ class Network(KelCase):
         chance, model = random.Random(5), []
         names = [SERVER, PORT, b"owner", "gr\u00fc\u00df".encode(), b"\xff odd", b"a b"]
         values = [b"a", b"4711", b"", b"x=y", b"\xfe\n", b"v" * 255]
-        for step in range(60):
+        for step in range(40):
             record = {chance.choice(names): chance.choice(values) for _ in range(chance.randint(1, 3))}
             words = ["--"] + [name + b"=" + value for name, value in record.items()]
             found = [known for known in model if record.items() <= known.items()]
@@ -93,24 +95,9 @@ class Network(KelCase):
         self.assertEqual(daemon.wait(60), 0)
         self.fails(f"on localhost, port {self.environment['ORVNMSPORT']}", "nms", "ping", "--host", "localhost")
 
-    def test_a_journal_that_cannot_be_written(self):
-        refused = subprocess.run([os.environ["KELNMSD"], "--foreground", "--port=0", "--journal", self.here],
-                                 capture_output=True, env=self.environment, timeout=60)
-        self.assertEqual(refused.returncode, 1)
-        self.assertIn(f"the journal {self.here} is a folder", refused.stderr.decode())
-        daemon = self.name_server("--journal", "names", "--log", "log")
-        self.run_kel("nms", "register", "first", "1")
-        unlimited = resource.prlimit(daemon.pid, resource.RLIMIT_FSIZE)
-        size = (self.here / "names").stat().st_size
-        resource.prlimit(daemon.pid, resource.RLIMIT_FSIZE, (size + 10, unlimited[1]))
-        self.fails("status 9", "nms", "register", "second", "2")
-        self.assertEqual((self.here / "names").stat().st_size, size)
-        resource.prlimit(daemon.pid, resource.RLIMIT_FSIZE, unlimited)
-        self.run_kel("nms", "register", "second", "2")
-        self.assertEqual(len(self.json_of("nms", "list")["records"]), 2)
-
     def test_name_servers_that_misbehave(self):
-        for status, words in enumerate(("does not know", "already", "no such", "refuses", "status 7"), 3):
+        answers = ["does not know", "already", "no such", "refuses", "status 7", "status 9"]
+        for status, words in zip((3, 4, 5, 6, 7, 9), answers):
             self.environment["ORVNMSPORT"] = str(self.peer(bytes([status])))
             self.fails(words, "nms", "query", "a", "--host", "127.0.0.1")
         hostile = b"\0" + b"\x7f\xff\xff\xff" * 4  # so many records
@@ -120,12 +107,15 @@ class Network(KelCase):
                 host = ["--host", "127.0.0.1"] * (command[0] == "nms")
                 self.fails(words, *command, *host, *["--timeout", "0.2"] * (answer is None))
 
-    def test_servers(self):
+    def test_servers_of_the_test(self):
         self.name_server()
         for number, (answers, command, words) in enumerate((
                 ([b"\1"], "ping", b" answers: "), ([b"\1", b"\1\x04abc\0"], "version", b"abc\n"),
+                ([b"\1", b"\1\x04a\0bc"], "version", b"a\n"), ([b"\1", b"\1\0"], "version", b"\n"),
+                ([b"\1", b"\1\xff" + b"x" * 254 + b"\0more"], "version", b"x" * 254 + b"\n"),
+                ([b"\1", b"\1\xff" + b"x" * 254], "version", "refuses this machine"),
                 ([b"\1", b"\1"], "shutdown", b""), ([b"\0"], "ping", "does not answer"), ([b""], "ping", "does not answer"),
-                ([b"\1", b"\0"], "version", "refuses this machine"), ([b"\1", b"\0"], "shutdown", "refuses this machine"),
+                ([b"\1", b"\0\1a"], "version", "refuses this machine"), ([b"\1", b"\0"], "shutdown", "refuses this machine"),
                 ([b"\1", None], "shutdown", "within 0.3 s"), ([None], "ping", "within 0.3 s"))):
             self.run_kel("nms", "register", "adder", str(self.peer(*answers)))
             target = ("adder", "adder@127.0.0.1")[number % 2]
@@ -142,6 +132,33 @@ class Network(KelCase):
         for line in ("nms", "nms query", "nms query =a", "nms register a 1 2", "nms ping --host=", "nms list -t 0",
                      "nms register a 1 --process 1", "server ping", "server ping @a", "server ping a@", "server ping :0"):
             self.run_kel(*line.split(), code=2)
+
+    def test_clients_of_the_test(self):
+        """The handshake of a server of ours with clients that stop half way, cut the connection, or say nothing."""
+        self.name_server()
+        server = self.daemon("KELRSHD", *["--allow-root"] * (os.geteuid() == 0), stderr=subprocess.DEVNULL)
+        self.assertTrue(server.is_ready)
+        port = int(self.json_of("nms", "query", "kelrshd")["records"][0]["port"])
+
+        def client(said=b"", leaves=None):
+            peer = Peer(socket.create_connection(("127.0.0.1", port)))
+            self.addCleanup(peer.close)
+            peer.say(said)
+            return peer.leave(leaves) if leaves else peer
+
+        silent = [client() for _ in range(20)]
+        for said in (b"", b"\0", b"\2") * 50:
+            client(said, "cut")
+        for said, answer in ((b"", b""), (b"\1", b"\1"), (b"\2", b"\1\x1b" + VERSION), (b"\4", b""), (b"\xff\0\0", b""),
+                             (b"\2\2", b"\1\x1b" + VERSION), (b"\0" + ints(-1), b"\1")):
+            self.assertEqual(client(said, "half"), answer, said)
+        urgent = client()
+        urgent.send(b"\1", socket.MSG_OOB)
+        self.assertEqual(urgent.leave("half"), b"", "a question out of band")
+        silent[0].say(b"\1")
+        self.assertEqual(silent[0].rest(), b"\1", "a late question")
+        self.assertEqual(client(b"\3").rest(), b"\1")
+        self.assertEqual(server.wait(60), 0)
 
 
 run()
