@@ -1,6 +1,5 @@
 // Monitor files against the bytes that the format prescribes and beside writers in other processes, which are
-// killed at random moments or write without pause. What a peer in another language makes of the same files is
-// in tests/interop/.
+// killed at random moments or write without pause. tests/tools/mon_test.py is a peer in another language.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>

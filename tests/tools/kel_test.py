@@ -8,7 +8,6 @@ import os
 import pathlib
 import random
 import re
-import struct
 import subprocess
 
 from driving import KEL, KelCase, exact, run
@@ -163,87 +162,6 @@ class Configuration(KelCase):
             self.assertIn(complaint, self.complaint)
         self.assertEqual((self.here / "f").read_bytes(), b"a:1\n")
         self.assertFalse((self.here / "none").exists())
-
-
-def packed_text(text):
-    return struct.pack(">i", len(text)) + text
-
-
-def record(kind, name, value, size=None):
-    head = struct.pack(">ii", kind, 0) + packed_text(name)
-    return head + (struct.pack(">i", size) + packed_text(value).ljust(size + 4, b"\0") if kind == 3 else value)
-
-
-class Monitor(KelCase):
-    # Type, name, value in the file and as shown; the last of them has a slot of 8 bytes.
-    PARAMETERS = [("bool", b"on", struct.pack(">i", 1), True, "true"),
-                  ("int", b"count", struct.pack(">i", -7), -7, "-7"),
-                  ("int", b"nil", struct.pack(">i", -2**31), None, "nil"),
-                  ("real", b"load", struct.pack(">d", 0.1), 0.1, "0.1"),
-                  ("real", b"nan", struct.pack(">d", float("nan")), "nan", "nan"),
-                  ("string", b"odd\n\xfe", b"t\xc3\xbc\xff", "t\u00fc\ufffd", "t\u00fc\\xFF")]
-    FILE = bytes(4) + packed_text(b"Status \xff") + b"".join(
-        record(["bool", "int", "real", "string"].index(kind), name, value, 8) for kind, name, value, *_ in PARAMETERS)
-
-    def test_show(self):
-        (self.here / "m").write_bytes(self.FILE)
-        shown = self.json_of("mon", "show", "m")
-        self.assertEqual(exact(shown, "title"), b"Status \xff")
-        self.assertEqual([(p["type"], exact(p, "name"), p["value"]) for p in shown["parameters"]],
-                         [(kind, name, read) for kind, name, _, read, _ in self.PARAMETERS])
-        text = shown["parameters"][5]
-        self.assertEqual((exact(text, "value"), text["size"]), (b"t\xc3\xbc\xff", 8))
-        names = ["on", "count", "nil", "load", "nan", r"odd\n\xFE"]
-        self.assertEqual(self.run_kel("mon", "show", "m").decode().split("\n")[2:],
-                         ["NAME       TYPE    VALUE",
-                          *(f"{name:9}  {p[0]:6}  {p[4]}" for name, p in zip(names, self.PARAMETERS)), ""])
-
-    def test_set(self):
-        file = self.here / "m"
-        file.write_bytes(self.FILE)
-        for name, value, form, before, after in [("on", "false", ">i", 1, 0), ("count", "-42", ">i", -7, -42),
-                                                 ("load", "1e300", ">d", 0.1, 1e300)]:
-            before, after = (name.encode() + struct.pack(form, number) for number in (before, after))
-            expected = file.read_bytes().replace(before, after)
-            self.run_kel("mon", "set", "m", name, value)
-            self.assertEqual(file.read_bytes(), expected, name)
-        self.run_kel("mon", "set", "m", b"odd\n\xfe", "12345678")
-        self.run_kel("mon", "set", "m", "new", "text", "--type", "string", "--size", "5")
-        self.assertTrue(file.read_bytes().endswith(b"\0\0\0\x0812345678" + record(3, b"new", b"text", 5)))
-        (self.here / "plain").write_bytes(b"a:1\n")
-        for line, complaint in [("m none 1", "no such parameter"), ("m on 2", "neither true nor false"),
-                                ("m count 2147483648", "no whole number"), ("m count 1x", "no whole number"),
-                                ("m load x", "no number"), ("m new 123456", "longer than 5 bytes"),
-                                ("m load 1 --type int", "is a real"), ("plain a 1", "not a monitor file"),
-                                ("none a 1 --type int", "(--title makes it): none"),
-                                ("none a x --type int --title T", "no whole number")]:
-            self.run_kel("mon", "set", *line.split(), code=1)
-            self.assertIn(complaint, self.complaint)
-        self.assertFalse((self.here / "none").exists())
-        self.run_kel("mon", "set", "made", "a", "1", "--type", "int", "--title", "T")
-        self.assertEqual((self.here / "made").read_bytes(),
-                         bytes(4) + packed_text(b"T") + record(1, b"a", struct.pack(">i", 1)))
-
-    def test_what_is_whole_of_a_damaged_file(self):
-        good = self.FILE[:self.FILE.index(b"count") - 12]
-        for bad in [record(7, b"x", b"\0\0\0\0"), struct.pack(">iii", 1, 0, -1) + bytes(16),
-                    record(3, b"s", b"", 4).replace(b"\0\0\0\4", b"\x7f\xff\xff\xff")]:
-            (self.here / "m").write_bytes(good + bad)
-            shown = json.loads(self.run_kel("mon", "show", "m", "--json", code=1).decode())
-            self.assertEqual([p["name"] for p in shown["parameters"]], ["on"])
-        for none in [b"", b"\0\0\0\1", b"text\n"]:
-            (self.here / "m").write_bytes(none)
-            self.run_kel("mon", "show", "m", code=1)
-        os.mkfifo(self.here / "pipe")
-        for none in ("pipe", ".", "missing"):
-            self.run_kel("mon", "show", none, code=1)
-            self.run_kel("mon", "set", none, "a", "1", code=1)
-
-    def test_watch_into_a_pipe(self):
-        (self.here / "m").write_bytes(self.FILE)
-        text = self.run_kel("mon", "watch", "m", "--interval", "0.05", "--count", "3").decode()
-        self.assertEqual(len(re.findall(r"^count +int +-7 ", text, re.M)), 3)
-        self.assertNotIn("\033", text)
 
 
 class Files(KelCase):
