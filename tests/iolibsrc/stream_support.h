@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <memory>
 #include <ostream>
@@ -30,6 +31,13 @@ std::string failure(Action action, ioStream *expected = nullptr) {
 
 inline std::string text_of(const xstring &text) {
     return std::string(kel::view(text));
+}
+
+// The file behind a descriptor, 0 when there is none. Somebody else may have the number of a closed one at
+// once.
+inline ino_t file_of(int handle) {
+    struct stat told {};
+    return ::fstat(handle, &told) == 0 ? told.st_ino : 0;
 }
 
 // Everything that a stream still holds.
