@@ -104,8 +104,8 @@ void Explain(const BadPattern &bad) {
 
 ExitCode Main(int count, char **arguments) {
     Options options = ParseOptions(count, arguments);
-    if (options.help) {
-        Output output{usage};
+    if (options.told) {
+        Output output{options.told};
         output.Write();
         return found;
     }

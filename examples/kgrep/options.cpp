@@ -5,7 +5,9 @@
 #include <charconv>
 #include <string_view>
 
-const char *const usage = R"(Usage: kgrep [OPTION]... PATTERN [FILE]...
+namespace {
+
+constexpr const char *usage = R"(Usage: kgrep [OPTION]... PATTERN [FILE]...
 
 Prints the lines of files, of all files in folders, or of the standard input (no FILE, or -) that match.
 
@@ -44,10 +46,11 @@ Which files of a folder
 
 Folders are searched with all that is below them; symbolic links in them are not followed.
 
+      --help              prints this
+      --version           prints the version
+
 Exit code: 0 when a line was found, 1 when none was, 2 for an error, also when others were found.
 )";
-
-namespace {
 
 void SetColor(Options &options, std::string_view value) {
     if (value == "always")
@@ -113,7 +116,8 @@ constexpr Option table[] = {
     {0, "in-place", false, [](O &o, Value) { o.in_place = true; }},
     {0, "include", true, [](O &o, Value value) { o.include.emplace_back(value); }},
     {0, "exclude", true, [](O &o, Value value) { o.exclude.emplace_back(value); }},
-    {0, "help", false, [](O &o, Value) { o.help = true; }},
+    {0, "help", false, [](O &o, Value) { o.told = usage; }},
+    {0, "version", false, [](O &o, Value) { o.told = "kgrep " KELSTDMT_VERSION "\n"; }},
 };
 
 class Parser {
@@ -177,7 +181,7 @@ private:
 
     void Finish() {
         Options &o = m_options;
-        if (o.help || !o.mistake.empty()) return;
+        if (o.told || !o.mistake.empty()) return;
         if (!o.has_pattern && o.files.empty()) return Mistake("there is no pattern");
         if (!o.has_pattern) {
             o.pattern = std::move(o.files.front());

@@ -34,10 +34,8 @@ struct Options {
     std::vector<std::string> include, exclude;  // shell patterns for names of files in folders
     std::vector<std::string> files;             // "-": standard input; none: the same
 
-    bool help = false;
-    std::string mistake;  // what is wrong with the command line
+    const char *told = nullptr;  // by --help and --version, in place of a search
+    std::string mistake;         // what is wrong with the command line
 };
-
-extern const char *const usage;
 
 Options ParseOptions(int count, char **arguments);
