@@ -1,12 +1,15 @@
-# What an installation holds: the public headers, the two libraries, and their descriptions for CMake and
-# pkg-config. The folders of the programs install those.
+# What an installation holds: the public headers, the two libraries, their descriptions for CMake and pkg-config, and
+# the manual pages. The folders of the programs install those. Its components, each of which is a Debian package
+# (packaging/): library, development, tools, kelnmsd, kelrshd.
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/kelstdmt)
 
-install(TARGETS kelstdmt kelstdmt_nameserver EXPORT kelstdmtTargets)
-install(DIRECTORY include/kelstdmt DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
-install(EXPORT kelstdmtTargets NAMESPACE kelstdmt:: DESTINATION ${package_dir})
+install(TARGETS kelstdmt kelstdmt_nameserver EXPORT kelstdmtTargets
+  LIBRARY COMPONENT library NAMELINK_COMPONENT development
+  ARCHIVE COMPONENT development)
+install(DIRECTORY include/kelstdmt DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development FILES_MATCHING PATTERN "*.h")
+install(EXPORT kelstdmtTargets NAMESPACE kelstdmt:: DESTINATION ${package_dir} COMPONENT development)
 
 configure_package_config_file(cmake/kelstdmtConfig.cmake.in ${PROJECT_BINARY_DIR}/kelstdmtConfig.cmake
   INSTALL_DESTINATION ${package_dir})
@@ -27,7 +30,7 @@ endif()
 install(FILES tools/wireshark/kelstdmt.lua DESTINATION ${CMAKE_INSTALL_DATADIR}/kelstdmt/wireshark)
 
 install(FILES ${PROJECT_BINARY_DIR}/kelstdmtConfig.cmake ${PROJECT_BINARY_DIR}/kelstdmtConfigVersion.cmake
-  DESTINATION ${package_dir})
+  DESTINATION ${package_dir} COMPONENT development)
 
 # The .pc file finds its prefix from where it lies, so an installed tree may be moved.
 file(RELATIVE_PATH KELSTDMT_PC_TO_PREFIX
@@ -39,4 +42,14 @@ endif()
 foreach(package kelstdmt kelstdmt-nameserver)
   configure_file(cmake/${package}.pc.in ${package}.pc @ONLY)
 endforeach()
-install(FILES ${PROJECT_BINARY_DIR}/kelstdmt.pc ${PROJECT_BINARY_DIR}/kelstdmt-nameserver.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(FILES ${PROJECT_BINARY_DIR}/kelstdmt.pc ${PROJECT_BINARY_DIR}/kelstdmt-nameserver.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+
+# kelstdmt_install_pages(COMPONENT PAGE...): pages of doc/man/ with the programs that they are about.
+function(kelstdmt_install_pages component)
+  foreach(page ${ARGN})
+    string(REGEX MATCH "[0-9]$" section ${page})
+    install(FILES ${PROJECT_SOURCE_DIR}/doc/man/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section}
+      COMPONENT ${component})
+  endforeach()
+endfunction()

@@ -19,7 +19,7 @@ stray=$(cd "$prefix" && find . -type f ! -path './include/kelstdmt/*.h' ! -name 
     ! -path '*/cmake/kelstdmt/kelstdmt*.cmake' ! -path '*/pkgconfig/kelstdmt*.pc' \
     ! -name 'libkelstdmt_nameserver.*' ! -path './bin/kel*d' ! -path './lib/systemd/system/kel*d.service' \
     ! -path './share/gdb/auto-load/*/libkelstdmt.so.*-gdb.py' ! -path ./share/kelstdmt/wireshark/kelstdmt.lua \
-    ! -path ./bin/kel ! -path ./share/bash-completion/completions/kel)
+    ! -path ./bin/kel ! -path './share/bash-completion/completions/kel*' ! -path './share/man/man?/kel*.?')
 [[ -z $stray ]] || fail "installed but not foreseen: $stray"
 
 # The program finds the library where the tree lies now, and so does bash its completion.

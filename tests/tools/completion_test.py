@@ -1,5 +1,7 @@
 """The completion script, run by bash."""
 
+import os
+import pathlib
 import subprocess
 
 from driving import KEL, KelCase, run
@@ -47,6 +49,13 @@ class Completion(KelCase):
         self.assertEqual(self.complete("reg", "get", "software/o"), ["software/orv/", "software/other one/"])
         self.assertEqual(self.complete("reg", "ls", "--machine", ""), ["hers/"])
         self.assertEqual(self.complete("reg", "import", "--to", "sol"), ["solo/"])
+
+    def test_daemons(self):
+        script = pathlib.Path(__file__).resolve().parents[2] / "tools" / "service" / "completion.bash"
+        line = 'source "$0"; COMP_WORDS=("$1" --l) COMP_CWORD=1; _kelstdmt_daemon "$1"; echo "${COMPREPLY[@]}"'
+        for daemon, found in (("KELNMSD", "--listen --log"), ("KELRSHD", "--limit --listen --log")):
+            told = subprocess.run(["bash", "--norc", "-c", line, script, os.environ[daemon]], capture_output=True, text=True)
+            self.assertEqual((sorted(told.stdout.split()), told.stderr), (found.split(), ""))
 
 
 if __name__ == "__main__":
