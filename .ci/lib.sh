@@ -44,12 +44,12 @@ need_to_build() {
     need "to build" "${tools[@]}"
 }
 
-# configure PRESET: an existing build folder keeps its generator.
+# configure PRESET [-DNAME=VALUE...]: an existing build folder keeps its generator.
 configure() {
     [[ -f build/$1/CMakeCache.txt ]] || ! command -v ninja >/dev/null || export CMAKE_GENERATOR=Ninja
     note "configure $1"
     local log
-    log=$(cmake --preset "$1" 2>&1) || { printf '%s\n' "$log"; return 1; }
+    log=$(cmake --preset "$@" 2>&1) || { printf '%s\n' "$log"; return 1; }
     grep -A3 '^CMake Warning' <<<"$log" || true
 }
 

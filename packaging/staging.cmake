@@ -1,0 +1,33 @@
+# Run by cpack with the folder of each package staged: adds what every Debian package has to tell of itself, and
+# compresses what Debian has compressed.
+
+# staged_text(FOLDER NAME FILE): FILE as NAME there; compressed if that ends with .gz.
+function(staged_text folder name file)
+  string(REGEX REPLACE "[.]gz$" "" plain ${name})
+  configure_file(${file} ${folder}/${plain} COPYONLY FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+  if(NOT plain STREQUAL name)
+    execute_process(COMMAND gzip -9nf ${folder}/${plain} COMMAND_ERROR_IS_FATAL ANY)
+  endif()
+endfunction()
+
+set(source ${CMAKE_CURRENT_LIST_DIR}/..)
+foreach(component ${CPACK_COMPONENTS_ALL})
+  string(TOUPPER ${component} upper)
+  set(package ${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
+  set(root ${CPACK_TEMPORARY_DIRECTORY}/${component}/usr)
+  set(doc ${root}/share/doc/${package})
+  staged_text(${doc} copyright ${source}/packaging/copyright)
+  staged_text(${doc} changelog.gz ${source}/CHANGELOG.md)
+  staged_text(${doc} changelog.Debian.gz ${CPACK_KELSTDMT_CHANGELOG})
+  if(component STREQUAL "development")
+    file(GLOB pages ${source}/doc/*.md)
+    foreach(page ${pages})
+      get_filename_component(name ${page} NAME)
+      staged_text(${doc} ${name} ${page})
+    endforeach()
+  endif()
+  file(GLOB pages ${root}/share/man/man?/*.[0-9])
+  if(pages)
+    execute_process(COMMAND gzip -9nf ${pages} COMMAND_ERROR_IS_FATAL ANY)
+  endif()
+endforeach()
