@@ -24,10 +24,11 @@ if(NOT KELSTDMT_STATIC)
   if(NOT IS_ABSOLUTE "${libdir}")
     set(libdir "\${CMAKE_INSTALL_PREFIX}/${libdir}")
   endif()
-  install(FILES tools/gdb/kelstdmt-gdb.py DESTINATION "${CMAKE_INSTALL_DATADIR}/gdb/auto-load/${libdir}" RENAME ${printers})
+  install(FILES tools/gdb/kelstdmt-gdb.py DESTINATION "${CMAKE_INSTALL_DATADIR}/gdb/auto-load/${libdir}" RENAME ${printers}
+    COMPONENT development)
 endif()
 
-install(FILES tools/wireshark/kelstdmt.lua DESTINATION ${CMAKE_INSTALL_DATADIR}/kelstdmt/wireshark)
+install(FILES tools/wireshark/kelstdmt.lua DESTINATION ${CMAKE_INSTALL_DATADIR}/kelstdmt/wireshark COMPONENT development)
 
 install(FILES ${PROJECT_BINARY_DIR}/kelstdmtConfig.cmake ${PROJECT_BINARY_DIR}/kelstdmtConfigVersion.cmake
   DESTINATION ${package_dir} COMPONENT development)
