@@ -33,10 +33,10 @@ for daemon in kelnmsd kelrshd; do
     "$prefix/bin/$daemon" --version >/dev/null || fail "the installed $daemon does not run"
     unit=$prefix/lib/systemd/system/$daemon.service
     grep -q "^ExecStart=$work/kelstdmt/bin/$daemon --foreground " "$unit" || fail "the unit starts: $(grep Exec "$unit")"
-    # One that knows the unit's settings finds nothing wrong but that the tree was moved.
+    # The tree was moved, so its manual pages are not where man looks for them.
     if command -v systemd-analyze >/dev/null; then
         sed -i "s|$work/kelstdmt|$prefix|" "$unit"
-        systemd-analyze verify "$unit" || fail "systemd does not take the unit of $daemon"
+        systemd-analyze --man=no verify "$unit" || fail "systemd does not take the unit of $daemon"
     fi
 done
 
