@@ -13,7 +13,7 @@ fail() { echo "$*"; exit 1; }
 sed -n "/--install/s|build/release|'$build'|p" "$readme/readme.sh" | HOME=$work sh -e >/dev/null
 prefix=$work/prefix
 mv "$work/kelstdmt" "$prefix"
-libdir=$(dirname "$(find "$prefix" -name 'libkelstdmt.*' -print -quit)")
+libdir=$(dirname "$(find "$prefix" -name 'libkelstdmt.*' ! -path '*/share/*' -print -quit)")
 
 stray=$(cd "$prefix" && find . -type f ! -path './include/kelstdmt/*.h' ! -name 'libkelstdmt.*' \
     ! -path '*/cmake/kelstdmt/kelstdmt*.cmake' ! -path '*/pkgconfig/kelstdmt*.pc' \

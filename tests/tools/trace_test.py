@@ -26,7 +26,7 @@ class Trace(KelCase):
 
     def kel(self, asked, *words, code=0, program=KEL):
         done = subprocess.run([program, *words], env=dict(self.environment, KELSTDMT_LOG=asked), cwd=self.here,
-                              capture_output=True, text=True, timeout=120)
+                              stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=120)
         self.assertEqual(done.returncode, code, done.stderr)
         return done.stderr
 
@@ -35,14 +35,14 @@ class Trace(KelCase):
         self.environment.update(SHELL="/bin/sh", KELSTDMT_LOG="all:server.log")
         server = self.daemon("KELRSHD", *AS_ROOT, stderr=subprocess.DEVNULL)
         del self.environment["KELSTDMT_LOG"]
-        told = self.kel("names,relay,handshake", "rsh", "localhost", "--", "sh", "-c", ": '\x1b\n'; exit 3", code=3)
+        told = self.kel("names,relay,handshake", "rsh", "localhost", "--", "sh", "-c", ": '\x1b\n'; cat; exit 3", code=3)
         client = self.lines(told, "names", "relay", "handshake")
         server.terminate()
         self.assertEqual(server.wait(60), 0)
         served = self.lines((self.here / "server.log").read_text(), "server", "names", "relay", "handshake")
         self.follows(client, r"asks \S+ port \d+: query of kelrshd", r"\S+ answers query with status 0",
                      "records that match: 1", r"kelrshd is at port \d+", r"connected to \S+ port \d+",
-                     "asked with byte 0, answered with byte 1", r"asks for .*: '\\x1b\\x0a'; exit 3.*", "the server has launched it",
+                     "asked with byte 0, answered with byte 1", r"asks for .*: '\\x1b\\x0a'; cat; exit 3.*", "the server has launched it",
                      "the command has ended with 3", "the end is acknowledged, the exit code is 3")
         self.follows(served, r".* listens on port \d+", "localhost answers register with status 0", "the loop begins",
                      r"connection \d+ from .*", r"connection \d+ asks with byte 0", r"connection \d+ is granted",
