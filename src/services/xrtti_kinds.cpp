@@ -4,6 +4,7 @@
 #include <kelstdmt/xrtti.h>
 
 #include <cstring>
+#include <memory>
 #include <string_view>
 
 #include <kelstdmt/xexception.h>
@@ -338,15 +339,15 @@ xbool xrttidictionary::GiveHasKey(const char *key, xany value) {
 namespace {
 
 xrtti *basic(const char *name) {
-    auto *type = new (pDefMemMgr) xrtti;
+    std::unique_ptr<xrtti> type(new (pDefMemMgr) xrtti);
     type->initialize(name);
-    return type;
+    return type.release();
 }
 
 xrtticlass *basic_class(const char *name) {
-    auto *type = new (pDefMemMgr) xrtticlass;
+    std::unique_ptr<xrtticlass> type(new (pDefMemMgr) xrtticlass);
     type->initialize(name, false);
-    return type;
+    return type.release();
 }
 
 }  // namespace

@@ -6,7 +6,7 @@ shift
 for folder; do PATH=$folder:$PATH; done
 HOME=$(mktemp -d)
 cd "$HOME" || exit 1
-export PATH HOME XDG_RUNTIME_DIR="$HOME" KELSTDMT_REGISTRY="$HOME/registry" ORVNMSPORT=$((20000 + $$ % 10000))
+export PATH HOME SHELL=/bin/sh XDG_RUNTIME_DIR="$HOME" KELSTDMT_REGISTRY="$HOME/registry" ORVNMSPORT=$((20000 + $$ % 10000))
 trap 'for file in *.pid; do [ ! -f "$file" ] || kill "$(cat "$file")"; done; rm -rf "$HOME"' EXIT
 # The superuser, who may run the tests, says that he knows what he does.
 if [ "$(id -u)" = 0 ]; then

@@ -77,7 +77,9 @@ class Trace(KelCase):
         program.chmod(0o4755)
         self.here.chmod(0o755)
         self.environment["ORVNMSPORT"] = "1"
-        self.assertEqual(self.kel("all", "nms", "ping", code=1, program=program).count("\n"), 1)
+        # A sanitizer complains there, because it may not look into such a program.
+        told = self.kel("all", "nms", "ping", code=1, program=program)
+        self.assertEqual([line for line in told.splitlines() if LINE.fullmatch(line)], [])
 
 
 run()
