@@ -1,38 +1,17 @@
 // The remote shell as a library: streams of the caller's as channels, process and server objects, and both
 // relays in one process. What travels is tested from outside, by tests/tools/kelrshd_test.py and rsh_test.py.
-#include <gtest/gtest.h>
-#include <sys/socket.h>
-
 #include <thread>
 
-#include <kelstdmt/kel.h>
 #include <kelstdmt/rshlib.h>
 
+#include "netlibsrc/connected.h"
 #include "scratch_folder.h"
 
 namespace {
 
-using Stream = std::unique_ptr<netSocketStream>;
 using Process = std::unique_ptr<rshProcess>;
 
-constexpr btkTimeval patience(30, 0);
 constexpr double seconds = 30;
-
-// Two ends of one connection.
-struct Pair {
-    Stream near, far;
-
-    Pair() {
-        btkAcceptSocket listener;
-        EXPECT_TRUE(listener.Listen(0, "127.0.0.1")) << Error_GetLast();
-        auto client = std::make_unique<btkStreamSocket>(), server = std::make_unique<btkStreamSocket>();
-        EXPECT_TRUE(client->Connect("127.0.0.1", listener.GetPort(), patience)) << Error_GetLast();
-        EXPECT_EQ(listener.Wait(patience, btkSocket::ForInput), 1);
-        EXPECT_TRUE(listener.Accept(*server));
-        near.reset(kel::construct<netSocketStream>(std::move(client)));
-        far.reset(kel::construct<netSocketStream>(std::move(server)));
-    }
-};
 
 std::string rest_of(ioStream *stream) {
     std::string all;
@@ -54,12 +33,12 @@ int wait_for(rshProcess &process) {
 }
 
 // A server of ours on a thread of its own.
-struct Session : Pair {
+struct Session : Connected {
     explicit Session(const char *base = "") : server(rshServer::Create(far.get(), base, false)) {}
 
     Process Start(const char *command, const char *where = nullptr, ioStream *in = nullptr,
-                  ioStream *out = nullptr, ioStream *err = nullptr) const {
-        return Process(rshProcess::Create(near.get(), command, where, in, out, err, true, false));
+                  ioStream *out = nullptr) const {
+        return Process(rshProcess::Create(near.get(), command, where, in, out, nullptr, true, false));
     }
 
     std::unique_ptr<rshServer> server;
@@ -72,20 +51,19 @@ TEST_F(RemoteShell, TheCallersStreamsAreTheChannels) {
     put("in/here", bytes);
     const std::unique_ptr<ioStream> in(ioFileStream::Open(at("in/here").c_str(), ioReadOnly)),
         file(ioFileStream::Create(at("out").c_str(), ioWriteOnly, true));
-    const std::unique_ptr<ioStringStream> text(ioStringStream::Create());
     const std::unique_ptr<ioPipe> pipe(ioPipe::Create());
     for (const bool to_pipe : {false, true}) {
         ioStream *out = to_pipe ? kel_pipe_access::WriteStream(*pipe) : file.get();
         const Session session(folder.c_str());
-        const Process process = session.Start("cat - here; pwd >&2", "in", in.get(), out, text.get());
-        EXPECT_TRUE(!process->getStdin() && !process->getStdout() && !process->getStderr());
+        const Process process = session.Start("cat - here; pwd >&2", "in", in.get(), out);
+        EXPECT_TRUE(!process->getStdin() && !process->getStdout());
         if (to_pipe) {  // which takes some at a time
             std::string taken(bytes.size(), 0);
             kel_pipe_access::ReadStream(*pipe)->ReadBytes(taken.data(), static_cast<unsigned>(taken.size()));
             EXPECT_TRUE(taken == bytes);
         }
+        EXPECT_EQ(rest_of(process->getStderr()), at("in") + "\n");
         EXPECT_EQ(wait_for(*process), 0);
-        EXPECT_EQ(text->ReadString("\n"), xstring(at("in").c_str()));
     }
     EXPECT_TRUE(get("out") == bytes + bytes) << get("out").size();
 }
@@ -122,38 +100,10 @@ TEST_F(RemoteShell, TheServerEndsWhatItsClientRuns) {
         EXPECT_EQ(wait_for(*process), 137);
         EXPECT_TRUE(!process->IsRunning() && ended->Wait(seconds));
     }
-    const Pair silent;
+    const Connected silent;
     kel::remote_shell_options options;
     options.patience = 0.05;
     EXPECT_FALSE(kel::serve_remote_command(silent.far.get(), options, nullptr));
-}
-
-TEST_F(RemoteShell, SendsWhatItsCallerDoes) {
-    Pair pair;
-    pair.far->WriteInt(0);
-    pair.far->Flush();
-    const Process process(
-        rshProcess::Create(pair.near.get(), "a \"b\"", "there", nullptr, nullptr, nullptr, true, false));
-    EXPECT_EQ(pair.far->ReadString(" "), xstring("a \"b\""));
-    EXPECT_EQ(pair.far->ReadString(" "), xstring("there"));
-    EXPECT_EQ(pair.far->ReadInt(), 1);
-    const auto expect = [&](std::initializer_list<int> ints) {
-        for (int each : ints)
-            EXPECT_EQ(pair.far->ReadInt(), each);
-    };
-    process->Interrupt();
-    expect({9});
-    process->Terminate();
-    expect({8});
-    EXPECT_EQ(process->GetExitCode(), rshProcess::NoExitCode);
-    process->getStdin()->WriteBytes("abcd", 4);
-    process->getStdin()->Close();
-    expect({4, 4, 0x61626364, 5});
-    process->Close();
-    EXPECT_EQ(process->getStdout(), nullptr);
-    EXPECT_EQ(process->GetExitCode(), rshProcess::NoExitCode);
-    char byte;
-    EXPECT_EQ(::recv(pair.far->GetInheritHandle(), &byte, 1, 0), 0) << "a process that was given up leaves";
 }
 
 TEST_F(RemoteShell, NothingIsLeftOpen) {
@@ -170,7 +120,9 @@ TEST_F(RemoteShell, NothingIsLeftOpen) {
             const kel::caught error(thrown);
             EXPECT_TRUE(error.as<rshXProcess>());
         }
-        closed.Start("sleep 1000")->Close();
+        const Process given_up = closed.Start("sleep 1000");
+        given_up->Close();
+        EXPECT_TRUE(!given_up->getStdout() && given_up->GetExitCode() == rshProcess::NoExitCode);
     };
     round();
     const auto before = open_descriptors();

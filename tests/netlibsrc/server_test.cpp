@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <ctime>
 #include <iostream>
 #include <thread>
 #include <vector>
@@ -58,46 +59,46 @@ double seconds() {
     return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 double own_cpu_seconds() {
-    rusage used{};
-    ::getrusage(RUSAGE_SELF, &used);
-    return static_cast<double>(used.ru_utime.tv_sec + used.ru_stime.tv_sec) +
-           1e-6 * static_cast<double>(used.ru_utime.tv_usec + used.ru_stime.tv_usec);
+    return static_cast<double>(std::clock()) / CLOCKS_PER_SEC;
+}
+bool soon(const std::function<bool()> &holds) {
+    for (const double begin = seconds(); !holds() && seconds() - begin < 20;)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return holds();
 }
 // Leaves that many descriptors to the process while it lives.
-class Scarcity {
-public:
+struct Scarcity {
     explicit Scarcity(int left) {
-        ::getrlimit(RLIMIT_NOFILE, &m_before);
-        const int next = ::dup(0);
-        ::close(next);
-        const rlimit low{static_cast<rlim_t>(next + 100), m_before.rlim_max};
+        ::getrlimit(RLIMIT_NOFILE, &before);
+        const rlimit low{200, before.rlim_max};
         ::setrlimit(RLIMIT_NOFILE, &low);
         for (int fd; (fd = ::dup(0)) >= 0;)
-            m_taken.push_back(fd);
+            taken.push_back(fd);
         while (left-- > 0)
             GiveOne();
     }
-    ~Scarcity() {
-        while (!m_taken.empty())
-            GiveOne();
-        ::setrlimit(RLIMIT_NOFILE, &m_before);
-    }
     Scarcity(const Scarcity &) = delete;
-    Scarcity &operator=(const Scarcity &) = delete;
-    void GiveOne() {
-        ::close(m_taken.back());
-        m_taken.pop_back();
+    ~Scarcity() {
+        while (!taken.empty())
+            GiveOne();
+        ::setrlimit(RLIMIT_NOFILE, &before);
     }
-
-private:
-    rlimit m_before{};
-    std::vector<int> m_taken;
+    void GiveOne() {
+        ::close(taken.back());
+        taken.pop_back();
+    }
+    rlimit before{};
+    std::vector<int> taken;
 };
 
 struct Server : ScratchFolder {
     Server() { ::setenv("KELSTDMT_REGISTRY", folder.c_str(), 1); }
     ~Server() override { Stop(); }
 
+    void Make(netServer *made) {
+        server.reset(made);
+        address->setPortN(server->getPortN());
+    }
     void Start() {
         server->setOnRequest(&callbacks);
         server->setOnAsyncRequest(&callbacks);
@@ -145,7 +146,6 @@ TEST_F(Server, PeersThatSayNothingOrNonsenseHoldNobodyUp) {
     EXPECT_EQ(server->getPatience(), 10);
     server->setPatience(INFINITE);
     Start();
-    EXPECT_TRUE(netServer::IsAlive(address.get()));
     std::vector<Socket> silent;
     for (int at = 0; at < 1100; ++at)
         silent.push_back(Peer());
@@ -160,21 +160,24 @@ TEST_F(Server, PeersThatSayNothingOrNonsenseHoldNobodyUp) {
             return peer->Wait(btkTimeval(0, 0), btkSocket::ForInput) > 0;
         });
     };
-    for (const double begin = seconds(); dropped() < 76 && seconds() - begin < 20;)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    soon([&] { return dropped() >= 76; });
     EXPECT_EQ(dropped(), 76) << "no more than 1,024 are awaited";
     silent.clear();
     Stop();
     server.reset();
     EXPECT_EQ(open_descriptors(), before - 1) << "the listening socket is gone";
-
-    server.reset(netServer::Create(nullptr, 0));
-    address->setPortN(server->getPortN());
+    Make(netServer::Create(nullptr, 0));
     server->setPatience(0.5);
     Start();
     const double begin = seconds();
     EXPECT_EQ(Rest(*Peer()), "") << "patience ends";
     EXPECT_NEAR(seconds() - begin, 5.4, 5);
+    btkAcceptSocket deaf;
+    ASSERT_TRUE(deaf.Listen(0, "127.0.0.1"));
+    Stop();
+    address->setPortN(deaf.GetPort());
+    EXPECT_EQ(netServer::Connect(address.get(), 0.1), nullptr) << "that of a client";
+    EXPECT_EQ(Error_GetLast(), 1460);
 }
 
 TEST_F(Server, ABurstIsServedAndWhatIsLeftWaitsForTheNextRun) {
@@ -226,7 +229,7 @@ TEST_F(Server, IdleIsOncePerSliceWhateverTheSlice) {
         std::thread loop{};
     };
     // The least is awaited; the most is what 0.6 seconds have room for.
-    Case cases[] = {{0.1, 4, 7}, {0, 3, 620}, {-1, 3, 620}, {NAN, 3, 620}, {INFINITE, 0, 0}, {1e300, 0, 0}};
+    Case cases[] = {{0.1, 4, 7}, {-1, 3, 620}, {NAN, 3, 620}, {1e300, 0, 0}};
     const double begin = seconds(), cpu = own_cpu_seconds();
     std::vector<Socket> silent;
     for (Case &one : cases) {
@@ -237,9 +240,7 @@ TEST_F(Server, IdleIsOncePerSliceWhateverTheSlice) {
         silent.push_back(Peer());
         one.loop = std::thread([&one] { one.server->Run(); });
     }
-    while (seconds() - begin < 60 &&
-           std::ranges::any_of(cases, [](const Case &one) { return one.idles < one.least; }))
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    soon([&] { return std::ranges::all_of(cases, [](const Case &one) { return one.idles >= one.least; }); });
     EXPECT_LT(own_cpu_seconds() - cpu, 0.3) << "they do not spin";
     for (Case &one : cases) {
         const int seen = one.idles;
@@ -256,8 +257,7 @@ TEST_F(Server, IdleIsOncePerSliceWhateverTheSlice) {
 }
 
 TEST_F(Server, ASignalledEventEndsTheLoopAndLaterRunsGoOn) {
-    server.reset(netServer::Create("not registered", 0, {.address = "127.0.0.1", .is_registered = false}));
-    address->setPortN(server->getPortN());
+    Make(netServer::Create("not registered", 0, {.address = "127.0.0.1", .is_registered = false}));
     EXPECT_FALSE(btkStreamSocket().Connect("::1", server->getPortN(), btkTimeval(20, 0)));
     const btkEventHandle signal = Event_Create(true, false);
     evtEvent stop(new btkEVENTEvent(signal));
@@ -318,8 +318,7 @@ TEST_F(Server, RequestsRunBesideTheLoopAndEndWithTheServer) {
 
 TEST_F(Server, RequestsMayBeginWhileItGoes) {
     for (int round = 0; round < 20; ++round) {
-        server.reset(netServer::Create(nullptr, 0));
-        address->setPortN(server->getPortN());
+        Make(netServer::Create(nullptr, 0));
         Start();
         std::atomic<int> begun = 0;
         std::thread clients[2];
@@ -342,9 +341,7 @@ TEST_F(Server, WithoutDescriptorsItWaitsAndGoesOn) {
     EXPECT_EQ(Rest(*Peer("\1")), "\1");
     const auto before = open_descriptors();
     ExpectServes(address.get());
-    // The request gives back what it had.
-    for (const double begin = seconds(); open_descriptors() > before && seconds() - begin < 20;)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_TRUE(soon([&] { return open_descriptors() <= before; })) << "the request gives back what it had";
     testing::internal::CaptureStdout();
     // The undefined-behaviour sanitizer needs a descriptor to look at an object's class for the first time.
     std::cout << "begun" << std::endl;
@@ -376,33 +373,6 @@ TEST_F(Server, WithoutDescriptorsItWaitsAndGoesOn) {
               "begun\nnetBaseServer::SpawnAsyncRequest: create thread failed\n");
 }
 
-// Servers that accept and say nothing, or are not there at all.
-TEST_F(Server, ItsClientsWaitNoLongerThanTheySay) {
-    btkAcceptSocket silent;
-    ASSERT_TRUE(silent.Listen(0, "127.0.0.1"));
-    const auto refusal = [this](auto ask) -> std::string {
-        try {
-            return ask(address.get()), "none";
-        } catch (xthrowable *thrown) {
-            kel::caught error(thrown);
-            return error.as<netXException>()->getMsg().Str();
-        }
-    };
-    for (const int port : {silent.GetPort(), 1}) {
-        address->setPortN(port);
-        const double begin = seconds();
-        EXPECT_EQ(netServer::Connect(address.get(), 0.1), nullptr);
-        EXPECT_TRUE(port == 1 || Error_GetLast() == 1460);
-        EXPECT_FALSE(netServer::IsAlive(address.get(), 0.1));
-        EXPECT_EQ(refusal([](netAddress *of) { netServer::GetVersion(of, 0.1); }),
-                  port == 1 ? "Connection refused" : "Connection refused due to lack of rights");
-        EXPECT_EQ(refusal([](netAddress *of) { netServer::Shutdown(of, 0.1); }),
-                  port == 1 ? "none" : "Connection refused due to lack of rights");
-        EXPECT_TRUE(port == 1 || seconds() - begin > 0.35);
-        EXPECT_LT(seconds() - begin, 20);
-    }
-}
-
 // Who is let in by which lists is tested by tests/hosts.
 TEST_F(Server, AListIsNotGotPastByAFlood) {
     // Addresses that this machine routes to itself without having them are those of others.
@@ -410,19 +380,16 @@ TEST_F(Server, AListIsNotGotPastByAFlood) {
         if (::unshare(CLONE_NEWNET) != 0 ||
             ::system("ip link set lo up && ip route add local 10.0.0.0/8 dev lo") != 0)
             return 77;
-        server.reset(netServer::Create(nullptr, 0));  // on the new network
-        address->setPortN(server->getPortN());
+        Make(netServer::Create(nullptr, 0));  // on the new network
         Start();
         ovkRegistryKey key;
         EXPECT_TRUE(key.Create(ovkRegistry::System()->Root(), "Software\\ORV\\"));
         key.SetValue("ConnectionAllowed", "10.0.0.*");
         const auto answer = [&] {
-            const auto at = [](const char *numeric, int port) {
-                return sockaddr_in{
-                    AF_INET, htons(static_cast<std::uint16_t>(port)), {::inet_addr(numeric)}, {}};
-            };
             const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-            const sockaddr_in from = at("10.0.1.7", 0), to = at("10.1.1.1", address->getPortN());
+            const auto port = htons(static_cast<std::uint16_t>(address->getPortN()));
+            const sockaddr_in from{AF_INET, 0, {::inet_addr("10.0.1.7")}, {}},
+                to{AF_INET, port, {::inet_addr("10.1.1.1")}, {}};
             char byte = 0;
             if (::bind(fd, reinterpret_cast<const sockaddr *>(&from), sizeof from) != 0 ||
                 ::connect(fd, reinterpret_cast<const sockaddr *>(&to), sizeof to) != 0 ||
@@ -432,14 +399,12 @@ TEST_F(Server, AListIsNotGotPastByAFlood) {
             return byte;
         };
         EXPECT_EQ(answer(), 0);
-        {
-            // One descriptor for the peer, one for the connection, and none to read the lists.
-            const Scarcity scarcity(2);
-            EXPECT_NE(answer(), 1);
-        }
+        auto scarcity = std::make_unique<Scarcity>(2);  // for peer and connection, none to read the lists
+        EXPECT_NE(answer(), 1);
+        scarcity.reset();
         Stop();
         server.reset();
-        return testing::Test::HasFailure() ? 1 : 0;
+        return int{HasFailure()};
     };
     const int code = wait_for(start(from_another_machine));
     if (code == 77) GTEST_SKIP() << "no right to a network of its own";

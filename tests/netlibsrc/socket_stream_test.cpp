@@ -1,46 +1,25 @@
 // Connections as streams: typed values, out-of-band ints among ordinary data, peers that vanish.
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <sys/socket.h>
 
 #include <algorithm>
-#include <array>
-#include <memory>
 #include <random>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include <kelstdmt/netlib_stream.h>
 #include <kelstdmt/syslib.h>
 
-namespace {
+#include "netlibsrc/connected.h"
 
-struct Connection : testing::Test {
-    // Options of the listener that its connections inherit.
-    void connect(std::initializer_list<std::array<int, 3>> options) {
-        btkAcceptSocket listener;
-        EXPECT_TRUE(listener.Listen(0));
-        for (const auto &[level, name, value] : options)
-            EXPECT_EQ(::setsockopt(listener.GetHandle(), level, name, &value, sizeof value), 0);
-        auto ours = std::make_unique<btkStreamSocket>(), theirs = std::make_unique<btkStreamSocket>();
-        EXPECT_TRUE(ours->Connect("127.0.0.1", listener.GetPort(), btkTimeval(5, 0))) << Error_GetLast();
-        EXPECT_EQ(listener.Wait(btkTimeval(5, 0), btkSocket::ForInput), 1);
-        EXPECT_TRUE(listener.Accept(*theirs));
-        client.reset(kel::construct<netSocketStream>(std::move(ours)));
-        server.reset(kel::construct<netSocketStream>(std::move(theirs)));
-    }
-    std::unique_ptr<netSocketStream> client, server;
-};
+namespace {
 
 int out_of_band(int round) {
     return static_cast<int>(0x9E3779B9u * static_cast<unsigned>(round));
 }
 
 // A receiver with so little room that segments end anywhere, and who reads whatever his events tell him of.
-TEST_F(Connection, OutOfBandIntsAreWholeWhereverTheyAreCut) {
-    connect({{SOL_SOCKET, SO_RCVBUF, 2048}, {IPPROTO_TCP, TCP_MAXSEG, 200}});
+TEST(Connection, OutOfBandIntsAreWholeWhereverTheyAreCut) {
+    const Connected ends({{SOL_SOCKET, SO_RCVBUF, 2048}, {IPPROTO_TCP, TCP_MAXSEG, 200}});
+    netSocketStream *const client = ends.near.get(), *const server = ends.far.get();
     constexpr int rounds = 3000;
     std::thread sender([&] {
         std::mt19937 random(1);

@@ -13,6 +13,7 @@
 #include <kelstdmt/netlib_thread.h>
 
 #include "scratch_folder.h"
+#include "services/observing.h"
 
 namespace {
 
@@ -142,24 +143,21 @@ TEST(ThreadObject, CallsItsHooksInOrderAndTellsItsEnd) {
     EXPECT_EQ(open_descriptors(), before);
 }
 
-std::string last_report;  // written on the thread, read behind its end
-
 TEST(ThreadObject, ReportsWhatLeavesItsBody) {
-    const btkAbortHandler usual =
-        btkSetAbortHandler([](const char *message, const char *, int) { last_report = message; });
+    internal_errors reports;  // written on the thread, read behind its end
     Recorder thread;
     const auto report = [&](Work body) {
-        thread.body = std::move(body), last_report.clear();
+        thread.body = std::move(body);
         EXPECT_TRUE(thread.Start());
         EXPECT_EQ(thread.WaitExitCode(), kel::nil_int);
         thread.Close();
-        return last_report.substr(0, last_report.rfind(": "));
+        const std::string told = reports.take();
+        return told.substr(0, told.rfind(": "));
     };
     EXPECT_EQ(report([]() -> int { throw 5; }), "An exception left a thread");
     EXPECT_EQ(report([]() -> int { kelhThrowNegativeIndex(-3); }),
               "An exception left a thread: kellib::XNegativeIndex");
     EXPECT_EQ(report([]() -> int { ::pthread_exit(nullptr); }), "");
-    btkSetAbortHandler(usual);
 }
 
 }  // namespace
