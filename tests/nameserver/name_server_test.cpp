@@ -4,125 +4,90 @@
 
 #include <thread>
 
+#include <kelstdmt/kel.h>
 #include <kelstdmt/nameserver.h>
-#include <kelstdmt/vumrt_names.h>
-#include <kelstdmt/vumrt_socket.h>
+#include <kelstdmt/nmsclib.h>
 
 #include "scratch_folder.h"
 
 namespace {
 
-class Peer {
-public:
-    explicit Peer(int port, const char *host = "127.0.0.1") {
-        m_connected = m_socket.Connect(host, port, btkTimeval(30, 0));
-    }
-    explicit operator bool() const { return m_connected; }
-
-    void send(kel::name_request request, const kel::name_record *record = nullptr) {
-        std::string bytes;
-        kel::append_int(bytes, kel::name_service_greeting);
-        bytes += static_cast<char>(request);
-        if (record) kel::append_record(bytes, *record);
-        m_socket.Send(bytes.data(), static_cast<unsigned>(bytes.size()));
-    }
-    int byte() {
-        char byte;
-        return m_socket.Recv(&byte, 1) == 1 ? static_cast<unsigned char>(byte) : -1;
-    }
-    int number() {
-        std::string bytes;
-        for (int i = 0; i < 4; ++i)
-            bytes += static_cast<char>(byte());
-        return kel::int_at(bytes.data());
-    }
-
-private:
-    btkStreamSocket m_socket;
-    bool m_connected;
-};
-
-int ask(int port, kel::name_request request, const kel::name_record *record = nullptr) {
-    Peer peer(port);
-    peer.send(request, record);
-    return peer.byte();
+std::unique_ptr<nmsServerProxy> client() {
+    return std::unique_ptr<nmsServerProxy>(nmsServerProxy::InitLocalProxy());
 }
-kel::name_record named(const std::string &name) {
-    kel::name_record record;
-    record.set("_ServerName", name);
-    return record;
+bool connects(btkStreamSocket &socket, int port, const char *host = "127.0.0.1") {
+    return socket.Connect(host, port, btkTimeval(30, 0));
 }
-std::unique_ptr<kel::name_server> create(const kel::name_server_options &options) {
+
+struct NameServer : ScratchFolder {
+    // One that is the client's.
+    std::unique_ptr<kel::name_server> Create(const kel::name_server_options &options) {
+        auto server = kel::name_server::create(options, error);
+        EXPECT_EQ(server == nullptr, !error.empty()) << error;
+        if (server) ::setenv("ORVNMSPORT", std::to_string(server->port()).c_str(), 1);
+        return server;
+    }
     std::string error;
-    auto server = kel::name_server::create(options, error);
-    EXPECT_EQ(server == nullptr, !error.empty()) << error;
-    return server;
-}
-
-struct NameServer : ScratchFolder {};
+    btkStreamSocket socket;
+};
 
 TEST_F(NameServer, RunsOnAThreadOfItsOwnAndGivesItsJournalBack) {
     kel::name_server_options options;
     options.journal = path;
-    const kel::name_record one = named("one"), all;
+    xauto<nmsRecord> one(0u), all(0u);
+    one.Add("_ServerName", "one");
     {
-        auto server = create(options);
+        auto server = Create(options);
         ASSERT_TRUE(server && server->start());
         EXPECT_FALSE(server->start()) << "it runs already";
-        EXPECT_EQ(ask(server->port(), kel::name_request::add, &one), 0);
-        Peer half(server->port());
-        half.send(kel::name_request::add);
+        client()->Register(&one);
+        EXPECT_TRUE(connects(socket, server->port()) && socket.Send("\0\0", 2) == 2) << "half a request";
     }
-    auto server = create(options);
+    auto server = Create(options);
     ASSERT_TRUE(server && server->start());
-    Peer peer(server->port());
-    peer.send(kel::name_request::remove, &all);
-    EXPECT_EQ(peer.byte() * 1000 + peer.number(), 1);
+    EXPECT_EQ(client()->Delete(&all), 1);
 }
 
 TEST_F(NameServer, RunsOnItsCallersThreadUntilItIsStoppedOrShutDown) {
     for (const bool by_client : {false, true}) {
-        auto server = create({});
+        auto server = Create({});
         ASSERT_TRUE(server);
         const btkEventHandle handle = Event_Create();
-        int last = -1;
-        std::thread client([&] {
-            const auto record = named("a");
-            EXPECT_EQ(ask(server->port(), kel::name_request::add, &record), 0);
-            last = by_client ? ask(server->port(), kel::name_request::shutdown) : (Event_Set(handle), 0);
+        std::thread asking([&] {
+            EXPECT_TRUE(client()->IsAlive());
+            by_client ? client()->Shutdown() : Event_Set(handle);
         });
         {
             evtEvent stop(new btkEVENTEvent(handle));
             server->run(by_client ? nullptr : &stop);
         }
-        client.join();
-        EXPECT_EQ(last, 0);
-        EXPECT_FALSE(Peer(server->port())) << "the port is closed when it has ended";
+        asking.join();
+        EXPECT_FALSE(connects(socket, server->port())) << "the port is closed when it has ended";
         Event_Free(handle);
     }
 }
 
 TEST_F(NameServer, TellsWhyItCannotBeMade) {
-    std::string error, log;
-    kel::name_server_options options;
+    std::string log;
+    kel::name_server_options options, other;
     options.addresses = {"127.0.0.1", "127.0.0.2"};
     options.version = std::string(1000, 'v');
-    auto server = create(options);
+    auto server = Create(options);
     ASSERT_TRUE(server && server->start());
-    EXPECT_TRUE(Peer(server->port()) && Peer(server->port(), "127.0.0.2"));
-    EXPECT_EQ(ask(server->port(), kel::name_request::version), 0);
+    EXPECT_TRUE(connects(socket, server->port()) && connects(socket, server->port(), "127.0.0.2"));
+    EXPECT_EQ(client()->GetVersion(), xstring(std::string(255, 'v').c_str()));
     options.port = server->port();
-    EXPECT_EQ(kel::name_server::create(options, error), nullptr);
-    EXPECT_EQ(error.rfind("cannot listen on 127.0.0.1 port " + std::to_string(options.port) + ": ", 0), 0u)
+    EXPECT_EQ(Create(options), nullptr);
+    EXPECT_TRUE(error.starts_with("cannot listen on 127.0.0.1 port " + std::to_string(options.port) + ": "))
         << error;
-    kel::name_server_options other;
     other.journal = folder + "/none/journal";
-    EXPECT_EQ(kel::name_server::create(other, error), nullptr);
+    EXPECT_EQ(Create(other), nullptr);
     EXPECT_NE(error.find(other.journal), error.npos) << error;
+    error.clear();
     put("kelstdmt names 1\nnothing that was ever written here");
     other.journal = path;
     other.log = [&](const std::string &line) { log += line; };
-    EXPECT_NE(kel::name_server::create(other, error), nullptr);
+    EXPECT_NE(Create(other), nullptr);
     EXPECT_NE(log.find("damaged at byte 17"), log.npos) << log;
 }
 
