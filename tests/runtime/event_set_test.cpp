@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <memory>
 #include <random>
 #include <set>
 #include <vector>
@@ -14,13 +13,10 @@
 
 namespace {
 
-class flag_event : public btkBaseEvent {
-public:
-    explicit flag_event(const bool &flag) : m_flag(flag) {}
-    bool IsReady() override { return m_flag; }
-
-private:
-    const bool &m_flag;
+struct flag_event : btkBaseEvent {
+    explicit flag_event(const bool &flag) : up(flag) {}
+    bool IsReady() override { return up; }
+    const bool &up;
 };
 
 // Something to wait for, with the events on it and the ways in which it changes.
@@ -104,7 +100,12 @@ TEST(EventSet, TellsWhatItsEventsTell) {
         std::mt19937 random(seed);
         std::vector<std::unique_ptr<subject>> subjects;
         btkEventSet set;
-        std::vector<btkEvent *> members, reported;
+        std::vector<btkEvent *> members;
+        const auto signaled = [&] {
+            std::set<btkEvent *> some;
+            std::ranges::copy_if(members, std::inserter(some, some.end()), &btkEvent::IsSignaled);
+            return some;
+        };
         auto make = [&]() -> subject * {
             const auto kind = random() % 7;
             if (kind < 2) return new own_signal(kind == 0);
@@ -113,9 +114,7 @@ TEST(EventSet, TellsWhatItsEventsTell) {
             return new connection(listener);
         };
         for (int step = 0; step < 400; ++step) {
-            const auto chosen = [&]() -> subject * {
-                return subjects.empty() ? nullptr : subjects[random() % subjects.size()].get();
-            }();
+            subject *chosen = subjects.empty() ? nullptr : subjects[random() % subjects.size()].get();
             if (unsigned what = static_cast<unsigned>(random() % 20); what < 2 && subjects.size() < 12) {
                 subjects.emplace_back(make());
             } else if (what < 5 && chosen) {
@@ -139,23 +138,18 @@ TEST(EventSet, TellsWhatItsEventsTell) {
                 for (auto &event : chosen->events)
                     set.Touch(event.get());
             }
-            std::set<btkEvent *> expected;
-            for (btkEvent *event : members)
-                if (event->IsSignaled()) expected.insert(event);
+            const std::set<btkEvent *> expected = signaled();
             btkEvent *told[64];
             const int room = random() % 3 ? 64 : static_cast<int>(random() % 3) + 1;
             const int count = set.Wait(btkTimeval(), told, room);
             const std::set<btkEvent *> got(told, told + std::max(count, 0));
             ASSERT_EQ(count, std::min<int>(room, static_cast<int>(expected.size())))
                 << "seed " << seed << " step " << step;
-            ASSERT_EQ(static_cast<int>(got.size()), count);
-            for (btkEvent *event : got)
-                ASSERT_TRUE(expected.count(event)) << "seed " << seed << " step " << step;
+            ASSERT_TRUE(static_cast<int>(got.size()) == count && std::ranges::includes(expected, got))
+                << "seed " << seed << " step " << step;
         }
         // With room for one, everybody's turn comes.
-        std::set<btkEvent *> waiting;
-        for (btkEvent *event : members)
-            if (event->IsSignaled()) waiting.insert(event);
+        std::set<btkEvent *> waiting = signaled();
         for (std::size_t turns = 3 * members.size(); turns > 0; --turns) {
             btkEvent *told;
             if (set.Wait(btkTimeval(), &told, 1) == 1) waiting.erase(told);

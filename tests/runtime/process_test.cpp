@@ -97,12 +97,10 @@ TEST_F(Processes, CommandLinesAreReadByTheRulesOfTheirPlatform) {
     const std::pair<std::string, Texts> cases[] = {
         {show + "a\\\\b c\\\"d \"e f\"g \"\" h\\\\\\\"i", {"a\\\\b", "c\"d", "e fg", "", "h\\\"i"}},
         {show + "\"a\"\"b\" \"\"\"x y\"\"\" \"open end", {"a\"b", "\"x y\"", "open end"}},
-        {" \t\"\\usr\\bin\\printf\" %s\\0 x", {"x"}},
-        {"C:\\usr\\bin\\printf %s\\0 y\\", {"y\\"}},
+        {" \t\"C:\\usr\\bin\\printf\" %s\\0 y\\", {"y\\"}},
         {"sh -c \"printf \"%s\\\\0\" \"a b\" \"\\\"\"\"", {"a b", "\""}},
         {"sh -c \"printf '%s\\0' \"$0\" \"$1\"\" x  yz", {"x", "yz"}},
         {"bash --norc -eo pipefail -c printf '%s\\0' \"a  b\" | cat", {"a  b"}},
-        {"sh -c \"printf '%s\\0' one", {"one"}},
         {"sh -c \"printf '%s\\0' \"\"\"", {""}},
         {folder + "/CMD.EXE /s /C \"say \"a b\" \\\"", {folder + "/CMD.EXE", "/s", "/C", "say \"a b\" \\"}},
         {"env printf %s\\0 -c \"a\" \"b\"", {"-c", "a", "b"}},
@@ -126,12 +124,10 @@ TEST_F(Processes, FailuresHaveTheirNumbersAndLeaveNothing) {
     const std::tuple<std::string, std::string, int, int> failures[] = {
         {path, none, -1, 2},
         {nobody, none, -1, 2},
-        {path + "/below", none, -1, 2},
         {folder, none, -1, 5},
         {"true", missing, -1, 267},
         {"true", path, -1, 267},
         {"true", none, 999, 87},
-        {none, none, -1, 87},
         {" \t", none, -1, 87},
         {"\"\" true", none, -1, 87},
         {"true " + std::string(200000, 'x'), none, -1, 206}};
@@ -210,19 +206,19 @@ TEST_F(Processes, ManyThreadsLaunchAndNoChildHoldsWhatIsAnothers) {
 }
 
 TEST_F(Processes, SignalsAreThoseOfAFreshProgram) {
-    const pid_t apart = start([] {
-        sigset_t all, now;
-        ::sigfillset(&all);
-        ::pthread_sigmask(SIG_BLOCK, &all, nullptr);
-        for (int signal : {SIGUSR1, SIGTERM, SIGRTMIN + 3})
-            ::signal(signal, [](int) {});
-        ::signal(SIGHUP, SIG_IGN);
-        const std::string signals = output_of("sed -n /Sig[BIC]/p /proc/self/status"), zeros(15, '0');
-        ::pthread_sigmask(SIG_BLOCK, nullptr, &now);
-        return !::sigismember(&now, SIGUSR2) +
-               (signals != "SigBlk:\t0" + zeros + "\nSigIgn:\t" + zeros + "1\nSigCgt:\t0" + zeros + "\n");
-    });
-    EXPECT_EQ(wait_for(apart), 0);
+    EXPECT_EQ(in_child([] {
+                  sigset_t all, now;
+                  ::sigfillset(&all);
+                  ::pthread_sigmask(SIG_BLOCK, &all, nullptr);
+                  ::signal(SIGRTMIN + 3, [](int) {});
+                  ::signal(SIGHUP, SIG_IGN);
+                  const std::string zeros(15, '0'), expected = "SigBlk:\t0" + zeros + "\nSigIgn:\t" + zeros +
+                                                               "1\nSigCgt:\t0" + zeros + "\n";
+                  EXPECT_EQ(output_of("sed -n /Sig[BIC]/p /proc/self/status"), expected);
+                  ::pthread_sigmask(SIG_BLOCK, nullptr, &now);
+                  EXPECT_TRUE(::sigismember(&now, SIGUSR2)) << "our own mask";
+              }),
+              0);
 }
 
 TEST_F(Processes, GroupsAreInterruptedAndKilledAsAWhole) {
@@ -330,9 +326,8 @@ TEST_F(Processes, ExitCodesOfAProgramThatIgnoresItsChildren) {
     const int code = wait_for(start([] {
         ::signal(SIGCHLD, SIG_IGN);
         Child child("sh -c \"exit 3\"");
-        long told = 7;
-        const bool ended = Process_Wait(child.handle, &told, true, false);
-        return ended && !Process_CheckRunning(child.handle) && !Process_Kill(child.handle) ? told : -1;
+        const long told = child.wait(true, 7);
+        return Process_CheckRunning(child.handle) || Process_Kill(child.handle) ? -1 : told;
     }));
     EXPECT_TRUE(code == 3 || code == 7)
         << code << "; 7 where the system is older than 6.15 and tells nothing";
@@ -354,32 +349,37 @@ int presses(int key) {
 
 TEST(Console, HandlersAreAskedTheYoungestFirstAndThenTheOneBefore) {
     const auto two = handler<2, false>, four = handler<4, true>, six = handler<6, false>;
-    const pid_t apart = start([=] {
-        ::signal(SIGINT, [](int) { called = called * 10 + 1; });
-        ::signal(SIGQUIT, SIG_IGN);
-        bool right = SetConsoleCtrlHandler(two, true) && SetConsoleCtrlHandler(four, true) &&
-                     SetConsoleCtrlHandler(six, true) && presses(SIGINT) == 64 && presses(SIGQUIT) == 75;
-        right = right && SetConsoleCtrlHandler(four, false) && !SetConsoleCtrlHandler(four, false) &&
-                presses(SIGINT) == 621 && presses(SIGQUIT) == 73;
-        for (int i = 0; i < 6; ++i)
-            right = right && SetConsoleCtrlHandler(four, true);
-        right = right && !SetConsoleCtrlHandler(four, true);
-        for (int i = 0; i < 6; ++i)
-            right = right && SetConsoleCtrlHandler(four, false);
-        // One that was installed over ours stays, and ours, put back by it, still leads on.
-        struct sigaction ours {
-        }, now{};
-        ::sigaction(SIGINT, nullptr, &ours);
-        ::signal(SIGINT, [](int) { called = 8; });
-        right = right && SetConsoleCtrlHandler(six, false) && SetConsoleCtrlHandler(two, false) &&
-                presses(SIGINT) == 8;
-        ::sigaction(SIGQUIT, nullptr, &now);
-        ::sigaction(SIGINT, &ours, nullptr);
-        return right && now.sa_handler == SIG_IGN && presses(SIGINT) == 1 &&
-               SetConsoleCtrlHandler(two, true) && presses(SIGINT) == 21;
-    });
-    EXPECT_EQ(wait_for(apart), 1);
-    EXPECT_EQ(wait_for(start([=] { return SetConsoleCtrlHandler(two, true) + ::raise(SIGINT); })), -SIGINT);
+    const auto set = [](bool (*each)(unsigned long)) { return SetConsoleCtrlHandler(each, true); };
+    const auto take = [](bool (*each)(unsigned long)) { return SetConsoleCtrlHandler(each, false); };
+    EXPECT_EQ(in_child([=] {
+                  ::signal(SIGINT, [](int) { called = called * 10 + 1; });
+                  ::signal(SIGQUIT, SIG_IGN);
+                  EXPECT_TRUE(set(two) && set(four) && set(six));
+                  EXPECT_EQ(presses(SIGINT) * 100 + presses(SIGQUIT), 6475);
+                  EXPECT_TRUE(take(four) && !take(four));
+                  EXPECT_EQ(presses(SIGINT) * 100 + presses(SIGQUIT), 62173);
+                  int places = 0, taken = 0;
+                  while (set(four))
+                      ++places;
+                  while (take(four))
+                      ++taken;
+                  EXPECT_EQ(places * 10 + taken, 66) << "eight in all";
+                  // One that was installed over ours stays, and ours, put back by it, still leads on.
+                  struct sigaction ours {
+                  }, now{};
+                  ::sigaction(SIGINT, nullptr, &ours);
+                  ::signal(SIGINT, [](int) { called = 8; });
+                  EXPECT_TRUE(take(six) && take(two));
+                  EXPECT_EQ(presses(SIGINT), 8);
+                  ::sigaction(SIGQUIT, nullptr, &now);
+                  EXPECT_EQ(now.sa_handler, SIG_IGN);
+                  ::sigaction(SIGINT, &ours, nullptr);
+                  EXPECT_EQ(presses(SIGINT), 1);
+                  EXPECT_TRUE(set(two));
+                  EXPECT_EQ(presses(SIGINT), 21);
+              }),
+              0);
+    EXPECT_EQ(wait_for(start([=] { return set(two) + ::raise(SIGINT); })), -SIGINT);
 }
 
 }  // namespace
