@@ -1,6 +1,5 @@
 // A name server inside a program: how it begins and ends, and what it needs of the system. What it answers is
 // tested from outside, by tests/tools/kelnmsd_test.py.
-#include <gtest/gtest.h>
 
 #include <thread>
 

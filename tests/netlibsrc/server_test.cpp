@@ -1,6 +1,5 @@
 // Socket servers: peers that hold nobody up, the loop's waits, asynchronous requests, and who is let in.
 #include <arpa/inet.h>
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sched.h>
 #include <sys/resource.h>
@@ -220,40 +219,23 @@ TEST_F(Server, ABurstIsServedAndWhatIsLeftWaitsForTheNextRun) {
 }
 
 TEST_F(Server, IdleIsOncePerSliceWhateverTheSlice) {
-    struct Case {
-        double slice;
-        int least, most;
-        Callbacks callbacks{};
-        std::atomic<int> idles = 0;
-        std::unique_ptr<netServer> server{netServer::Create(nullptr, 0)};
-        std::thread loop{};
-    };
-    // The least is awaited; the most is what 0.6 seconds have room for.
-    Case cases[] = {{0.1, 4, 7}, {-1, 3, 620}, {NAN, 3, 620}, {1e300, 0, 0}};
-    const double begin = seconds(), cpu = own_cpu_seconds();
-    std::vector<Socket> silent;
-    for (Case &one : cases) {
-        one.callbacks.idle = [&one] { return ++one.idles, netServerContinue; };
-        one.server->setOnIdle(&one.callbacks);
-        one.server->setTimeSlice(one.slice);
-        address->setPortN(one.server->getPortN());
-        silent.push_back(Peer());
-        one.loop = std::thread([&one] { one.server->Run(); });
-    }
-    soon([&] { return std::ranges::all_of(cases, [](const Case &one) { return one.idles >= one.least; }); });
-    EXPECT_LT(own_cpu_seconds() - cpu, 0.3) << "they do not spin";
-    for (Case &one : cases) {
-        const int seen = one.idles;
-        EXPECT_GE(seen, one.least) << one.slice;
-        EXPECT_LE(seen, one.most * (seconds() - begin) / 0.6) << one.slice;
-        address->setPortN(one.server->getPortN());
-        netServer::Shutdown(address.get());
-        one.loop.join();
-    }
-    callbacks.idle = [&] { return netServerTerminate; };
-    server->setTimeSlice(0.01);
+    int idles = 0;
+    callbacks.idle = [&] { return ++idles % 5 ? netServerContinue : netServerTerminate; };
     server->setOnIdle(&callbacks);
-    server->Run();
+    const double cpu = own_cpu_seconds();
+    for (const auto &[slice, least] : {std::pair{0.1, 0.35}, {-1.0, 0.0035}, {NAN, 0.0035}}) {
+        server->setTimeSlice(slice);
+        const Socket silent = Peer();
+        const double begin = seconds();
+        server->Run();
+        EXPECT_GE(seconds() - begin, least) << slice;
+    }
+    server->setTimeSlice(1e300);
+    Start();
+    ExpectServes(address.get());
+    Stop();
+    EXPECT_EQ(idles, 15);
+    EXPECT_LT(own_cpu_seconds() - cpu, 0.2) << "it spins";
 }
 
 TEST_F(Server, ASignalledEventEndsTheLoopAndLaterRunsGoOn) {

@@ -1,12 +1,10 @@
 // Services in processes of their own: what a manager on a real socket is told, what signals do and leave, and
 // daemons with their files.
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
 
-#include <memory>
 #include <stdexcept>
 #include <thread>
 

@@ -79,11 +79,7 @@ TEST(Address, IsReadThroughItsDescriptor) {
         by_name(netAddress::Create("Clock", "far"));
     by_name->setPortN(7);
     EXPECT_TRUE(by_port->getHostName() == sysGetCurHostName() && by_port->getServerName().IsNull());
-    xrttistruct &type = *xrtti_get_p_netAddress();
-    EXPECT_TRUE(type.getfieldname(0) == "HostName" && type.getfieldname(2) == "ServerName");
-    EXPECT_EQ(static_cast<int>(type.getfield(1, xany(by_name.get()))), 7);
-    std::unique_ptr<netXException> thrown(netXException::Create(netSocketError, "Socket failed"));
-    EXPECT_EQ(thrown->getError(), 4);
+    EXPECT_EQ(static_cast<int>(xrtti_get_p_netAddress()->getfield(1, xany(by_name.get()))), 7);
 }
 
 }  // namespace

@@ -1,11 +1,9 @@
 // Threads with a handle, and thread objects: ends of every kind, hooks, and what they leave behind.
-#include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/resource.h>
 
 #include <atomic>
 #include <latch>
-#include <memory>
 #include <thread>
 #include <vector>
 

@@ -5,8 +5,6 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <memory>
-#include <string>
 #include <thread>
 
 #include <kelstdmt/kel.h>
@@ -209,7 +207,7 @@ TEST(NameRequests, WhatIsNotSentIsTold) {
             EXPECT_EQ(saw, whole ? "" : failed(module, add, 8, 0, 0)) << fields.size();
             EXPECT_TRUE(whole ? sent == whole : sent <= 5) << sent;
         }
-        for (const char *value : {"abc", "0", "", "-0x"}) {
+        for (const char *value : {"0", "-0x"}) {
             ::setenv("ORVNMSPORT", value, 1);
             testing::internal::CaptureStderr();
             EXPECT_EQ(kel::name_service_port_of_environment(), 1239);

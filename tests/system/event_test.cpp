@@ -28,19 +28,16 @@ struct Own {
     evtEvent event;
 };
 
-// An ordinary number beside the one that means no limit.
-const double nearly_infinite = std::nextafter(INFINITE, 0.0);
-
 TEST(Event, TimeOuts) {
     {
         const Interruptions interruptions;  // a wait gets neither shorter nor longer
         Own own;
-        for (double timeout : {0.0, -1.0, -1e300, -HUGE_VAL, std::nan(""), 1e-9})
+        for (double timeout : {0.0, -1.0, -HUGE_VAL, std::nan(""), 1e-9})
             EXPECT_FALSE(own.event.Wait(timeout)) << timeout;
         EXPECT_GE(seconds([&] { EXPECT_FALSE(own.event.Wait(0.15)); }), 0.15);
         EXPECT_GT(Interruptions::ticks, 0);
     }
-    for (double timeout : {1.0e9, 1e125, 1e300, nearly_infinite, HUGE_VAL, INFINITE}) {
+    for (double timeout : {1.0e9, 1e300, std::nextafter(INFINITE, 0.0), HUGE_VAL, INFINITE}) {
         Own late;
         std::thread setter([&] {
             std::this_thread::sleep_for(20ms);
@@ -53,10 +50,8 @@ TEST(Event, TimeOuts) {
     }
     Own own;
     xobject *object = &own.event;
-    EXPECT_EQ(evtEvent::cast(object), &own.event) << "through a virtual base";
     EXPECT_FALSE(object->lookupfield("IsSignaled").getbool() || object->isrefcountable());
-    evtEvent never(nullptr), always(new btkAlwaysEvent);
-    EXPECT_FALSE(never.getIsSignaled() || never.Wait(0.0));
+    evtEvent always(new btkAlwaysEvent);
     EXPECT_TRUE(always.getIsSignaled() && always.Wait(0.0) && always.Wait(INFINITE));
 }
 

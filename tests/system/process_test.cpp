@@ -1,7 +1,5 @@
 // Processes as objects, with real programs: channels, ends, exceptions, the shell's prefix and interrupts.
-#include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/socket.h>
 
 #include <atomic>
 #include <thread>
@@ -21,14 +19,11 @@ struct Processes : ScratchFolder {
                           ioStream *error = nullptr, bool group = false) {
         return Process(pcProcess::Create(line.c_str(), xstrNullStr, input, output, error, group, false));
     }
-    std::unique_ptr<ioPipe> pipes[3] = {std::unique_ptr<ioPipe>(ioPipe::Create()),
-                                        std::unique_ptr<ioPipe>(ioPipe::Create()),
-                                        std::unique_ptr<ioPipe>(ioPipe::Create())};
+    std::unique_ptr<ioPipe> to{ioPipe::Create()}, from{ioPipe::Create()}, aside{ioPipe::Create()};
     // The child's ends, and ours.
-    ioStream *in = kel_pipe_access::ReadStream(*pipes[0]), *out = kel_pipe_access::WriteStream(*pipes[1]),
-             *err = kel_pipe_access::WriteStream(*pipes[2]), *input = kel_pipe_access::WriteStream(*pipes[0]),
-             *output = kel_pipe_access::ReadStream(*pipes[1]),
-             *errors = kel_pipe_access::ReadStream(*pipes[2]);
+    ioStream *in = kel_pipe_access::ReadStream(*to), *out = kel_pipe_access::WriteStream(*from),
+             *err = kel_pipe_access::WriteStream(*aside), *input = kel_pipe_access::WriteStream(*to),
+             *output = kel_pipe_access::ReadStream(*from), *errors = kel_pipe_access::ReadStream(*aside);
 };
 
 // What is thrown, with its fields.
@@ -44,25 +39,18 @@ std::string thrown(Work work) {
 }
 
 TEST_F(Processes, ChannelsAreStreamsThatTheChildTakesOver) {
-    int sockets[2];
-    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets), 0);
     Process process = create("sh -c \"read l; echo \"$l\" >&2; exec >&-; cat >&2; exit 42\"", in, out, err);
     EXPECT_FALSE(in->getIsOpen() || out->getIsOpen() || err->getIsOpen());
-    std::unique_ptr<evtEvent> events[] = {std::make_unique<evtEvent>(new btkSelectEvent(sockets[0], 0)),
-                                          std::unique_ptr<evtEvent>(output->InputEvent()),
-                                          std::unique_ptr<evtEvent>(process->ExitEvent())};
+    std::unique_ptr<evtEvent> closed(output->InputEvent()), ended(process->ExitEvent());
     xauto<evtEventArray> all;
-    for (auto &event : events)
-        all.append(event.get());
+    all.append(closed.get());
+    all.append(ended.get());
     EXPECT_EQ(evtEvent::Wait(&all, 0.0), 0);
     input->WriteBytes("a\nb", 3);
     input->Flush();
-    EXPECT_EQ(evtEvent::Wait(&all, INFINITE), 2) << "its output is closed, and it lives on";
-    evtRemoveEvent(&all, events[1].get());
+    EXPECT_EQ(evtEvent::Wait(&all, INFINITE), 1) << "its output is closed, and it lives on";
     EXPECT_TRUE(process->GetStatus() == pcRunning && process->GetExitCode() == pcProcess::NoExitCode);
-    EXPECT_EQ(::write(sockets[1], "x", 1), 1);
-    EXPECT_EQ(evtEvent::Wait(&all, INFINITE), 1);
-    evtRemoveEvent(&all, events[0].get());
+    evtRemoveEvent(&all, closed.get());
     input->Close();
     EXPECT_EQ(evtEvent::Wait(&all, INFINITE), 1);
     EXPECT_TRUE(process->GetStatus() == pcExited && !process->IsRunning() && drain(*errors) == "a\nb");
@@ -72,25 +60,24 @@ TEST_F(Processes, ChannelsAreStreamsThatTheChildTakesOver) {
     process->Close();
     EXPECT_TRUE(process->GetStatus() == pcUninit && !process->IsRunning() && !process->ExitEvent());
     EXPECT_EQ(process->GetExitCode(), 42);
-    ::close(sockets[0]);
-    ::close(sockets[1]);
 }
 
 TEST_F(Processes, WhatCannotBeStartedIsToldAndLeavesTheStreams) {
     std::unique_ptr<ioStringStream> text(ioStringStream::Create("x"));
-    ioStream *mixtures[][3] = {
-        {text.get(), out, text.get()}, {in, text.get(), text.get()}, {in, out, text.get()}};
-    const char *names[] = {"input", "output", "error"};
-    for (int i = 0; i < 3; ++i)
+    const std::tuple<std::string, ioStream *, ioStream *> mixtures[] = {
+        {"input", text.get(), out}, {"output", in, text.get()}, {"error", in, out}};
+    const auto create_failed = [](const std::string &message, const char *error = "pcTooLongArgs") {
+        return "proclib::XCreate { Msg: \"" + message + "\"; Error: " + error + "; }";
+    };
+    for (const auto &[name, its_in, its_out] : mixtures)
         EXPECT_EQ(
-            thrown([&] { create("touch " + path, mixtures[i][0], mixtures[i][1], mixtures[i][2]); }),
-            std::string("proclib::XCreate { Msg: \"Stream can not be passed to a process created as an ") +
-                names[i] + " stream\"; Error: nil; }");
-    EXPECT_EQ(thrown([&] { create("/no/such/program", in, out, err); }),
-              std::string("proclib::XCreate { Msg: \"") + Error_GetText(2) + "\"; Error: pcTooLongArgs; }");
+            thrown([&, its_in = its_in, its_out = its_out] {
+                create("touch " + path, its_in, its_out, text.get());
+            }),
+            create_failed("Stream can not be passed to a process created as an " + name + " stream", "nil"));
+    EXPECT_EQ(thrown([&] { create("/no/such/program", in, out, err); }), create_failed(Error_GetText(2)));
     EXPECT_TRUE(in->getIsOpen() && out->getIsOpen() && err->getIsOpen() && !std::filesystem::exists(path));
-    EXPECT_EQ(thrown([] { pcProcess::Open(-5); }),
-              std::string("proclib::XCreate { Msg: \"") + Error_GetText(87) + "\"; Error: pcTooLongArgs; }");
+    EXPECT_EQ(thrown([] { pcProcess::Open(-5); }), create_failed(Error_GetText(87)));
     EXPECT_EQ(thrown([] { pcXProcess::Throw(nullptr); }),
               "proclib::XProcess { Msg: \"Process manipulation error\"; Process: nil; }");
     EXPECT_EQ(thrown([] { pcXException::Throw(); }),
@@ -136,7 +123,7 @@ TEST_F(Processes, InterruptsAreOneEventForAllWhoWait) {
         std::unique_ptr<pcInterruptEvent> first(pcInterruptEvent::Create()),
             second(pcInterruptEvent::Create());
         EXPECT_FALSE(first->Wait(0.0) || second->getIsSignaled());
-        ::raise(key);
+        std::thread([key] { ::kill(::getpid(), key); }).join();
         EXPECT_TRUE(second->Wait(INFINITE) && !first->Wait(0.0)) << "taken by the wait";
         first.reset();
         ::raise(key);
@@ -144,8 +131,6 @@ TEST_F(Processes, InterruptsAreOneEventForAllWhoWait) {
             std::this_thread::yield();
         pcInterruptEvent::Reset();
         EXPECT_FALSE(second->Wait(0.0));
-        std::thread([key] { ::kill(::getpid(), key); }).join();
-        EXPECT_TRUE(second->Wait(INFINITE));
     }
     ::sigaction(SIGINT, nullptr, &now);
     EXPECT_EQ(now.sa_handler, before.sa_handler);

@@ -5,9 +5,7 @@
 
 #include <cerrno>
 #include <climits>
-#include <cstdlib>
 #include <functional>
-#include <string>
 
 #include <kelstdmt/kel.h>
 #include <kelstdmt/syslib.h>
@@ -52,12 +50,11 @@ TEST(System, Environment) {
     sysPutEnv(name, xstrNullStr);
     EXPECT_EQ(std::getenv(name), nullptr);
     EXPECT_EQ(sysGetEnv(nullptr).Str(), xstrNullStr);
-    for (const char *wrong : {"", "A=B", "="})
-        EXPECT_EQ(reported([&] { sysPutEnv(wrong, "x"); }),
+    for (const auto &[wrong, shown] : {std::pair{"", ""}, {"A=B", "A=B"}, {nullptr, ""}})
+        EXPECT_EQ(reported([&, wrong = wrong] { sysPutEnv(wrong, nullptr); }),
                   "Exception: \"Can't set environment variable\"\n\tin function \"sysPutEnv\"\n"
                   "\t( Environment variable: \"" +
-                      std::string(wrong) + "\" )\n");
-    EXPECT_NE(reported([] { sysPutEnv(nullptr, nullptr); }).find("variable: \"\" )"), std::string::npos);
+                      std::string(shown) + "\" )\n");
     EXPECT_EQ(Error_GetLast(), 87);
     const std::pair<int, const char *> codes[] = {
         {0, "Can't get host name"}, {3, "Internal error"}, {-1, "No description"}};
@@ -68,14 +65,13 @@ TEST(System, Environment) {
 
 TEST(System, CommandsAnswerTheirExitCode) {
     const std::string interrupt = "kill -INT " + std::to_string(::getpid()) + "; exit 9";
-    const struct {
-        const char *line;
-        int code;
-    } cases[] = {{"exit 7", 7},         {"sleep 0.1; exit 255", 255},
-                 {"kill -9 $$", 137},   {"kelstdmt-no-such-command 2>&-", 127},
-                 {"-x 2>&-", 127},      {"", 0},
-                 {"false | true", 0},   {"sh -c 'exit 3'; exit $(($? + 1))", 4},
-                 {interrupt.c_str(), 9}};
+    const std::pair<const char *, int> cases[] = {{"sleep 0.1; exit 255", 255},
+                                                  {"kill -9 $$", 137},
+                                                  {"kelstdmt-no-such-command 2>&-", 127},
+                                                  {"-x 2>&-", 127},
+                                                  {"", 0},
+                                                  {"false | true", 0},
+                                                  {interrupt.c_str(), 9}};
     const Interruptions interruptions;
     for (const auto handling : {SIG_DFL, SIG_IGN}) {
         const auto before = ::signal(SIGCHLD, handling);

@@ -5,13 +5,10 @@
 #include <climits>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <iostream>
 #include <limits>
-#include <memory>
 #include <random>
 #include <sstream>
-#include <string>
 
 #include <kelstdmt/iolib.h>
 #include <kelstdmt/kel.h>
@@ -115,6 +112,8 @@ TEST(Time, ReadsTexts) {
 
 TEST(Time, LocalTimeCarriesAndTakesDaylightSaving) {
     const Zone held("EST5EDT,M3.2.0,M11.1.0");
+    for (const auto &[given, year] : {std::pair{69, 2069}, {70, 1970}, {99, 1999}, {100, 100}})
+        EXPECT_EQ(local(given, 2, 3, 4, 5, 6)->getYear() + 1900, year);
     EXPECT_EQ(text(local(2001, 13, 32, -1, 5, 6)), "2002-01-31 23:05:06");
     EXPECT_EQ(text(local(2026, 7, 1, 0, 5, 6, 0)), "2026-07-01 01:05:06");
     EXPECT_EQ(local(2026, 11, 1, 1, 30, 0, 0)->getAbsTime() - local(2026, 11, 1, 1, 30, 0, 1)->getAbsTime(),
