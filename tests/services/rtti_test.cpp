@@ -1,6 +1,5 @@
 // Descriptors: types declared from outside the library, one of each kind, and what queries answer and refuse;
 // builds that several threads begin at once or that run out of memory.
-#include <array>
 #include <atomic>
 #include <functional>
 #include <memory>
@@ -76,7 +75,6 @@ class demoXBadLine : public kelXException {
                   (demoShell, Shell))
 };
 
-KEL_SEQUENCE(demoNumbers, int)
 KEL_SEQUENCE(demoMaybes, std::optional<int>)
 KEL_DICTIONARY(demoPeopleByName, xrchandle<demoPerson>)
 KEL_DICTIONARY(demoTexts, xstring)
@@ -114,16 +112,15 @@ KEL_DEFINE_STRUCT(demoPerson, "demo::Person", kel::counted, kel::field<&demoPers
                   kel::field<&demoPerson::getLength>("Length"), kel::field<&demoPerson::getFamily>("Family"))
 KEL_DEFINE_STRUCT(demoAdmin, "demo::Admin", kel::counted, kel::field<&demoAdmin::Shell>("Shell"),
                   kel::field<&demoAdmin::Extra>("Extra"), kel::field<&demoAdmin::Flag>("Flag"),
-                  kel::field<&demoAdmin::Motto>("Motto"),
-                  kel::optional_field<&demoAdmin::getSecret>("Secret"), kel::field<&initial_of>("Initial"),
+                  kel::field<&demoAdmin::Motto>("Motto"), kel::field<&initial_of>("Initial"),
                   kel::field<&demoAdmin::Level>("Level"), kel::field<&demoAdmin::getTeam>("Team"),
+                  kel::optional_field<&demoAdmin::getSecret>("Secret"),
                   kel::field<&demoAdmin::getLoose>("Loose"), kel::field<&demoAdmin::getTimeout>("Timeout"),
                   kel::field<&demoAdmin::getFailing>("Failing"), kel::field<&demoAdmin::getAlien>("Alien"))
 KEL_DEFINE_EXCEPTION(LooseNoField, "kellib::XNoField", kel::uncounted)
 KEL_DEFINE_EXCEPTION(demoXBadLine, "demo::XBadLine", kel::counted)
 KEL_DEFINE_SEQUENCE(demoPeople, "demo::People", kel::counted)
 KEL_DEFINE_SEQUENCE(demoAdmins, "demo::Admins", kel::counted)
-KEL_DEFINE_SEQUENCE(demoNumbers, "demo::Numbers", kel::uncounted)
 KEL_DEFINE_SEQUENCE(demoMaybes, "demo::Maybes", kel::counted, kel::optional_elements)
 KEL_DEFINE_DICTIONARY(demoPeopleByName, "demo::PeopleByName", kel::counted)
 KEL_DEFINE_DICTIONARY(demoTexts, "demo::Texts", kel::counted, kel::optional_elements)
@@ -152,7 +149,6 @@ TEST(Builders, AreSafeFromSeveralThreadsAtOnce) {
                                      : static_cast<xrtticlass *>(xrtti_get_p_demoPeople());
             EXPECT_EQ(text(type->getname()), t % 2 ? "demo::Person" : "demo::People");
             EXPECT_EQ(xrtti_get_p_demoPeople()->getseqtype(), xrtti_get_p_demoPerson());
-            EXPECT_EQ(xrtti_get_p_demoPerson()->getfieldtype(4), xrtti_get_p_demoPerson());
             EXPECT_EQ(xrtti_get_p_demoPerson()->getfieldtype(7), xrtti_get_p_demoPeople());
         });
     for (auto &thread : threads)
@@ -172,42 +168,55 @@ TEST(Builders, SurviveTheLackOfMemory) {
         failing_memory::allocations_left = -1;
     }
     EXPECT_GT(failures, 10);
-    EXPECT_EQ(text(type->getname()), "demo::Admin");
     EXPECT_EQ(type->getparenttype(0), xrtti_get_p_demoPerson());
-    EXPECT_EQ(type->getfieldtype(7)->getseqtype(), type);
+    EXPECT_EQ(type->getfieldtype(6)->getseqtype(), type);
     EXPECT_EQ(text(type->getfieldtype(0)->getenumvaluebyindex(1)), "demoShellBash");
 }
 
 // What each kind reads ---------------------------------------------------------------------------
 
+// The first fields, by index and by name.
+void expect_fields(xobject *object, brtti *type, const std::vector<std::pair<const char *, xany>> &expected) {
+    int index = 0;
+    for (const auto &[name, value] : expected) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(text(type->getfieldname(index)), name);
+        EXPECT_TRUE(type->getfield(index++, object) == value && type->lookupfield(name, object) == value);
+    }
+}
+
 TEST(Structs, ReadEveryKindOfField) {
     xrchandle<demoAdmin> admin(kel::construct<demoAdmin>());
-    brtti *person = xrtti_get_p_demoPerson(), *type = admin->getrtti();
-    EXPECT_TRUE(type == xrtti_get_p_demoAdmin() && type == demoAdmin::getclassrtti());
-    EXPECT_TRUE(type->getnparents() == 1 && person->getnparents() == 0);
-    auto read = [&](const char *name) { return person->lookupfield(name, admin.get()); };
-    EXPECT_TRUE(read("Name").isnil());
     admin->Name = "ada";
     admin->Age = 36;
     admin->Friend = kel::construct<demoPerson>();
-    EXPECT_EQ(static_cast<xrstring>(read("Name")), admin->Name.Str());
-    EXPECT_TRUE(read("Age") == xany(36) && read("Nickname").isnil() && read("Active") == xany(true));
-    EXPECT_TRUE(read("Friend") == xany(admin->Friend) && read("Home") == xany(&admin->Home));
-    EXPECT_TRUE(read("Length") == xany(3) && read("Family").isnil());
+    auto *person = xrtti_get_p_demoPerson(), *type = xrtti_get_p_demoAdmin();
+    EXPECT_TRUE(admin->getrtti() == type && type->getnfields() == 12) << "without those of the parent";
+    expect_fields(admin, person,
+                  {{"Name", "ada"},
+                   {"Age", 36},
+                   {"Nickname", nullptr},
+                   {"Active", true},
+                   {"Friend", admin->Friend.get()},
+                   {"Home", &admin->Home},
+                   {"Length", 3},
+                   {"Family", nullptr}});
+    expect_fields(admin, type,
+                  {{"Shell", {1, xrtti_get_p_demoShell()}},
+                   {"Extra", {}},
+                   {"Flag", nullptr},
+                   {"Motto", "none"},
+                   {"Initial", int{'a'}},
+                   {"Level", {1, xrtti_get_p_demoLevel()}},
+                   {"Team", nullptr}});
+    EXPECT_EQ(static_cast<xrstring>(person->getfield(0, admin.get())), admin->Name.Str()) << "shared";
     EXPECT_EQ(xrcgetcount(admin->Friend) + xrcgetcount(&admin->Home), 1);
-
-    EXPECT_EQ(type->getnfields(), 12) << "without those of the parent";
-    EXPECT_TRUE(admin->lookupfield("Shell") == xany(1, xrtti_get_p_demoShell()));
-    EXPECT_EQ(text(xrtti_get_p_demoLevel()->getenumvalue(admin->lookupfield("Level"))), "high");
-    EXPECT_TRUE(admin->lookupfield("Extra").isuninit() && admin->lookupfield("Flag").isnil());
-    EXPECT_TRUE(admin->lookupfield("Motto") == "none" && admin->lookupfield("Initial") == xany(int{'a'}));
     admin->Shell = static_cast<demoShell>(3);
-    EXPECT_TRUE(admin->lookupfield("Shell").isnil());
+    EXPECT_TRUE(admin->getfield(0).isnil() && person->getfield(0, admin->Friend.get()).isnil());
 
-    auto *fields = xrtti_get_p_demoPerson()->getfields();
+    auto *fields = person->getfields();
     EXPECT_TRUE(!fields->getbyindex(0)->getisoptional() && fields->getbyindex(1)->getisoptional());
     EXPECT_EQ(fields->getbyindex(1)->gettype(), get_xrttiint());
-    EXPECT_EQ(fields->getbyindex(5)->gettype(), xrtti_get_p_demoPlace());
     // An absent object is no object to read from.
     for (xobject *none : {static_cast<xobject *>(nullptr), kel::uninit_object()})
         thrown_by<kelXNotInitialized>([&] { fields->getbyindex(0)->get(none); });
@@ -220,20 +229,19 @@ TEST(Structs, ReadEveryKindOfField) {
     }
     auto thrown = thrown_by<demoXBadLine>([] { demoXBadLine::Throw("f", 3, demoShellOther); });
     EXPECT_EQ(text(thrown->getDescription()), "Malformed line.");
-    EXPECT_TRUE(thrown->lookupfield("File") == "f" && thrown->lookupfield("Line") == xany(3));
-    EXPECT_EQ(text(xrtti_get_p_demoShell()->getenumvalue(thrown->lookupfield("Shell"))), "demoShellOther");
+    expect_fields(thrown, xrtti_get_p_demoXBadLine(),
+                  {{"File", "f"}, {"Line", 3}, {"Shell", {2, xrtti_get_p_demoShell()}}});
     EXPECT_EQ(xrcgetcount(admin), 1);
 }
 
 // By index absence reads as uninit, by name the exception is the answer; other failures pass.
 TEST(Structs, AbsenceReadsAsUninit) {
     xrchandle<demoAdmin> admin(kel::construct<demoAdmin>());
-    EXPECT_TRUE(admin->getfield(4).isuninit());
+    EXPECT_TRUE(admin->getfield(7).isuninit());
     EXPECT_TRUE(thrown_by<kelXNoField>([&] { admin->lookupfield("Secret"); })->getFieldId() == "Secret");
     EXPECT_TRUE(admin->getfield(8).isuninit());
     EXPECT_EQ(LooseNoField::died, 1);
     xthrowable *flight = flight_of([&] { admin->getfield(9); });
-    EXPECT_EQ(xrcgetcount(flight), -1);
     EXPECT_EQ(text(flight->gettypename()), "keljava::XTimeout");
     xdelete(flight);
     thrown_by<kelXNotInitialized>([&] { admin->getfield(10); });
@@ -242,27 +250,24 @@ TEST(Structs, AbsenceReadsAsUninit) {
 
 // Names of every length up to twice the width that the search looks at first, differing at one place.
 TEST(Structs, FindFieldsByTheWholeName) {
-    std::vector<std::string> names{""};
-    for (std::size_t length = 1; length <= 20; ++length)
-        for (std::size_t at = 0; at < length; ++at) {
-            names.emplace_back(length, 'x');
-            names.back()[at] = 'y';
-        }
     std::vector<std::unique_ptr<xrttifield>> owned;
     std::vector<xrttifield *> list;
-    for (auto &name : names) {
+    const auto add = [&](const std::string &name) {
         owned.push_back(std::make_unique<xrttifield>(name.c_str(), 0, get_xrttiint(), nullptr));
         list.push_back(owned.back().get());
-    }
-    // Of two fields with one name the first counts.
-    xrttifield twin("xy", 0, get_xrttiint(), nullptr);
-    list.push_back(&twin);
+    };
+    add("");
+    for (std::size_t length = 1; length <= 20; ++length)
+        for (std::size_t at = 0; at < length; ++at)
+            add(std::string(at, 'x') + "y" + std::string(length - at - 1, 'x'));
+    const std::size_t different = list.size();
+    add("xy");  // of two fields with one name the first counts
     xrttifields fields(static_cast<int>(list.size()), list.data());
-    for (std::size_t i = 0; i < names.size(); ++i) {
+    for (std::size_t i = 0; i < different; ++i) {
+        const std::string name = text(list[i]->getname());
         xrttifield *found = nullptr;
-        ASSERT_TRUE(fields.find(names[i].c_str(), found)) << names[i];
-        EXPECT_EQ(found, list[i]);
-        EXPECT_FALSE(fields.find((names[i] + "z").c_str(), found));
+        ASSERT_TRUE(fields.find(name.c_str(), found) && found == list[i]) << name;
+        EXPECT_FALSE(fields.find((name + "z").c_str(), found)) << name;
     }
 }
 
@@ -277,32 +282,19 @@ private:
 };
 
 TEST(Kinds, SequencesReadTheirElements) {
-    xrchandle<demoPeople> people(demoPeople::create());
-    for (const char *name : {"a", "b", "c"}) {
-        people->append(kel::construct<demoPerson>());
-        people->get(people->getarraysize() - 1)->Name = name;
-    }
-    xobject *object = people;
-    auto *type = xrtti_get_p_demoPeople();
-    EXPECT_TRUE(object->getnseqelems() == 3 &&
-                static_cast<xobject *>(object->getseqelem(2))->getfield(0) == "c");
-    EXPECT_TRUE(object->hasindex(2) && !object->hasindex(3));
-    auto beyond = thrown_by<kelXNoField>([&] { object->getseqelem(3); });
-    EXPECT_TRUE(beyond->getFieldId() == xany(3) && beyond->getObject() == xany(object));
-    thrown_by<kelXNegativeIndex>([&] { type->get(-1, object); });
-    EXPECT_EQ(thrown_by<kelXInvalidSeqIndex>([&] { type->get(3, object); })->getIndex(), 3);
-    thrown_by<kelXTypeMismatch>([&] { type->get(0, people->get(0)); });
-
-    demoNumbers numbers;
-    numbers.append(5);
-    numbers.append(kel::nil_int);
-    EXPECT_TRUE(numbers.getseqelem(0) == xany(5) && numbers.getseqelem(1).isnil());
     xrchandle<demoMaybes> maybes(demoMaybes::create());
     maybes->append(std::nullopt);
     maybes->append(4);
-    EXPECT_TRUE(maybes->getseqelem(0).isnil() && maybes->getseqelem(1) == xany(4));
-    EXPECT_TRUE(xrtti_get_p_demoMaybes()->getiselemoptional());
-    EXPECT_FALSE(xrtti_get_p_demoNumbers()->getiselemoptional());
+    xobject *object = maybes;
+    auto *type = xrtti_get_p_demoMaybes();
+    EXPECT_TRUE(object->getseqelem(0).isnil() && object->getseqelem(1) == xany(4));
+    EXPECT_TRUE(object->getnseqelems() == 2 && object->hasindex(1) && !object->hasindex(2));
+    EXPECT_TRUE(type->getiselemoptional() && !xrtti_get_p_demoPeople()->getiselemoptional());
+    auto beyond = thrown_by<kelXNoField>([&] { object->getseqelem(2); });
+    EXPECT_TRUE(beyond->getFieldId() == xany(2) && beyond->getObject() == xany(object));
+    thrown_by<kelXNegativeIndex>([&] { type->get(-1, object); });
+    EXPECT_EQ(thrown_by<kelXInvalidSeqIndex>([&] { type->get(2, object); })->getIndex(), 2);
+    thrown_by<kelXTypeMismatch>([&] { xrtti_get_p_demoPeople()->get(0, object); });
 
     // A getter of one's own may say that an element is absent.
     xrttisequence gaps;
@@ -327,8 +319,8 @@ TEST(Kinds, DictionariesReadTheirEntries) {
     xobject *object = people;
     int live = 0, slots = object->getndictelems();
     xstring key;
+    xany elem;
     for (int i = 0; i < slots; ++i) {
-        xany elem;
         const bool has = object->getdictkey(i, key);
         EXPECT_EQ(object->getdictelem(i, elem), has);
         live += has && object->lookupdict(key) == elem && object->haskey(key);
@@ -336,23 +328,18 @@ TEST(Kinds, DictionariesReadTheirEntries) {
     EXPECT_EQ(live, 2);
     EXPECT_FALSE(object->haskey("eve"));
     thrown_by<kelXNoField>([&] { object->lookupdict("eve"); });
-    xany elem;
-    const std::function<void(int)> queries[] = {[&](int i) { object->getdictkey(i, key); },
-                                                [&](int i) { object->getdictelem(i, elem); }};
-    for (const auto &query : queries) {
-        EXPECT_EQ(thrown_by<kelXNegativeIndex>([&] { query(-1); })->getIndex(), -1);
-        auto beyond = thrown_by<kelXInvalidDictIndex>([&] { query(slots); });
-        EXPECT_TRUE(beyond->getObject() == xany(object) && beyond->getIndex() == slots);
-    }
+    thrown_by<kelXNegativeIndex>([&] { object->getdictkey(-1, key); });
+    thrown_by<kelXNegativeIndex>([&] { object->getdictelem(-1, elem); });
+    thrown_by<kelXInvalidDictIndex>([&] { object->getdictkey(slots, key); });
+    auto beyond = thrown_by<kelXInvalidDictIndex>([&] { object->getdictelem(slots, elem); });
+    EXPECT_TRUE(beyond->getObject() == xany(object) && beyond->getIndex() == slots);
     EXPECT_FALSE(xrtti_get_p_demoPeopleByName()->getkey(slots, object, key));
-    EXPECT_EQ(xrtti_get_p_demoTexts()->getdicttype(), get_xrttistring());
     EXPECT_TRUE(xrtti_get_p_demoTexts()->getiselemoptional());
 }
 
 TEST(Kinds, UnionsFollowTheirDiscriminator) {
     xrchandle<demoShape> shape(kel::construct<demoShape>());
     brtti *type = shape->getrtti(), *shells = xrtti_get_p_demoShell();
-    EXPECT_EQ(text(type->getcasename(0)), "Radius");
     const std::pair<xany, xany> cases[] = {{0, 2.5}, {1, 4}, {true, 4}, {xany(1, shells), 4}};
     for (auto &[discriminator, expected] : cases) {
         shape->Kind = discriminator;
@@ -365,75 +352,70 @@ TEST(Kinds, UnionsFollowTheirDiscriminator) {
         auto refused = thrown_by<kelXInvalidUnionDiscr>([&] { type->getcurcasevalue(shape.get()); });
         EXPECT_TRUE(refused->getDiscr() == none && refused->getObject() == xany(shape));
     }
-    for (int none : {-1, 3}) {
-        shape->Kind = none;
-        thrown_by<kelXInvalidUnionIndex>([&] { type->getcurcasevalue(shape.get()); });
-    }
+    shape->Kind = 3;
+    thrown_by<kelXInvalidUnionIndex>([&] { type->getcurcasevalue(shape.get()); });
 }
 
 // What is refused --------------------------------------------------------------------------------
 
-// A query, the descriptor that answers it, and how it refuses a descriptor of another kind.
-struct Query {
-    xrtti *own;
-    std::string (*refusal)(const std::function<void()> &);  // the type that the exception names
-    bool takes_value;
-    std::function<void(brtti *, xany)> ask;
-};
+// A descriptor of each kind, and some of none.
+std::vector<xrtti *> all_types() {
+    return {get_xrttiint(),          get_xrttiobject(),        xrtti_get_p_demoShell(),
+            xrtti_get_p_demoPlace(), xrtti_get_p_demoMatrix(), xrtti_get_p_demoPeople(),
+            xrtti_get_p_demoTexts(), xrtti_get_p_demoShape()};
+}
 
-template <class X>
-std::string refusal(const std::function<void()> &query) {
-    auto refused = thrown_by<X>(query);
-    return refused ? text(refused->getTypeName()) : "another exception";
+template <class P>
+P argument(const xany &value) {
+    if constexpr (std::is_same_v<P, xany>)
+        return value;
+    else if constexpr (std::is_same_v<P, int *>)
+        return nullptr;
+    else if constexpr (std::is_same_v<P, int>)
+        return 99;
+    else
+        return "none";
 }
 
 // The kind is looked at first, then the value, and before either of them nothing is read.
-TEST(Queries, AreCheckedByKindAndValue) {
-    auto *as_enum = refusal<kelXNotEnumType>, *as_struct = refusal<kelXNotStructType>,
-         *as_array = refusal<kelXNotArrayType>, *as_sequence = refusal<kelXNotSequenceType>,
-         *as_dictionary = refusal<kelXNotDictionaryType>, *as_union = refusal<kelXNotUnionType>;
-    xrtti *shell = xrtti_get_p_demoShell(), *person = xrtti_get_p_demoPerson(),
-          *shape = xrtti_get_p_demoShape(), *matrix = xrtti_get_p_demoMatrix(),
-          *people = xrtti_get_p_demoPeople(), *texts = xrtti_get_p_demoTexts();
-    static int at[2] = {};
-    const Query queries[] = {{shell, as_enum, false, [](brtti *d, xany) { d->getnenumvalues(); }},
-                             {shell, as_enum, false, [](brtti *d, xany) { d->getenumindex(xany()); }},
-                             {person, as_struct, false, [](brtti *d, xany) { d->getnparents(); }},
-                             {person, as_struct, false, [](brtti *d, xany) { d->getnfields(); }},
-                             {person, as_struct, false, [](brtti *d, xany) { d->hasfield("n"); }},
-                             {person, as_struct, true, [](brtti *d, xany v) { d->getfield(99, v); }},
-                             {person, as_struct, true, [](brtti *d, xany v) { d->lookupfield("none", v); }},
-                             {matrix, as_array, false, [](brtti *d, xany) { d->getnarraydims(); }},
-                             {matrix, as_array, false, [](brtti *d, xany) { d->getarraytype(); }},
-                             {matrix, as_array, true, [](brtti *d, xany v) { d->getarrayelem(at, v); }},
-                             {people, as_sequence, false, [](brtti *d, xany) { d->getseqtype(); }},
-                             {people, as_sequence, true, [](brtti *d, xany v) { d->getnseqelems(v); }},
-                             {people, as_sequence, true, [](brtti *d, xany v) { d->getseqelem(99, v); }},
-                             {people, as_sequence, true, [](brtti *d, xany v) { d->hasindex(0, v); }},
-                             {texts, as_dictionary, false, [](brtti *d, xany) { d->getdicttype(); }},
-                             {texts, as_dictionary, true, [](brtti *d, xany v) { d->getndictelems(v); }},
-                             {texts, as_dictionary, true, [](brtti *d, xany v) { d->lookupdict("k", v); }},
-                             {texts, as_dictionary, true, [](brtti *d, xany v) { d->haskey("k", v); }},
-                             {shape, as_union, false, [](brtti *d, xany) { d->getnunioncases(); }},
-                             {shape, as_union, false, [](brtti *d, xany) { d->getdiscrtype(); }},
-                             {shape, as_union, true, [](brtti *d, xany v) { d->getcasevalue(99, v); }},
-                             {shape, as_union, true, [](brtti *d, xany v) { d->getcurcasevalue(v); }}};
-    xauto<demoPlace> wrong;
-    for (const Query &query : queries)
-        for (xrtti *type : {get_xrttiint(), shell, person, shape, matrix, people, texts,
-                            static_cast<xrtti *>(get_xrttiobject())}) {
-            SCOPED_TRACE(std::string(type->getname()) + " asked as " + query.own->getname().Str());
-            if (type != query.own) {
-                EXPECT_EQ(query.refusal([&] { query.ask(type, xany()); }), text(type->getname()));
-            } else if (query.takes_value) {
-                auto unknown = thrown_by<kelXUnknownType>([&] { query.ask(type, xany()); });
-                EXPECT_TRUE(unknown->getObject() == xany());
-                auto mismatch = thrown_by<kelXTypeMismatch>([&] { query.ask(type, &wrong); });
-                EXPECT_EQ(text(mismatch->getTypeName()), text(type->getname()));
-                EXPECT_TRUE(mismatch->getObject() == xany(&wrong));
-            }
-            EXPECT_EQ(type->isclass(), type != get_xrttiint() && type != shell);
+template <class X, class Answer, class... P>
+void refuse_one(xrtti *own, Answer (brtti::*query)(P...)) {
+    xauto<demoPerson> wrong;
+    const xany none(kel::nil_int);
+    for (xrtti *type : all_types()) {
+        SCOPED_TRACE(std::string(type->getname()) + " asked as " + own->getname().Str());
+        const auto ask = [&](const xany &value) { (type->*query)(argument<P>(value)...); };
+        if (type != own) {
+            EXPECT_EQ(text(thrown_by<X>([&] { ask(none); })->getTypeName()), text(type->getname()));
+        } else if ((std::is_same_v<P, xany> || ...) && own->isclass()) {
+            EXPECT_TRUE(thrown_by<kelXUnknownType>([&] { ask(none); })->getObject() == none);
+            auto mismatch = thrown_by<kelXTypeMismatch>([&] { ask(&wrong); });
+            EXPECT_EQ(text(mismatch->getTypeName()), text(own->getname()));
+            EXPECT_TRUE(mismatch->getObject() == xany(&wrong));
         }
+    }
+}
+template <class X, class... Queries>
+void refuse_others(xrtti *own, Queries... queries) {
+    (refuse_one<X>(own, queries), ...);
+}
+
+TEST(Queries, AreCheckedByKindAndValue) {
+    using D = brtti;
+    xrtti *shell = xrtti_get_p_demoShell();
+    refuse_others<kelXNotEnumType>(shell, &D::getnenumvalues, &D::getenumindex);
+    refuse_others<kelXNotStructType>(xrtti_get_p_demoPlace(), &D::getnparents, &D::getnfields, &D::hasfield,
+                                     &D::getfield, &D::lookupfield);
+    refuse_others<kelXNotArrayType>(xrtti_get_p_demoMatrix(), &D::getnarraydims, &D::getarraytype,
+                                    &D::getarrayelem);
+    refuse_others<kelXNotSequenceType>(xrtti_get_p_demoPeople(), &D::getseqtype, &D::getnseqelems,
+                                       &D::getseqelem, &D::hasindex);
+    refuse_others<kelXNotDictionaryType>(xrtti_get_p_demoTexts(), &D::getdicttype, &D::getndictelems,
+                                         &D::lookupdict, &D::haskey);
+    refuse_others<kelXNotUnionType>(xrtti_get_p_demoShape(), &D::getnunioncases, &D::getdiscrtype,
+                                    &D::getcasevalue, &D::getcurcasevalue);
+    for (xrtti *type : all_types())
+        EXPECT_EQ(type->isclass(), type != get_xrttiint() && type != shell);
     EXPECT_EQ(shell->getenumindex(xany(kel::nil_int)), kel::nil_int);
     EXPECT_EQ(shell->getenumindex(xany()), kel::uninit_int);
     thrown_by<kelXTypeMismatch>([&] { shell->getenumindex(1); });
@@ -473,7 +455,6 @@ TEST(Queries, RefuseIndexesOutsideTheCount) {
     refuse_indexes<kelXInvalidUnionIndex>(shape, 3, [&](int k) {
         if (k != 2) shape->getcasevalue(k, &triangle);
     });
-    EXPECT_TRUE(numbers.getnarraydims() == 2 && numbers.getnarrayelems(1) == 3);
     for (int d : {0, 1}) {
         int at[] = {1, 2};
         EXPECT_TRUE(numbers.getarrayelem(at) == xany(12));
@@ -481,18 +462,13 @@ TEST(Queries, RefuseIndexesOutsideTheCount) {
             at[d] = i;
             auto refused = thrown_by<kelXInvalidArrayIndex>([&] { numbers.getarrayelem(at); });
             EXPECT_TRUE(refused->getDimension() == d && refused->getIndex() == i);
-            EXPECT_EQ(text(refused->getTypeName()), "demo::Matrix");
         }
     }
     thrown_by<kelXInvalidArrayIndex>([&] { numbers.getarrayelem(nullptr); });
     EXPECT_EQ(errors.take(), "");
-
     // The lists themselves report and answer null.
-    for (int i : {-1, 12}) {
-        EXPECT_TRUE(!admin->getfields()->getbyindex(i) && !admin->getparents()->getbyindex(i));
-        EXPECT_EQ(errors.take(), "Invalid field index. (services/xrtti); Invalid index. (services/xrtti)");
-    }
-    EXPECT_EQ(xrttifields(7, nullptr).getmapsize() + xrttistructs(7, nullptr).getsize(), 0);
+    EXPECT_TRUE(!admin->getfields()->getbyindex(12) && !admin->getparents()->getbyindex(-1));
+    EXPECT_EQ(errors.take(), "Invalid field index. (services/xrtti); Invalid index. (services/xrtti)");
 }
 
 // Kinship ----------------------------------------------------------------------------------------
@@ -512,14 +488,14 @@ TEST(Kinship, IsByNameAndThroughParents) {
         same_name("t::Base", {});
     xrtti same_enum, unnamed, other;
     same_enum.initialize("t::Record");
-    EXPECT_TRUE(derived.iskindof(&derived) && derived.iskindof(&base));
-    EXPECT_TRUE(derived.iskindof(&same_name) && derived.iskindof(&same_enum));
-    EXPECT_TRUE(base.issameas(&same_name) && !derived.issameas(&base));
-    EXPECT_FALSE(base.iskindof(&derived) || derived.iskindof(get_xrttiobject()) ||
-                 derived.iskindof(nullptr) || derived.issameas(nullptr));
     // A place without a parent hides none of the others.
-    EXPECT_TRUE(Kin("t::Gap", {nullptr, &record}).iskindof(&base));
-    EXPECT_FALSE(Kin("t::Gap", {nullptr}).iskindof(&base));
+    Kin gap("t::Gap", {nullptr, &record}), orphan("t::Gap", {nullptr});
+    for (brtti *kin : std::initializer_list<brtti *>{&base, &derived, &same_name, &same_enum})
+        EXPECT_TRUE(derived.iskindof(kin) && (kin == &derived || gap.iskindof(kin)));
+    for (brtti *stranger : std::initializer_list<brtti *>{&gap, get_xrttiobject(), nullptr})
+        EXPECT_FALSE(derived.iskindof(stranger) || derived.issameas(stranger));
+    EXPECT_TRUE(base.issameas(&same_name) && !derived.issameas(&base) && !base.iskindof(&derived));
+    EXPECT_FALSE(orphan.iskindof(&base));
     EXPECT_TRUE(unnamed.issameas(&other) && !unnamed.issameas(&base)) << "without a name they are one";
 }
 
@@ -559,25 +535,23 @@ TEST(Descriptors, AnswerWithTheMarkersOfTheirTypes) {
     Claims d;
     int place = 0;
     const xany value(&place, new Claims);
-    EXPECT_TRUE(d.getnenumvalues() == kel::uninit_int && d.getenumindex(value) == kel::uninit_int);
-    EXPECT_TRUE(d.getnfields() == kel::uninit_int && d.getnparents() == 0 && !d.hasfield("n"));
-    EXPECT_TRUE(d.getnarraydims() == kel::nil_int && d.getnseqelems(value) == kel::nil_int);
-    EXPECT_TRUE(d.getndictelems(value) == kel::uninit_int && d.getnunioncases() == 0);
-    EXPECT_TRUE(d.getarrayelem(nullptr, value).isnil() && d.getseqelem(0, value).isnil());
-    EXPECT_TRUE(d.lookupfield("n", value).isuninit() && d.lookupdict("k", value).isuninit());
-    EXPECT_TRUE(d.getdiscrvalue(value).isuninit());
-    EXPECT_FALSE(d.hasindex(0, value) || d.haskey("k", value));
+    std::string markers;
+    for (const xany &answer : {xany(d.getnenumvalues()), xany(d.getenumindex(value)), xany(d.getnfields()),
+                               xany(d.getndictelems(value)), d.lookupfield("n", value),
+                               d.lookupdict("k", value), d.getdiscrvalue(value), xany(d.getnarraydims()),
+                               xany(d.getnseqelems(value)), d.getarrayelem(nullptr, value),
+                               d.getseqelem(0, value), xany(d.getnparents()), xany(d.getnunioncases())})
+        markers += answer.isuninit() ? "uninit " : answer.isnil() ? "nil " : answer == 0 ? "0 " : "other ";
+    EXPECT_EQ(markers, "uninit uninit uninit uninit uninit uninit uninit nil nil nil nil 0 0 ");
+    EXPECT_FALSE(d.hasindex(0, value) || d.haskey("k", value) || d.hasfield("n"));
     EXPECT_FALSE(d.getarraytype() || d.getseqtype() || d.getdicttype() || d.getdiscrtype());
     // Those that were never initialised are empty.
-    xrttistruct record;
-    xrttienum colours;
-    xrttiunion choice;
-    xrttiarray matrix;
     xrttisequence sequence;
     xrttidictionary dictionary;
     Subject in_sequence(&sequence), in_dictionary(&dictionary);
-    EXPECT_EQ(record.getnfields() + colours.getnenumvalues() + choice.getnunioncases(), 0);
-    EXPECT_EQ(in_sequence.getnseqelems() + in_dictionary.getndictelems() + matrix.getnarraydims(), 0);
+    EXPECT_EQ(xrttistruct().getnfields() + xrttienum().getnenumvalues() + xrttiunion().getnunioncases() +
+                  in_sequence.getnseqelems() + in_dictionary.getndictelems() + xrttiarray().getnarraydims(),
+              0);
     EXPECT_FALSE(in_sequence.hasindex(0) || in_dictionary.haskey("k"));
     thrown_by<kelXNoField>([&] { in_dictionary.lookupdict("k"); });
 }
