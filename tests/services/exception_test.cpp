@@ -29,19 +29,12 @@ TEST(Exceptions, CarryTheirFields) {
     } rows[] = {
         {[&] { kelhThrowNoField(3, &object); }, "kellib::XNoField",
          "Field with given ID (name or index) does not exists", "FieldId: 3; " + shown},
-        {[&] { kelXTypeMismatch::Throw("t", 1); }, "kellib::XTypeMismatch", "Object type mismatch.",
-         "TypeName: \"t\"; Object: 1"},
-        {[&] { kelXInvalidFieldIndex::Throw("t", 4); }, "kellib::XInvalidFieldIndex",
-         "Invalid regular field index", "TypeName: \"t\""},
         {[&] { kelhThrowInvalidArrayIndex("t", 1, 4); }, "kellib::XInvalidArrayIndex",
          "Array index is out of range", "TypeName: \"t\"; Dimension: 1; Index: 4"},
         {[&] { kelhThrowInvalidDictIndex(&object, 4); }, "kellib::XInvalidDictIndex",
          "Dictionary index is out of range", shown + "; Index: 4"},
         {[&] { kelXInvalidUnionDiscr::Throw(1, "d"); }, "kellib::XInvalidUnionDiscr",
          "Union case index is out of range", "Object: 1; Discr: \"d\""},
-        {[&] { kelhThrowNegativeIndex(-4); }, "kellib::XNegativeIndex", "Negative index", "Index: -4"},
-        {[&] { kelhThrowRefCountable(&object); }, "kellib::XRefCountable", "Object is reference countable",
-         shown},
         {[&] { kelXNativeException::Throw(nullptr); }, "kellib::XNativeException",
          "Native exception on remote client", "StringRep: nil"},
         {[&] { xportXCannotConnect::Throw("h", 80); }, "keljava::XCannotConnect", "Cannot connect",
@@ -52,7 +45,6 @@ TEST(Exceptions, CarryTheirFields) {
         EXPECT_EQ(kel::printed(flight, true).str(),
                   name + " { Description: \"" + description + "\"; " + fields + "; }");
         EXPECT_EQ(xrcgetcount(flight), counted ? 1 : -1) << name;
-        EXPECT_EQ(flight->getrtti()->getparenttype(0), xrtti_get_p_kelXException());
         counted ? xrcrelease(flight) : xdelete(flight);
     }
     EXPECT_EQ(xrcgetcount(&object), 0);
@@ -96,11 +88,13 @@ TEST(Flight, CarriesOneReference) {
     xrcrelease(flight);
     EXPECT_EQ(Tracked::died, 1);
 
-    // Created now, thrown later.
+    // Created now, thrown later or never.
     xrchandle<Tracked> created = Tracked::Create(3);
     flight = flight_of([&] { xthrow(xrcunihandle<xthrowable>(created)); });
     EXPECT_EQ(xrcgetcount(flight), 2);
     xrcrelease(flight);
+    EXPECT_EQ(xrcgetcount(kelCreateXNoField("id", 2)), 1);
+    EXPECT_EQ(text(kelCreateNativeException("there")->getStringRep()), "there");
 
     // There is nothing to throw.
     for (xthrowable *none :
@@ -108,29 +102,16 @@ TEST(Flight, CarriesOneReference) {
         thrown_by<kelXNotInitialized>([&] { xthrow(none); });
 }
 
-TEST(Flight, CreatorsHandOverTheOnlyReference) {
-    xrchandle<kelXNoField> missing = kelCreateXNoField("id", 2);
-    EXPECT_EQ(xrcgetcount(missing), 1);
-    EXPECT_TRUE(missing->getFieldId() == "id" && missing->getObject() == xany(2));
-    EXPECT_EQ(text(kelCreateNativeException("there")->getStringRep()), "there");
-    xportXNullInNonOptArg *plain = xportXNullInNonOptArg::Create("p");
-    EXPECT_EQ(xrcgetcount(plain), 0);
-    xdelete(plain);
-}
-
 TEST(Functions, AreNamedByTheExceptionsThatArise) {
     xrchandle<kelXFunc> function(kel::construct<kelXFunc>("tmTime::LocalTime"));
-    const std::pair<kelXFunc *, const char *> rows[] = {
-        {function.get(), "Exception: \"It failed.\"\n\tin function \"tmTime::LocalTime\"\n"},
-        {nullptr, "Exception: \"It failed.\"\n\tin function \"\"\n"},
-        {kelXFunc::cast(kel::uninit_object()), "Exception: \"It failed.\"\n\tin function \"\"\n"}};
-    for (auto &[named, printed] : rows) {
+    for (kelXFunc *named :
+         {function.get(), static_cast<kelXFunc *>(nullptr), kelXFunc::cast(kel::uninit_object())}) {
         xrchandle<kelXExternFunc> exception(kel::construct<kelXExternFunc>("It failed.", named));
-        EXPECT_EQ(exception->getFunc().get(), named);
         EXPECT_TRUE(exception->lookupfield("Func") == xany(named));
         std::ostringstream out;
         exception->Print(out);
-        EXPECT_EQ(out.str(), printed);
+        const std::string name = named == function.get() ? "tmTime::LocalTime" : "";
+        EXPECT_EQ(out.str(), "Exception: \"It failed.\"\n\tin function \"" + name + "\"\n");
     }
     EXPECT_EQ(xrcgetcount(function), 1);
 }
@@ -173,8 +154,6 @@ TEST(Listeners, AreAskedByAddressUntilOneAnswers) {
 
     xerrhandler::removelistener(&few[1]);
     xerrhandler::removelistener(&few[1]);
-    EXPECT_EQ(ask(), 0);
-    EXPECT_EQ(called, (std::vector<int>{0, 2}));
     {
         Listener temporary[] = {Listener(7)};
         xerrhandler::addlistener(temporary);
