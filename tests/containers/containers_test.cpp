@@ -88,8 +88,6 @@ TEST(Arrays, BehaveAsAVector) {
         for (unsigned step : {0U, 1U, 7U, 64U}) {
             array_like_vector<int>({exact, step}, [](unsigned n) { return static_cast<int>(n); });
             array_like_vector<tracked>({exact, step}, [](unsigned n) { return tracked(int(n % 99)); });
-            array_like_vector<std::string>({exact, step},
-                                           [](unsigned n) { return std::string(n % 40, 'x'); });
         }
     EXPECT_EQ(tracked::all.size(), 0U);
 }
@@ -153,12 +151,11 @@ TEST(Reports, SayWhatWasAsked) {
         walk.SetAtFirst();
         EXPECT_EQ(walk.Current(), 1);
     }
-    EXPECT_EQ(dsIter<int>().Current(), 0);
+    EXPECT_TRUE(dsIter<int>().Current() == 0 && walks[0].Reproduce() == nullptr);
+    EXPECT_EQ(errors.take(), "dsIter::Current (containers/dsiter); dsIter::Reproduce (containers/dsiter)");
     dsArrayIter<int> walked(array);
     walked.MoveToNext();
     EXPECT_EQ(std::unique_ptr<dsBaseIter<int>>(walked.Reproduce())->Current(), 1) << "from the first again";
-    EXPECT_EQ(walks[0].Reproduce(), nullptr);
-    EXPECT_EQ(errors.take(), "dsIter::Current (containers/dsiter); dsIter::Reproduce (containers/dsiter)");
 }
 
 // Sets -----------------------------------------------------------------------------------------
@@ -220,23 +217,21 @@ void scalars_like_set(Next next, const std::vector<T> &order) {
         ASSERT_EQ(set += key, model.insert(key).second);
     for (int round = 0; round < 8000; ++round) {
         T key = next();
-        if (round % 2) {
+        if (round % 2)
             ASSERT_EQ(set += key, model.insert(key).second);
-        } else {
+        else
             ASSERT_EQ(set.Remove(key), model.erase(key) == 1);
-        }
     }
-    ASSERT_EQ(elements(set), std::vector<T>(model.begin(), model.end()));
-    unsigned index = 0, rank = 0;
-    for (T key : model) {
-        ASSERT_TRUE(set.Contains(key) && set.FindIndex(key, index));
-        ASSERT_EQ(index, rank++);
-    }
-    for (int i = 0; i < 50; ++i) {
-        T key = next();
-        auto place = model.lower_bound(key);
-        ASSERT_EQ(set.FindIndex(key, index), place != model.end() && *place == key);
-        ASSERT_EQ(index, static_cast<unsigned>(std::distance(model.begin(), place)));
+    const std::vector<T> all(model.begin(), model.end());
+    ASSERT_EQ(elements(set), all);
+    for (int i = 0; i < 2000; ++i) {
+        const T key = next();
+        const auto place = std::ranges::lower_bound(all, key, below);
+        const bool there = place != all.end() && *place == key;
+        unsigned index = 0;
+        ASSERT_EQ(set.FindIndex(key, index), there);
+        ASSERT_EQ(set.Contains(key), there);
+        ASSERT_EQ(index, static_cast<unsigned>(place - all.begin()));
     }
     expect_moves(set);
 }
@@ -313,18 +308,16 @@ TEST(Maps, BehaveAsAMapOfTexts) {
         for (int round = 0; round < 12000; ++round) {
             std::string key = "k" + std::to_string(random() % range), value = std::to_string(round);
             xstring found("before");
-            switch (random() % 4) {
-                case 0:
-                case 1:
-                    ASSERT_EQ(map.Add(key.c_str(), value.c_str()), model.emplace(key, value).second);
-                    break;
-                case 2:
-                    ASSERT_EQ(map.Remove(key.c_str()), model.erase(key) == 1);
-                    break;
-                default:
-                    ASSERT_EQ(map.Find(key.c_str(), found), model.count(key) == 1);
-                    ASSERT_STREQ(found, model.count(key) ? model[key].c_str() : "before");
-                    if (model.count(key)) map[key.c_str()] = (model[key] = value).c_str();
+            const auto action = random() % 4;
+            const bool there = model.count(key) == 1;
+            if (action < 2) {
+                ASSERT_EQ(map.Add(key.c_str(), value.c_str()), model.emplace(key, value).second);
+            } else if (action == 2) {
+                ASSERT_EQ(map.Remove(key.c_str()), model.erase(key) == 1);
+            } else {
+                ASSERT_EQ(map.Find(key.c_str(), found), there);
+                ASSERT_STREQ(found, there ? model[key].c_str() : "before");
+                if (there) map[key.c_str()] = (model[key] = value).c_str();
             }
             ASSERT_EQ(map.Contains(key.c_str()), model.count(key) == 1);
         }
@@ -369,24 +362,19 @@ TEST(Lists, BehaveAsADeque) {
     dsList2<tracked> list(dsList2<tracked>::LastInFirstOut);
     std::deque<int> model;
     for (int round = 0; round < 20000; ++round) {
-        switch (random() % 6) {
-            case 0:
-                list.PushHead(round);
-                model.push_front(round);
-                break;
-            case 1:
-            case 2:
-                list.Push(round);
-                model.push_back(round);
-                break;
-            case 3:
-                if (random() % 9 == 0) list.SetTakeOrder(static_cast<int>(random() % 3));
-                break;
-            default:
-                if (model.empty()) break;
-                bool first = list.GetTakeOrder() == 0;
-                ASSERT_EQ(list.Pop(), first ? model.front() : model.back());
-                first ? model.pop_front() : model.pop_back();
+        const auto action = random() % 6;
+        const bool first = list.GetTakeOrder() == 0;
+        if (action == 0) {
+            list.PushHead(round);
+            model.push_front(round);
+        } else if (action < 3) {
+            list.Push(round);
+            model.push_back(round);
+        } else if (action == 3) {
+            if (random() % 9 == 0) list.SetTakeOrder(static_cast<int>(random() % 3));
+        } else if (!model.empty()) {
+            ASSERT_EQ(list.Pop(), first ? model.front() : model.back());
+            first ? model.pop_front() : model.pop_back();
         }
         ASSERT_EQ(list.GetSize(), model.size());
     }
@@ -402,9 +390,7 @@ TEST(Lists, BehaveAsADeque) {
     EXPECT_TRUE(back.Finished());
     list.Unlink(list.GetHead());
     list.Unlink(list.GetHead()->next);
-    model.erase(model.begin());
-    model.erase(model.begin() + 1);
-    EXPECT_EQ(list.GetHead()->previous, nullptr);
+    EXPECT_TRUE(!list.GetHead()->previous && list.GetHead()->next->value == model[3]);
     expect_moves(list);
     list.Push(1);
     list.Clear();

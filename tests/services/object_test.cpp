@@ -125,28 +125,22 @@ TEST(Handles, OwnPointOrShareAsTheySay) {
         EXPECT_EQ(count_of(object), 4);
         xrchandle<Counted> moved(std::move(owner));
         xrcunihandle<xobject> unimoved(std::move(uni));
-        EXPECT_EQ(count_of(object), 4);
-        EXPECT_TRUE(owner.get() == nullptr && uni.get() == nullptr);
+        EXPECT_TRUE(count_of(object) == 4 && !owner.get() && !uni.get());
         owner = moved;
         same = unimoved;
-        EXPECT_EQ(count_of(object), 5);
         auto &own_self = owner;
         auto &uni_self = same;
         owner = std::move(own_self);
         same = std::move(uni_self);
         EXPECT_TRUE(owner.get() == object && same.get() == object && count_of(object) == 5);
-        xrcbasehandle<Counted> pointer;
-        EXPECT_EQ(pointer.get(), nullptr);
     }
     EXPECT_EQ(count_of(object), 1);
     xrcrelease(owner.detach());
     EXPECT_EQ(Counted::living, 0);
-
     // A uni handle made while the object was not counted never releases it.
     Owned owned;
     { xrcunihandle<Owned> handle(&owned); }
     EXPECT_EQ(count_of(&owned), -1);
-    static_assert(sizeof(xrchandle<Owned>) == sizeof(void *));
 }
 
 // Its object base lies beside another one, and virtually.
@@ -183,7 +177,7 @@ TEST(Handles, HoldTheReservedPointersOfEveryClass) {
 
 std::string events;
 
-// Takes and gives references on itself at every moment of its life.
+// Takes and gives references on itself at every moment of its life, and fails where it is told to.
 KEL_DECLARE_STRUCT(Selfish)
 class Selfish : public xobject {
     KEL_CLASS(Selfish, xobject)
@@ -196,11 +190,13 @@ public:
         touch();
         events += "died";
     }
+    bool refuses = false;
 
 private:
     void ondelete() override {
         touch();
         events += "ondelete ";
+        if (std::exchange(refuses, false)) kelhThrowNotInitialized();
     }
     void touch() {
         { xany value(this); }
@@ -233,25 +229,15 @@ TEST(Deletion, RunsOnceAndOndeleteComesFirst) {
     EXPECT_EQ(Counted::living, 0);
 }
 
-KEL_DECLARE_STRUCT(Reluctant)
-class Reluctant : public xobject {
-    KEL_CLASS(Reluctant, xobject)
-public:
-    bool refuses = true;
-
-private:
-    void ondelete() override {
-        if (std::exchange(refuses, false)) kelhThrowNotInitialized();
-    }
-};
-KEL_DEFINE_STRUCT(Reluctant, "object::Reluctant", kel::counted)
-
 TEST(Deletion, IsCalledOffByAnExceptionOfOndelete) {
-    auto *object = kel::construct<Reluctant>();
+    auto *object = kel::construct<Selfish>();
+    object->refuses = true;
+    events.clear();
     thrown_by<kelXNotInitialized>([&] { xrcrelease(object); });
     EXPECT_EQ(count_of(object), 1);
     // The lock is free again.
     std::thread([object] { xrcrelease(object); }).join();
+    EXPECT_EQ(events, "ondelete ondelete died");
 }
 
 KEL_DECLARE_STRUCT(Node)
@@ -321,12 +307,8 @@ TEST(Deletion, TreesDieWhole) {
 
 TEST(Reflection, LeavesTheCountOfAFreshObjectAlone) {
     auto *object = new Counted;
-    EXPECT_EQ(object->getnfields(), 0);
-    EXPECT_TRUE(object->isstruct() && !object->issequence() && !object->isarray() && !object->isdictionary());
-    EXPECT_TRUE(object->issameas(xrtti_get_p_Counted()) && !object->iskindof(xrtti_get_p_Owned()));
-    thrown_by<kelXInvalidFieldIndex>([&] { object->getfield(0); });
+    EXPECT_TRUE(object->isstruct() && object->getnfields() == 0 && !object->iskindof(xrtti_get_p_Owned()));
     EXPECT_EQ(count_of(object), 0);
-    EXPECT_EQ(Counted::living, 1);
     // An exception that carries the object keeps it like any other value.
     thrown_by<kelXNoField>([&] { object->lookupfield("none"); });
     EXPECT_EQ(Counted::living, 0);
@@ -339,7 +321,6 @@ TEST(Reflection, CastsByDescriptor) {
     EXPECT_TRUE(Virtual::cast(object) == &far && object->getfield(0) == xany(3));
     thrown_by<kelXTypeMismatch>([&] { object->dyndowncast(nullptr); });
     EXPECT_EQ(Counted::cast(nullptr), nullptr);
-    EXPECT_EQ(static_cast<void *>(Counted::cast(kel::uninit_object())), kel::uninit_pointer());
     EXPECT_EQ(counted.dyndowncast(get_xrttiobject()), static_cast<xobject *>(&counted));
     // A cast names the class, a down-cast the declared type.
     EXPECT_EQ(text(thrown_by<kelXTypeMismatch>([&] { Owned::cast(&counted); })->getTypeName()), "Owned");
@@ -363,8 +344,7 @@ TEST(Threads, CountsOfASharedObjectAddUp) {
     in_threads(4, [&](int) {
         for (int i = 0; i < 20000; ++i) {
             xany value(shared), copy(value);
-            xrchandle<Counted> handle(shared);
-            xrcunihandle<Counted> uni(handle);
+            xrcunihandle<Counted> uni(shared);
         }
     });
     EXPECT_EQ(count_of(shared), 1);

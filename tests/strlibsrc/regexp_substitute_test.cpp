@@ -38,24 +38,14 @@ TEST_F(RegexpSubstitute, Templates) {
     set(1, text + 1, text + 2);
     set(2, text + 3, text + 3);
     set(9, text + 3, text + 5);
-    const struct {
-        const char *format, *expected;
-    } cases[] = {
-        {"", ""},
-        {"<&>\\1", "<bcé>b"},
-        {"\\0\\9\\1&", "bcéébbcé"},
+    const std::pair<const char *, std::string> cases[] = {
+        {"<&>\\1\\0\\9\\12", "<bcé>bbcééb2"},
         {"[\\2\\3\\8]", "[]"},  // empty, and not matched
-        {"\\\\&\\&", "\\bcé&"},
-        {"\\\\\\\\1\\\\\\1", "\\\\1\\b"},
+        {"\\\\&\\&\\\\\\\\1\\\\\\1", "\\bcé&\\\\1\\b"},
         {"\\a\\é\\n&\\", "\\a\\é\\nbcé\\"},
-        {"\\12é\\x", "b2é\\x"},
-        {"\xff&\xc3\\1",
-         "\xff"
-         "bcé\xc3"
-         "b"},  // invalid bytes go through
-    };
-    for (const auto &each : cases)
-        EXPECT_EQ(substituted(each.format), each.expected) << each.format;
+        {"\xff&\xc3\\1", std::string("\xff") + "bcé\xc3" + "b"}};  // invalid bytes go through
+    for (const auto &[format, expected] : cases)
+        EXPECT_EQ(substituted(format), expected) << format;
     EXPECT_EQ(getErrSeen(), nullptr);
 }
 
@@ -78,21 +68,18 @@ TEST_F(RegexpSubstitute, DamagedGroups) {
 
 TEST_F(RegexpSubstitute, Arguments) {
     char out[] = "as it was";
-    const auto marker = reinterpret_cast<const char *>(1);
-    for (const char *none : {static_cast<const char *>(nullptr), marker}) {
-        setErrSeen(nullptr);
-        regsub(&program, none, out);
-        EXPECT_STREQ(getErrSeen(), "NULL argument");
-        setErrSeen(nullptr);
-        EXPECT_TRUE(kel::expand(program, none).IsNull());
-        EXPECT_STREQ(getErrSeen(), "NULL argument");
+    const auto error = [](auto call) {
+        setErrSeen("");
+        call();
+        return std::string(getErrSeen());
+    };
+    for (const char *none : {static_cast<const char *>(nullptr), reinterpret_cast<const char *>(1)}) {
+        EXPECT_EQ(error([&] { regsub(&program, none, out); }), "NULL argument");
+        EXPECT_EQ(error([&] { EXPECT_TRUE(kel::expand(program, none).IsNull()); }), "NULL argument");
     }
-    setErrSeen(nullptr);
-    regsub(&program, "&", nullptr);
-    EXPECT_STREQ(getErrSeen(), "NULL argument");
+    EXPECT_EQ(error([&] { regsub(&program, "&", nullptr); }), "NULL argument");
     program.program[0] = 'x';
-    regsub(&program, "&", out);
-    EXPECT_STREQ(getErrSeen(), "Corrupted regular expression");
+    EXPECT_EQ(error([&] { regsub(&program, "&", out); }), "Corrupted regular expression");
     EXPECT_STREQ(out, "as it was");
 }
 

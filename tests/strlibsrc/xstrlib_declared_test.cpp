@@ -1,6 +1,7 @@
 // What the string library declares: segments, types and their descriptors, errors, and members of strings.
 #include <iostream>
 #include <sstream>
+#include <tuple>
 
 #include "services/observing.h"
 #include "strlibsrc/text_model.h"
@@ -11,58 +12,46 @@ namespace {
 
 TEST(Segments, WhatIsNotThereIsReported) {
     internal_errors errors;
-    strSegments list, other;
+    strSegments list;
     strSegment segment(1, 2);
     list.append(&segment);
-    EXPECT_EQ(list.get(0), &segment);
-    EXPECT_EQ(list.get(1), nullptr);
-    EXPECT_EQ(list[-1], nullptr);
+    EXPECT_TRUE(!list.get(1) && !list[-1]);
     list.set(64, &segment);
     list.insert(0, &segment);
-    list.insertseq(0, &other);
+    list.insertseq(0, &list);
     list.removerange(0, 1);
-    list.set(0, nullptr);
-    EXPECT_TRUE(list.getarraysize() == 1 && !list[0]);
     const std::string reports = errors.take();
     EXPECT_EQ(std::ranges::count(reports, ';'), 5) << reports;
-}
-
-TEST(Segments, PrintOnTheStandardOutput) {
-    const std::unique_ptr<strSegments> made(strSegments::create());
-    strSegments &list = *made;
-    list.append(new strSegment(3, -1));
-    list.append(nullptr);
+    EXPECT_TRUE(list.getarraysize() == 1 && list.get(0) == &segment);
+    list.set(0, nullptr);
     testing::internal::CaptureStdout();
     list.Print();
     std::cout.flush();
-    EXPECT_EQ(
-        testing::internal::GetCapturedStdout(),
-        "Segments\n Number 0 Segment: From 3 To -1\n Number 1 Segment: From -2147483648 To -2147483648\n");
-    list.delallsegs();
-    EXPECT_EQ(list.getarraysize(), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "Segments\n Number 0 Segment: From -2147483648 To -2147483648\n");
 }
 
 TEST(Segments, ConsistencyIsChecked) {
     constexpr int unset = strUnsetPos;
-    const struct {
-        std::vector<std::pair<int, int>> segments;
-        const char *error;
-    } rows[] = {{{}, "none"},
-                {{{unset, 2}, {2, 3}, {5, unset}}, "none"},
-                {{{3, 1}}, "From is greater than To"},
-                {{{0, 2}, {1, 3}}, "Overlapping segments are found"},
-                {{{0, unset}, {1, 3}}, "Overlapping segments are found"},
-                {{{0, 1}, {unset, 3}}, "Overlapping segments are found"},
-                {{{0, 2}, {1, 3}, {5, 4}}, "From is greater than To"}};
+    const std::string order = "From is greater than To", overlap = "Overlapping segments are found";
+    const std::pair<std::vector<std::pair<int, int>>, std::string> rows[] = {
+        {{}, "none"},
+        {{{unset, 2}, {2, 3}, {5, unset}}, "none"},
+        {{{3, 1}}, order},
+        {{{0, 2}, {1, 3}}, overlap},
+        {{{0, unset}, {1, 3}}, overlap},
+        {{{0, 1}, {unset, 3}}, overlap},
+        {{{0, 2}, {1, 3}, {5, 4}}, order}};
     setErrReport(true);
-    for (const auto &row : rows) {
-        strSegments list;
-        for (auto [from, to] : row.segments)
-            list.append(new strSegment(from, to));
+    for (const auto &[segments, error] : rows) {
+        const std::unique_ptr<strSegments> list(strSegments::create());
+        for (auto [from, to] : segments)
+            list->append(new strSegment(from, to));
         setErrSeen("none");
-        list.checkConsistency();
-        EXPECT_STREQ(getErrSeen(), row.error) << "row " << &row - rows;
-        list.delallsegs();
+        list->checkConsistency();
+        EXPECT_EQ(getErrSeen(), error) << testing::PrintToString(segments);
+        list->delallsegs();
+        EXPECT_EQ(list->getarraysize(), 0);
     }
     setErrReport(false);
 }
@@ -90,71 +79,57 @@ TEST(Errors, EndTheProcessUnlessReported) {
     setErrReport(false);
 }
 
-// "NAME " for each that is what all of them are.
-template <class... Exceptions>
-std::string exception_names() {
-    std::string names;
-    const auto add = [&](brtti *type) {
-        const std::string name = type->gettypename().Str();
-        EXPECT_TRUE(type->iskindof(xrtti_get_p_strXException()) && type->getnfields() == 0) << name;
-        EXPECT_FALSE(static_cast<xrttistruct *>(type)->getisrefcount()) << name;
-        names += name.substr(std::strlen("strlib::")) + ' ';
-    };
-    (add(Exceptions::getclassrtti()), ...);
-    return names;
-}
-
 TEST(Errors, AreExceptionsOfTheirFunction) {
     const std::unique_ptr<strXNested> made(strXNested::Create("why", kel::construct<kelXFunc>("where")));
     EXPECT_EQ(made->getrtti(), strXNested::getclassrtti());
     std::ostringstream out;
     made->Print(out);
     EXPECT_EQ(out.str(), "Exception: \"why\"\n\tin function \"where\"\n");
-    try {
-        strXNested::Throw("thrown", kel::construct<kelXFunc>("where"));
-    } catch (xthrowable *flight) {
-        EXPECT_STREQ(strXNested::cast(flight)->getDescription(), "thrown");
-        xdelete(flight);
-    }
+    xthrowable *flight = flight_of([] { strXNested::Throw("thrown", kel::construct<kelXFunc>("where")); });
+    EXPECT_STREQ(strXNested::cast(flight)->getDescription(), "thrown");
+    xdelete(flight);
 }
 
 TEST(Types, AreDeclared) {
-    const auto values = [](xrttienum *type) {
-        std::string list = type->getname().Str();
+    std::string names;
+    for (xrttienum *type :
+         {xrtti_get_p_strMatchMode(), xrtti_get_p_strSplitMode(), xrtti_get_p_strScanDir()}) {
+        names += type->getname().Str();
         for (int i = 0; i < type->getnenumvalues(); ++i)
-            list += std::string(" ") + type->getenumvaluebyindex(i).Str();
-        return list;
-    };
-    EXPECT_EQ(values(xrtti_get_p_strMatchMode()),
-              "strlib::MatchMode strLit strLitIC strShell strShellIC strRegExp strRegExpIC");
+            names += std::string(" ") + type->getenumvaluebyindex(i).Str();
+        names += "\n";
+    }
     EXPECT_EQ(
-        values(xrtti_get_p_strSplitMode()),
-        "strlib::SplitMode strBefore strBeforeAndIncl strAfter strInclAndAfter strMatchOnly strExclMatch");
-    EXPECT_EQ(values(xrtti_get_p_strScanDir()), "strlib::ScanDir strForward strBackward");
-
+        names,
+        "strlib::MatchMode strLit strLitIC strShell strShellIC strRegExp strRegExpIC\n"
+        "strlib::SplitMode strBefore strBeforeAndIncl strAfter strInclAndAfter strMatchOnly strExclMatch\n"
+        "strlib::ScanDir strForward strBackward\n");
     strSegments list;
     strSegment segment(4, 7);
     list.append(&segment);
     xrttistruct *element = xrtti_get_p_strSegment();
-    EXPECT_STREQ(element->getname(), "strlib::Segment");
     EXPECT_STREQ(element->getfieldname(0) + element->getfieldname(1), "FromTo");
     EXPECT_EQ(int(element->getfield(0, xany(&segment))) * 10 + int(element->getfield(1, xany(&segment))), 47);
     xrttisequence *sequence = xrtti_get_p_strSegments();
-    EXPECT_STREQ(sequence->getname(), "strlib::Segments");
+    EXPECT_STREQ(element->getname() + " " + sequence->getname(), "strlib::Segment strlib::Segments");
     EXPECT_EQ(sequence->getseqtype(), element);
     EXPECT_EQ(sequence->getseqelem(0, xany(&list)), xany(&segment));
     EXPECT_FALSE(element->getisrefcount() || sequence->getisrefcount());
 
-    EXPECT_STREQ(xrtti_get_p_strXException()->getname(), "strlib::XException");
-    EXPECT_TRUE(xrtti_get_p_strXException()->iskindof(xrtti_get_p_kelXExternFunc()));
-    auto *const names =
-        exception_names<strXReplMatch, strXFromTo, strXIntersectSegm, strXNullArgRegExp, strXCorruptedRegExp,
-                        strXCorruptedPointers, strXRegExpTooBig, strXOutofSpace, strXTooManyBrackets,
-                        strXUnterminatedBrackets, strXUnmatchedBrackets, strXJunkOnEnd, strXOperEmpty,
-                        strXNested, strXInvalidRange, strXUnmatchedSqBrackets, strXUnexpectedSymbol,
-                        strXFollowsNothing, strXTrailingSymbol, strXStringZeroLen, strXDamagedMatchStr,
-                        strXOther>;
-    EXPECT_EQ(names(),
+    names.clear();
+    const auto add = [&]<class... X>(std::tuple<X *...>) {
+        for (brtti *type : {static_cast<brtti *>(X::getclassrtti())...}) {
+            EXPECT_TRUE(type->iskindof(xrtti_get_p_strXException()) && type->getnfields() == 0);
+            names += type->gettypename().Str() + std::strlen("strlib::") + std::string(" ");
+        }
+    };
+    add(std::tuple<strXReplMatch *, strXFromTo *, strXIntersectSegm *, strXNullArgRegExp *,
+                   strXCorruptedRegExp *, strXCorruptedPointers *, strXRegExpTooBig *, strXOutofSpace *,
+                   strXTooManyBrackets *, strXUnterminatedBrackets *, strXUnmatchedBrackets *,
+                   strXJunkOnEnd *, strXOperEmpty *, strXNested *, strXInvalidRange *,
+                   strXUnmatchedSqBrackets *, strXUnexpectedSymbol *, strXFollowsNothing *,
+                   strXTrailingSymbol *, strXStringZeroLen *, strXDamagedMatchStr *, strXOther *>());
+    EXPECT_EQ(names,
               "XReplMatch XFromTo XIntersectSegm XNullArgRegExp XCorruptedRegExp XCorruptedPointers "
               "XRegExpTooBig XOutofSpace XTooManyBrackets XUnterminatedBrackets XUnmatchedBrackets "
               "XJunkOnEnd XOperEmpty XNested XInvalidRange XUnmatchedSqBrackets XUnexpectedSymbol "
