@@ -23,12 +23,13 @@ TEST(Segments, WhatIsNotThereIsReported) {
     const std::string reports = errors.take();
     EXPECT_EQ(std::ranges::count(reports, ';'), 5) << reports;
     EXPECT_TRUE(list.getarraysize() == 1 && list.get(0) == &segment);
-    list.set(0, nullptr);
+    list.append(nullptr);
     testing::internal::CaptureStdout();
     list.Print();
     std::cout.flush();
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "Segments\n Number 0 Segment: From -2147483648 To -2147483648\n");
+    EXPECT_EQ(
+        testing::internal::GetCapturedStdout(),
+        "Segments\n Number 0 Segment: From 1 To 2\n Number 1 Segment: From -2147483648 To -2147483648\n");
 }
 
 TEST(Segments, ConsistencyIsChecked) {
