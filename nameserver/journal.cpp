@@ -77,7 +77,8 @@ void append_added(std::string &to, const stored_record &record, unsigned long lo
     append_entry(to, body);
 }
 long long live_size(const record_store &store) noexcept {
-    return static_cast<long long>(header.size() + store.bytes() + store.size() * (entry_head + add_head));
+    const std::size_t bytes = header.size() + store.bytes() + store.size() * (entry_head + add_head);
+    return static_cast<long long>(bytes);
 }
 
 // False when the body is none, although its checksum is right.

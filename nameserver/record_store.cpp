@@ -158,12 +158,12 @@ record_ref record_store::add(const name_record &record, std::uint64_t number) {
     return made;
 }
 
-void record_store::remove(const record_ref &record) {
+// By value, because the caller's reference may stand in a list that is swept.
+void record_store::remove(record_ref record) {
     if (!record->is_stored) return;
-    const record_ref kept = record;  // it may stand in a list that is swept
-    const std::vector<key> keys = keys_of(*kept);
-    kept->is_stored = false;
-    m_bytes -= kept->bytes.size();
+    const std::vector<key> keys = keys_of(*record);
+    record->is_stored = false;
+    m_bytes -= record->bytes.size();
     for (key under : keys) {
         const auto found = m_lists.find(under);
         list &holder = found->second;

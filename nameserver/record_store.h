@@ -35,7 +35,7 @@ public:
     // The record must be within the limits, and find_equal have found none. With number 0 it gets the next
     // one; a larger number is kept, and the numbers go on behind it.
     record_ref add(const name_record &record, std::uint64_t number = 0);
-    void remove(const record_ref &record);
+    void remove(record_ref record);
 
     // In the order of registration. A template without fields matches all.
     record_refs find(const name_record &record_template) const;

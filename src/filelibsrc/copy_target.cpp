@@ -11,7 +11,6 @@ namespace kel::detail {
 
 using system::links;
 using system::outcome;
-using system::owned_descriptor;
 
 namespace {
 

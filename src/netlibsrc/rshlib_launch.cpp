@@ -9,7 +9,7 @@ namespace kel::detail {
 
 xstring directory_of(const char *working_directory, const char *base_directory) {
     if (!*working_directory) return "";
-    const xstring native = fsPathToNative(working_directory);
+    xstring native = fsPathToNative(working_directory);
     if (fsIsPathAbsolute(working_directory) || !*base_directory) return native;
     return fsCatPaths(fsPathToNative(base_directory), native);
 }

@@ -176,7 +176,7 @@ xstring tmTime::getTimeFormat() {
     return is_written(library_format) ? library_format : xstring();
 }
 xstring tmTime::setTimeFormat(const char *format) {
-    const xstring given(kel::is_text(format) ? format : xstrNullStr);  // it may be the library's own
+    xstring given(kel::is_text(format) ? format : xstrNullStr);  // it may be the library's own
     library_format = kel::is_text(format) ? given : xstring("");
     return given;
 }
