@@ -283,6 +283,9 @@ TEST(Numbers, AreChecked) {
         EXPECT_FALSE(one(5)) << "an empty slot";
     EXPECT_TRUE(key == "untouched" && value == 9);
     EXPECT_TRUE(ours.setbyindex(0, 4) && ours.getbyindex(0, value) && value == 4);
+    for (auto item : ours)
+        ++item.value;
+    EXPECT_TRUE(ours.find("", value) && value == 5);
     EXPECT_TRUE(ours.BaseGetByIndex(0, nullptr, Ints::slotsize, Ints::offset));
     EXPECT_TRUE(ours.BaseGetKeyByIndex(0, nullptr, Ints::slotsize, Ints::offset));
 }
@@ -353,6 +356,8 @@ TEST(Values, OfAnyTypeAreReplaced) {
         EXPECT_TRUE(ours.remove(std::to_string(i + 1).c_str()));
     }
     EXPECT_EQ(xrcgetcount(&held), 1);
+    xany value;
+    EXPECT_TRUE(ours.find("42", value) && value == xany(42));
     EXPECT_EQ(errors.take(), "");
 }
 

@@ -146,7 +146,8 @@ TEST(Value, EqualityIsByKindAndValue) {
     std::unique_ptr<xobject> fresh(new kelXArgs);
     EXPECT_FALSE(five == fresh.get() || nil == fresh.get());
     EXPECT_EQ(xrcgetcount(fresh.get()), 0);
-    EXPECT_TRUE(uninit == kel::uninit_object() && kel::uninit_object() == uninit);
+    xauto<xobject> held;
+    EXPECT_TRUE(xany(&held) == &held && uninit == kel::uninit_object() && kel::uninit_object() == uninit);
 }
 
 TEST(Value, WhatItIsGivenIsNeitherLostNorHeldTwice) {

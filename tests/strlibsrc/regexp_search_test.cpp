@@ -119,15 +119,9 @@ void compare_with_model(random_text &random, int rounds) {
 }
 
 class in_locale : public testing::TestWithParam<const char *> {
-protected:
-    void SetUp() override {
-        if (!std::setlocale(LC_ALL, GetParam())) GTEST_SKIP() << "no locale " << GetParam();
-        setErrReport(true);
-    }
-    void TearDown() override { std::setlocale(LC_ALL, "C"); }
+    text_model::locale_scope m_locale{GetParam()};
 };
-INSTANTIATE_TEST_SUITE_P(regexp_search, in_locale, testing::Values("C", "C.UTF-8"),
-                         [](const auto &each) { return each.index == 0 ? "single" : "utf8"; });
+INSTANTIATE_TEST_SUITE_P(regexp_search, in_locale, testing::Values("C", "C.UTF-8"));
 
 TEST_P(in_locale, RandomPatternsFindWhatTheModelFinds) {
     random_text random(20240611, {"a", "a", "b", "b", "c", "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80"},

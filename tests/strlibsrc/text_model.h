@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cstring>
 #include <cwchar>
@@ -80,25 +81,13 @@ struct chance {
     std::size_t below(std::size_t n) { return engine() % n; }
     // Few different characters, so that texts meet; valid ones of all lengths, broken and stray bytes.
     std::string text(std::size_t longest) {
-        static const std::string pieces[] = {"a",
-                                             "b",
-                                             "A",
-                                             " ",
-                                             " ",
-                                             "\t",
-                                             "\xC3\xA9",
-                                             "\xC3\xA8",
-                                             "\xE2\x82\xAC",
-                                             "\xF0\x9F\x98\x80",
-                                             "\xC3",
-                                             "\xE2\x82",
-                                             "\x82",
-                                             "\xAC",
-                                             "\xFF"};
+        static const auto pieces =
+            std::to_array<std::string>({"a", "b", "A", " ", " ", "\t", "\xC3\xA9", "\xC3\xA8", "\xE2\x82\xAC",
+                                        "\xF0\x9F\x98\x80", "\xC3", "\xE2\x82", "\x82", "\xAC", "\xFF"});
         if (below(8) == 0) longest *= 20;  // the library has its own ways with many bytes
         std::string result;
         for (std::size_t n = below(longest + 1); n > 0; --n)
-            result += pieces[below(std::size(pieces))];
+            result += pieces[below(pieces.size())];
         return result;
     }
     // Within a text and beyond its ends, or unset.
