@@ -87,6 +87,23 @@ class KelCase(unittest.TestCase):
         return json.loads(self.run_kel(*arguments, "--json", code=code).decode())
 
 
+class RemoteCase(KelCase):
+    def setUp(self):
+        super().setUp()
+        self.environment["SHELL"] = "/bin/sh"
+        self.name_server()
+
+    def start(self, *words, **streams):
+        given = dict.fromkeys(("stdin", "stdout", "stderr"), subprocess.PIPE) | streams
+        process = subprocess.Popen([KEL, "rsh", *words], cwd=self.here, env=self.environment, **given)
+        for pipe in (process.stdin, process.stdout, process.stderr):
+            if pipe:
+                self.addCleanup(pipe.close)
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+        return process
+
+
 def run():
     # A caller may ignore them, as nohup does, and shells do for background jobs.
     for each in (signal.SIGHUP, signal.SIGQUIT):

@@ -6,77 +6,17 @@ import random
 import resource
 import select
 import signal
-import socket
 import struct
 import subprocess
 import time
 import zlib
 
-from driving import KEL, KelCase, run
-from peer import Peer, ints
+from driving import IS_SANITIZED, KelCase, run
+from names_peer import DELETE, PING, QUERY, REGISTER, SHUTDOWN, VERSION, Client, Records, record, request
+from peer import ints
 
-EMPTY = []
-PING, ADD, REMOVE, QUERY, SHUTDOWN, VERSION = 1, 3, 4, 5, 6, 7
+EMPTY = {}
 
-
-def text(value):
-    value = value.encode()
-    return ints(len(value) + 1, len(value)) + value
-
-
-def record(fields, process=0):
-    return ints(process, len(fields)) + b"".join(text(name) + text(value) for name, value in fields)
-
-
-def request(code, body=b""):
-    return ints(100) + bytes([code]) + body
-
-
-class Client(Peer):
-    def __init__(self, port, *sent):
-        super().__init__(socket.create_connection(("localhost", port), 60))
-        for piece in sent:
-            self.say(piece)
-
-    def field_text(self):
-        size, length = self.int(), self.int()
-        assert size == length + 1, (size, length)
-        return self.take(length).decode()
-
-    def record(self):
-        process, count = self.int(), self.int()
-        return process, [(self.field_text(), self.field_text()) for _ in range(count)]
-
-    def answer(self, code):
-        status = self.take(1)[0]
-        if code == REMOVE:
-            return status, self.int()
-        if status or code not in (QUERY, VERSION):
-            return status
-        return [self.record() for _ in range(self.int())] if code == QUERY else self.record()
-
-
-class Model:
-    """What must be registered, in order."""
-
-    def __init__(self):
-        self.records = []
-
-    def matching(self, fields):
-        return [r for r in self.records if set(fields) <= set(r[1])]
-
-    def serve(self, code, fields, process):
-        matching = self.matching(fields)
-        if code == QUERY:
-            return matching
-        if code == REMOVE:
-            self.records = [r for r in self.records if r not in matching]
-            return (0, len(matching)) if matching else (5, 0)
-        if any((p, set(f)) == (process, set(fields)) for p, f in self.records) or \
-                any(name == "_ServerName" and self.matching([(name, value)]) for name, value in fields):
-            return 4
-        self.records.append((process, fields))
-        return 0
 
 
 class NameServer(KelCase):
@@ -106,9 +46,9 @@ class NameServer(KelCase):
         with Client(self.port, request(code, record(*body) if body else b"")) as peer:
             return peer.answer(code)
 
-    def values(self, fields=EMPTY, name=0):
+    def values(self, fields=EMPTY):
         """The values of the first fields of the records that match."""
-        return [fields[name][1] for _, fields in self.ask(QUERY, fields)]
+        return [list(found.values())[0] for _, found in self.ask(QUERY, fields)]
 
     def sleeper(self):
         process = subprocess.Popen(["sleep", "1000"])
@@ -118,39 +58,39 @@ class NameServer(KelCase):
 
     def test_requests_follow_a_model(self):
         """Random ones, many on one connection, in pieces of any size; and the server is killed between them."""
-        chance, model = random.Random(5), Model()
+        chance, model = random.Random(5), Records()
         names = ["_ServerName", "_PortNumber", "Host", "ö", ""]
         for _ in range(4):
             daemon = self.server()
-            self.assertEqual(self.ask(QUERY, EMPTY), model.records, "after the restart")
+            self.assertEqual(self.ask(QUERY, EMPTY), model.kept, "after the restart")
             with Client(self.port) as peer:
                 for _ in range(150):
                     batch = []
                     for _ in range(chance.choice([1, 1, 20])):
-                        fields = [(name, str(chance.randrange(chance.choice([2, 40])))) for name in
-                                  chance.sample(names, chance.randrange(len(names)))]
-                        code = chance.choice([ADD, ADD, ADD, QUERY, REMOVE if fields else QUERY])
-                        batch.append((code, fields, chance.choice([0, 0, os.getpid(), 1]) if code == ADD else 0))
+                        fields = {name: str(chance.randrange(chance.choice([2, 40]))) for name in
+                                  chance.sample(names, chance.randrange(len(names)))}
+                        code = chance.choice([REGISTER, REGISTER, REGISTER, QUERY, DELETE if fields else QUERY])
+                        batch.append((code, fields, chance.choice([0, 0, os.getpid(), 1]) if code == REGISTER else 0))
                     peer.say(b"".join(request(code, record(fields, process)) for code, fields, process in batch),
                              chance.choice([1 << 20, 1, 17]))
                     for asked in batch:
                         self.assertEqual(peer.answer(asked[0]), model.serve(*asked), asked)
-            self.assertEqual(self.ask(QUERY, EMPTY), model.records)
+            self.assertEqual(self.ask(QUERY, EMPTY), model.kept)
             self.ends(daemon, signal.SIGKILL)
 
     def test_nonsense_and_limits(self):
         daemon = self.server("--no-journal")
         for sent, answer in ((ints(101) + b"\1", b""), (request(2), b"\3"), (request(1) + request(99), b"\0\3"),
                              (request(3, ints(0, -1)), b"\3"), (request(5, ints(0, 257)), b"\3"),
-                             (request(3, record([("a\0b", "c")])), b"\3"), (request(5, record([("a", "b" * 256)])), b"\3"),
+                             (request(3, record({"a\0b": "c"})), b"\3"), (request(5, record({"a": "b" * 256})), b"\3"),
                              (request(3, ints(0, 1, 1 << 30, (1 << 30) - 1)), b"\3"), (request(4, ints(0, 1, 3, 3)), b"\3")):
             with Client(self.port, sent) as peer:
                 self.assertEqual(peer.rest(), answer, sent[:40])
-        largest = [("n" * 255, "v" * 255)]
-        self.assertEqual(self.ask(ADD, [("none", "")], 1 << 30), 6, "a record of no process")
-        self.assertEqual(self.ask(ADD, largest + [(f"{i}", "") for i in range(255)]), 0)
-        self.assertEqual(self.ask(REMOVE, largest), (0, 1))
-        self.assertEqual((self.ask(VERSION)[1][0][0], self.ask(PING), self.ask(SHUTDOWN)), ("Version", 0, 0))
+        largest = {"n" * 255: "v" * 255}
+        self.assertEqual(self.ask(REGISTER, {"none": ""}, 1 << 30), 6, "a record of no process")
+        self.assertEqual(self.ask(REGISTER, largest | {f"{i}": "" for i in range(255)}), 0)
+        self.assertEqual(self.ask(DELETE, largest), (0, 1))
+        self.assertEqual((list(self.ask(VERSION)[1])[0], self.ask(PING), self.ask(SHUTDOWN)), ("Version", 0, 0))
         self.assertEqual(daemon.wait(60), 0)
 
     def test_a_crowd(self):
@@ -159,19 +99,19 @@ class NameServer(KelCase):
         count = 10000
         with Client(self.port) as peer:
             for first in range(0, count, 500):
-                peer.say(b"".join(request(ADD, record([("_ServerName", f"server {i}"), ("all", "1")]))
+                peer.say(b"".join(request(REGISTER, record({"_ServerName": f"server {i}", "all": "1"}))
                                   for i in range(first, first + 500)))
-                self.assertEqual({peer.answer(ADD) for _ in range(500)}, {0})
+                self.assertEqual({peer.answer(REGISTER) for _ in range(500)}, {0})
         began = time.monotonic()
-        unread = [Client(self.port, request(QUERY, record([("all", "1")])) * 50) for _ in range(20)]
-        others = [Client(self.port, request(ADD, record([("half", "1")]))[:i % 30]) for i in range(700)]
+        unread = [Client(self.port, request(QUERY, record({"all": "1"})) * 50) for _ in range(20)]
+        others = [Client(self.port, request(REGISTER, record({"half": "1"}))[:i % 30]) for i in range(700)]
         for i in range(300):
             Client(self.port, request(QUERY, record(EMPTY))[:i % 14]).leave("cut")
         for i in range(300):
             asked = time.monotonic()
-            self.assertEqual(self.values([("_ServerName", f"server {i}")]), [f"server {i}"])
+            self.assertEqual(self.values({"_ServerName": f"server {i}"}), [f"server {i}"])
             self.assertLess(time.monotonic() - asked, 5, "seconds of a query among silent peers")
-        self.assertEqual([r[1][0][1] for r in unread[7].answer(QUERY)], [f"server {i}" for i in range(count)], "read late")
+        self.assertEqual([r[1]["_ServerName"] for r in unread[7].answer(QUERY)], [f"server {i}" for i in range(count)], "read late")
         for peer in unread[8:]:  # their end tells the server nothing but that
             peer.leave("cut")
         flood = [Client(self.port) for _ in range(1100)]
@@ -179,28 +119,28 @@ class NameServer(KelCase):
         self.assertEqual(others[20].rest(), b"", "the end of a peer that was idle longest")
         for peer in flood[:-1] + others + unread[:8]:
             peer.close()
-        self.assertEqual(self.ask(REMOVE, [("all", "1")]), (0, count))
+        self.assertEqual(self.ask(DELETE, {"all": "1"}), (0, count))
         self.assertEqual(flood[-1].rest(), b"", "the end of a silent peer")
         flood[-1].close()
         self.assertGreater(time.monotonic() - began, 9, "a silent peer was dropped too early")
 
     def test_records_of_processes(self):
         daemon = self.server()
-        self.assertEqual(self.ask(ADD, [("kept", "")]), 0)
+        self.assertEqual(self.ask(REGISTER, {"kept": ""}), 0)
         dying, staying, later = self.sleeper(), self.sleeper(), self.sleeper()
         for sleeper, name in ((dying, "a"), (dying, "b"), (staying, "c"), (later, "d"), (staying, "e")):
-            self.assertEqual(self.ask(ADD, [("_ServerName", name), ("of", "test")], sleeper.pid), 0)
-        self.assertEqual(self.ask(ADD, [("_ServerName", "a")]), 4, "a name that is held")
+            self.assertEqual(self.ask(REGISTER, {"_ServerName": name, "of": "test"}, sleeper.pid), 0)
+        self.assertEqual(self.ask(REGISTER, {"_ServerName": "a"}), 4, "a name that is held")
         dying.kill()
         dying.wait()
-        of_test = [("of", "test")]
+        of_test = {"of": "test"}
         self.assertEqual([r[0] for r in self.ask(QUERY, of_test)], [staying.pid, later.pid, staying.pid])
-        self.assertEqual(self.ask(ADD, [("_ServerName", "a")] + of_test), 0, "the name of a dead process")
+        self.assertEqual(self.ask(REGISTER, {"_ServerName": "a"} | of_test), 0, "the name of a dead process")
         self.ends(daemon, signal.SIGKILL)
         later.kill()
         later.wait()
         daemon = self.server()
-        self.assertEqual([(r[0], r[1][0][1]) for r in self.ask(QUERY, of_test)],
+        self.assertEqual([(r[0], r[1]["_ServerName"]) for r in self.ask(QUERY, of_test)],
                          [(staying.pid, "c"), (staying.pid, "e"), (0, "a")], "after both ended")
         self.assertEqual(self.ends(daemon, signal.SIGTERM), "")
         # The id is another process's by now: the births in the journal are of one that was before.
@@ -213,12 +153,12 @@ class NameServer(KelCase):
             at += 8 + length
         self.journal.write_bytes(entries)
         self.server()
-        self.assertEqual(self.ask(QUERY, EMPTY), [(0, [("kept", "")]), (0, [("_ServerName", "a")] + of_test)])
+        self.assertEqual(self.ask(QUERY, EMPTY), [(0, {"kept": ""}), (0, {"_ServerName": "a"} | of_test)])
 
     def test_a_damaged_journal(self):
         daemon, ends = self.server(), []
         for i in range(5):
-            self.assertEqual(self.ask(ADD, [("n", str(i))]), 0)
+            self.assertEqual(self.ask(REGISTER, {"n": str(i)}), 0)
             ends.append(self.journal.stat().st_size)
         self.refused("in use")
         self.ends(daemon, signal.SIGKILL)
@@ -234,7 +174,7 @@ class NameServer(KelCase):
             self.journal.write_bytes(found)
             daemon = self.server()
             self.assertEqual(self.values(), [str(i) for i in range(left)], what)
-            self.assertEqual(self.ask(ADD, [("after", "it")]), 0, what)
+            self.assertEqual(self.ask(REGISTER, {"after": "it"}), 0, what)
             self.assertIn(said, self.ends(daemon, signal.SIGKILL), what)
             self.assertEqual(copy.exists(), is_copied, what)
             if is_copied:
@@ -255,18 +195,18 @@ class NameServer(KelCase):
 
     def test_a_full_disk_and_a_long_journal(self):
         daemon = self.server(limits=[(resource.RLIMIT_FSIZE, 1000)])
-        statuses = [self.ask(ADD, [("n", str(i))]) for i in range(100)]
+        statuses = [self.ask(REGISTER, {"n": str(i)}) for i in range(100)]
         count = statuses.index(9)
         self.assertEqual(statuses, [0] * count + [9] * (100 - count))
-        self.assertEqual((self.ask(REMOVE, EMPTY), len(self.values())), ((9, 0), count))
+        self.assertEqual((self.ask(DELETE, EMPTY), len(self.values())), ((9, 0), count))
         self.assertIn("refused", self.ends(daemon, signal.SIGKILL))
         daemon = self.server()
         # Grows by 8 MB, and keeps few records.
         with Client(self.port) as peer:
             for i in range(200):
-                pair = request(ADD, record([("big", str(i))] + [(f"{k}", "x" * 255) for k in range(75)]))
-                peer.say(pair * 2 + request(REMOVE, record([("big", str(i))])))
-                self.assertEqual((peer.answer(ADD), peer.answer(ADD), peer.answer(REMOVE)), (0, 4, (0, 1)))
+                pair = request(REGISTER, record({"big": str(i)} | {f"{k}": "x" * 255 for k in range(75)}))
+                peer.say(pair * 2 + request(DELETE, record({"big": str(i)})))
+                self.assertEqual((peer.answer(REGISTER), peer.answer(REGISTER), peer.answer(DELETE)), (0, 4, (0, 1)))
         self.assertLess(self.journal.stat().st_size, 1_100_000)
         self.ends(daemon, signal.SIGKILL)
         daemon = self.server()
@@ -275,18 +215,18 @@ class NameServer(KelCase):
 
     def test_without_descriptors(self):
         """More processes and peers than there are descriptors."""
-        if "asan" in KEL or "tsan" in KEL:
+        if IS_SANITIZED:
             self.skipTest("sanitizers need descriptors themselves")
         daemon = self.server("--no-journal", limits=[(resource.RLIMIT_NOFILE, 64)])
         sleepers = [self.sleeper() for _ in range(90)]
         for sleeper in sleepers:
-            self.assertEqual(self.ask(ADD, [("_ServerName", str(sleeper.pid))], sleeper.pid), 0)
+            self.assertEqual(self.ask(REGISTER, {"_ServerName": str(sleeper.pid)}, sleeper.pid), 0)
         peers = [Client(self.port) for _ in range(100)]
         self.assertEqual(len(self.values()), 90)
         for sleeper in sleepers[::2]:
             sleeper.kill()
             sleeper.wait()
-        self.assertEqual(self.ask(ADD, [("_ServerName", str(sleepers[0].pid))]), 0, "the name of a dead process")
+        self.assertEqual(self.ask(REGISTER, {"_ServerName": str(sleepers[0].pid)}), 0, "the name of a dead process")
         self.assertEqual([r[0] for r in self.ask(QUERY, EMPTY)], [s.pid for s in sleepers[1::2]] + [0])
         for peer in peers:
             peer.close()

@@ -1,5 +1,5 @@
-"""kelrshd with a name server of its own, and a client that is written here, which knows nothing but the messages: what
-it runs, refuses, logs and ends, and clients that lie, go, or take nothing."""
+"""kelrshd with a name server of its own, and a client that knows nothing but the messages: what it runs, refuses, logs
+and ends, and clients that lie, go, or take nothing."""
 
 import os
 import pathlib
@@ -13,8 +13,9 @@ import threading
 import time
 
 from driving import AS_ROOT, KelCase, await_end, peak, run
-from peer import BREAK, CODE, END, ERROR, GO_ON_INPUT, GO_ON_OUTPUT, HOLD_INPUT, HOLD_OUTPUT, INPUT, INPUT_END, KILL
-from peer import MIB, NO_CODE, OUTPUT, Peer, data, ints, request, text
+from peer import MIB, Peer, ints, text
+from rsh_peer import BREAK, CODE, END, ERROR, GO_ON_OUTPUT, HOLD_INPUT, HOLD_OUTPUT, INPUT, INPUT_END, KILL, NO_CODE
+from rsh_peer import OUTPUT, Command, data, request
 
 TRAP = 'trap "echo caught; exit 5" INT; echo $$; while :; do sleep 0.01; done'
 # Unknown tags lead no payload; those of the other direction are unknown too.
@@ -24,42 +25,6 @@ signal.signal(signal.SIGINT, lambda *_: os.write(2, b"caught"))
 while block := os.read(0, 65536):
     while block: block = block[os.write(1, block):]
 """
-
-
-class Command(Peer):
-    """A command of the server at a port: `reason` is why it was not started."""
-
-    def __init__(self, port, command, folder="", shell=0, sent=b"", piece=MIB, host="127.0.0.1"):
-        super().__init__(socket.create_connection((host, port), 60))
-        self.outputs, self.code, self.reason = {OUTPUT: bytearray(), ERROR: bytearray()}, None, None
-        self.say(b"\0" + request(command, folder, shell) + sent, piece)
-        assert self.take(1) == b"\1"
-        if (answer := self.int()) != 0:
-            self.reason = answer, self.int(), self.text().decode()
-            assert self.rest() == b""
-
-    def step(self):
-        tag = self.int()
-        if tag in self.outputs:
-            self.outputs[tag] += (content := self.text())
-            assert content, "a message without bytes"
-        elif tag == CODE:
-            assert self.code is None
-            self.code = self.int()
-        return tag
-
-    def line(self):
-        while b"\n" not in self.outputs[OUTPUT]:
-            self.step()
-        return self.outputs[OUTPUT].decode()
-
-    def finish(self):
-        while (tag := self.step()) != END:
-            assert tag in (OUTPUT, ERROR, CODE, HOLD_INPUT, GO_ON_INPUT), tag
-        self.say(ints(END))
-        assert self.rest() == b"", "something behind the end"
-        self.close()
-        return self.code, bytes(self.outputs[OUTPUT]), bytes(self.outputs[ERROR])
 
 
 class RemoteShellServer(KelCase):

@@ -1,48 +1,26 @@
-"""kel rsh with a name server and kelrshd, and with a server that is written here and knows nothing but the messages."""
+"""kel rsh with a name server and kelrshd."""
 
 import hashlib
 import os
 import random
-import select
 import signal
 import socket
 import subprocess
 import sys
 import threading
 
-from driving import AS_ROOT, IS_SANITIZED, KEL, KelCase, await_end, peak, run
-from peer import BREAK, CODE, END, ERROR, GO_ON_INPUT, GO_ON_OUTPUT, HOLD_INPUT, HOLD_OUTPUT, INPUT, INPUT_END, KILL
-from peer import MIB, NO_CODE, OUTPUT, Peer, data, ints, request, text
+from driving import AS_ROOT, RemoteCase, await_end, peak, run
+from peer import MIB
 from terminal_test import Terminal
 
 TELL_WORDS = "import os, sys; sys.stdout.buffer.write(b'\\0'.join(map(os.fsencode, sys.argv[1:])))"
 # A command that says when it listens to interrupts, and what it then does.
 LISTENING = "trap '{}' INT; echo ready; while :; do sleep 1; done"
-PRESSURE = [ints(tag) for tag in (HOLD_OUTPUT - 1, HOLD_OUTPUT, GO_ON_OUTPUT - 1, GO_ON_OUTPUT)]
 LOST = "the connection to this machine was lost"
-# Unknown tags lead no payload; those of the other direction are unknown too.
-UNKNOWN = ints(0, 1, INPUT, INPUT_END, KILL, BREAK, 10, 99, -5, NO_CODE, 0x7FFFFFFF, HOLD_OUTPUT, GO_ON_OUTPUT)
 
 
 def closed(*descriptors):
     return lambda: [os.close(each) for each in descriptors]
-
-
-class RemoteCase(KelCase):
-    def setUp(self):
-        super().setUp()
-        self.environment["SHELL"] = "/bin/sh"
-        self.name_server()
-
-    def start(self, *words, **streams):
-        given = dict.fromkeys(("stdin", "stdout", "stderr"), subprocess.PIPE) | streams
-        process = subprocess.Popen([KEL, "rsh", *words], cwd=self.here, env=self.environment, **given)
-        for pipe in (process.stdin, process.stdout, process.stderr):
-            if pipe:
-                self.addCleanup(pipe.close)
-        self.addCleanup(process.wait)
-        self.addCleanup(process.kill)
-        return process
 
 
 class WithOurServer(RemoteCase):
@@ -184,128 +162,6 @@ class WithOurServer(RemoteCase):
         os.write(terminal.ours, b"one\n\004")
         terminal.await_bytes(rb"\b1\r\n")
         self.assertEqual(terminal.process.wait(30), 0)
-
-
-class WithAServerOfTheTest(RemoteCase):
-    def setUp(self):
-        super().setUp()
-        self.listener = socket.create_server(("127.0.0.1", 0))
-        self.listener.settimeout(60)
-        self.addCleanup(self.listener.close)
-        self.run_kel("nms", "register", "kelrshd", str(self.listener.getsockname()[1]))
-
-    def session(self, words=("--shell", "--cwd", "/a directory", ".", "--", "a", "command"),
-                asked=("a command", "/a directory", 1), **streams):
-        """A client, and its connection once it has asked."""
-        client = self.start(*words, **streams)
-        peer = Peer(self.listener.accept()[0])
-        self.addCleanup(peer.close)
-        self.assertEqual(peer.take(1), b"\0")
-        peer.say(b"\1")
-        self.assertEqual(peer.take(len(request(*asked))), request(*asked))
-        return client, peer
-
-    def answered(self, script, piece=MIB):
-        """What a client makes of the bytes of a server that goes behind them: code, output, errors, and what it told."""
-        client, peer = self.session(stdin=subprocess.DEVNULL)
-        said = []
-
-        def serve():
-            try:
-                peer.say(script[:4], piece)
-                self.assertTrue(script[:4] != ints(0) or peer.int() == INPUT_END)
-                peer.say(script[4:], piece)
-                said.append(peer.leave("half"))
-            except OSError:  # it did not like the beginning
-                said.append(b"")
-
-        serving = threading.Thread(target=serve)
-        serving.start()
-        output, errors = client.communicate(timeout=60)
-        serving.join()
-        words = (said[0][at:at + 4] for at in range(0, len(said[0]), 4))
-        told = b"".join(word for word in words if word not in PRESSURE)
-        return client.returncode, output, errors.decode().removeprefix("kel rsh: "), told
-
-    def test_answers(self):
-        big, ending, failed = os.urandom(2 * MIB), ints(CODE, 7, END), "Remote process launching error"
-        for script, code, output, errors in (
-                (ints(10, 3) + text(b"No such file"), 255, b"", "No such file"),
-                (ints(-1, 11) + text(b"a\0b"), 255, b"", "a"),
-                (ints(10, 3, -1), 255, b"", "what answers on this machine is no remote-shell server"),
-                (ints(6, 9), 255, b"", failed),
-                (ints(0) + ending, 7, b"", ""),
-                (ints(0, CODE, -1, END), 255, b"", "the command ended with -1"),
-                (ints(0) + data(OUTPUT, b"a\0b") + ints(OUTPUT, 0, ERROR, 0) + data(ERROR, b"c") + ending, 7, b"a\0b", "c"),
-                (ints(0) + UNKNOWN + data(OUTPUT, b"in step") + UNKNOWN + ending, 7, b"in step", ""),
-                (ints(0) + data(OUTPUT, big) + data(ERROR, b"e" * MIB) + ending, 7, big, "e" * MIB),
-                (ints(0) + data(OUTPUT, b"a") + ints(OUTPUT, -1) + ending + ints(0), 255, b"a", LOST),
-                (ints(0, OUTPUT, 0x7FFFFFFF) + big, 255, big, LOST)):
-            for piece in (1, MIB) if len(script) < MIB else (MIB,):
-                told = ints(END) if script.endswith(ints(END)) else b""
-                saw = self.answered(script, piece)
-                self.assertEqual((*saw[:2], saw[2].rpartition(": ")[2].rstrip("\n"), saw[3]), (code, output, errors, told),
-                                 f"{script!r:.100}")
-
-    def test_what_a_client_sends(self):
-        for words, asked in ((("--shell", ".", "--", "x" * 100_000), ("x" * 100_000, "", 1)),
-                             (("--cwd", "\u00fc b", ".", "--", "a b", "\\c"), ('"a b" \\c', "\u00fc b", 0))):
-            client, peer = self.session(words, asked)
-            client.stdin.write(b"input" * 1000)
-            client.stdin.close()
-            client.stdin = None
-            peer.say(ints(0))
-            received = b""
-            while (tag := peer.int()) == INPUT:
-                received += peer.text()
-            self.assertEqual((tag, received), (INPUT_END, b"input" * 1000))
-            for tag in (BREAK, KILL):
-                client.send_signal(signal.SIGINT)
-                self.assertEqual(peer.int(), tag)
-            peer.say(ints(CODE, 137, END))
-            self.assertEqual((peer.int(), client.communicate(timeout=60), client.returncode), (END, (b"", b""), 137))
-        client, peer = self.session()
-        peer.say(ints(0))
-        client.kill()
-        self.assertEqual(peer.rest(), b"")
-
-    def test_pressure_both_ways(self):
-        """Output that nobody takes and endless input at once; hold and go on in both directions."""
-        with open("/dev/zero") as zeros:
-            client, peer = self.session(stdin=zeros)
-        block, received = bytes(MIB // 16), []
-
-        def until(wanted):
-            while (tag := peer.int()) == INPUT:
-                peer.text()
-            self.assertEqual(tag, wanted)
-
-        before = peak(client)
-        sending = threading.Thread(target=peer.say, args=[ints(0) + data(OUTPUT, block) * 512])
-        sending.start()
-        until(HOLD_OUTPUT)
-        client.send_signal(signal.SIGINT)
-        until(BREAK)
-        taking = threading.Thread(target=lambda: received.append(client.stdout.read()))
-        taking.start()
-        until(GO_ON_OUTPUT)
-        sending.join()
-        peer.say(ints(HOLD_INPUT) + data(ERROR, b"mark"))
-        reading = threading.Thread(target=client.stderr.read, args=[4])
-        reading.start()
-        while reading.is_alive():
-            if select.select([peer], [], [], 0.01)[0]:
-                self.assertEqual((peer.int(), peer.text() != b""), (INPUT, True), "what was under way")
-        client.send_signal(signal.SIGINT)
-        until(KILL)
-        self.assertEqual(select.select([peer], [], [], 0)[0], [], "input that is held")
-        peer.say(ints(GO_ON_INPUT))
-        self.assertEqual((peer.int(), peer.text() != b""), (INPUT, True), "input that goes on")
-        self.assertLess(peak(client) - before, 96)
-        peer.say(ints(CODE, 5, END))
-        until(END)
-        taking.join()
-        self.assertEqual((len(received[0]), client.wait(60)), (512 * len(block), 5))
 
 
 run()

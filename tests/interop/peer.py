@@ -1,13 +1,9 @@
-"""The other end of a connection: it reads ints and texts, sends in pieces, and goes in several ways. And the messages
-of the remote shell."""
+"""The other end of a connection: it reads ints and texts, sends in pieces, and goes in several ways."""
 
-import os
 import socket
 import struct
 
-ERROR, OUTPUT, INPUT, INPUT_END, CODE, END, KILL, BREAK = range(2, 10)
-HOLD_OUTPUT, HOLD_INPUT, GO_ON_OUTPUT, GO_ON_INPUT = 35, 36, 51, 52
-NO_CODE, MIB = -0x80000000, 1 << 20
+MIB = 1 << 20
 
 
 def ints(*values):
@@ -16,14 +12,6 @@ def ints(*values):
 
 def text(content):
     return ints(len(content)) + content
-
-
-def data(tag, content):
-    return ints(tag) + text(content)
-
-
-def request(command, folder="", shell=0):
-    return text(os.fsencode(command)) + text(os.fsencode(folder)) + ints(shell)
 
 
 class Peer(socket.socket):
