@@ -85,13 +85,12 @@ std::string LaunchLine(const std::vector<std::string> &words) {
 
     const std::size_t text = PlaceOfText(words);
     const std::string as_argument = text > 0 ? Quoted(words[text]) : "";
-    const std::string plain = Joined(QuotedProgram(program), words, text, as_argument);
+    std::string plain = Joined(QuotedProgram(program), words, text, as_argument);
     bool needs_help = program[0] != '/' && program[1] != ':' && program.find('/') != program.npos;
     if (text > 0 && !needs_help) {
         const bool nothing_quoted_follows =
             std::all_of(words.begin() + static_cast<std::ptrdiff_t>(text) + 1, words.end(), IsPlain);
-        const std::string for_interpreter =
-            Joined(QuotedProgram(program), words, text, '"' + words[text] + '"');
+        std::string for_interpreter = Joined(QuotedProgram(program), words, text, '"' + words[text] + '"');
         if (nothing_quoted_follows && IsInterpreter(program)) return for_interpreter;
         needs_help = !nothing_quoted_follows || for_interpreter != plain;
     }

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <condition_variable>
 #include <cstdlib>
 #include <mutex>
@@ -170,9 +171,11 @@ void AddTimeout(CLI::App &line, double &seconds) {
 }
 
 std::string DurationText(double seconds) {
-    const auto microseconds = static_cast<long>(seconds * 1e6 + 0.5);
-    if (microseconds >= 1000000) return NumberText(static_cast<double>(microseconds / 10000) / 100) + " s";
-    return NumberText(static_cast<double>(microseconds / 10) / 100) + " ms";
+    // Two digits behind the point, and no more than have passed.
+    const long microseconds = std::lround(seconds * 1e6);
+    const bool is_long = microseconds >= 1000000;
+    const long hundredths = microseconds / (is_long ? 10000 : 10);
+    return NumberText(static_cast<double>(hundredths) / 100) + (is_long ? " s" : " ms");
 }
 
 }  // namespace tool
