@@ -122,6 +122,8 @@ TEST_F(RemoteShell, NothingIsLeftOpen) {
         }
         const Process given_up = closed.Start("sleep 1000");
         given_up->Close();
+        const std::unique_ptr<rshServerEvent> left(closed.server->ExitEvent());
+        EXPECT_TRUE(left->Wait(seconds)) << "the connection of a process that was given up stays";
         EXPECT_TRUE(!given_up->getStdout() && given_up->GetExitCode() == rshProcess::NoExitCode);
     };
     round();

@@ -171,12 +171,6 @@ TEST_F(Server, PeersThatSayNothingOrNonsenseHoldNobodyUp) {
     const double begin = seconds();
     EXPECT_EQ(Rest(*Peer()), "") << "patience ends";
     EXPECT_NEAR(seconds() - begin, 5.4, 5);
-    btkAcceptSocket deaf;
-    ASSERT_TRUE(deaf.Listen(0, "127.0.0.1"));
-    Stop();
-    address->setPortN(deaf.GetPort());
-    EXPECT_EQ(netServer::Connect(address.get(), 0.1), nullptr) << "that of a client";
-    EXPECT_EQ(Error_GetLast(), 1460);
 }
 
 TEST_F(Server, ABurstIsServedAndWhatIsLeftWaitsForTheNextRun) {
@@ -353,6 +347,30 @@ TEST_F(Server, WithoutDescriptorsItWaitsAndGoesOn) {
     Stop();
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "begun\nnetBaseServer::SpawnAsyncRequest: create thread failed\n");
+}
+
+// Servers that accept and say nothing, or are not there at all.
+TEST_F(Server, ItsClientsWaitNoLongerThanTheySay) {
+    btkAcceptSocket silent;
+    ASSERT_TRUE(silent.Listen(0, "127.0.0.1"));
+    const auto refusal = [this](auto ask) -> std::string {
+        try {
+            return ask(address.get(), 0.1), "none";
+        } catch (xthrowable *thrown) {
+            return kel::caught(thrown).as<netXException>()->getMsg().Str();
+        }
+    };
+    const std::string rights = "Connection refused due to lack of rights";
+    for (const bool is_there : {true, false}) {
+        address->setPortN(is_there ? silent.GetPort() : 1);
+        const double begin = seconds();
+        EXPECT_EQ(netServer::Connect(address.get(), 0.1), nullptr);
+        EXPECT_TRUE(!is_there || Error_GetLast() == 1460) << Error_GetLast();
+        EXPECT_FALSE(netServer::IsAlive(address.get(), 0.1));
+        EXPECT_EQ(refusal(netServer::GetVersion), is_there ? rights : "Connection refused");
+        EXPECT_EQ(refusal(netServer::Shutdown), is_there ? rights : "none");
+        EXPECT_TRUE(seconds() - begin >= 0.35 * is_there && seconds() - begin < 20);
+    }
 }
 
 // Who is let in by which lists is tested by tests/hosts.

@@ -54,6 +54,14 @@ TEST_F(File, OpensByItsMode) {
     EXPECT_TRUE(::fcntl(file.GetHandle(), F_GETFD) & FD_CLOEXEC);
 }
 
+TEST_F(File, TellsAFullDisk) {
+    btkFileBuf file;
+    ASSERT_TRUE(file.Open("/dev/full", 2));
+    EXPECT_EQ(write(file, "lost"), 4);
+    EXPECT_TRUE(file.pubsync() == -1 && Error_GetLast() == 112) << Error_GetLast();
+    EXPECT_FALSE(file.Close() || file.IsOpen() || File_Truncate(-1, 0) || File_GetSize(-1) != -1);
+}
+
 TEST_F(File, SeesAndKeepsWhatOthersWrite) {
     put("0123456789");
     btkFileBuf file;

@@ -86,6 +86,7 @@ TEST_F(Pipe, ALostReaderIsAnErrorAndNoSignal) {
     EXPECT_EQ(to->sputn("abc", 3), 3);
     EXPECT_EQ(to->pubsync(), -1);
     EXPECT_EQ(Error_GetLast(), 109);
+    EXPECT_LT(to->sputn(std::string(100000, 'x').data(), 100000), 100000);
     EXPECT_EQ(handled, 0);
     ::raise(SIGPIPE);
     sigset_t pipe, pending;

@@ -124,6 +124,7 @@ TEST_F(Processes, FailuresHaveTheirNumbersAndLeaveNothing) {
     const std::tuple<std::string, std::string, int, int> failures[] = {
         {path, none, -1, 2},
         {nobody, none, -1, 2},
+        {path + "/below", none, -1, 2},
         {folder, none, -1, 5},
         {"true", missing, -1, 267},
         {"true", path, -1, 267},

@@ -150,6 +150,7 @@ TEST(LocaleText, ConvertsByTheLocale) {
     EXPECT_EQ(btkWideToNative(units(units_of_it), tight.data(), 2), 1U) << "whole characters only";
     EXPECT_EQ(btkNativeToWide(text.c_str(), out, 16), 4U);
     EXPECT_EQ(wide(out, out + 4), units_of_it);
+    EXPECT_EQ(btkNativeToWide(text.c_str(), nullptr, 0), 4U);
     EXPECT_EQ(btkNativeToWide(text.c_str(), out, 3), 2U);
     EXPECT_EQ(btkWideToNative(units({u'a', 0xD800, u'b'}), bytes, 16), failed);
     for (const char *bad : {"a\xC3", "\xFF", "\xE2\x82z"})
