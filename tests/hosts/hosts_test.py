@@ -21,12 +21,13 @@ import tempfile
 import time
 import unittest
 
+from names_peer import DELETE, PING, QUERY, REFUSED, REGISTER, SHUTDOWN, record, request
+from peer import ints
+
 SKIPPED = 77
 # With the first process of a process namespace, all others in it are gone.
 NAMESPACES = ["unshare", "--net", "--uts", "--mount-proc", "--pid", "--fork", "--kill-child"]
 TRIAL = "ip link add name lan type bridge && ip link add name a type veth peer name b && hostname trial"
-PING, REGISTER, DELETE, QUERY, SHUTDOWN = 1, 3, 4, 5, 6
-NOT_AUTHORIZED = 6
 
 
 def enter_namespaces():
@@ -97,21 +98,6 @@ def peer():
                 answer += more
             answers.append(answer.hex())
     json.dump(answers, sys.stdout)
-
-
-def number(value):
-    return value.to_bytes(4, "big")
-
-
-def record(**fields):
-    data = number(0) + number(len(fields))
-    for text in itertools.chain(*fields.items()):
-        data += number(len(text) + 1) + number(len(text)) + text.encode()
-    return data
-
-
-def request(code, body=b""):
-    return number(100) + bytes([code]) + body
 
 
 def setUpModule():
@@ -186,25 +172,25 @@ class Hosts(unittest.TestCase):
         self.says(gamma, [KEL, "server", "shutdown", "Arithmetic@alpha"], "refuses this machine", 1)
 
     def test_records_are_for_the_own_machine(self):
-        new, known = record(_ServerName="New", _PortNumber="9"), record(_ServerName="Arithmetic")
-        refused, fine = bytes([NOT_AUTHORIZED]), b"\0"
+        new, known = record({"_ServerName": "New", "_PortNumber": "9"}), record({"_ServerName": "Arithmetic"})
+        refused, fine = bytes([REFUSED]), b"\0"
         for host in (beta, gamma):
             for asked in alpha.addresses:
                 # Each is refused, and the same connection then serves a ping.
                 answers = host.talk([(asked, 1239, request(code, body) + request(PING), count) for code, body, count in (
-                    (REGISTER, new, 2), (DELETE, known, 6), (DELETE, record(), 6), (SHUTDOWN, b"", 2),
-                    (QUERY, record(_ServerName="New"), 6))])
-                self.assertEqual(answers, [refused + fine, refused + number(0) + fine, refused + number(0) + fine,
-                                           refused + fine, fine + number(0) + fine], (host.name, asked))
+                    (REGISTER, new, 2), (DELETE, known, 6), (DELETE, record({}), 6), (SHUTDOWN, b"", 2),
+                    (QUERY, record({"_ServerName": "New"}), 6))])
+                self.assertEqual(answers, [refused + fine, refused + ints(0) + fine, refused + ints(0) + fine,
+                                           refused + fine, fine + ints(0) + fine], (host.name, asked))
                 (found,) = host.talk([(asked, 1239, request(QUERY, known), 5)])
-                self.assertEqual(found, fine + number(1))
+                self.assertEqual(found, fine + ints(1))
         for command in (["register", "New", "9"], ["delete", "Arithmetic"]):
             self.says(beta, [KEL, "nms", *command, "--host", "alpha"], "refuses: this is for programs on its own", 1)
         self.says(beta, [KEL, "nms", "shutdown", "--host", "alpha"], "only on its own machine", 1)
         for asked in alpha.addresses + ("127.0.0.1",):  # which are all of one machine
             answers = alpha.talk([(asked, 1239, request(REGISTER, new), 1), (asked, 1239, request(REGISTER, new), 1),
                                   (asked, 1239, request(DELETE, new), 5)])
-            self.assertEqual(answers, [fine, b"\4", fine + number(1)], asked)
+            self.assertEqual(answers, [fine, b"\4", fine + ints(1)], asked)
 
     def test_remote_commands(self):
         command = ["--shell", "alpha", "--", "hostname; exit 3"]
