@@ -44,22 +44,13 @@ private:
         return result;
     }
     std::string atom(int depth) {
-        switch (below(10)) {
-            case 0:
-                return ".";
-            case 1:
-                return "[" + character() + character() + "]";
-            case 2:
-                return "[^" + character() + "]";
-            case 3:
-                return below(2) == 0 ? "^" : "$";
-            case 4:
-            case 5:
-            case 6:
-                return depth > 0 ? "(" + pattern(depth - 1) + ")" : character();
-            default:
-                return character() + (below(2) == 0 ? character() : "");
-        }
+        const std::string one = character();
+        const std::string atoms[] = {".", "[" + one + character() + "]", "[^" + one + "]",
+                                     below(2) ? "$" : "^"};
+        const unsigned which = below(10);
+        if (which < std::size(atoms)) return atoms[which];
+        if (which < 7 && depth > 0) return "(" + pattern(depth - 1) + ")";
+        return below(2) ? one + character() : one;
     }
 
     std::mt19937 m_random;
