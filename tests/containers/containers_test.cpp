@@ -121,23 +121,19 @@ TEST(Reports, SayWhatWasAsked) {
     array.Append(1);
     int value = 5;
     EXPECT_FALSE(array.Add(0, 1) || array.Remove(0) || array.Find(0, value));
-    EXPECT_EQ(errors.take(),
-              "dsDataMap::Add () (containers/dsarray); dsDataMap::Remove () (containers/dsarray); "
-              "dsDataMap::Find () (containers/dsarray)");
     array[1] = 77;
     EXPECT_EQ(array[1], 0) << "not what was written to it before";
-    const std::string index = "dsArray::operator [] failed (containers/dsarray)";
-    EXPECT_EQ(errors.take(), index + "; " + index);
     dsStringMap<int> map;
     map["absent"] = 5;
-    EXPECT_EQ(std::as_const(map)["absent"], 0);
-    const std::string key = "dsSortedMap::operator [] failed (containers/dssorted)";
-    EXPECT_EQ(errors.take(), key + "; " + key);
-    EXPECT_FALSE(map.Contains("absent"));
+    EXPECT_TRUE(std::as_const(map)["absent"] == 0 && !map.Contains("absent"));
     dsList2<int> list;
     EXPECT_EQ(list.Pop(), 0);
-    EXPECT_EQ(errors.take(), "dsList2::Pop () (containers/dslist)");
-
+    const std::string index = "dsArray::operator [] failed (containers/dsarray); ",
+                      key = "dsSortedMap::operator [] failed (containers/dssorted); ";
+    EXPECT_EQ(errors.take(),
+              "dsDataMap::Add () (containers/dsarray); dsDataMap::Remove () (containers/dsarray); "
+              "dsDataMap::Find () (containers/dsarray); " +
+                  index + index + key + key + "dsList2::Pop () (containers/dslist)");
     map.Add("a", 1);
     list.Push(1);
     dsScalarSet<int> set;
