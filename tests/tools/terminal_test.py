@@ -99,14 +99,14 @@ class Watch(KelCase):
 
     def test_sizes_and_moves(self):
         self.set("p", "0", "--type", "int", "--title", "Title")
-        for number in range(49):
+        for number in range(19):
             self.set(f"p{number}", str(number), "--type", "int")
         terminal = self.watch(rows=10, columns=40)
-        terminal.await_bytes(rb"1 to 6 of 52")
-        for keys, lines in [(b"\033[B", rb"2 to 7"), (b"\033[6~", rb"8 to 13"), (b"\033[F", rb"47 to 52")]:
-            terminal.await_bytes(lines + rb" of 52", keys)
+        terminal.await_bytes(rb"1 to 6 of 22")
+        for keys, lines in [(b"\033[B", rb"2 to 7"), (b"\033[6~", rb"8 to 13"), (b"\033[F", rb"17 to 22")]:
+            terminal.await_bytes(lines + rb" of 22", keys)
         terminal.resize(12, 20)
-        frame = terminal.await_bytes(rb"\033\[H((?:[^\033]*\033\[K\r*\n){10})\033\[J\033\[12;1H45 to 52").group(1)
+        frame = terminal.await_bytes(rb"\033\[H((?:[^\033]*\033\[K\r*\n){10})\033\[J\033\[12;1H15 to 22").group(1)
         self.assertLessEqual(max(map(len, re.split("\033\\[K\r*\n", frame.decode()))), 20, frame)
         terminal.resize(1, 1)
         terminal.await_bytes(rb"\033\[J\033\[1;1H")
