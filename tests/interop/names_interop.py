@@ -11,6 +11,10 @@ NAMES = ["_ServerName", "_PortNumber", "owner", "gr\u00fc\u00df", "\udcff odd", 
 VALUES = ["a", "4711", "", "x=y", "\udcfe\n", "v" * 255]
 
 
+def single_bytes(answer):
+    return [answer[at:at + 1] for at in range(len(answer))]
+
+
 class NameServers(KelCase):
     def python_server(self, **options):
         server = Server(**options)
@@ -48,7 +52,7 @@ class NameServers(KelCase):
     def test_pieces_of_every_size(self):
         def split(answer):
             self.length = len(answer)
-            return [answer[:at], answer[at:]] if at else [answer[i:i + 1] for i in range(len(answer))]
+            return [answer[:at], answer[at:]] if at else single_bytes(answer)
 
         at, server = 0, self.python_server(split=split)
         self.assertEqual(server.records.serve(REGISTER, {"_ServerName": "stock", "_PortNumber": "4711"}), 0)
@@ -60,13 +64,11 @@ class NameServers(KelCase):
                 self.assertEqual(self.answer("nms", *words), whole, f"{words} split at {at}")
 
     def test_servers_are_found(self):
-        names = self.python_server()
+        names = self.python_server(split=single_bytes)
         self.environment["SHELL"] = "/bin/sh"
         shell = self.daemon("KELRSHD", *AS_ROOT, stderr=subprocess.DEVNULL)
         self.assertTrue(shell.is_ready)
-        sums = subprocess.Popen([os.environ["REQUEST"], "serve", "sums"], stdout=subprocess.PIPE, env=self.environment)
-        for end in (sums.stdout.close, sums.wait, sums.kill):
-            self.addCleanup(end)
+        sums = self.started(os.environ["REQUEST"], "serve", "sums", stdout=subprocess.PIPE)
         sums.stdout.readline()
         self.assertEqual([(process, fields["_ServerName"]) for process, fields in names.records.kept],
                          [(shell.pid, "kelrshd"), (sums.pid, "sums")])

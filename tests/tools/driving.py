@@ -59,13 +59,18 @@ class KelCase(unittest.TestCase):
             self.assertRegex(self.complaint, r"\Akel[a-z ]*: .", f"kel {arguments}")
         return done.stdout
 
+    def started(self, *command, **options):
+        """A process that ends with the test."""
+        process = subprocess.Popen([*map(os.fsencode, map(str, command))], env=self.environment, cwd=self.here, **options)
+        for pipe in filter(None, (process.stdin, process.stdout, process.stderr)):
+            self.addCleanup(pipe.close)
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+        return process
+
     def daemon(self, program, *arguments, **options):
         """A daemon in the foreground, which is_ready or has ended; what it told before is in told."""
-        daemon = subprocess.Popen([os.environ[program], "--foreground", *map(str, arguments)], stdout=subprocess.PIPE,
-                                  env=self.environment, cwd=self.here, **options)
-        self.addCleanup(daemon.stdout.close)
-        self.addCleanup(daemon.wait)
-        self.addCleanup(daemon.kill)
+        daemon = self.started(os.environ[program], "--foreground", *arguments, stdout=subprocess.PIPE, **options)
         daemon.told = []
         while (line := daemon.stdout.readline()) not in (b"ready\n", b""):
             daemon.told.append(line)
@@ -95,13 +100,7 @@ class RemoteCase(KelCase):
 
     def start(self, *words, **streams):
         given = dict.fromkeys(("stdin", "stdout", "stderr"), subprocess.PIPE) | streams
-        process = subprocess.Popen([KEL, "rsh", *words], cwd=self.here, env=self.environment, **given)
-        for pipe in (process.stdin, process.stdout, process.stderr):
-            if pipe:
-                self.addCleanup(pipe.close)
-        self.addCleanup(process.wait)
-        self.addCleanup(process.kill)
-        return process
+        return self.started(KEL, "rsh", *words, **given)
 
 
 def run():

@@ -29,7 +29,6 @@ class NameServer(KelCase):
 
         journal = [] if "--no-journal" in arguments else ["--journal", "journal"]
         daemon = self.daemon("KELNMSD", "--port", 0, *journal, preexec_fn=limit, stderr=subprocess.PIPE)
-        self.addCleanup(daemon.stderr.close)
         self.assertTrue(daemon.is_ready)
         self.port = int(daemon.told[0].split()[1])
         self.journal = self.here / "journal"
@@ -49,12 +48,6 @@ class NameServer(KelCase):
     def values(self, fields=EMPTY):
         """The values of the first fields of the records that match."""
         return [list(found.values())[0] for _, found in self.ask(QUERY, fields)]
-
-    def sleeper(self):
-        process = subprocess.Popen(["sleep", "1000"])
-        self.addCleanup(process.wait)
-        self.addCleanup(process.kill)
-        return process
 
     def test_requests_follow_a_model(self):
         """Random ones, many on one connection, in pieces of any size; and the server is killed between them."""
@@ -127,7 +120,7 @@ class NameServer(KelCase):
     def test_records_of_processes(self):
         daemon = self.server()
         self.assertEqual(self.ask(REGISTER, {"kept": ""}), 0)
-        dying, staying, later = self.sleeper(), self.sleeper(), self.sleeper()
+        dying, staying, later = self.started("sleep", 1000), self.started("sleep", 1000), self.started("sleep", 1000)
         for sleeper, name in ((dying, "a"), (dying, "b"), (staying, "c"), (later, "d"), (staying, "e")):
             self.assertEqual(self.ask(REGISTER, {"_ServerName": name, "of": "test"}, sleeper.pid), 0)
         self.assertEqual(self.ask(REGISTER, {"_ServerName": "a"}), 4, "a name that is held")
@@ -218,7 +211,7 @@ class NameServer(KelCase):
         if IS_SANITIZED:
             self.skipTest("sanitizers need descriptors themselves")
         daemon = self.server("--no-journal", limits=[(resource.RLIMIT_NOFILE, 64)])
-        sleepers = [self.sleeper() for _ in range(90)]
+        sleepers = [self.started("sleep", 1000) for _ in range(90)]
         for sleeper in sleepers:
             self.assertEqual(self.ask(REGISTER, {"_ServerName": str(sleeper.pid)}, sleeper.pid), 0)
         peers = [Client(self.port) for _ in range(100)]

@@ -1,11 +1,10 @@
 """kel nms and kel server, against the name server, a server of ours, and peers of every sort that are written here."""
 
-import os
 import socket
 import subprocess
 import threading
 
-from driving import KelCase, run
+from driving import AS_ROOT, KelCase, run
 from peer import Peer, ints
 
 VERSION = b"KEL netServer Version 0.99\0"
@@ -39,9 +38,7 @@ class Network(KelCase):
 
     def test_what_people_read(self):
         daemon = self.name_server()
-        child = subprocess.Popen(["sleep", "600"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        self.addCleanup(child.wait)
-        self.addCleanup(child.kill)
+        child = self.started("sleep", 600)
         self.run_kel("nms", "register", "zeta", "99", "--process", str(child.pid))
         self.run_kel("nms", "register", "adder", "4711", "owner=ann")
         self.run_kel("nms", "register", "colour=red\a")
@@ -105,7 +102,7 @@ class Network(KelCase):
     def test_clients_of_the_test(self):
         """The handshake of a server of ours with clients that stop half way, cut the connection, or say nothing."""
         self.name_server()
-        server = self.daemon("KELRSHD", *["--allow-root"] * (os.geteuid() == 0), stderr=subprocess.DEVNULL)
+        server = self.daemon("KELRSHD", *AS_ROOT, stderr=subprocess.DEVNULL)
         self.assertTrue(server.is_ready)
         port = int(self.json_of("nms", "query", "kelrshd")["records"][0]["port"])
 

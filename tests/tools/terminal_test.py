@@ -34,10 +34,8 @@ class Terminal:
         self.resize(rows, columns)
         self.modes = termios.tcgetattr(self.theirs)
         given = {name: self.theirs for name in ("stdin", "stdout", "stderr")} | streams
-        self.process = subprocess.Popen([KEL, *arguments], cwd=case.here, env=case.environment, start_new_session=True,
-                                        preexec_fn=lambda: fcntl.ioctl(self.theirs, termios.TIOCSCTTY, 0), **given)
-        case.addCleanup(self.process.wait)
-        case.addCleanup(self.process.kill)
+        self.process = case.started(KEL, *arguments, start_new_session=True,
+                                    preexec_fn=lambda: fcntl.ioctl(self.theirs, termios.TIOCSCTTY, 0), **given)
 
     def resize(self, rows, columns):
         fcntl.ioctl(self.theirs, termios.TIOCSWINSZ, struct.pack("HHHH", rows, columns, 0, 0))
