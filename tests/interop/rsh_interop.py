@@ -113,6 +113,8 @@ class RemoteShell(RemoteCase):
         until(HOLD_OUTPUT)
         client.send_signal(signal.SIGINT)
         until(BREAK)
+        sending.join(0.5)
+        self.assertTrue(sending.is_alive(), "it takes more than it can give away")
         taking = threading.Thread(target=lambda: received.append(client.stdout.read()))
         taking.start()
         until(GO_ON_OUTPUT)

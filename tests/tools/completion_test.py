@@ -45,10 +45,10 @@ class Completion(KelCase):
         for key in ("software/orv", "software/other one", "solo"):
             self.run_kel("reg", "set", key, "v", "1")
         self.run_kel("reg", "set", "--machine", "hers", "v", "1")
-        self.assertEqual(self.complete("reg", "ls", "so"), ["software/", "solo/"])
-        self.assertEqual(self.complete("reg", "get", "software/o"), ["software/orv/", "software/other one/"])
-        self.assertEqual(self.complete("reg", "ls", "--machine", ""), ["hers/"])
-        self.assertEqual(self.complete("reg", "import", "--to", "sol"), ["solo/"])
+        for words, found in ((["ls", "so"], ["software/", "solo/"]), (["ls", "--machine", ""], ["hers/"]),
+                             (["get", "software/o"], ["software/orv/", "software/other one/"]),
+                             (["import", "--to", "sol"], ["solo/"])):
+            self.assertEqual(self.complete("reg", *words), found, words)
 
     def test_daemons(self):
         script = pathlib.Path(__file__).resolve().parents[2] / "tools" / "service" / "completion.bash"

@@ -87,8 +87,7 @@ class LongWork(KelCase):
     def test_interrupted_copy_leaves_whole_files(self):
         (self.here / "tree").mkdir()
         (self.here / "tree/data").write_bytes(os.urandom(64 << 20))
-        copy = subprocess.Popen([KEL, "cp", "tree", "copy"], cwd=self.here, env=self.environment,
-                                stderr=subprocess.DEVNULL)
+        copy = self.started(KEL, "cp", "tree", "copy", stderr=subprocess.DEVNULL)
         while copy.poll() is None and not os.path.exists(self.here / "copy"):
             pass
         copy.send_signal(signal.SIGTERM)
