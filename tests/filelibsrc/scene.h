@@ -12,6 +12,10 @@
 #include <string>
 #include <utility>
 
+#include <kelstdmt/filelib.h>
+
+#include "filelibsrc/failure.h"
+
 class scene {
 public:
     // Below the temporary directory, or another one.
@@ -36,8 +40,31 @@ public:
         std::filesystem::create_symlink(text, at(name));
     }
 
+    // What an operation throws, as failure() tells it.
+    template <class Action>
+    std::string told(Action action) const {
+        return failure(action, root);
+    }
+    std::string copy(const std::string &from, const std::string &to, fsRecursiveCopyMode mode,
+                     fsSoftLinkCopyMode links = fsExpand, fsOpMode op = fsSimple) const {
+        return told([&] { fsCopy(at(from).c_str(), at(to).c_str(), mode, links, op); });
+    }
+    std::string move(const std::string &from, const std::string &to, fsOpMode op = fsSimple) const {
+        return told([&] { fsMove(at(from).c_str(), at(to).c_str(), op); });
+    }
+    std::string remove(const std::string &name, fsOpMode op = fsRecursive) const {
+        return told([&] { fsRemove(at(name).c_str(), op); });
+    }
+    auto entries(const std::string &name = "") const {
+        return std::distance(std::filesystem::directory_iterator(at(name)), {});
+    }
+
     std::string root;
 };
+
+inline const char *text(const std::string &path) {
+    return path.c_str();
+}
 
 inline std::string content_of(const std::string &path) {
     std::ifstream file(path, std::ios::binary);

@@ -18,7 +18,6 @@
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
-#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -28,24 +27,11 @@
 
 #include "filelibsrc/failure.h"
 #include "filelibsrc/scene.h"
+#include "scratch_folder.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-const char *text(const std::string &path) {
-    return path.c_str();
-}
-
-// In a process of its own, because the action changes what that may do. Answers the number of the status.
-template <class Action>
-int in_child(Action action) {
-    const pid_t child = ::fork();
-    if (child == 0) ::_exit(action());
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 256 + status;
-}
 
 // Swaps two entries again and again.
 class swapper {
@@ -93,7 +79,6 @@ TEST(TreeFailures, FoldersSwappedForLinksAreNotEntered) {
     fill(in, "far/sub", 20);
     in.file("far/secret", "secret");
     const auto far = snapshot(in.at("far"));
-    const std::string to = in.at("to"), work = in.at("work");
     long swaps = 0;
     int removed = 0, copied = 0;
     for (int round = 0; round < 60; ++round) {
@@ -104,17 +89,15 @@ TEST(TreeFailures, FoldersSwappedForLinksAreNotEntered) {
         {
             // As source, as target and as victim. Each may fail, but none may touch or tell what is far.
             swapper attack(in.at("work/5"), in.at("work/link"));
-            auto copy = [&](const std::string &from, const std::string &where, fsRecursiveCopyMode mode) {
-                return failure([&] { fsCopy(text(from), text(where), mode, fsNewLink, fsSimple); }).empty();
-            };
-            copied += copy(work, to, fsReplace) + copy(in.at("from"), work, fsMerge);
-            removed += failure([&] { fsRemove(text(work), fsRecursive); }).empty();
+            copied += in.copy("work", "to", fsReplace, fsNewLink).empty();
+            copied += in.copy("from", "work", fsMerge, fsNewLink).empty();
+            removed += in.remove("work").empty();
             swaps += attack.swaps;
         }
-        for (const auto &[name, node] : snapshot(to))
+        for (const auto &[name, node] : snapshot(in.at("to")))
             EXPECT_EQ(node.find("secret"), node.npos) << name;
         ASSERT_EQ(snapshot(in.at("far")), far);
-        fs::remove_all(work);
+        fs::remove_all(in.at("work"));
     }
     EXPECT_GT(swaps, 60);
     EXPECT_GT(removed, 30);
@@ -130,7 +113,7 @@ bool killed_before(int call, Work work) {
         ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
         ::raise(SIGSTOP);
         work();
-        ::_exit(0);
+        ::_exit(testing::Test::HasFailure());
     }
     int status = 0;
     for (int stop = 0; ::waitpid(child, &status, 0) == child && WIFSTOPPED(status); ++stop) {
@@ -150,7 +133,7 @@ TEST(TreeFailures, AKilledCopyLeavesAllOrNothing) {
     fill(in, "from/sub", 2);
     in.file("from/file", "new");
     const auto wanted = snapshot(in.at("from"));
-    const auto copy = [&] { fsCopy(text(in.at("from")), text(in.at("to")), fsReplace, fsExpand, fsSimple); };
+    const auto copy = [&] { EXPECT_EQ(in.copy("from", "to", fsReplace), ""); };
     for (const bool is_there : {false, true}) {
         int call = 0, found_old = 0, found_new = 0;
         for (bool is_killed = true; is_killed; ++call) {
@@ -163,10 +146,7 @@ TEST(TreeFailures, AKilledCopyLeavesAllOrNothing) {
             ASSERT_TRUE(found == before || found == wanted) << "a torn tree, before call " << call;
             copy();
             ASSERT_EQ(snapshot(in.at("to")), wanted) << "before call " << call;
-            std::set<std::string> names;
-            for (const auto &entry : fs::directory_iterator(in.root))
-                names.insert(entry.path().filename());
-            ASSERT_EQ(names, (std::set<std::string>{"from", "to"})) << "before call " << call;
+            ASSERT_EQ(in.entries(), 2) << "something is left, before call " << call;
         }
         EXPECT_GT(found_old, 20);
         EXPECT_GT(found_new, 1);
@@ -179,29 +159,23 @@ TEST(TreeFailures, CopiesToOnePlaceDoNotMix) {
     fill(in, "two", 100);
     const auto one = snapshot(in.at("one")), two = snapshot(in.at("two"));
     for (int round = 0; round < 13; ++round) {
-        const fsRecursiveCopyMode mode = round < 10 ? fsForceNew : fsReplace;
-        const int copies = mode == fsForceNew ? 1 : 20;
-        if (mode == fsForceNew) fs::remove_all(in.at("to"));
-        std::string told[2];
+        const bool is_new = round < 10;
+        if (is_new) fs::remove_all(in.at("to"));
         const auto copy = [&](const char *from) {
             std::string all;
-            for (int i = 0; i < copies; ++i)
-                all +=
-                    failure([&] { fsCopy(text(in.at(from)), text(in.at("to")), mode, fsExpand, fsSimple); });
+            for (int i = 0; i < (is_new ? 1 : 20); ++i)
+                all += in.copy(from, "to", is_new ? fsForceNew : fsReplace);
             return all;
         };
-        std::thread other([&] { told[1] = copy("two"); });
-        told[0] = copy("one");
+        std::string first, second;
+        std::thread other([&] { second = copy("two"); });
+        first = copy("one");
         other.join();
-        auto found = snapshot(in.at("to")), wanted = found == one ? one : two;
-        EXPECT_EQ(found, wanted);
-        if (mode == fsForceNew) {
-            EXPECT_EQ(told[0].empty(), found == one) << told[0];
-            EXPECT_EQ(told[1].empty(), found == two) << told[1];
-        } else {
-            EXPECT_EQ(told[0] + told[1], "");
-        }
-        EXPECT_EQ(std::distance(fs::directory_iterator(in.root), {}), 3);
+        const auto found = snapshot(in.at("to"));
+        EXPECT_TRUE(found == one || found == two) << "round " << round;
+        EXPECT_EQ(first.empty(), !is_new || found == one) << first;
+        EXPECT_EQ(second.empty(), !is_new || found == two) << second;
+        EXPECT_EQ(in.entries(), 3);
     }
 }
 
@@ -211,34 +185,24 @@ TEST(TreeFailures, AFullDiskLosesNothing) {
     in.file("from/big", std::string(3 << 20, 'x'));
     in.file("to/old", "old");
     const auto before = snapshot(in.at("to"));
-    const std::string native = fsPathToNative(text(in.at(""))).Str();
     // A limit on the size of files, which would end the process with a signal if it was met.
     EXPECT_EQ(in_child([&] {
                   const rlimit limit{1 << 20, 1 << 20};
                   ::setrlimit(RLIMIT_FSIZE, &limit);
-                  const std::string told = failure(
-                      [&] { fsCopy(text(in.at("from")), text(in.at("to")), fsReplace, fsExpand, fsSimple); });
-                  return told == "filelib::XOther fsCopy " + native + R"(to\big)" ? 0 : 1;
+                  EXPECT_EQ(in.copy("from", "to", fsReplace), R"(XOther fsCopy to\big)");
               }),
               0);
     EXPECT_EQ(snapshot(in.at("to")), before);
     in.folder("disk");
     if (::mount("none", text(in.at("disk")), "tmpfs", 0, "size=2m") != 0) GTEST_SKIP() << "cannot mount";
     in.file("disk/to/old", "old");
-    const auto disk = snapshot(in.at("disk"));
-    for (const char *to : {"disk/to", "disk/new"})
-        EXPECT_EQ(
-            failure([&] { fsCopy(text(in.at("from")), text(in.at(to)), fsReplace, fsExpand, fsSimple); }),
-            "filelib::XDiskFull fsCopy " + native + (to[5] == 't' ? R"(disk\to\big)" : R"(disk\new\big)"));
-    const auto from = snapshot(in.at("from"));
-    EXPECT_EQ(failure([&] { fsMove(text(in.at("from")), text(in.at("disk/new")), fsSimple); }),
-              "filelib::XDiskFull fsMove " + native + R"(disk\new\big)");
+    const auto disk = snapshot(in.at("disk")), from = snapshot(in.at("from"));
+    EXPECT_EQ(in.copy("from", "disk/to", fsReplace), R"(XDiskFull fsCopy disk\to\big)");
+    EXPECT_EQ(in.copy("from", "disk/new", fsReplace), R"(XDiskFull fsCopy disk\new\big)");
+    EXPECT_EQ(in.move("from", "disk/new"), R"(XDiskFull fsMove disk\new\big)");
     EXPECT_EQ(snapshot(in.at("from")), from);
-    auto after = snapshot(in.at("disk"));
-    EXPECT_EQ(after, disk);
     // What another file system is mounted on is not emptied.
-    EXPECT_EQ(failure([&] { fsRemove(text(in.root), fsRecursive); }),
-              "filelib::XInvalidPath fsRemove " + native + "disk");
+    EXPECT_EQ(in.remove(""), "XInvalidPath fsRemove disk");
     EXPECT_EQ(snapshot(in.at("disk")), disk);
     EXPECT_EQ(::umount(text(in.at("disk"))), 0);
 }
@@ -252,10 +216,11 @@ TEST(TreeFailures, MovesToAnotherFileSystemKeepAll) {
         ::access(text(shm), W_OK) != 0)
         GTEST_SKIP() << "no second file system";
     scene far(shm);
+    const bool is_root = ::geteuid() == 0;
     const unsigned char capability[20] = {1, 0, 0, 2, 0, 4};  // a program's to open raw sockets
     in.file("tree/sub/file", "content");
     in.link("nowhere", "tree/link");
-    if (::geteuid() == 0) {
+    if (is_root) {
         EXPECT_EQ(::lchown(text(in.at("tree/link")), 3, 4), 0);
         EXPECT_EQ(::chown(text(in.at("tree/sub/file")), 1, 2), 0);
         ::setxattr(text(in.at("tree/sub/file")), "security.capability", capability, sizeof capability, 0);
@@ -268,30 +233,28 @@ TEST(TreeFailures, MovesToAnotherFileSystemKeepAll) {
     in.file("taken", "");
     fsMove(text(in.at("tree")), text(far.at("new/tree")), fsRecursive);
     EXPECT_EQ(snapshot(far.at("new/tree")), before);
-    struct stat node {};
-    EXPECT_EQ(::stat(text(far.at("new/tree/sub/file")), &node), 0);
-    EXPECT_EQ(node.st_uid, ::geteuid() == 0 ? 1U : ::geteuid());
+    struct stat file {
+    }, sub{};
+    EXPECT_EQ(::stat(text(far.at("new/tree/sub/file")), &file) + ::stat(text(far.at("new/tree/sub")), &sub),
+              0);
+    EXPECT_EQ(file.st_uid, is_root ? 1U : ::geteuid());
+    EXPECT_EQ(sub.st_mtim.tv_nsec, 123'456'789);
     unsigned char kept[20];
-    const ssize_t kept_size =
-        ::getxattr(text(far.at("new/tree/sub/file")), "security.capability", kept, sizeof kept);
-    EXPECT_EQ(kept_size, ::geteuid() == 0 ? 20 : -1);
-    ::stat(text(far.at("new/tree/sub")), &node);
-    EXPECT_EQ(node.st_mtim.tv_nsec, 123'456'789);
+    EXPECT_EQ(::getxattr(text(far.at("new/tree/sub/file")), "security.capability", kept, sizeof kept),
+              is_root ? 20 : -1);
     EXPECT_FALSE(fs::exists(in.at("tree")));
     fsMove(text(far.at("new/tree/sub/file")), text(in.at("file")), fsSimple);
     fsMove(text(far.at("new/tree/link")), text(in.at("link")), fsSimple);
-    EXPECT_EQ(content_of(in.at("file")), "content");
-    EXPECT_EQ(fs::read_symlink(in.at("link")), "nowhere");
-    EXPECT_EQ(failure([&] { fsMove(text(far.at("new")), text(in.at("taken")), fsSimple); }),
-              std::string("filelib::XFileExists fsMove ") + fsPathToNative(text(in.at("taken"))).Str());
+    EXPECT_EQ(content_of(in.at("file")) + fs::read_symlink(in.at("link")).string(), "contentnowhere");
+    EXPECT_EQ(in.told([&] { fsMove(text(far.at("new")), text(in.at("taken")), fsSimple); }),
+              "XFileExists fsMove taken");
     EXPECT_TRUE(fs::exists(far.at("new/tree/sub")));
 
     in.folder("holder/disk");
     if (::mount("none", text(in.at("holder/disk")), "tmpfs", 0, "size=2m") == 0) {
         in.file("holder/disk/file", "content");
-        EXPECT_EQ(
-            failure([&] { fsMove(text(in.at("holder")), text(far.at("holder")), fsSimple); }),
-            std::string("filelib::XInvalidPath fsMove ") + fsPathToNative(text(in.at("holder\\disk"))).Str());
+        EXPECT_EQ(in.told([&] { fsMove(text(in.at("holder")), text(far.at("holder")), fsSimple); }),
+                  R"(XInvalidPath fsMove holder\disk)");
         EXPECT_EQ(content_of(in.at("holder/disk/file")), "content");
         ::umount(text(in.at("holder/disk")));
     }
@@ -339,35 +302,22 @@ TEST(TreeFailures, WhatMustNotBeReadOrRemovedStays) {
     }
     for (const char *name : {"kept", "own", "shut/sub"})
         ::chmod(text(in.at(name)), 0555);
-    const std::string native = fsPathToNative(text(in.at(""))).Str();
     EXPECT_EQ(in_child([&] {
-                  if (::geteuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0)) return 10;
-                  const std::string shut = in.at("shut"), copy = in.at("free/shut");
-                  fsCopy(text(shut), text(copy), fsForceNew, fsExpand, fsSimple);
-                  const std::string kept_old =
-                      failure([&] { fsCopy(text(shut), text(copy), fsReplace, fsExpand, fsSimple); });
-                  if (std::distance(fs::directory_iterator(in.at("free")), {}) != 1) return 11;
+                  if (::geteuid() == 0) {
+                      ASSERT_EQ(::setgid(65534) + ::setuid(65534), 0);
+                  }
+                  const std::string refused = "XNoPermission ";
+                  EXPECT_EQ(in.copy("shut", "free/shut", fsForceNew), "");
+                  EXPECT_EQ(in.copy("shut", "free/shut", fsReplace),
+                            refused + R"(fsCopy free\shut\sub\file)");
+                  EXPECT_EQ(in.entries("free"), 1);
                   ::chmod(text(in.at("free/shut/sub")), 0755);
-                  fsRemove(text(copy), fsRecursive);
+                  EXPECT_EQ(in.remove("free/shut"), "");
                   forbid(__NR_renameat2, EINVAL);
-                  const std::string told[] = {
-                      kept_old,
-                      failure([&] { fsMove(text(in.at("own/file")), text(in.at("free/file")), fsSimple); }),
-                      failure([&] {
-                          fsCopy(text(in.at("from")), text(in.at("free/to")), fsMerge, fsExpand, fsSimple);
-                      }),
-                      failure([&] { fsRemove(text(in.at("kept/c")), fsRecursive); }),
-                      failure([&] {
-                          fsCopy(text(in.at("from/a")), text(in.at("kept/a")), fsMerge, fsExpand, fsSimple);
-                      }),
-                  };
-                  const std::string wanted[] = {
-                      R"(fsCopy )" + native + R"(free\shut\sub\file)", R"(fsMove )" + native + R"(own\file)",
-                      R"(fsCopy )" + native + R"(from\closed)", R"(fsRemove )" + native + R"(kept\c)",
-                      R"(fsCopy )" + native + R"(kept\a)"};
-                  for (int i = 0; i < 5; ++i)
-                      if (told[i] != "filelib::XNoPermission " + wanted[i]) return i + 1;
-                  return 0;
+                  EXPECT_EQ(in.move("own/file", "free/file"), refused + R"(fsMove own\file)");
+                  EXPECT_EQ(in.copy("from", "free/to", fsMerge), refused + R"(fsCopy from\closed)");
+                  EXPECT_EQ(in.remove("kept/c"), refused + R"(fsRemove kept\c)");
+                  EXPECT_EQ(in.copy("from/a", "kept/a", fsMerge), refused + R"(fsCopy kept\a)");
               }),
               0);
     EXPECT_EQ(content_of(in.at("kept/c/d")), "3");
@@ -402,28 +352,23 @@ TEST(TreeFailures, OlderHostsDoTheSameByOtherWays) {
                       for (long call : row.calls)
                           forbid(call, call == __NR_copy_file_range ? EXDEV : EINVAL);
                       if (!row.has_unnamed) forbid(__NR_openat, EOPNOTSUPP, O_TMPFILE & ~O_DIRECTORY);
-                      auto copy = [&](const char *from, const char *to, fsRecursiveCopyMode mode) {
-                          return failure(
-                              [&] { fsCopy(text(in.at(from)), text(in.at(to)), mode, fsExpand, fsSimple); });
-                      };
-                      if (copy("from/sub/file", "to/sub/file", fsMerge).empty()) return 1;
-                      if (!copy("from/sub/file", "to/sub/file", fsReplace).empty()) return 2;
-                      if (!copy("from", "to", fsMerge).empty()) return 3;
-                      if (!copy("from", "new", fsForceNew).empty()) return 4;
-                      if (!copy("from/sub", "new", fsReplace).empty()) return 5;
-                      if (copy("from", "new", fsForceNew).find("FileExists") == std::string::npos) return 6;
-                      auto move = [&](const char *from, const char *to) {
-                          return failure([&] { fsMove(text(in.at(from)), text(in.at(to)), fsSimple); });
-                      };
-                      if (!move("new", "moved").empty() || move("moved", "to").empty()) return 7;
-                      return move("to/other", "moved").empty() ? 8 : 0;
+                      EXPECT_EQ(in.copy("from/sub/file", "to/sub/file", fsMerge),
+                                R"(XFileExists fsCopy to\sub\file)");
+                      EXPECT_EQ(in.copy("from/sub/file", "to/sub/file", fsReplace), "");
+                      EXPECT_EQ(in.copy("from", "to", fsMerge), "");
+                      EXPECT_EQ(in.copy("from", "new", fsForceNew), "");
+                      EXPECT_EQ(in.copy("from/sub", "new", fsReplace), "");
+                      EXPECT_EQ(in.copy("from", "new", fsForceNew), "XFileExists fsCopy new");
+                      EXPECT_EQ(in.move("new", "moved"), "");
+                      EXPECT_EQ(in.move("moved", "to"), "XFileExists fsMove to");
+                      EXPECT_EQ(in.move("to/other", "moved"), "XFileExists fsMove moved");
                   }),
                   0);
         EXPECT_EQ(snapshot(in.at("moved")), snapshot(in.at("from/sub")));
         fs::last_write_time(in.at("to"), fs::last_write_time(in.at("from")));
         EXPECT_EQ(content_of(in.at("to/other")), content_of(in.at("from/other")));
         EXPECT_EQ(snapshot(in.at("to/sub")), snapshot(in.at("from/sub")));
-        EXPECT_EQ(std::distance(fs::directory_iterator(in.root), {}), 3) << "something hidden is left";
+        EXPECT_EQ(in.entries(), 3) << "something hidden is left";
     }
 }
 

@@ -3,35 +3,23 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
-#include <iostream>
+#include <functional>
 #include <optional>
 #include <random>
-#include <vector>
+#include <regex>
 
-#include <kelstdmt/filelib.h>
-#include <kelstdmt/vumrt.h>
-
-#include "filelibsrc/failure.h"
 #include "filelibsrc/scene.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-const char *text(const std::string &path) {
-    return path.c_str();
-}
-
-// The number of the error that the operation threw, as a hexadecimal digit; '+' for none.
-template <class Action>
-char code_of(Action action) {
-    const std::string told = failure(action);
-    if (told.empty()) return '+';
-    for (int code = 1; code <= fsErrOther; ++code) {
-        const std::string name = failure([&] { fsThrow(static_cast<fsErrorCode>(code), "f", "p"); });
-        if (told.substr(0, told.find(' ')) == name.substr(0, name.find(' '))) return "0123456789AB"[code];
-    }
-    return '?';
+// '+' for no failure, else a character for its class.
+char code_of(const std::string &failure) {
+    static const std::map<std::string, char> codes = {
+        {"", '+'}, {"XInvalidPath", '5'}, {"XDoesNotExist", '6'}, {"XFileExists", '7'}, {"XOther", 'B'}};
+    const auto found = codes.find(failure.substr(0, failure.find(' ')));
+    return found == codes.end() ? '?' : found->second;
 }
 
 // Copies of everything onto everything -------------------------------------------------------------
@@ -74,13 +62,13 @@ TEST(Trees, EveryKindIsCopiedOntoEveryKind) {
                     scene in;
                     make_node(in, "from", kind);
                     make_node(in, "to", onto);
-                    const std::string from = in.at("from/" + kind), to = in.at("to/" + onto);
+                    const std::string to = in.at("to/" + onto);
                     const auto before = snapshot(in.root), far_before = snapshot(in.at("far")),
                                from_before = snapshot(in.at("from"));
                     char expected = table.outcomes[s][t] ? table.outcomes[s][t] : '7';
                     if (expected == '6' && op == fsRecursive) expected = '+';
-                    ASSERT_EQ(code_of([&] { fsCopy(text(from), text(to), table.mode, fsNewLink, op); }),
-                              expected);
+                    const std::string told = in.copy("from/" + kind, "to/" + onto, table.mode, fsNewLink, op);
+                    ASSERT_EQ(code_of(told), expected) << told;
                     const auto after = snapshot(in.root);
                     if (expected != '+') {
                         ASSERT_EQ(after, before) << "a failure changed something";
@@ -91,7 +79,8 @@ TEST(Trees, EveryKindIsCopiedOntoEveryKind) {
                     if (!(is_merged && onto == "to-folder")) {
                         EXPECT_EQ(snapshot(in.at("far")), far_before);
                     }
-                    auto copied = snapshot(fs::canonical(to)), wanted = snapshot(fs::canonical(from));
+                    auto copied = snapshot(fs::canonical(to)),
+                         wanted = snapshot(fs::canonical(in.at("from/" + kind)));
                     if (is_merged) {  // what only the target had is still there
                         for (const auto &[name, node] : copied)
                             if (name == "." || name.find("to") != name.npos || !wanted.count(name))
@@ -113,7 +102,7 @@ TEST(Trees, LinksInATreeAreMadeFollowedOrLeft) {
     in.link("../far", "from/to-far");
     auto copy = [&](fsSoftLinkCopyMode mode) {
         fs::remove_all(in.at("to"));
-        return failure([&] { fsCopy(text(in.at("from")), text(in.at("to")), fsForceNew, mode, fsSimple); });
+        return in.copy("from", "to", fsForceNew, mode, fsSimple);
     };
     for (fsSoftLinkCopyMode mode : {fsNewLink, static_cast<fsSoftLinkCopyMode>(3)}) {
         EXPECT_EQ(copy(mode), "");
@@ -124,13 +113,12 @@ TEST(Trees, LinksInATreeAreMadeFollowedOrLeft) {
     EXPECT_EQ(copy(fsExpand), "");
     EXPECT_EQ(content_of(in.at("to/to-file")) + content_of(in.at("to/to-far/deep/file")), "12");
     EXPECT_FALSE(fs::is_symlink(in.at("to/to-far")) || fs::is_symlink(in.at("to/to-file")));
-    const std::string from = fsPathToNative(text(in.at("from"))).Str();
     in.link("nowhere", "from/zero");
-    EXPECT_EQ(copy(fsExpand), "filelib::XDoesNotExist fsCopy " + from + R"(\zero)");
+    EXPECT_EQ(copy(fsExpand), R"(XDoesNotExist fsCopy from\zero)");
     fs::remove(in.at("from/zero"));
     in.link("../..", "from/a/up");
-    EXPECT_EQ(copy(fsExpand), "filelib::XInvalidPath fsCopy " + from + R"(\a\up\from)");
-    EXPECT_EQ(fs::exists(in.at("to")), false);
+    EXPECT_EQ(copy(fsExpand), R"(XInvalidPath fsCopy from\a\up\from)");
+    EXPECT_FALSE(fs::exists(in.at("to")));
 }
 
 TEST(Trees, NothingIsCopiedIntoItselfOrOverWhatHoldsIt) {
@@ -149,15 +137,12 @@ TEST(Trees, NothingIsCopiedIntoItselfOrOverWhatHoldsIt) {
                               {"a", "alias/b"},
                               {"a", "alias/../a/b"}};
     for (const auto &[from, to] : pairs)
-        EXPECT_EQ(
-            failure([&] { fsCopy(text(in.at(from)), text(in.at(to)), fsReplace, fsExpand, fsRecursive); }),
-            std::string("filelib::XInvalidPath fsCopy ") + fsPathToNative(text(in.at(to))).Str());
-    EXPECT_EQ(snapshot(in.root), before);
-    EXPECT_EQ(failure([&] { fsMove(text(in.at("a")), text(in.at("a/b/c")), fsSimple); }).substr(0, 21),
-              "filelib::XInvalidPath");
+        EXPECT_EQ(in.copy(from, to, fsReplace, fsExpand, fsRecursive),
+                  std::string("XInvalidPath fsCopy ") + fsPathToNative(to).Str());
+    EXPECT_EQ(code_of(in.move("a", "a/b/c")), '5');
     EXPECT_EQ(snapshot(in.root), before);
     // Another name of the same file is another entry.
-    fsCopy(text(in.at("a/b/file")), text(in.at("twin")), fsMerge, fsExpand, fsSimple);
+    EXPECT_EQ(in.copy("a/b/file", "twin", fsMerge), "");
     EXPECT_EQ(content_of(in.at("twin")), "1");
     EXPECT_EQ(fs::hard_link_count(in.at("a/b/file")), 1U);
 }
@@ -244,13 +229,13 @@ TEST(Trees, AgreeWithAModelOnAnyOperations) {
         return path;
     };
     for (int step = 0; step < 4000; ++step) {
-        const std::string one = some_path(), other = some_path();
-        const std::string host = in.at(one), to = in.at(other);
+        const std::string one = some_path(), other = some_path(), host = in.at(one);
         const fsOpMode op = random() % 2 ? fsSimple : fsRecursive;
         const bool deep = op == fsRecursive;
         const auto mode = static_cast<fsRecursiveCopyMode>(random() % 3);
         const unsigned what = random() % 9;
-        char wanted = '+', got = '+';
+        char wanted = '+';
+        std::string got;
         model after = expected;
         if (what < 3) {
             if (is_folder(after, above(one)) && !is_folder(after, one)) {
@@ -265,33 +250,34 @@ TEST(Trees, AgreeWithAModelOnAnyOperations) {
                              : is_folder(after, above(one)) ? '+'
                                                             : '6');
             if (wanted == '+') after[one] = std::nullopt;
-            got = code_of([&] { fsCreateDir(text(host), op); });
+            got = in.told([&] { fsCreateDir(text(host), op); });
         } else if (what == 4) {
             model rest = after;
             erase(rest, one);
             const bool is_filled = rest.size() + 1 < after.size();
             wanted = !has(after, one) ? '6' : !deep && is_filled ? '7' : '+';
             if (wanted == '+') after = rest;
-            got = code_of([&] { fsRemove(text(host), op); });
+            got = in.remove(one, op);
         } else if (what == 5) {
             if (has(after, one) && deep && !make_way(after, above(other))) wanted = '6';
             if (wanted == '+') wanted = moved(after, one, other);
-            got = code_of([&] { fsMove(text(host), text(to), op); });
+            got = in.move(one, other, op);
         } else if (what == 6) {
             const std::string name(1, "abc"[random() % 3]);
             wanted = moved(after, one, above(one).empty() ? name : above(one) + "/" + name);
-            got = code_of([&] { fsRename(text(host), text(name)); });
+            got = in.told([&] { fsRename(text(host), text(name)); });
         } else {
             wanted = copied(after, one, other, mode, deep);
-            got = code_of([&] { fsCopy(text(host), text(to), mode, fsExpand, op); });
+            got = in.copy(one, other, mode, fsExpand, op);
         }
         const model found = model_of(in.root);
-        ASSERT_EQ(got, wanted) << step << ": operation " << what << " " << one << " " << other << " " << op
-                               << " " << mode;
+        SCOPED_TRACE(testing::Message() << step << ": operation " << what << " " << one << " " << other << " "
+                                        << op << " " << mode);
+        ASSERT_EQ(code_of(got), wanted) << got;
         // A merge that failed in the middle leaves what it did, in an order that the file system chooses; a
         // way that ends at a file is made as far as it goes.
         if (wanted == '+') {
-            ASSERT_EQ(found, after) << step << ": operation " << what << " " << one << " " << other;
+            ASSERT_EQ(found, after);
         }
         expected = found;
     }
@@ -310,7 +296,7 @@ TEST(Trees, KeepPermissionsTimesAndHoles) {
     const timespec times[2] = {{1, 2}, {1'000'000'000, 123'456'789}};
     ::utimensat(AT_FDCWD, text(in.at("from/run")), times, 0);
     ::umask(077);
-    fsCopy(text(in.at("from")), text(in.at("to")), fsForceNew, fsExpand, fsSimple);
+    EXPECT_EQ(in.copy("from", "to", fsForceNew), "");
     ::umask(022);
     auto wanted = snapshot(in.at("from"));
     ::chmod(text(in.at("from/run")), 0751);  // rights are not lent by a copy
@@ -327,85 +313,70 @@ TEST(Trees, KeepPermissionsTimesAndHoles) {
 
 TEST(Trees, ReportNamesThatCannotBeTold) {
     scene in;
-    const std::string root = fsPathToNative(text(in.root)).Str();
     in.file("odd/a\\b", "1");
-    EXPECT_EQ(failure([&] { fsRemove(text(in.at("odd")), fsRecursive); }),
-              "filelib::XInvalidName fsRemove " + root + R"(\odd\a\b)");
-    EXPECT_EQ(failure([&] { fsCopy(text(in.at("odd")), text(in.at("to")), fsMerge, fsExpand, fsSimple); }),
-              "filelib::XInvalidName fsCopy " + root + R"(\odd\a\b)");
-    std::string deep = "d", name(100, 'n');
-    in.folder(deep + "/" + name);
-    in.file(deep + "/" + name + "/" + name + "/" + name, "far down");
-    const std::string path = root + "\\d\\" + name + "\\" + name;
-    const std::string too_long = path.size() > fsMaxPath ? path : path + "\\" + name;
-    EXPECT_EQ(failure([&] { fsRemove(text(in.at("d")), fsRecursive); }),
-              "filelib::XInvalidPath fsRemove " + too_long);
-    EXPECT_EQ(failure([&] { fsCopy(text(in.at("d")), text(in.at("e")), fsMerge, fsExpand, fsSimple); }),
-              "filelib::XInvalidPath fsCopy " + too_long);
-    EXPECT_TRUE(fs::exists(in.at("d/" + name + "/" + name + "/" + name)));
+    EXPECT_EQ(in.remove("odd"), R"(XInvalidName fsRemove odd\a\b)");
+    EXPECT_EQ(in.copy("odd", "to", fsMerge), R"(XInvalidName fsCopy odd\a\b)");
+    const std::string name(120, 'n'), too_long = "d\\" + name + '\\' + name;
+    in.file("d/" + name + "/" + name + "/file", "far down");
+    EXPECT_EQ(in.remove("d"), "XInvalidPath fsRemove " + too_long);
+    EXPECT_EQ(in.copy("d", "e", fsMerge), "XInvalidPath fsCopy " + too_long);
+    EXPECT_TRUE(fs::exists(in.at("d/" + name + "/" + name + "/file")));
     EXPECT_FALSE(fs::exists(in.at("e")) || fs::exists(in.at("to")));
     // Others are names like any other.
     for (const char *good : {" ", "...", "a::b", "C:x", "\xff\x01"}) {
         in.file(std::string("good/") + good, good);
         in.file(std::string("good/ ..x/") + good, good);
     }
-    fsCopy(text(in.at("good")), text(in.at("better")), fsForceNew, fsExpand, fsSimple);
+    EXPECT_EQ(in.copy("good", "better", fsForceNew), "");
     EXPECT_EQ(snapshot(in.at("better")), snapshot(in.at("good")));
-    fsRemove(text(in.at("better\\")), fsRecursive);
+    EXPECT_EQ(in.remove("better\\"), "");
     EXPECT_FALSE(fs::exists(in.at("better")));
 }
 
 TEST(Trees, RefuseWhatMakesNoSense) {
     scene in;
     in.file("a/file", "1");
-    const std::string root = fsPathToNative(text(in.root)).Str(), host = in.at("a/file");
+    const std::string host = in.at("a/file");
     for (const char *name : {"", "..", "b/c", "b\\c", "C:b", "b::c"})
-        EXPECT_EQ(failure([&] { fsRename(text(host), name); }),
-                  std::string("filelib::XInvalidName fsRename ") + name);
+        EXPECT_EQ(failure([&] { fsRename(text(host), name); }), std::string("XInvalidName fsRename ") + name);
     for (const char *path : {"/", "C:\\", "."})
         EXPECT_EQ(failure([&] { fsRemove(path, fsRecursive); }),
-                  std::string("filelib::XInvalidPath fsRemove ") + (*path == '/' ? "\\" : path));
+                  std::string("XInvalidPath fsRemove ") + (*path == '/' ? "\\" : path));
     // A drive is a folder on the host.
     in.file("drives/D/x", "1");
     ::setenv("KELSTDMT_DRIVES", text(in.at("drives")), 1);
-    for (const std::string &told :
-         {failure([] { fsRemove("D:\\", fsRecursive); }), failure([] { fsRemove("D:/", fsSimple); }),
-          failure([&] { fsMove("D:\\", text(in.at("moved")), fsSimple); }),
-          failure([] { fsRename("D:\\", "E"); }),
-          failure([&] { fsCopy(text(in.at("a")), "D:\\", fsReplace, fsExpand, fsSimple); })})
-        EXPECT_EQ(told.substr(0, 21) + told.substr(told.rfind(' ')), R"(filelib::XInvalidPath D:\)");
+    const std::function<void()> refused[] = {
+        [] { fsRemove("D:\\", fsRecursive); }, [] { fsRemove("D:/", fsSimple); },
+        [] { fsRename("D:\\", "E"); }, [&] { fsMove("D:\\", text(in.at("moved")), fsSimple); },
+        [&] { fsCopy(text(in.at("a")), "D:\\", fsReplace, fsExpand, fsSimple); }};
+    for (const auto &action : refused)
+        EXPECT_TRUE(std::regex_match(failure(action), std::regex(R"(XInvalidPath fs\w+ D:\\)")))
+            << failure(action);
     EXPECT_EQ(failure([&] { fsMove("D:\\x", "D:\\y", fsSimple); }), "");
     EXPECT_EQ(content_of(in.at("drives/D/y")), "1");
     ::unsetenv("KELSTDMT_DRIVES");
     EXPECT_EQ(failure([&] { fsRename(text(in.at("a/file/")), "other"); }), "");
     EXPECT_EQ(content_of(in.at("a/other")), "1");
     for (const char *path : {"", "C:", "a::b", static_cast<const char *>(nullptr)})
-        for (int operation = 0; operation < 4; ++operation)
-            EXPECT_EQ(code_of([&] {
-                          if (operation == 0) fsCreateDir(path, fsSimple);
-                          if (operation == 1) fsRemove(path, fsSimple);
-                          if (operation == 2) fsMove(text(host), path, fsSimple);
-                          if (operation == 3) fsReadLink(path);
-                      }),
-                      '5');
-    EXPECT_EQ(failure([&] { fsReadLink("a/b"); }), R"(filelib::XLinksNotSupported fsReadLink a\b)");
+        for (const auto &told :
+             {failure([&] { fsCreateDir(path, fsSimple); }), failure([&] { fsRemove(path, fsSimple); }),
+              failure([&] { fsMove(text(host), path, fsSimple); }), failure([&] { fsReadLink(path); })})
+            EXPECT_EQ(code_of(told), '5') << told;
+    EXPECT_EQ(failure([&] { fsReadLink("a/b"); }), R"(XLinksNotSupported fsReadLink a\b)");
     EXPECT_EQ(failure([&] { fsCreateSoftLink("a", "b", fsSimple); }),
-              "filelib::XLinksNotSupported fsCreateSoftLink (null)");
+              "XLinksNotSupported fsCreateSoftLink (null)");
     in.folder("b");
     ::mkfifo(text(in.at("b/fifo")), 0600);  // as a device would be
     in.file("c/fifo", "1");
     for (const std::string below : {"", "/fifo"})
-        EXPECT_EQ(failure([&] {
-                      fsCopy(text(in.at("c" + below)), text(in.at("b" + below)), fsMerge, fsExpand, fsSimple);
-                  }),
-                  "filelib::XFileExists fsCopy " + root + R"(\b\fifo)");
+        EXPECT_EQ(in.copy("c" + below, "b" + below, fsMerge), R"(XFileExists fsCopy b\fifo)");
     in.link("a", "link");
-    fsRemove(text(in.at("link/")), fsRecursive);
+    EXPECT_EQ(in.remove("link/"), "");
     EXPECT_TRUE(fs::exists(in.at("a/other")) && !fs::exists(in.at("link")));
     fsCreateDir(text(in.at("x//y/z/")), static_cast<fsOpMode>(2));
     EXPECT_TRUE(fs::is_directory(in.at("x/y/z")));
-    EXPECT_EQ(failure([&] { fsCreateDir(text(in.at("a/other/z")), fsRecursive); }),
-              "filelib::XDoesNotExist fsCreateDir " + root + R"(\a\other\z)");
+    EXPECT_EQ(in.told([&] { fsCreateDir(text(in.at("a/other/z")), fsRecursive); }),
+              R"(XDoesNotExist fsCreateDir a\other\z)");
 }
 
 TEST(Trees, TellAnObserverAndEndWithIt) {
@@ -426,7 +397,7 @@ TEST(Trees, TellAnObserverAndEndWithIt) {
     auto stop = [](const kel::file_progress &) { throw 1; };
     EXPECT_THROW(kel::copy_tree(text(in.at("from")), text(in.at("to")), fsForceNew, fsExpand, fsSimple, stop),
                  int);
-    EXPECT_EQ(std::distance(fs::directory_iterator(in.root), {}), 2) << "something of the copy is left";
+    EXPECT_EQ(in.entries(), 2) << "something of the copy is left";
     EXPECT_TRUE(fs::exists(in.at(".to.kel-copy/mine")));
 }
 

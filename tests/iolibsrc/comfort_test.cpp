@@ -1,17 +1,12 @@
-// Comfort: who holds a caught exception and when it dies, values on a std::ostream, the report of an
-// exception that nobody caught.
+// Comfort: who holds a caught exception and when it dies, the report of an exception that nobody caught.
 #include <gtest/gtest.h>
 #include <kelstdmt/kelstdmt.h>
 
 #include <cstdlib>
 #include <exception>
-#include <iomanip>
-#include <ostream>
 #include <sstream>
 #include <stdexcept>
 #include <type_traits>
-
-#include "iolibsrc/print_support.h"
 
 KEL_DECLARE_STRUCT(XCounted)
 class XCounted : public kelXException {
@@ -149,36 +144,6 @@ TEST(Caught, KnowsItsTypeAndSaysIt) {
         EXPECT_NE(Text(end).find("finish printing\nStream Error (iolib):EOF reached\n"), std::string::npos)
             << end;
     }
-}
-
-// Values on a std::ostream ---------------------------------------------------------------------------
-
-TEST(Printed, WhatHasADescriptor) {
-    xrchandle<Point> point(kel::construct<Point>(1, 2));
-    Node local(3);
-    const std::pair<std::string, const char *> values[] = {
-        {Text(point), "test::Point\n {\n  x: 1;\n  y: 2;\n }"},
-        {kel::printed(*point, true).str(), "test::Point { x: 1; y: 2; }"},
-        {kel::printed(local, true).str(), "test::Node { value: 3; next: nil; }"},
-        {kel::printed(xrchandle<Point>()).str(), "nil"},
-        {kel::printed(kel::uninit_object()).str(), "uninit"},
-        {kel::printed(green).str() + kel::printed(std::string("text")).str(), "green\"text\""},
-        {Text(xany()) + Text(xstring("text")) + Text(green), "uninittext1"},
-    };
-    for (auto &[text, expected] : values)
-        EXPECT_EQ(text, expected);
-    EXPECT_TRUE(xrcgetcount(point) == 1 && xrcgetcount(&local) == 0) << "nothing holds them";
-}
-
-TEST(Printed, AStreamThatFails) {
-    WatchedBuffer buffer(10);
-    std::ostream out(&buffer);
-    Point point(1, 2);
-    out << std::setw(30) << kel::printed(point);
-    EXPECT_EQ(buffer.bytes, "test::Poin");
-    EXPECT_TRUE(out.bad());
-    const std::string large(20000, 'x');  // more than a buffer full arrives whole
-    EXPECT_EQ(kel::printed(large).str(), '"' + large + '"');
 }
 
 // Uncaught exceptions --------------------------------------------------------------------------------

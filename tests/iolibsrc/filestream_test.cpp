@@ -1,5 +1,5 @@
-// File streams beside bytes in memory, and against the system: modes, full disks, files that cannot seek,
-// positions that an int cannot hold.
+// Streams of files and of texts in memory beside a std::string, and files against the system: modes, full
+// disks, files that cannot seek, positions that an int cannot hold.
 #include "iolibsrc/stream_support.h"
 #include "scratch_folder.h"
 
@@ -25,108 +25,100 @@ Owned create_file(const std::string &path, ioOpenMode mode, bool overwrite = tru
     return Owned(ioFileStream::Create(path.c_str(), mode, overwrite));
 }
 
-// Reads, trials, writes, seeks and cuts in any order, in both byte orders.
+// Reads, trials and writes in any order, in both byte orders; of a file, which has one position for all, also
+// seeks and cuts. Answers what the stream holds then.
+std::string follow(ioStream &stream, ioFileStream *file, unsigned seed) {
+    std::mt19937 random(seed);
+    auto below = [&random](std::size_t limit) { return static_cast<std::size_t>(random() % limit); };
+    std::string model;
+    std::size_t at = 0;
+    stream.setSerializer(seed % 2 ? ioSerializer::getBinary() : ioSerializer::getXDR());
+    auto unread = [&](std::size_t count) { return at < model.size() ? model.substr(at, count) : ""; };
+    auto in_order = [&](std::string bytes) {
+        if (seed % 2 == 0) std::reverse(bytes.begin(), bytes.end());
+        return bytes;
+    };
+    auto written = [&](const std::string &bytes) {
+        const std::size_t place = file ? at : model.size();
+        if (!bytes.empty()) model.resize(std::max(model.size(), place + bytes.size()));
+        if (!bytes.empty()) model.replace(place, bytes.size(), bytes);
+        if (file) at += bytes.size();
+    };
+    for (int step = 0; step < 4000 && !testing::Test::HasFailure(); ++step) {
+        SCOPED_TRACE("seed " + std::to_string(seed) + ", step " + std::to_string(step));
+        const std::size_t count = below(40) == 0 ? below(150000) : below(50), what = below(file ? 8 : 5);
+        if (what == 0) {
+            std::string expected = unread(count), got(count, '\0');
+            const bool at_end = count > 0 && expected.empty();
+            unsigned read = 0;
+            EXPECT_EQ(failure([&] { read = stream.ReadBytes(got.data(), static_cast<unsigned>(count)); }),
+                      at_end ? "EOF reached" : "");
+            EXPECT_TRUE(got.substr(0, read) == expected) << read << " of " << expected.size();
+            EXPECT_EQ(stream.getIsEof(), at_end);
+            if (at_end) file ? file->SeekOff(0, ioCur) : stream.setIsFail(false);
+            at += read;
+        } else if (what == 1) {
+            if (at < model.size()) {
+                EXPECT_EQ(stream.ReadByte(), static_cast<signed char>(model[at++]));
+            }
+            const std::string bytes = in_order(unread(4));
+            EXPECT_EQ(stream.TryReadInt(), bytes.size() == 4 ? ioSuccess : ioEndOfFile);
+            if (bytes.size() < 4) continue;
+            int expected;
+            std::memcpy(&expected, bytes.data(), 4);
+            EXPECT_EQ(stream.ReadInt(), expected);
+            at += 4;
+        } else if (what == 2) {
+            const std::string bytes(count, static_cast<char>('a' + below(26)));
+            stream.WriteBytes(bytes.data(), static_cast<unsigned>(count));
+            written(bytes);
+        } else if (what == 3) {
+            const auto value = static_cast<double>(random());
+            stream.WriteByte(step);
+            written(std::string(1, static_cast<char>(step)));
+            stream.WriteReal(value);
+            written(in_order(std::string(reinterpret_cast<const char *>(&value), 8)));
+        } else if (what == 4) {
+            const unsigned ahead = stream.PeekNBytes();
+            EXPECT_TRUE(file ? (ahead > 0) == (at < model.size()) && ahead <= unread(model.size()).size()
+                             : ahead == model.size() - at);
+            if (below(2)) stream.Flush();
+            if (!file) continue;
+            EXPECT_EQ(file->TellPos(), static_cast<int>(at));
+            if (below(2)) {
+                EXPECT_EQ(file->TellSize(), static_cast<int>(model.size()));
+            }
+        } else if (what == 5 && below(4) == 0) {
+            const bool here = below(2);
+            const std::size_t size = here ? at : below(2) ? model.size() / 2 : model.size() + 3000;
+            file->Truncate(here ? kel::nil_int : static_cast<int>(size));
+            model.resize(size);
+        } else if (what > 5) {
+            const auto way = static_cast<ioDirection>(below(3));
+            const int base = static_cast<int>(way == ioBegin ? 130 : way == ioCur ? at : model.size());
+            const int offset = static_cast<int>(below(300)) - 150;
+            const bool fits = base + offset >= 0;
+            EXPECT_EQ(failure([&] { file->SeekOff(way == ioBegin ? base + offset : offset, way); }),
+                      fits ? "" : "I/O error");
+            EXPECT_EQ(stream.getIsBad(), !fits);
+            if (fits) at = static_cast<std::size_t>(base + offset);
+            stream.setIsBad(false);
+        }
+        EXPECT_TRUE(stream.getIsGood());
+    }
+    return file ? model : unread(model.size());
+}
+
 TEST_F(FileStream, BehavesAsBytesInMemory) {
     for (unsigned seed = 1; seed <= 6; ++seed) {
-        std::mt19937 random(seed);
-        auto below = [&random](std::size_t limit) { return static_cast<std::size_t>(random() % limit); };
-        std::string model;
         const std::string name = std::to_string(seed);
-        std::size_t at = 0;
-        Owned stream = create_file(folder + "/" + name, ioReadWrite, false);
-        stream->setSerializer(seed % 2 ? ioSerializer::getBinary() : ioSerializer::getXDR());
-        auto written = [&](const std::string &bytes) {
-            if (!bytes.empty()) model.resize(std::max(model.size(), at + bytes.size()));
-            if (!bytes.empty()) model.replace(at, bytes.size(), bytes);
-            at += bytes.size();
-        };
-        auto unread = [&](std::size_t count) { return at < model.size() ? model.substr(at, count) : ""; };
-        auto in_order = [&](std::string bytes) {
-            if (seed % 2 == 0) std::reverse(bytes.begin(), bytes.end());
-            return bytes;
-        };
-        for (int step = 0; step < 4000; ++step) {
-            SCOPED_TRACE("seed " + std::to_string(seed) + ", step " + std::to_string(step));
-            std::size_t count = below(40) == 0 ? below(150000) : below(50);
-            switch (below(10)) {
-                case 0:
-                case 1: {
-                    std::string expected = unread(count), got(count, '\0');
-                    bool at_end = count > 0 && expected.empty();
-                    unsigned read = 0;
-                    EXPECT_EQ(
-                        failure([&] { read = stream->ReadBytes(got.data(), static_cast<unsigned>(count)); }),
-                        at_end ? "EOF reached" : "");
-                    ASSERT_TRUE(got.substr(0, read) == expected) << read << " of " << expected.size();
-                    EXPECT_EQ(stream->getIsEof(), at_end);
-                    if (at_end) stream->SeekOff(0, ioCur);
-                    at += read;
-                    break;
-                }
-                case 2: {
-                    if (at < model.size()) {
-                        ASSERT_EQ(stream->ReadByte(), static_cast<signed char>(model[at]));
-                        ++at;
-                    }
-                    std::string bytes = in_order(unread(4));
-                    EXPECT_EQ(stream->TryReadInt(), bytes.size() == 4 ? ioSuccess : ioEndOfFile);
-                    if (bytes.size() < 4) break;
-                    int expected;
-                    std::memcpy(&expected, bytes.data(), 4);
-                    EXPECT_EQ(stream->ReadInt(), expected);
-                    at += 4;
-                    break;
-                }
-                case 3:
-                case 4: {
-                    std::string bytes(count, static_cast<char>('a' + below(26)));
-                    stream->WriteBytes(bytes.data(), static_cast<unsigned>(count));
-                    written(bytes);
-                    break;
-                }
-                case 5: {
-                    auto value = static_cast<double>(random());
-                    stream->WriteByte(step);
-                    written(std::string(1, static_cast<char>(step)));
-                    stream->WriteReal(value);
-                    written(in_order(std::string(reinterpret_cast<const char *>(&value), 8)));
-                    break;
-                }
-                case 6:
-                case 7: {
-                    auto way = static_cast<ioDirection>(below(3));
-                    int base = static_cast<int>(way == ioBegin ? 130 : way == ioCur ? at : model.size());
-                    int offset = static_cast<int>(below(300)) - 150;
-                    bool fits = base + offset >= 0;
-                    EXPECT_EQ(failure([&] { stream->SeekOff(way == ioBegin ? base + offset : offset, way); }),
-                              fits ? "" : "I/O error");
-                    EXPECT_EQ(stream->getIsBad(), !fits);
-                    if (fits) at = static_cast<std::size_t>(base + offset);
-                    stream->setIsBad(false);
-                    break;
-                }
-                case 8: {
-                    if (below(4) > 0) break;
-                    bool here = below(2);
-                    std::size_t size = here ? at : below(2) ? model.size() / 2 : model.size() + 3000;
-                    stream->Truncate(here ? kel::nil_int : static_cast<int>(size));
-                    model.resize(size);
-                    break;
-                }
-                default:
-                    ASSERT_EQ(stream->TellPos(), static_cast<int>(at));
-                    EXPECT_EQ(stream->PeekNBytes() > 0, at < model.size());
-                    EXPECT_LE(stream->PeekNBytes(), unread(model.size()).size());
-                    if (below(2)) stream->Flush();
-                    if (below(2)) {
-                        ASSERT_EQ(stream->TellSize(), static_cast<int>(model.size()));
-                    }
-            }
-            ASSERT_TRUE(stream->getIsGood() && !testing::Test::HasFailure());
-        }
+        Owned stream = create_file(at(name), ioReadWrite, false);
+        const std::string expected = follow(*stream, stream.get(), seed);
         stream->Close();
-        ASSERT_TRUE(stream->getIsGood());
-        ASSERT_TRUE(get(name) == model) << "seed " << seed;
+        EXPECT_TRUE(stream->getIsGood() && get(name) == expected) << "seed " << seed;
+        const std::unique_ptr<ioStringStream> memory(ioStringStream::Create());
+        const std::string rest = follow(*memory, nullptr, seed);
+        EXPECT_TRUE(drain(*memory) == rest) << "seed " << seed;
     }
 }
 
@@ -270,14 +262,53 @@ TEST_F(FileStream, AHandleForAChild) {
         EXPECT_TRUE(stream->getIsGood());
         ASSERT_EQ(::rename(away.c_str(), in.c_str()), 0);
         int handle = stream->GetInheritHandle();
+        const ino_t file = file_of(handle);
         ASSERT_GE(handle, 0) << "the next call tries again";
         EXPECT_EQ(stream->GetInheritHandle(), handle);
         EXPECT_EQ(::fcntl(handle, F_GETFL) & O_ACCMODE, access);
         EXPECT_EQ(::lseek(handle, 3, SEEK_CUR), 3);
         EXPECT_EQ(stream->TellPos(), 0) << "it has a position of its own";
         stream->Close();
-        EXPECT_EQ(::fcntl(handle, F_GETFD), -1) << "closed with the stream";
+        EXPECT_NE(file_of(handle), file) << "closed with the stream";
     }
+}
+
+// Texts in memory -----------------------------------------------------------------------------
+
+using OwnedText = std::unique_ptr<ioStringStream>;
+
+TEST(StringStream, HasAnEndThatIsNotTheEndForEver) {
+    OwnedText stream(ioStringStream::Create());
+    EXPECT_TRUE(text_of(stream->getStr()).empty() && !stream->getStr().IsNull());
+    stream->WriteString("abc def");
+    EXPECT_EQ(text_of(stream->ReadString(" ")), "abc");
+    stream->WriteString("ghi\n");
+    EXPECT_EQ(stream->TryReadString(), ioSuccess);
+    EXPECT_EQ(text_of(stream->ReadString()), "defghi");
+    EXPECT_TRUE(!stream->InputEvent() && !stream->OutputEvent() && !stream->Flush());
+    EXPECT_EQ(stream->TryWriteInt(1), ioNotSupported);
+    EXPECT_EQ(failure([&] { stream->ReadInt(); }), "EOF reached");
+    EXPECT_EQ(failure([&] { stream->getStr(); }), "EOF reached");
+    stream->setIsFail(false);
+    stream->WriteByte('x');
+    EXPECT_EQ(stream->ReadByte(), 'x');
+    EXPECT_STREQ(static_cast<xobject *>(stream.get())->lookupfield("Str").getstring(), "abc defghi\nx");
+    stream->WriteBytes("\0y", 2);
+    EXPECT_EQ(text_of(stream->getStr()), "abc defghi\nx") << "up to the first NUL";
+    stream->Close();
+    EXPECT_EQ(failure([&] { stream->getStr(); }), "stream not open");
+}
+
+TEST(StringStream, OverATextIsReadOnly) {
+    std::string text = "12";
+    OwnedText stream(ioStringStream::Create(text.c_str())), nothing(ioStringStream::Create("")),
+        null(ioStringStream::Create(nullptr)), unset(ioStringStream::Create(kel::uninit_text()));
+    EXPECT_TRUE(!nothing->getCanWrite() && null->getCanWrite() && unset->getCanWrite());
+    text = "!!";
+    EXPECT_EQ(failure([&] { stream->getStr(); }), "output denied");
+    EXPECT_EQ(stream->PeekNBytes(), 2U);
+    EXPECT_EQ(text_of(stream->ReadString()), "12");
+    EXPECT_EQ(stream->TryReadString(), ioEndOfFile);
 }
 
 }  // namespace
