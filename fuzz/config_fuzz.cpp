@@ -4,138 +4,108 @@
 // The input is a number of operations, each a byte, a name up to a NUL and a value up to a NUL; then the
 // file.
 #include <kelstdmt/configfile.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <cstdint>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
-#include <string>
-#include <string_view>
-#include <utility>
 #include <vector>
+
+#include "fuzzing.h"
 
 namespace {
 
-using model_map = std::map<std::string, std::string>;
+using fuzz::require, std::string;
 
-void require(bool holds) {
-    if (!holds) std::abort();
-}
+using model_map = std::map<string, string>;
 
-// One file for the process, in memory where the system offers that.
-struct scratch_file {
-    scratch_file() {
-        const char *folder = std::filesystem::exists("/dev/shm") ? "/dev/shm" : "/tmp";
-        path = std::string(folder) + "/kelstdmt_config_fuzz_" + std::to_string(::getpid());
-    }
-    ~scratch_file() { std::filesystem::remove(path); }
-    void put(std::string_view text) const { std::ofstream(path, std::ios::binary) << text; }
-    std::string get() const {
-        std::ifstream in(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
-    std::string path;
+struct operation {
+    unsigned kind;
+    string name, value;
 };
 
-std::string pressed(std::string name) {
+string pressed(string name) {
     std::erase(name, ' ');
     std::erase(name, '\t');
     return name;
 }
 
-model_map parse(const std::string &text) {
+model_map parse(const string &text) {
     model_map entries;
     for (std::size_t at = 0; at < text.size();) {
         const std::size_t end = std::min(text.find('\n', at), text.size());
-        const std::string line = text.substr(at, end - at);
+        const string line = text.substr(at, end - at);
         const std::size_t colon = line.find(':');
-        const std::string name = pressed(line.substr(0, colon));
+        const string name = pressed(line.substr(0, colon));
         if (colon != line.npos && !name.empty()) entries[name] = line.substr(colon + 1);
         at = end + 1;
     }
     return entries;
 }
 
-std::string lines(const model_map &entries) {
-    std::string text;
+string lines(const model_map &entries) {
+    string text;
     for (const auto &[name, value] : entries)
         text += name + ":" + value + "\n";
     return text;
 }
 
 void compare(const ovkConfigFile &file, const model_map &entries) {
-    require(file.GetSize() == entries.size());
-    auto expected = entries.begin();
+    model_map seen;
     for (const auto &entry : file) {
-        require(entry.key == expected->first && kel::view(entry.value->name) == expected->first);
-        require(kel::view(entry.value->value) == expected->second);
-        ++expected;
+        require(kel::view(entry.value->name) == entry.key, "another name at:", entry.key);
+        seen[entry.key] = kel::view(entry.value->value);
     }
-}
-
-std::string take_text(std::string_view &rest) {
-    const std::size_t end = std::min(rest.find('\0'), rest.size());
-    std::string text(rest.substr(0, end));
-    rest.remove_prefix(std::min(end + 1, rest.size()));
-    return text;
+    require(file.GetSize() == entries.size() && seen == entries, "expected:", lines(entries),
+            "seen:", lines(seen));
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t size) {
-    static const scratch_file disk;
-    std::string_view rest(reinterpret_cast<const char *>(bytes), size);
-    std::vector<std::pair<unsigned, std::pair<std::string, std::string>>> operations;
-    for (unsigned left = rest.empty() ? 0 : static_cast<unsigned char>(rest[0]) % 16; left > 0; --left) {
-        rest.remove_prefix(std::min<std::size_t>(1, rest.size()));
-        if (rest.empty()) break;
-        const unsigned kind = static_cast<unsigned char>(rest[0]) % 5;
-        rest.remove_prefix(1);
-        std::string name = take_text(rest);
-        operations.push_back({kind, {std::move(name), take_text(rest)}});
+    static const fuzz::Folder folder;
+    static const string path = folder.path / "f";
+    fuzz::Input input(bytes, size);
+    std::vector<operation> operations;
+    for (unsigned left = input.below(16); left > 0 && !input.rest.empty(); --left) {
+        const unsigned kind = input.below(5);
+        const string name = input.text();
+        operations.push_back({kind, name, input.text()});
     }
-    const std::string text(rest);
-    disk.put(text);
+    const string text(input.rest);
+    fuzz::put(path, text);
     ovkConfigFile file;
-    const bool opened = file.Open(disk.path.c_str(), ovkConfigFile::ReadWrite);
-    require(opened == (text.find('\0') == text.npos));
+    const bool opened = file.Open(path.c_str(), ovkConfigFile::ReadWrite);
+    require(opened == (text.find('\0') == text.npos), "opened:", opened);
     if (!opened) {
-        require(Error_GetLast() == 13 && file.IsEmpty() && disk.get() == text);
+        require(Error_GetLast() == 13 && file.IsEmpty() && fuzz::get(path) == text, "an unclean refusal");
         return 0;
     }
     model_map model = parse(text);
     bool writes = true, modified = false;
     compare(file, model);
-    for (const auto &[kind, arguments] : operations) {
-        const auto &[name, value] = arguments;
-        const std::string key = pressed(name);
+    for (const auto &[kind, name, value] : operations) {
+        const string key = pressed(name);
         const bool valid = !key.empty() && key.find_first_of(":\n") == key.npos;
         if (kind == 0) {
             const bool set = file.SetValue(name.c_str(), value.c_str());
-            require(set == (writes && valid && value.find('\n') == value.npos));
+            require(set == (writes && valid && value.find('\n') == value.npos), "set:", name, value);
             if (set) model[key] = value, modified = true;
         } else if (kind == 1) {
             const bool had = writes && model.erase(key) == 1;
-            require(file.DeleteValue(name.c_str()) == had);
+            require(file.DeleteValue(name.c_str()) == had, "deleted:", name);
             modified |= had;
         } else if (kind == 2) {
             const auto found = model.find(key);
-            require(kel::view(file.GetValue(name.c_str())) == (found == model.end() ? "" : found->second));
+            require(kel::view(file.GetValue(name.c_str())) == (found == model.end() ? "" : found->second),
+                    "asked for:", name);
         } else {
             writes = kind == 3;
-            const std::string before = disk.get();
-            require(
-                file.Open(disk.path.c_str(), writes ? ovkConfigFile::ReadWrite : ovkConfigFile::ReadOnly));
-            require(disk.get() == (modified ? lines(model) : before));
+            const string expected = modified ? lines(model) : fuzz::get(path);
+            require(file.Open(path.c_str(), writes ? ovkConfigFile::ReadWrite : ovkConfigFile::ReadOnly),
+                    "not opened again");
+            require(fuzz::get(path) == expected, "expected on disk:", expected);
             modified = false;
             compare(file, model);
         }
     }
-    require(file.Close());
-    require(file.IsEmpty() && parse(disk.get()) == model);
+    require(file.Close() && file.IsEmpty() && parse(fuzz::get(path)) == model, "another map was written");
     return 0;
 }

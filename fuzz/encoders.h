@@ -105,10 +105,8 @@ private:
 // The judge ------------------------------------------------------------------------------------------
 
 inline ioTryCode code_of(const std::ios &stream) {
-    return stream.eof()                           ? ioEndOfFile
-           : stream.rdstate() & std::ios::failbit ? ioFormatError
-           : stream.bad()                         ? ioIOError
-                                                  : ioSuccess;
+    if (stream.eof()) return ioEndOfFile;
+    return stream.rdstate() & std::ios::failbit ? ioFormatError : stream.bad() ? ioIOError : ioSuccess;
 }
 
 template <class Value>

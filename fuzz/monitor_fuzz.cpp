@@ -1,92 +1,81 @@
 // A monitor file of any bytes: it is opened, read and caught up with, once whole and once as it grows, and a
 // writer then goes on in it. Whatever the bytes are, values told together are those told one by one, a file
 // that grew is read as one that was whole, and what a writer adds to an undamaged file is found again.
-#include <cstdint>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <memory>
-#include <string>
-
 #include <kelstdmt/kel.h>
 #include <kelstdmt/monlib.h>
 
-static int reports = 0;
+#include <memory>
 
-static const std::string &path() {
-    static const struct scratch {
-        scratch() {
-            btkSetAbortHandler([](const char *, const char *, int) { ++reports; });
-        }
-        ~scratch() { std::filesystem::remove(path); }
-        std::string path = (std::filesystem::temp_directory_path() /
-                            ("kelstdmt_monitor_fuzz_" + std::to_string(btkRandomSeed())))
-                               .string();
-    } file;
-    return file.path;
-}
+#include "fuzzing.h"
 
-static void put(const std::uint8_t *bytes, std::size_t size, std::ios::openmode mode) {
-    std::ofstream(path(), std::ios::binary | mode)
-        .write(reinterpret_cast<const char *>(bytes), static_cast<std::streamsize>(size));
-}
+namespace {
 
-static void require(bool condition) {
-    if (!condition) std::abort();
-}
+using fuzz::put, fuzz::require;
+
+using Holder = std::unique_ptr<monFile>;
+
+int reports = 0;
 
 // Everything about the parameters as one text.
-static std::string tell(monFile &file) {
+std::string tell(monFile &file) {
     std::string all;
     const std::vector<xany> values = file.Values();
-    require(values.size() == file.Parameters().size());
+    require(values.size() == file.Parameters().size(), "another number of values");
     for (std::size_t i = 0; i < values.size(); ++i) {
         monParam *parameter = file.Parameters()[i];
-        require(values[i] == parameter->lookupfield("Value") || values[i].getkind() == xany::Real);
+        require(values[i] == parameter->lookupfield("Value") || values[i].getkind() == xany::Real,
+                "another value of", parameter->getName().Str());
         all += std::string(parameter->gettypename()) + ' ' + parameter->getName().Str() + ' ' +
                std::to_string(values[i].hash()) + '\n';
     }
     return all;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t size) {
-    put(bytes, size, std::ios::trunc);
-    std::unique_ptr<monFile> whole(monFile::Open(path().c_str()));
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+    btkSetAbortHandler([](const char *, const char *, int) { ++reports; });
+    static const fuzz::Folder folder;
+    const std::string path = folder.path / "f";
+    const std::string_view bytes = fuzz::Input(data, size).rest;
+    put(path, bytes);
+    const Holder whole(monFile::Open(path.c_str()));
     if (!whole) return 0;
     reports = 0;
     const bool undamaged = whole->Refresh();
-    require(whole->Refresh() == undamaged && reports == !undamaged);
+    require(whole->Refresh() == undamaged && reports == !undamaged, "damage is reported once");
     const std::string told = tell(*whole);
 
-    for (std::size_t step : {std::size_t{1}, std::size_t{13}}) {
+    for (std::size_t step : {1, 13}) {
         std::size_t known = size / 2;
-        put(bytes, known, std::ios::trunc);
-        std::unique_ptr<monFile> growing(monFile::OpenReadOnly(path().c_str()));
+        put(path, bytes.substr(0, known));
+        const Holder growing(monFile::OpenReadOnly(path.c_str()));
         if (!growing) break;
-        for (; known < size; known += std::min(step, size - known), step *= 2) {
+        for (; known < size; known += step, step *= 2) {
             growing->Refresh();
-            put(bytes + known, std::min(step, size - known), std::ios::app);
+            put(path, bytes.substr(known, step), std::ios::app);
         }
-        require(growing->Refresh() == undamaged && tell(*growing) == told);
+        require(growing->Refresh() == undamaged && tell(*growing) == told, "it grew to another file");
     }
-    put(bytes, size, std::ios::trunc);
+    put(path, bytes);
 
     monIntParam *added = whole->Int("added to it");
     if (added) added->setValue(77);
-    std::unique_ptr<monFile> again(monFile::OpenReadOnly(path().c_str()));
-    require(again != nullptr);
+    Holder again(monFile::OpenReadOnly(path.c_str()));
+    require(again != nullptr, "not opened again");
     again->Refresh();
     monIntParam *found = again->Int("added to it");
-    if (undamaged) require((added != nullptr) == (found != nullptr) && (!found || found->getValue() == 77));
+    require(!undamaged || ((added != nullptr) == (found != nullptr) && (!found || found->getValue() == 77)),
+            "what was added is not there");
 
-    std::filesystem::resize_file(path(), size / 2);
+    std::filesystem::resize_file(path, size / 2);
     whole->Refresh();
     tell(*whole);
-    std::unique_ptr<monFile> overwritten(monFile::Create(path().c_str(), "t"));
+    const Holder overwritten(monFile::Create(path.c_str(), "t"));
     if (monRealParam *made = overwritten->Real("made")) {
         made->setValue(1.5);
-        again.reset(monFile::OpenReadOnly(path().c_str()));
-        require(again->Refresh() && again->Real("made")->getValue() == 1.5);
+        again.reset(monFile::OpenReadOnly(path.c_str()));
+        require(again->Refresh() && again->Real("made")->getValue() == 1.5, "nothing over a broken file");
     }
     return 0;
 }

@@ -3,110 +3,93 @@
 #include <kelstdmt/filelib_paths.h>
 #include <kelstdmt/kel.h>
 
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <string>
+#include "fuzzing.h"
 
 namespace {
 
-void require(bool holds, const char *what, const std::string &path) {
-    if (holds) return;
-    std::fprintf(stderr, "%s: \"%s\"\n", what, path.c_str());
-    std::abort();
-}
+using fuzz::require, std::string;
 
 // Null for a refusal as well as for the null string.
 struct answer {
     bool refused = false, null = true;
-    std::string text;
+    string text = {};
 };
 
 template <class Function, class... Paths>
-answer ask(Function function, Paths... paths) {
-    answer result;
+answer ask(Function function, const Paths &...paths) {
     try {
-        xstring text = function(paths...);
-        result.null = text.IsNull();
-        result.text = std::string(std::string_view(text));
+        const xstring text = function(paths.c_str()...);
+        return {false, bool(text.IsNull()), string(std::string_view(text))};
     } catch (xthrowable *thrown) {
         kel::caught error(thrown);
-        result.refused = true;
+        return {.refused = true};
     }
-    return result;
 }
 
 template <class Function, class... Paths>
-answer normal(Function function, Paths... paths) {
+answer normal(Function function, const Paths &...paths) {
     answer result = ask(function, paths...);
-    require(result.text.size() <= fsMaxPath, "too long", result.text);
-    require(result.text.find('/') == result.text.npos, "a forward slash", result.text);
+    require(result.text.size() <= fsMaxPath, "too long:", result.text);
+    require(result.text.find('/') == string::npos, "a forward slash:", result.text);
     return result;
 }
 
 // A head and what is behind its separator, which a root keeps.
-void check_pieces(const std::string &whole, const answer &head, const answer &tail, bool head_is_all) {
+void check_pieces(const string &whole, const answer &head, const answer &tail) {
     if (head.null) return;
-    std::string joined = head.text;
-    if (!head_is_all && !(joined.ends_with('\\') && whole.size() == joined.size() + tail.text.size()))
-        joined += '\\';
-    if (!head_is_all) joined += tail.text;
-    require(joined == whole, "pieces do not join to the path", whole);
+    const bool keeps = head.text.ends_with('\\') && whole.size() == head.text.size() + tail.text.size();
+    require(head.text + (keeps ? "" : "\\") + tail.text == whole, "pieces do not join to:", whole);
 }
 
-void check_one(const std::string &path) {
-    const char *text = path.c_str();
-    answer native = normal(fsPathToNative, text);
-    require(native.refused == (path.size() > fsMaxPath), "length", path);
-    answer head_path = normal(fsGetHeadPath, text), tail_entry = normal(fsGetTailEntry, text);
-    answer head_entry = normal(fsGetHeadEntry, text), tail_path = normal(fsGetTailPath, text);
-    bool remote = path.find("::") != path.npos;
-    require(head_path.refused == (remote || native.refused), "refusal", path);
-    bool separated = native.text.find('\\') != std::string::npos;
-    check_pieces(native.text, head_path, tail_entry, false);
-    check_pieces(native.text, head_entry, tail_path, !separated);
-    if (!remote && !native.refused && !separated)
-        require(head_path.null && tail_path.null && tail_entry.text == head_entry.text, "without a cut",
-                path);
-    answer address = ask(fsGetAddress, text), local = ask(fsGetLocalPath, text);
-    require(address.null == !remote, "address", path);
-    if (remote && !local.refused && local.text.find("::") == std::string::npos) {
-        answer again = ask(fsMkRemPath, address.text.c_str(), local.text.c_str());
-        std::string expected = path;
-        std::replace(expected.begin(), expected.end(), '/', '\\');
-        if (!again.refused && address.text.find('/') == std::string::npos)
-            require(again.text == expected, "remote path", path);
-    }
+void check_one(const string &path) {
+    const answer native = normal(fsPathToNative, path);
+    require(native.refused == (path.size() > fsMaxPath), "length:", path);
+    const answer head_path = normal(fsGetHeadPath, path), tail_entry = normal(fsGetTailEntry, path),
+                 head_entry = normal(fsGetHeadEntry, path), tail_path = normal(fsGetTailPath, path);
+    const bool remote = path.find("::") != string::npos;
+    require(head_path.refused == (remote || native.refused), "refusal:", path);
+    check_pieces(native.text, head_path, tail_entry);
+    if (native.text.find('\\') != string::npos)
+        check_pieces(native.text, head_entry, tail_path);
+    else if (!head_path.refused)
+        require(head_path.null && tail_path.null && tail_entry.text == head_entry.text &&
+                    (head_entry.null || head_entry.text == native.text),
+                "without a cut:", path);
+    const answer address = ask(fsGetAddress, path), local = ask(fsGetLocalPath, path);
+    require(address.null == !remote, "address:", path);
+    if (!remote || local.refused || local.text.find("::") != string::npos) return;
+    string expected = path;
+    std::replace(expected.begin(), expected.end(), '/', '\\');
+    const answer again = ask(fsMkRemPath, address.text, local.text);
+    require(again.refused || address.text.find('/') != string::npos || again.text == expected,
+            "remote path:", path);
 }
 
-void check_two(const std::string &a, const std::string &b) {
-    answer joined = normal(fsCatPaths, a.c_str(), b.c_str());
-    bool fits = a.size() + 1 + b.size() <= fsMaxPath;
-    bool is_tail = !fsIsPathAbsolute(b.c_str()) && b.find("::") == b.npos;
-    require(joined.refused == !(fits && is_tail), "join", a + " + " + b);
-    answer shared = normal(fsIntersectPaths, a.c_str(), b.c_str());
-    answer back = normal(fsIntersectPaths, b.c_str(), a.c_str());
-    require(shared.text == back.text && shared.null == back.null, "one way round", a + " & " + b);
+void check_two(const string &a, const string &b) {
+    const bool fits = a.size() + 1 + b.size() <= fsMaxPath;
+    const bool is_tail = !fsIsPathAbsolute(b.c_str()) && b.find("::") == string::npos;
+    require(normal(fsCatPaths, a, b).refused == !(fits && is_tail), "join:", a, b);
+    const answer shared = normal(fsIntersectPaths, a, b), back = normal(fsIntersectPaths, b, a);
+    require(shared.text == back.text && shared.null == back.null, "one way round:", a, b);
     if (shared.null) return;
-    for (const std::string &path : {a, b}) {
-        answer native = normal(fsPathToNative, path.c_str());
-        require(native.text.starts_with(shared.text), "not shared", a + " & " + b);
-        bool whole = native.text.size() == shared.text.size() || shared.text.ends_with('\\') ||
-                     native.text[shared.text.size()] == '\\';
-        require(whole, "half a component", a + " & " + b);
+    for (const string &path : {a, b}) {
+        const string native = normal(fsPathToNative, path).text;
+        require(native.starts_with(shared.text), "not shared:", a, b);
+        require(native.size() == shared.text.size() || shared.text.ends_with('\\') ||
+                    native[shared.text.size()] == '\\',
+                "half a component:", a, b);
     }
-    answer same = normal(fsIntersectPaths, a.c_str(), shared.text.c_str());
-    require(same.refused || same.text == shared.text, "not stable", a + " & " + b);
+    const answer same = normal(fsIntersectPaths, a, shared.text);
+    require(same.refused || same.text == shared.text, "not stable:", a, b);
 }
 
 }  // namespace
 
 // The two paths have a line end between them.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-    std::string text(reinterpret_cast<const char *>(data), size);
-    text = text.c_str();
-    std::size_t cut = std::min(text.find('\n'), text.size());
-    std::string a = text.substr(0, cut), b = text.substr(std::min(cut + 1, text.size()));
+    const string text = fuzz::Input(data, size).text();
+    const std::size_t cut = std::min(text.find('\n'), text.size());
+    const string a = text.substr(0, cut), b = text.substr(std::min(cut + 1, text.size()));
     check_one(a);
     check_one(b);
     check_two(a, b);

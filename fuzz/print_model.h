@@ -4,7 +4,6 @@
 
 #include <set>
 #include <sstream>
-#include <string>
 
 #include "print_tree.h"
 
@@ -23,8 +22,7 @@ public:
         try {
             route(type, value);
         } catch (const Failure &) {
-            line_break(m_indent);
-            spaces(m_indent);
+            new_line();
             text += "Can not finish printing\n";
             m_indent = before;
         }
@@ -35,8 +33,12 @@ private:
 
     static constexpr int same_line = -1;
 
-    void line_break(int indent) { text += indent == same_line ? ' ' : '\n'; }
-    void spaces(int indent) { text.append(static_cast<std::size_t>(std::max(indent, 0)), ' '); }
+    void line_break() { text += m_indent == same_line ? ' ' : '\n'; }
+    void spaces() { text.append(static_cast<std::size_t>(std::max(m_indent, 0)), ' '); }
+    void new_line() {
+        line_break();
+        spaces();
+    }
     void raise(int by) {
         if (m_indent != same_line) m_indent += by;
     }
@@ -57,69 +59,40 @@ private:
     }
 
     void single(xrtti *type, const xany &value) {
-        std::ostringstream number;
         if (!empty(value) && static_cast<xrtti *>(value.getrtti())->getname() != type->getname())
             throw Failure();
+        std::ostringstream plain;
         switch (value.getkind()) {
             case xany::Uninit:
-                text += "uninit";
+                plain << "uninit";
                 break;
             case xany::Nil:
-                text += "nil";
+                plain << "nil";
                 break;
             case xany::Int:
-                text += std::to_string(static_cast<int>(value));
+                plain << static_cast<int>(value);
                 break;
             case xany::Bool:
-                text += value.getbool() ? "true" : "false";
+                plain << (value.getbool() ? "true" : "false");
                 break;
             case xany::Real:
-                number << value.getreal();
-                text += number.str();
+                plain << value.getreal();
                 break;
             case xany::String:
-                text += m_quote ? '"' + std::string(value.getstring().Str()) + '"' : value.getstring().Str();
+                plain << (m_quote ? "\"" : "") << value.getstring().Str() << (m_quote ? "\"" : "");
                 break;
-            case xany::Enum: {
-                static constexpr const char *names[] = {"red", "green", "blue"};
+            case xany::Enum:
                 if (static_cast<int>(value) > 2) throw Failure();
-                text += names[static_cast<int>(value)];
+                plain << colour_names[static_cast<int>(value)];
                 break;
-            }
-            default: {
-                if (!type->isclass()) {
-                    text += "<external value>";
-                    break;
+            default:
+                if (type->isclass()) {
+                    Thing &thing = Thing::of(static_cast<xobject *>(static_cast<xextern>(value).value));
+                    return frame(thing, "foreign::Struct", false, [&] { row(thing, "inner: ", 0, true); });
                 }
-                Thing &thing = Thing::of(static_cast<xobject *>(static_cast<xextern>(value).value));
-                frame(thing, "foreign::Struct", false, [&] {
-                    const int indent = m_indent;
-                    spaces(indent);
-                    text += "inner: ";
-                    field(get(thing, 0, true), nullptr);
-                    end(indent, ";");
-                });
-            }
+                plain << "<external value>";
         }
-    }
-
-    void field(const xany &value, xrtti *declared) {
-        xrtti *type = empty(value) ? declared : static_cast<xrtti *>(value.getrtti());
-        if (type)
-            route(type, value);
-        else
-            text += "<no run-time info>";
-    }
-
-    static xany get(Thing &thing, int number, bool must_be_there) {
-        Answer answer = thing.answer(number);
-        if (answer == Answer::Fails || (answer == Answer::Absent && must_be_there)) throw Failure();
-        return answer == Answer::Absent ? xany() : thing.values[thing.place(number)];
-    }
-
-    void end(int indent, const char *mark) {
-        text += mark;
-        line_break(indent);
+        text += plain.str();
     }
 
     template <class Content>
@@ -127,24 +100,45 @@ private:
         text += name;
         if (m_printed.count(&thing)) {
             text += " <printed>";
-            return;
-        }
-        if (m_depth == 1) {
+        } else if (m_depth == 1) {
             text += square ? "[ ... skipped ... ]" : "{ ... skipped ... }";
-            return;
+        } else {
+            m_printed.insert(&thing);
+            raise(1);
+            new_line();
+            block(square ? "[]" : "{}", content);
+            raise(-1);
         }
-        m_printed.insert(&thing);
+    }
+    template <class Content>
+    void block(const char *brackets, Content content) {
+        text += brackets[0];
         raise(1);
-        line_break(m_indent);
-        spaces(m_indent);
-        text += square ? '[' : '{';
-        raise(1);
-        line_break(m_indent);
+        line_break();
         content();
         raise(-1);
-        spaces(m_indent);
-        raise(-1);
-        text += square ? ']' : '}';
+        spaces();
+        text += brackets[1];
+    }
+    void end(const char *mark) {
+        text += mark;
+        line_break();
+    }
+    // A field or element; answers its value.
+    xany row(const Thing &thing, const std::string &label, int number, bool must_be_there,
+             xrtti *declared = nullptr, const char *mark = ";") {
+        spaces();
+        text += label;
+        const Answer answer = thing.answer(number);
+        if (answer == Answer::Fails || (answer == Answer::Absent && must_be_there)) throw Failure();
+        const xany value = answer == Answer::Absent ? xany() : thing.values[thing.place(number)];
+        xrtti *const type = empty(value) ? declared : static_cast<xrtti *>(value.getrtti());
+        if (type)
+            route(type, value);
+        else
+            text += "<no run-time info>";
+        end(mark);
+        return value;
     }
 
     void composite(Thing &thing, const Type &type) {
@@ -156,81 +150,58 @@ private:
                 case Kind::Union:
                     return choice(thing, type);
                 case Kind::Sequence:
-                    return row(thing, static_cast<int>(thing.values.size()), 0, type.declared);
+                    return elements(thing, type, static_cast<int>(thing.values.size()), 0);
                 case Kind::Dictionary:
-                    return dictionary(thing, type);
+                    for (std::size_t slot = 0; slot < thing.keys.size(); ++slot)
+                        if (thing.keys[slot] > 0)
+                            row(thing, Type::key(thing.keys[slot]) + ": ", static_cast<int>(slot), false,
+                                type.declared);
+                    return;
                 case Kind::Array:
                     if (!type.dims.empty()) array(thing, type, 0, 0);
             }
         });
     }
 
-    void structure(Thing &thing, const Type &type) {
+    xany field(const Thing &thing, const Field &field, const std::string &name) {
+        return row(thing, name + ": ", field.number, false, field.gettype());
+    }
+    void structure(const Thing &thing, const Type &type) {
         if (m_recursive)
             for (auto parent = type.parents.rbegin(); parent != type.parents.rend(); ++parent)
                 structure(thing, **parent);
-        const int indent = m_indent;
-        for (const auto &declared : type.fields) {
-            spaces(indent);
-            text += std::string(declared->getname().Str()) + ": ";
-            field(get(thing, declared->number, false), declared->gettype());
-            end(indent, ";");
-        }
+        for (const auto &declared : type.fields)
+            field(thing, *declared, declared->getname().Str());
     }
 
-    void choice(Thing &thing, const Type &type) {
-        const int indent = m_indent;
-        spaces(indent);
-        text += "Discriminator: ";
-        const xany discriminator = get(thing, 0, false);
-        field(discriminator, type.fields[0]->gettype());
-        end(indent, ";");
-        if (discriminator.getkind() != xany::Bool && discriminator.getkind() != xany::Int &&
-            discriminator.getkind() != xany::Enum)
+    void choice(const Thing &thing, const Type &type) {
+        const xany chosen = field(thing, *type.fields[0], "Discriminator");
+        std::size_t number = 0;
+        if (chosen.getkind() == xany::Bool)
+            number = chosen.getbool() != 0;
+        else if (chosen.getkind() == xany::Int || chosen.getkind() == xany::Enum)
+            number = static_cast<std::size_t>(static_cast<int>(chosen));
+        else
             throw Failure();
-        const int chosen = discriminator.getkind() == xany::Bool ? discriminator.getbool() != 0
-                                                                 : static_cast<int>(discriminator);
-        spaces(indent);
-        if (chosen < 0 || chosen >= static_cast<int>(type.fields.size()) - 1) throw Failure();
-        const Field &declared = *type.fields[static_cast<std::size_t>(chosen) + 1];
-        text += std::string(declared.getname().Str()) + ": ";
-        field(get(thing, declared.number, false), declared.gettype());
-        end(indent, ";");
-    }
-
-    void row(Thing &thing, int count, int first, xrtti *declared) {
-        const int indent = m_indent;
-        for (int i = 0; i < count; ++i) {
-            spaces(indent);
-            field(get(thing, first + i, true), declared);
-            end(indent, i < count - 1 ? "," : "");
+        if (number >= type.fields.size() - 1) {
+            spaces();
+            throw Failure();
         }
+        field(thing, *type.fields[number + 1], type.fields[number + 1]->getname().Str());
     }
 
-    void dictionary(Thing &thing, const Type &type) {
-        const int indent = m_indent;
-        for (int slot = 0; slot < static_cast<int>(thing.keys.size()); ++slot) {
-            const unsigned key = thing.keys[static_cast<std::size_t>(slot)];
-            if (key == 0) continue;
-            spaces(indent);
-            text += Type::key(key) + ": ";
-            field(get(thing, slot, false), type.declared);
-            end(indent, ";");
-        }
+    void elements(const Thing &thing, const Type &type, int count, int first) {
+        for (int i = 0; i < count; ++i)
+            row(thing, "", first + i, true, type.declared, i < count - 1 ? "," : "");
     }
 
-    void array(Thing &thing, const Type &type, std::size_t dimension, int first) {
+    void array(const Thing &thing, const Type &type, std::size_t dimension, int first) {
         const int size = type.dims[dimension];
-        if (dimension + 1 == type.dims.size()) return row(thing, size, first * size, type.declared);
+        if (dimension + 1 == type.dims.size()) return elements(thing, type, size, first * size);
         for (int i = 0; i < size; ++i) {
-            spaces(m_indent);
-            text += '[';
-            raise(1);
-            line_break(m_indent);
-            array(thing, type, dimension + 1, first * size + i);
-            raise(-1);
-            spaces(m_indent);
-            end(m_indent, i < size - 1 ? "]," : "]");
+            spaces();
+            block("[]", [&] { array(thing, type, dimension + 1, first * size + i); });
+            end(i < size - 1 ? "," : "");
         }
     }
 

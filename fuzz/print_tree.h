@@ -4,26 +4,12 @@
 
 #include <kelstdmt/kelstdmt.h>
 
-#include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <deque>
 #include <memory>
-#include <string>
 #include <vector>
 
+#include "fuzzing.h"
+
 namespace tree {
-
-// The input, a choice at a time; at its end every choice is the first.
-class Choices {
-public:
-    Choices(const std::uint8_t *bytes, std::size_t size) : m_at(bytes), m_end(bytes + size) {}
-    unsigned below(unsigned limit) { return m_at == m_end ? 0 : *m_at++ % limit; }
-    bool once_in(unsigned times) { return below(times) == times - 1; }
-
-private:
-    const std::uint8_t *m_at, *m_end;
-};
 
 struct Type;
 
@@ -69,8 +55,8 @@ private:
 };
 
 struct Field : xrttifield {
-    Field(int n, const std::string &name, xrtti *declared)
-        : xrttifield(name.c_str(), n % 2 == 0, declared, &read), number(n) {}
+    Field(int n, xrtti *declared)
+        : xrttifield(("f" + std::to_string(n)).c_str(), n % 2 == 0, declared, &read), number(n) {}
     int number;
     static xany read(xrttifield *field, xobject *object) {
         return Thing::of(object).get(static_cast<Field *>(field)->number);
@@ -93,44 +79,45 @@ struct Type {
     void describe(bool counted) {
         for (const auto &field : fields)
             m_fields.push_back(field.get());
-        auto count = static_cast<int>(m_fields.size());
-        if (kind == Kind::Struct) {
-            for (const Type *parent : parents)
-                m_parents.push_back(static_cast<xrttistruct *>(parent->descriptor.get()));
-            m_structs = std::make_unique<xrttistructs>(static_cast<int>(m_parents.size()), m_parents.data());
-            m_list = std::make_unique<xrttifields>(count, m_fields.data());
-            make<xrttistruct>(counted, m_structs.get(), m_list.get());
-        } else if (kind == Kind::Union) {
-            m_list = std::make_unique<xrttifields>(count - 1, m_fields.data() + 1);
-            make<xrttiunion>(counted, m_fields[0], m_list.get());
-        } else if (kind == Kind::Sequence) {
-            make<xrttisequence>(
-                counted, xbool{0}, declared,
-                [](xrttisequence *, xobject *o) { return static_cast<int>(Thing::of(o).values.size()); },
-                [](xrttisequence *, int index, xobject *o) { return Thing::of(o).get(index); });
-        } else if (kind == Kind::Dictionary) {
-            make<xrttidictionary>(
-                counted, xbool{0}, declared,
-                [](xrttidictionary *, xobject *o) { return static_cast<int>(Thing::of(o).keys.size()); },
-                [](xrttidictionary *, const char *, xobject *, xany &) { return xbool{0}; },
-                [](xrttidictionary *, int index, xobject *o, xstring &text) {
-                    unsigned number = Thing::of(o).keys[static_cast<std::size_t>(index)];
-                    if (number > 0) text = key(number).c_str();
-                    return xbool{number > 0};
-                },
-                [](xrttidictionary *, int index, xobject *o, xany &out) {
-                    if (Thing::of(o).answer(index) == Answer::Absent) return xbool{0};
-                    out = Thing::of(o).get(index);
-                    return xbool{1};
-                });
-        } else {
-            make<xrttiarray>(counted, static_cast<int>(dims.size()), dims.data(), xbool{0}, declared,
-                             [](xrttiarray *type, int *at, xobject *o) {
-                                 int cell = 0;
-                                 for (int d = 0; d < type->getndims(); ++d)
-                                     cell = cell * type->getdimensions()[d] + at[d];
-                                 return Thing::of(o).get(cell);
-                             });
+        for (const Type *parent : parents)
+            m_parents.push_back(static_cast<xrttistruct *>(parent->descriptor.get()));
+        const auto count = static_cast<int>(m_fields.size());
+        switch (kind) {
+            case Kind::Struct:
+                m_structs.emplace(static_cast<int>(m_parents.size()), m_parents.data());
+                m_list.emplace(count, m_fields.data());
+                return make<xrttistruct>(counted, &*m_structs, &*m_list);
+            case Kind::Union:
+                m_list.emplace(count - 1, m_fields.data() + 1);
+                return make<xrttiunion>(counted, m_fields[0], &*m_list);
+            case Kind::Sequence:
+                return make<xrttisequence>(
+                    counted, xbool{0}, declared,
+                    [](xrttisequence *, xobject *o) { return static_cast<int>(Thing::of(o).values.size()); },
+                    [](xrttisequence *, int index, xobject *o) { return Thing::of(o).get(index); });
+            case Kind::Dictionary:
+                return make<xrttidictionary>(
+                    counted, xbool{0}, declared,
+                    [](xrttidictionary *, xobject *o) { return static_cast<int>(Thing::of(o).keys.size()); },
+                    [](xrttidictionary *, const char *, xobject *, xany &) { return xbool{0}; },
+                    [](xrttidictionary *, int index, xobject *o, xstring &text) {
+                        const unsigned number = Thing::of(o).keys[static_cast<std::size_t>(index)];
+                        if (number > 0) text = key(number).c_str();
+                        return xbool{number > 0};
+                    },
+                    [](xrttidictionary *, int index, xobject *o, xany &out) {
+                        if (Thing::of(o).answer(index) == Answer::Absent) return xbool{0};
+                        out = Thing::of(o).get(index);
+                        return xbool{1};
+                    });
+            case Kind::Array:
+                return make<xrttiarray>(counted, static_cast<int>(dims.size()), dims.data(), xbool{0},
+                                        declared, [](xrttiarray *type, int *at, xobject *o) {
+                                            int cell = 0;
+                                            for (int d = 0; d < type->getndims(); ++d)
+                                                cell = cell * type->getdimensions()[d] + at[d];
+                                            return Thing::of(o).get(cell);
+                                        });
         }
     }
 
@@ -144,17 +131,18 @@ private:
 
     std::vector<xrttifield *> m_fields;
     std::vector<xrttistruct *> m_parents;
-    std::unique_ptr<xrttifields> m_list;
-    std::unique_ptr<xrttistructs> m_structs;
+    std::optional<xrttifields> m_list;
+    std::optional<xrttistructs> m_structs;
 };
 
 inline xrtticlass *Thing::givertti() {
     return type->descriptor.get();
 }
 
+inline const char *colour_names[] = {"red", "green", "blue"};
+
 inline xrttienum *colours() {
-    static const char *names[] = {"red", "green", "blue"};
-    static xrttienumvalues list(3, names);
+    static xrttienumvalues list(3, colour_names);
     static xrttienum type;
     if (type.getname().IsNull()) type.initialize("fuzz::Colour", &list);
     return &type;
@@ -184,7 +172,7 @@ private:
 // All that an input describes.
 class World {
 public:
-    explicit World(Choices &choose) : m_choose(choose) {
+    explicit World(fuzz::Input &choose) : m_choose(choose) {
         for (unsigned i = 0, count = 1 + choose.below(6); i < count; ++i)
             add_type();
         for (unsigned i = 0, count = 1 + choose.below(40); i < count; ++i) {
@@ -209,16 +197,16 @@ public:
     }
 
     xany value() {
-        static constexpr int ints[] = {0, 7, -1, 2147483647, kel::nil_int, kel::uninit_int};
-        static constexpr double reals[] = {0, -0.0, 0.1, 1e300, 123456789, kel::nil_real, 1.0 / 3};
-        static constexpr const char *texts[] = {"", "text", "\"", "a\nb", ": ;"};
-        switch (m_choose.below(10)) {
+        static const xany plain[][7] = {{0, 7, -1, 2147483647, kel::nil_int, kel::uninit_int},
+                                        {0.0, -0.0, 0.1, 1e300, 123456789.0, kel::nil_real, 1.0 / 3},
+                                        {"", "text", "\"", "a\nb", ": ;"}};
+        static constexpr unsigned counts[] = {6, 7, 5};
+        const unsigned kind = m_choose.below(10);
+        switch (kind) {
             case 0:
-                return ints[m_choose.below(6)];
             case 1:
-                return reals[m_choose.below(7)];
             case 2:
-                return texts[m_choose.below(5)];
+                return plain[kind][m_choose.below(counts[kind])];
             case 3:
                 return static_cast<xbool>(m_choose.below(3));
             case 4:
@@ -226,15 +214,15 @@ public:
             case 5:
                 return xstring(std::string(m_choose.below(200) * 13, 'x').c_str());
             case 6:
-                return {static_cast<xobject *>(any_thing()), new Foreign(m_choose.once_in(2))};
+                return {any_thing(), new Foreign(m_choose.once_in(2))};
             default:
-                return static_cast<xobject *>(any_thing());
+                return any_thing();
         }
     }
     // A descriptor of any type, or none.
     xrtti *declared() {
         xrtti *all[] = {get_xrttiint(), get_xrttistring(), get_xrttiany(), colours(), nullptr};
-        unsigned chosen = m_choose.below(5 + static_cast<unsigned>(types.size()));
+        const unsigned chosen = m_choose.below(5 + static_cast<unsigned>(types.size()));
         return chosen < 5 ? all[chosen] : types[chosen - 5]->descriptor.get();
     }
 
@@ -242,7 +230,7 @@ public:
     std::vector<std::unique_ptr<Thing>> things;
 
 private:
-    Thing *any_thing() { return things[m_choose.below(static_cast<unsigned>(things.size()))].get(); }
+    xobject *any_thing() { return things[m_choose.below(static_cast<unsigned>(things.size()))].get(); }
 
     void add_type() {
         auto type = std::make_unique<Type>();
@@ -254,14 +242,14 @@ private:
                 if (parent->kind == Kind::Struct && m_choose.once_in(2))
                     type->parents.push_back(parent.get());
         for (int i = 0, count = 1 + static_cast<int>(m_choose.below(5)); i < count; ++i)
-            type->fields.push_back(std::make_unique<Field>(i, "f" + std::to_string(i), declared()));
+            type->fields.push_back(std::make_unique<Field>(i, declared()));
         for (unsigned i = 0, count = m_choose.below(4); i < count; ++i)
             type->dims.push_back(static_cast<int>(m_choose.below(4)));
         type->describe(m_choose.once_in(2));
         types.push_back(std::move(type));
     }
 
-    Choices &m_choose;
+    fuzz::Input &m_choose;
 };
 
 }  // namespace tree

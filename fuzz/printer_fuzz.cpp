@@ -1,23 +1,10 @@
 // The printer over trees of values that the input describes: its text is that of the model, whatever fails on
 // the way; afterwards the indentation is as before, and no count of an object has changed.
-#include <cstdio>
-#include <cstdlib>
-
 #include "print_model.h"
-
-namespace {
-
-void require(bool holds, const char *what, const std::string &expected, const std::string &seen) {
-    if (holds) return;
-    std::fprintf(stderr, "%s\nexpected:\n%s\nseen:\n%s\n", what, expected.c_str(), seen.c_str());
-    std::abort();
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t size) {
     using namespace tree;
-    Choices choose(bytes, size);
+    fuzz::Input choose(bytes, size);
     World world(choose);
     std::vector<int> counts;
     for (const auto &thing : world.things)
@@ -31,22 +18,20 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t siz
         std::unique_ptr<ioStringStream> stream(ioStringStream::Create());
         // Several prints share what was printed.
         for (unsigned i = 0, count = 1 + choose.below(3); i < count; ++i) {
-            xany value = i == 0 ? xany(static_cast<xobject *>(world.things[0].get())) : world.value();
+            const xany value = i == 0 ? xany(static_cast<xobject *>(world.things[0].get())) : world.value();
             xrtti *type = world.declared();
             if (!type) type = value.getrtti() ? static_cast<xrtti *>(value.getrtti()) : get_xrttiany();
             model.print(type, value);
             type->printvalue(stream.get(), value, options.get());
         }
-        std::string seen = stream->getStr().Str();
-        require(seen == model.text, "the texts differ", model.text, seen);
-        require(options->getIndent() == indent, "the indentation differs", std::to_string(indent),
-                std::to_string(options->getIndent()));
+        const std::string seen = stream->getStr().Str();
+        fuzz::require(seen == model.text, "expected:", model.text, "seen:", seen);
+        fuzz::require(options->getIndent() == indent, "the indentation differs:", options->getIndent());
     }
     for (std::size_t i = 0; i < counts.size(); ++i) {
-        int count = xrcgetcount(world.things[i].get());
+        const int count = xrcgetcount(world.things[i].get());
         // An object that was never held is marked by the first who does.
-        require(count == counts[i] || (counts[i] == 0 && count == -1), "a count differs",
-                std::to_string(counts[i]), std::to_string(count));
+        fuzz::require(count == counts[i] || (counts[i] == 0 && count == -1), "counts:", counts[i], count);
     }
     return 0;
 }

@@ -7,10 +7,17 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace regexp_model {
+
+struct release {
+    void operator()(regexp *program) const { std::free(program); }
+};
+using program_holder = std::unique_ptr<regexp, release>;
 
 struct answer {
     bool found = false;
@@ -34,16 +41,12 @@ public:
         for (const char *at = from;; at += bytes(at)) {
             m_answer = {};
             if (m_program.anchored && at != m_begin) return answer{};
-            const std::size_t first = std::strlen(m_program.firstChar);
-            if (static_cast<std::size_t>(m_end - at) >= first &&
-                std::memcmp(at, m_program.firstChar, first) == 0) {
+            if (std::string_view(at, static_cast<std::size_t>(m_end - at)).starts_with(m_program.firstChar)) {
                 m_answer.found = walk(1, at);
                 if (m_gave_up) return std::nullopt;
-                if (m_answer.found) {
-                    m_answer.groupStart[0] = at;
-                    m_answer.groupEnd[0] = m_last;
-                    return m_answer;
-                }
+                m_answer.groupStart[0] = at;
+                m_answer.groupEnd[0] = m_last;
+                if (m_answer.found) return m_answer;
             }
             if (at == m_end) return answer{};
         }
@@ -117,14 +120,11 @@ private:
             if (code == REOP_EXACTLY) {
                 const std::string text = operand(node);
                 if (text.empty() && at != m_end) return false;
-                for (const char *end = at + text.size(); at != end && !m_gave_up;) {
-                    const std::size_t length =
-                        static_cast<std::size_t>(m_end - at) < bytes(at) ? 0 : bytes(at);
-                    const std::string character =
-                        text.substr(text.size() - static_cast<std::size_t>(end - at), length);
+                for (std::size_t done = 0; done < text.size();) {
                     bool valid = false;
-                    bytes(at, &valid);
-                    if (!valid || length == 0 || character != std::string(at, length)) return false;
+                    const std::size_t length = bytes(at, &valid);
+                    if (!valid || text.compare(done, length, at, length) != 0) return false;
+                    done += length;
                     at += length;
                 }
             } else if (code == REOP_STAR || code == REOP_PLUS) {
@@ -133,10 +133,10 @@ private:
                 const std::size_t length = takes(node, at);
                 if (length == 0) return false;
                 at += length;
-            } else if (code > REOP_OPEN && code < REOP_OPEN + 10) {
-                return deeper(then, at) && record(m_answer.groupStart[code - REOP_OPEN], at);
-            } else if (code > REOP_CLOSE && code < REOP_CLOSE + 10) {
-                return deeper(then, at) && record(m_answer.groupEnd[code - REOP_CLOSE], at);
+            } else if (const char **const place = group_place(code)) {
+                if (!deeper(then, at)) return false;
+                if (!*place) *place = at;
+                return true;
             } else if (code != REOP_BOL && code != REOP_EOL && code != REOP_NOTHING && code != REOP_BACK) {
                 m_gave_up = true;
             }
@@ -164,9 +164,10 @@ private:
         --m_depth;
         return found && !m_gave_up;
     }
-    static bool record(const char *&place, const char *at) {
-        if (!place) place = at;
-        return true;
+    const char **group_place(unsigned code) {
+        const unsigned group = code % 10;
+        if (group == 0 || code < REOP_OPEN || code > REOP_CLOSE + 9) return nullptr;
+        return &(code < REOP_CLOSE ? m_answer.groupStart : m_answer.groupEnd)[group];
     }
 
     const regexp &m_program;

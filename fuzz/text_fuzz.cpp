@@ -8,69 +8,70 @@ using namespace encoders;
 
 Ascii ascii;
 
-template <class Value, class Read>
-ioTryCode compare(Source &ours, Source &theirs, std::size_t i, Read read) {
-    Value value{77}, expected{77};
-    const ioTryCode code = read(value, &ours), wanted = judge(expected, theirs);
-    require(code == wanted, "the codes differ", i, theirs.position());
-    require(std::memcmp(&value, &expected, sizeof value) == 0, "the values differ", i, theirs.position());
-    return code;
-}
+struct Comparison {
+    Source &ours, &theirs;
 
-ioTryCode compare_field(Source &ours, Source &theirs, std::size_t i, char delimiter) {
-    const char delimiters[] = {delimiter, 0};
-    xstring value("unchanged");
-    std::string expected = "unchanged";
-    const ioTryCode code = ascii.RdString(value, &ours, delimiters);
-    require(code == judge(expected, theirs, delimiter ? delimiter : '\n'), "the codes differ", i,
-            theirs.position());
-    require(expected == value.Str(), "the texts differ", i, theirs.position());
-    return code;
-}
-
-template <class Value, class Write, class Size>
-void compare_written(Value value, Write write, Size size) {
-    std::stringbuf ours, theirs;
-    std::ostream(&theirs) << value;
-    require((ascii.*write)(value, &ours) == ioSuccess && ours.str() == theirs.str(), "written differently", 0,
-            0);
-    require((ascii.*size)(value) == theirs.str().size(), "the size is another", 0, 0);
-}
+    template <class Value, class Operation>
+    ioTryCode read(Value &value, Operation operation) const {
+        Value expected = value;
+        const ioTryCode code = (ascii.*operation)(value, &ours);
+        require(code == judge(expected, theirs), "the codes differ");
+        require(std::memcmp(&value, &expected, sizeof value) == 0, "the values differ");
+        return code;
+    }
+    ioTryCode read_field(char delimiter) const {
+        const char delimiters[] = {delimiter, 0};
+        xstring value("unchanged");
+        std::string expected = "unchanged";
+        const ioTryCode code = ascii.RdString(value, &ours, delimiters);
+        require(code == judge(expected, theirs, delimiter ? delimiter : '\n'), "the codes differ");
+        require(expected == value.Str(), "the texts differ");
+        return code;
+    }
+    template <class Value, class Operation, class Size>
+    void write(Value value, Operation operation, Size size) const {
+        std::stringbuf written, expected;
+        std::ostream(&expected) << value;
+        require((ascii.*operation)(value, &written) == ioSuccess, "not written");
+        require(written.str() == expected.str(), "written differently");
+        require((ascii.*size)(value) == expected.str().size(), "the size is another");
+    }
+    void require(bool holds, const char *what) const {
+        fuzz::require(holds, what, "read up to:", theirs.position());
+    }
+};
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t size) {
     const EncodedInput input(bytes, size);
     Source ours(input.data, input.piece), theirs(input.data, input.piece);
+    const Comparison compare{ours, theirs};
     auto code = ioSuccess;
     for (std::size_t i = 0; code == ioSuccess; ++i) {
+        char byte = 77;
+        int integer = 77;
+        unsigned char truth = 77;
+        double real = 77;
         switch (input.type(i)) {
             case EncodedInput::Byte:
-                code =
-                    compare<char>(ours, theirs, i, [](char &v, auto *from) { return ascii.RdByte(v, from); });
+                code = compare.read(byte, &Ascii::RdByte);
                 break;
             case EncodedInput::Int:
-                code = compare<int>(ours, theirs, i, [](int &v, auto *from) {
-                    const ioTryCode read = ascii.RdInt(v, from);
-                    compare_written(v, &Ascii::WrInt, &Ascii::SzInt);
-                    return read;
-                });
+                code = compare.read(integer, &Ascii::RdInt);
+                compare.write(integer, &Ascii::WrInt, &Ascii::SzInt);
                 break;
             case EncodedInput::Bool:
-                code = compare<unsigned char>(
-                    ours, theirs, i, [](unsigned char &v, auto *from) { return ascii.RdBool(v, from); });
+                code = compare.read(truth, &Ascii::RdBool);
                 break;
             case EncodedInput::Real:
-                code = compare<double>(ours, theirs, i, [](double &v, auto *from) {
-                    const ioTryCode read = ascii.RdReal(v, from);
-                    compare_written(v, &Ascii::WrReal, &Ascii::SzReal);
-                    return read;
-                });
+                code = compare.read(real, &Ascii::RdReal);
+                compare.write(real, &Ascii::WrReal, &Ascii::SzReal);
                 break;
             default:
-                code = compare_field(ours, theirs, i, input.types[i % input.types.size()]);
+                code = compare.read_field(input.types[i % input.types.size()]);
         }
-        require(ours.position() == theirs.position(), "the positions differ", i, theirs.position());
+        compare.require(ours.position() == theirs.position(), "the positions differ");
     }
     return 0;
 }

@@ -3,48 +3,35 @@
 #include <kelstdmt/syslib.h>
 #include <kelstdmt/timelib.h>
 
-#include <algorithm>
 #include <climits>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <string>
 
-namespace {
+#include "fuzzing.h"
 
-void require(bool holds, const char *what, const char *text) {
-    if (holds) return;
-    std::fprintf(stderr, "%s: \"%s\"\n", what, text);
-    std::abort();
-}
-
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+    const std::string text(reinterpret_cast<const char *>(data), size);
+    double any = 0;
+    if (size > 0) std::memcpy(&any, data, std::min(size, sizeof any));
     for (const char *zone : {"UTC", "EST5EDT,M3.2.0,M11.1.0"}) {
         sysPutEnv("TZ", zone);
-        const std::string text(reinterpret_cast<const char *>(data), size);
-        long seconds = 77;
+        long seconds = 77, again = 0;
         if (tmString2Time(text.c_str(), &seconds)) {
             tmTime time(seconds);
             const xstring shown = tmTime::TimeToString(&time, "%m/%d/%Y %H:%M:%S");
-            long again = 0;
             const bool first_of_two =
                 tmString2Time(shown, &again) && (again == seconds || again == seconds - 3600);
             const bool rounded = time.getAbsTime() > 0x1p53;  // more than a double can count
             // Carried over, a year may need another text than its number.
             const bool other_text = time.getYear() < 100 - 1900 || time.getYear() > INT_MAX - 1900;
-            require(first_of_two || other_text || rounded, "it reads differently", shown);
+            fuzz::require(first_of_two || other_text || rounded, "reads differently:", shown.Str());
         } else {
-            require(seconds == 77, "a refusal changed the result", text.c_str());
+            fuzz::require(seconds == 77, "a refusal changed the result:", text);
         }
-        double any = 0;
-        if (size > 0) std::memcpy(&any, data, std::min(size, sizeof any));
         tmTime time(0);
-        require(time.setAbsTime(any) == time.getAbsTime(), "it is not kept", "");
+        fuzz::require(time.setAbsTime(any) == time.getAbsTime(), "it is not kept:", any);
         const bool in_range = time.getMonth() >= 1 && time.getMonth() <= 12 && time.getDayOfMonth() >= 1 &&
                               time.getDayOfMonth() <= 31 && time.getHour() <= 23 && time.getDayOfWeek() <= 6;
-        require(in_range, "no such day", "");
+        fuzz::require(in_range, "no such day:", any);
     }
     return 0;
 }

@@ -3,42 +3,39 @@
 // once, tell what a read must give.
 //
 // Byte 0 of the input chooses the encoding, byte 1 the number of steps that follow; the rest is sent.
-#include <algorithm>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <memory>
-#include <string>
 
 #include <kelstdmt/iolib.h>
 
+#include "fuzzing.h"
+
 namespace {
 
-void require(bool holds, const char *what) {
-    if (holds) return;
-    std::fprintf(stderr, "trial_fuzz: %s\n", what);
-    std::abort();
+using fuzz::require;
+
+template <class Value>
+std::string bytes_of(Value value) {
+    return std::string(reinterpret_cast<const char *>(&value), sizeof value);
 }
 
-constexpr int types = 6;
-const char *delimiters_of(int type) {
-    return type == 4 ? xstrNullStr : " ";
-}
-
-ioTryCode try_value(ioStream &stream, int type) {
-    switch (type) {
-        case 0:
-            return stream.TryReadByte();
-        case 1:
-            return stream.TryReadInt();
-        case 2:
-            return stream.TryReadBool();
-        case 3:
-            return stream.TryReadReal();
-        default:
-            return stream.TryReadString(delimiters_of(type));
-    }
-}
+struct Type {
+    ioTryCode (*attempt)(ioStream &);
+    std::string (*read)(ioStream &);
+};
+const Type types[] = {
+    {[](ioStream &from) { return from.TryReadByte(); },
+     [](ioStream &from) { return bytes_of(from.ReadByte()); }},
+    {[](ioStream &from) { return from.TryReadInt(); },
+     [](ioStream &from) { return bytes_of(from.ReadInt()); }},
+    {[](ioStream &from) { return from.TryReadBool(); },
+     [](ioStream &from) { return bytes_of(from.ReadBool()); }},
+    {[](ioStream &from) { return from.TryReadReal(); },
+     [](ioStream &from) { return bytes_of(from.ReadReal()); }},
+    {[](ioStream &from) { return from.TryReadString(xstrNullStr); },
+     [](ioStream &from) { return std::string(kel::view(from.ReadString(xstrNullStr))); }},
+    {[](ioStream &from) { return from.TryReadString(" "); },
+     [](ioStream &from) { return std::string(kel::view(from.ReadString(" "))); }},
+};
 
 struct Outcome {
     ioTryCode code = ioSuccess;
@@ -46,25 +43,9 @@ struct Outcome {
     bool operator==(const Outcome &) const = default;
 };
 
-template <class Value>
-std::string bytes_of(Value value) {
-    return std::string(reinterpret_cast<const char *>(&value), sizeof value);
-}
-
-Outcome read_value(ioStream &stream, int type) {
+Outcome read_value(ioStream &stream, const Type &type) {
     try {
-        switch (type) {
-            case 0:
-                return {ioSuccess, bytes_of(stream.ReadByte())};
-            case 1:
-                return {ioSuccess, bytes_of(stream.ReadInt())};
-            case 2:
-                return {ioSuccess, bytes_of(stream.ReadBool())};
-            case 3:
-                return {ioSuccess, bytes_of(stream.ReadReal())};
-            default:
-                return {ioSuccess, std::string(kel::view(stream.ReadString(delimiters_of(type))))};
-        }
+        return {ioSuccess, type.read(stream)};
     } catch (xthrowable *error) {
         xdelete(error);
         require(stream.getIsEof() || stream.getIsFail(), "a read failed in another way");
@@ -84,7 +65,7 @@ public:
         if (kind == 0) return send(static_cast<std::size_t>(detail) + 1);
         if (kind == 1 && detail == 63) return end();
         if (kind == 1 && detail == 62) return send(m_bytes.size());
-        value(detail % types, kind == 3);
+        value(types[static_cast<std::size_t>(detail) % std::size(types)], kind == 3);
     }
 
     // Whatever was tried and read before: no byte is lost.
@@ -120,7 +101,7 @@ private:
     }
 
     // What a read gives when all the bytes are there, and where it leaves off.
-    Outcome in_memory(int type, std::size_t &read) {
+    Outcome in_memory(const Type &type, std::size_t &read) {
         std::unique_ptr<ioStringStream> memory(ioStringStream::Create());
         memory->setSerializer(m_serializer);
         auto left = static_cast<unsigned>(m_bytes.size() - m_read);
@@ -131,11 +112,11 @@ private:
         return outcome;
     }
 
-    void value(int type, bool then_read) {
+    void value(const Type &type, bool then_read) {
         auto arrived = static_cast<unsigned>(m_sent - m_read);
         require(in().PeekNBytes() == arrived, "the count of the bytes that arrived");
-        ioTryCode code = try_value(in(), type);
-        require(try_value(in(), type) == code, "a second trial differs");
+        ioTryCode code = type.attempt(in());
+        require(type.attempt(in()) == code, "a second trial differs");
         require(in().PeekNBytes() == arrived && in().getIsGood(), "a trial changed the stream");
         std::unique_ptr<ioEvent> event(in().InputEvent());
         require(event->getIsSignaled() == (arrived > 0 || m_ended), "the event");
