@@ -15,6 +15,15 @@ constexpr status_text texts[] = {
     {name_status::not_authorized, "not authorized to perform this request."},
 };
 
+struct request_text {
+    name_request request;
+    const char *text;
+};
+constexpr request_text requests[] = {
+    {name_request::ping, "ping"},   {name_request::add, "register"},      {name_request::remove, "delete"},
+    {name_request::query, "query"}, {name_request::shutdown, "shutdown"}, {name_request::version, "version"},
+};
+
 std::string text_of(int code, const char *host, bool local, int port) {
     if (code == static_cast<int>(name_status::no_connection)) {
         std::string text = "could not connect to NameServer. (";
@@ -30,20 +39,8 @@ std::string text_of(int code, const char *host, bool local, int port) {
 }  // namespace
 
 const char *name_request_text(name_request request) noexcept {
-    switch (request) {
-        case name_request::ping:
-            return "ping";
-        case name_request::add:
-            return "register";
-        case name_request::remove:
-            return "delete";
-        case name_request::query:
-            return "query";
-        case name_request::shutdown:
-            return "shutdown";
-        case name_request::version:
-            return "version";
-    }
+    for (const request_text &known : requests)
+        if (known.request == request) return known.text;
     return "unknown";
 }
 
