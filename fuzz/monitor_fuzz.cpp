@@ -46,7 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     require(whole->Refresh() == undamaged && reports == !undamaged, "damage is reported once");
     const std::string told = tell(*whole);
 
-    for (std::size_t step : {1, 13}) {
+    for (std::size_t step : {1U, 13U}) {
         std::size_t known = size / 2;
         put(path, bytes.substr(0, known));
         const Holder growing(monFile::OpenReadOnly(path.c_str()));
