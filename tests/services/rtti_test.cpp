@@ -448,6 +448,7 @@ TEST(Queries, RefuseIndexesOutsideTheCount) {
     refuse_indexes<kelXInvalidUnionIndex>(shape, 3, [&](int k) {
         if (k != 2) shape->getcasevalue(k, &triangle);
     });
+    EXPECT_TRUE(numbers.isarray() && numbers.getnarraydims() == 2 && numbers.getnarrayelems(1) == 3);
     for (int d : {0, 1}) {
         int at[] = {1, 2};
         EXPECT_TRUE(numbers.getarrayelem(at) == xany(12));

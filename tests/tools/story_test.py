@@ -54,6 +54,7 @@ class Evening(KelCase):
         self.shell.await_bytes(b"begun\r\n", b"kel rsh localhost -- sh -c 'echo begun; exec sleep 1000'\n")
         self.types("\003", code=130, end="")
         self.types("head -c 3000000 /dev/urandom >data; kel rsh localhost -- cat <data | cmp - data")
+        self.types("mkdir there; tar c *.journal data | kel rsh --cwd there localhost -- tar x && cmp data there/data")
 
         # A copy that is set up in the registry, looked at while it stands, and changed.
         self.types("mkdir from; seq 1000 >from/numbers; ln -s numbers from/link")
