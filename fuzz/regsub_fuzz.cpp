@@ -81,8 +81,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t siz
     // Bytes that begin and end the groups 0 to 2; the terminator of the text is among them.
     for (std::size_t i = 0; i < places; i++) {
         const std::size_t at = bytes[i] % (text.size() + 2);
-        (i % 2 ? program->groupEnd : program->groupStart)[i / 2] =
-            at > text.size() ? nullptr : text.c_str() + at;
+        auto &side = i % 2 ? program->groupEnd : program->groupStart;
+        side[i / 2] = at > text.size() ? nullptr : text.c_str() + at;
     }
     compare(*program, format);
     return 0;
