@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <bit>
 #include <cfloat>
 #include <climits>
 #include <cmath>
@@ -79,29 +80,6 @@ private:
     std::unique_ptr<char[]> m_area;
 };
 
-// Takes `room` bytes, then refuses, or throws when told so.
-class Sink : public std::streambuf {
-public:
-    explicit Sink(std::size_t room = std::string::npos, bool throws = false)
-        : m_room(room), m_throws(throws) {}
-    const std::string &bytes() const { return m_bytes; }
-
-protected:
-    int_type overflow(int_type character) override {
-        if (m_bytes.size() < m_room) {
-            m_bytes += traits_type::to_char_type(character);
-            return character;
-        }
-        if (m_throws) throw std::string("broken sink");
-        return traits_type::eof();
-    }
-
-private:
-    std::string m_bytes;
-    std::size_t m_room;
-    bool m_throws;
-};
-
 // The judge ------------------------------------------------------------------------------------------
 
 inline ioTryCode code_of(const std::ios &stream) {
@@ -142,32 +120,19 @@ struct Random : std::mt19937_64 {
     explicit Random(unsigned first) : std::mt19937_64(first) {}
     std::size_t below(std::size_t limit) { return static_cast<std::size_t>((*this)() % limit); }
     bool one_in(std::size_t n) { return below(n) == 0; }
-    template <std::size_t N>
-    const char *of(const char *const (&list)[N]) {
-        return list[below(N)];
-    }
 
     int integer() {
-        static constexpr int special[] = {0, 1, -1, 9, 10, INT_MAX, INT_MIN, INT_MIN + 1, 1998, 0x0A0D2000};
+        static constexpr int special[] = {0, -1, 9, 10, INT_MAX, INT_MIN, 99999999, 100000000};
         if (one_in(4)) return special[below(std::size(special))];
         return static_cast<int>(static_cast<std::uint32_t>((*this)()) >> below(32));
     }
+    // Of few digits, often in the middle between two of six; of any bits.
     double real() {
-        switch (below(5)) {
-            case 0: {
-                static constexpr double special[] = {0.0,    -0.0,     1,   -1,  0.1,  DBL_MAX, -DBL_MIN,
-                                                     5e-324, 999999.5, 1e5, 1e6, 1e-4, 1e-5};
-                return special[below(std::size(special))];
-            }
-            case 1:  // of any size, but a number
-                return std::ldexp(static_cast<double>((*this)() >> 11), static_cast<int>(below(2000)) - 1050);
-            case 2:  // with few digits, often in the middle between two of six
-                return static_cast<double>(below(20000000)) / std::pow(10, static_cast<double>(below(16)));
-            case 3:
-                return std::ldexp(static_cast<double>(below(4000000)), -static_cast<int>(below(24)));
-            default:
-                return static_cast<double>(integer());
-        }
+        static constexpr double special[] = {0.0, -0.0, 0.1, DBL_MAX, -DBL_MIN, 5e-324, 999999.5, 1e6, 1e-5};
+        if (one_in(4)) return special[below(std::size(special))];
+        if (one_in(2))
+            return static_cast<double>(below(20000000)) / std::pow(10, static_cast<double>(below(16)));
+        return std::bit_cast<double>((*this)());
     }
     std::string bytes(std::size_t limit, const std::string &alphabet) {
         std::string text;

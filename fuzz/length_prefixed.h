@@ -77,13 +77,9 @@ Decoded decode(Encoder &encoder, EncodedInput::Type type, std::streambuf &from, 
         case EncodedInput::Bool:
             both(static_cast<unsigned char>(77), &Encoder::RdBool, &Encoder::WrBool);
             break;
-        case EncodedInput::Real: {
-            const std::uint64_t bits = 77;
-            double real;
-            std::memcpy(&real, &bits, sizeof real);
-            both(real, &Encoder::RdReal, &Encoder::WrReal);
+        case EncodedInput::Real:
+            both(std::bit_cast<double>(std::uint64_t{77}), &Encoder::RdReal, &Encoder::WrReal);
             break;
-        }
         default: {
             xstring text("unchanged");
             result.code = encoder.RdString(text, &from, xstrNullStr);
