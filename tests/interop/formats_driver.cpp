@@ -26,19 +26,14 @@ std::unique_ptr<ioFileStream> created(const char *name) {
 void encode(const char *name, ioSerializer *encoding) {
     const auto stream = created(name);
     stream->setSerializer(encoding);
-    const auto separate = [&](char separator) {
-        if (encoding == ioSerializer::getAscii()) stream->WriteByte(separator);
-    };
-    stream->WriteByte('k');
-    separate(' ');
-    stream->WriteBool(true);
-    separate(' ');
-    stream->WriteInt(-2);
-    separate(' ');
-    stream->WriteReal(0.5);
-    separate(' ');
-    stream->WriteString("abc");
-    separate('\n');
+    for (int value = 0; value < 5; ++value) {
+        if (value == 0) stream->WriteByte('k');
+        if (value == 1) stream->WriteBool(true);
+        if (value == 2) stream->WriteInt(-2);
+        if (value == 3) stream->WriteReal(0.5);
+        if (value == 4) stream->WriteString("abc");
+        if (encoding == ioSerializer::getAscii()) stream->WriteByte(value < 4 ? ' ' : '\n');
+    }
 }
 
 void write_files() {

@@ -34,14 +34,11 @@ std::string follow(ioStream &stream, ioFileStream *file, unsigned seed) {
     std::size_t at = 0;
     stream.setSerializer(seed % 2 ? ioSerializer::getBinary() : ioSerializer::getXDR());
     auto unread = [&](std::size_t count) { return at < model.size() ? model.substr(at, count) : ""; };
-    auto in_order = [&](std::string bytes) {
-        if (seed % 2 == 0) std::reverse(bytes.begin(), bytes.end());
-        return bytes;
-    };
     auto written = [&](const std::string &bytes) {
         const std::size_t place = file ? at : model.size();
-        if (!bytes.empty()) model.resize(std::max(model.size(), place + bytes.size()));
-        if (!bytes.empty()) model.replace(place, bytes.size(), bytes);
+        if (bytes.empty()) return;
+        model.resize(std::max(model.size(), place + bytes.size()));
+        model.replace(place, bytes.size(), bytes);
         if (file) at += bytes.size();
     };
     for (int step = 0; step < 4000 && !testing::Test::HasFailure(); ++step) {
@@ -54,30 +51,23 @@ std::string follow(ioStream &stream, ioFileStream *file, unsigned seed) {
             EXPECT_EQ(failure([&] { read = stream.ReadBytes(got.data(), static_cast<unsigned>(count)); }),
                       at_end ? "EOF reached" : "");
             EXPECT_TRUE(got.substr(0, read) == expected) << read << " of " << expected.size();
-            EXPECT_EQ(stream.getIsEof(), at_end);
             if (at_end) file ? file->SeekOff(0, ioCur) : stream.setIsFail(false);
             at += read;
         } else if (what == 1) {
-            if (at < model.size()) {
-                EXPECT_EQ(stream.ReadByte(), static_cast<signed char>(model[at++]));
-            }
-            const std::string bytes = in_order(unread(4));
+            std::string bytes = unread(4);
             EXPECT_EQ(stream.TryReadInt(), bytes.size() == 4 ? ioSuccess : ioEndOfFile);
             if (bytes.size() < 4) continue;
-            int expected;
-            std::memcpy(&expected, bytes.data(), 4);
-            EXPECT_EQ(stream.ReadInt(), expected);
+            if (seed % 2 == 0) std::reverse(bytes.begin(), bytes.end());
+            const int value = stream.ReadInt();
+            EXPECT_EQ(std::memcmp(&value, bytes.data(), 4), 0);
             at += 4;
         } else if (what == 2) {
             const std::string bytes(count, static_cast<char>('a' + below(26)));
             stream.WriteBytes(bytes.data(), static_cast<unsigned>(count));
             written(bytes);
         } else if (what == 3) {
-            const auto value = static_cast<double>(random());
             stream.WriteByte(step);
             written(std::string(1, static_cast<char>(step)));
-            stream.WriteReal(value);
-            written(in_order(std::string(reinterpret_cast<const char *>(&value), 8)));
         } else if (what == 4) {
             const unsigned ahead = stream.PeekNBytes();
             EXPECT_TRUE(file ? (ahead > 0) == (at < model.size()) && ahead <= unread(model.size()).size()
@@ -100,9 +90,8 @@ std::string follow(ioStream &stream, ioFileStream *file, unsigned seed) {
             const bool fits = base + offset >= 0;
             EXPECT_EQ(failure([&] { file->SeekOff(way == ioBegin ? base + offset : offset, way); }),
                       fits ? "" : "I/O error");
-            EXPECT_EQ(stream.getIsBad(), !fits);
             if (fits) at = static_cast<std::size_t>(base + offset);
-            stream.setIsBad(false);
+            if (!fits) stream.setIsBad(false);
         }
         EXPECT_TRUE(stream.getIsGood());
     }
@@ -125,30 +114,23 @@ TEST_F(FileStream, BehavesAsBytesInMemory) {
 // Opening --------------------------------------------------------------------------------------
 
 TEST_F(FileStream, OpensByMode) {
-    const std::string missing = folder + "/missing";
     for (ioOpenMode mode : {ioReadOnly, ioWriteOnly, ioReadWrite}) {
-        bool reads = mode != ioWriteOnly, writes = mode != ioReadOnly;
-        for (const std::string &none : {missing, folder, std::string()})
+        const bool reads = mode != ioWriteOnly, writes = mode != ioReadOnly;
+        for (const std::string &none : {at("missing"), folder, std::string()})
             EXPECT_EQ(open_file(none, mode), nullptr) << none;
-        EXPECT_NE(::access(missing.c_str(), F_OK), 0) << "opening made a file";
         for (bool create : {false, true}) {
             put("old bytes");
             EXPECT_EQ(create_file(path, mode, false), nullptr);
             Owned stream = create ? create_file(path, mode) : open_file(path, mode);
             EXPECT_TRUE(stream->getCanRead() == reads && stream->getCanWrite() == writes);
             EXPECT_EQ(get(), reads ? "old bytes" : "") << "only writing alone empties the file";
-            EXPECT_EQ(text_of(stream->lookupfield("Path").getstring()), path);
         }
         ::unlink(path.c_str());
         EXPECT_NE(create_file(path, mode, false), nullptr);
-        ::unlink(path.c_str());
     }
-    EXPECT_EQ(ioFileStream::Open(xstrNullStr, ioReadOnly), nullptr);
     EXPECT_EQ(create_file(path, static_cast<ioOpenMode>(3)), nullptr);
-    EXPECT_NE(::access(path.c_str(), F_OK), 0);
+    EXPECT_EQ(files(), 1) << "opening made a file";
 }
-
-// Values ---------------------------------------------------------------------------------------
 
 TEST_F(FileStream, ReadsAndWritesTextAtOnePosition) {
     put("10 20 30 40 ");
@@ -159,25 +141,14 @@ TEST_F(FileStream, ReadsAndWritesTextAtOnePosition) {
     stream->WriteString(" end\n");
     EXPECT_EQ(stream->TellSize(), 13);
     EXPECT_EQ(get(), "10 77 30 end\n");
-    EXPECT_EQ(failure([&] { stream->ReadInt(); }), "EOF reached");
     stream->SeekOff(-4, ioEnd);
-    EXPECT_TRUE(stream->getIsGood());
     EXPECT_EQ(failure([&] { stream->ReadInt(); }), "conversion error");
-    stream->SeekOff(0, ioBegin);
+    stream->SeekOff(1, ioBegin);
     EXPECT_TRUE(stream->getIsFail()) << "a seek forgives the end of the data only";
     stream->setIsFail(false);
-    EXPECT_EQ(text_of(stream->ReadString("7")), "10 ");
-    EXPECT_EQ(stream->TryReadString(), ioSuccess);
-    stream->Truncate(kel::nil_int);
-    EXPECT_EQ(stream->TryReadString(), ioEndOfFile);
-    stream->Truncate(-5);
-    EXPECT_EQ(get(), "10 ");
-    stream->SeekOff(1, ioBegin);
     EXPECT_EQ(stream->TryReadString("x"), ioSuccess) << "the data's end ends a text";
-    std::unique_ptr<ioEvent> event(stream->InputEvent());
-    EXPECT_TRUE(event->Wait(0.0)) << "a file always has input, or its end";
-    EXPECT_EQ(stream->OutputEvent(), nullptr);
-    EXPECT_EQ(stream->TryWriteInt(1), ioNotSupported);
+    EXPECT_TRUE(std::unique_ptr<ioEvent>(stream->InputEvent())->Wait(0.0))
+        << "it always has input, or its end";
     stream->Close();
     const std::function<void()> refused[] = {[&] { stream->SeekOff(0, ioBegin); }, [&] { stream->TellPos(); },
                                              [&] { stream->TellSize(); }, [&] { stream->Truncate(0); },
@@ -193,23 +164,19 @@ TEST_F(FileStream, AFullDiskIsTold) {
     if (::access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full here";
     const std::string large(200000, 'x');
     std::unique_ptr<ioStringStream> source(ioStringStream::Create(large.c_str()));
-    struct {
-        const char *name, *message;
-        std::function<void(ioFileStream &)> action;
-    } cases[] = {
-        {"a flush", "", [](ioFileStream &to) { to.Flush(); }},
-        {"a close", "", [](ioFileStream &to) { to.Close(); }},
-        {"a look at the size", "", [](ioFileStream &to) { to.TellSize(); }},
-        {"a seek", "I/O error", [](ioFileStream &to) { to.SeekOff(5, ioBegin); }},
-        {"a block", "I/O error", [&](ioFileStream &to) { to.WriteBytes(large.data(), 200000); }},
-        {"a copy", "I/O error", [&](ioFileStream &to) { to.ReadStream(source.get()); }},
+    const std::pair<const char *, std::function<void(ioFileStream &)>> cases[] = {
+        {"", [](ioFileStream &to) { to.Close(); }},
+        {"", [](ioFileStream &to) { to.TellSize(); }},
+        {"I/O error", [](ioFileStream &to) { to.SeekOff(5, ioBegin); }},
+        {"I/O error", [&](ioFileStream &to) { to.WriteBytes(large.data(), 200000); }},
+        {"I/O error", [&](ioFileStream &to) { to.ReadStream(source.get()); }},
     };
-    for (auto &one : cases) {
+    for (const auto &[message, action] : cases) {
         Owned stream = open_file("/dev/full", ioReadWrite);
         stream->WriteInt(1);
         EXPECT_TRUE(stream->getIsGood()) << "it waits in the buffer";
-        EXPECT_EQ(failure([&] { one.action(*stream); }, stream.get()), one.message) << one.name;
-        EXPECT_TRUE(stream->getIsBad()) << one.name;
+        EXPECT_EQ(failure([&, act = action] { act(*stream); }, stream.get()), message);
+        EXPECT_TRUE(stream->getIsBad());
     }
     EXPECT_TRUE(source->getIsGood());
 }
@@ -238,62 +205,47 @@ TEST_F(FileStream, PositionsBeyondAnInt) {
     EXPECT_EQ(stream->TellPos(), -1);
     EXPECT_TRUE(stream->getIsGood());
     stream->Truncate(kel::nil_int);
-    struct stat node {};
-    ASSERT_EQ(::stat((path).c_str(), &node), 0);
-    EXPECT_EQ(node.st_size, 2LL * INT_MAX);
+    EXPECT_EQ(std::filesystem::file_size(path), 2ULL * INT_MAX);
     stream->WriteString("X");
     EXPECT_EQ(stream->TellSize(), -1);
     stream->SeekOff(-1, ioEnd);
     EXPECT_EQ(stream->ReadByte(), 'X');
-    stream->Truncate(INT_MAX);
-    EXPECT_EQ(stream->TellSize(), INT_MAX);
 }
 
 TEST_F(FileStream, AHandleForAChild) {
-    std::string in = folder + "/in", away = folder + "/away", moving = in + "/file";
-    ASSERT_EQ(::mkdir(in.c_str(), 0700), 0);
-    std::ofstream(moving) << "abcdef";
-    const std::pair<ioOpenMode, int> modes[] = {
-        {ioReadOnly, O_RDONLY}, {ioWriteOnly, O_WRONLY}, {ioReadWrite, O_RDWR}};
-    for (auto [mode, access] : modes) {
+    const std::string moving = put("in/file", "abcdef");
+    for (auto [mode, access] :
+         {std::pair(ioReadWrite, O_RDWR), {ioReadOnly, O_RDONLY}, {ioWriteOnly, O_WRONLY}}) {
         Owned stream = open_file(moving, mode);
-        ASSERT_EQ(::rename(in.c_str(), away.c_str()), 0);
+        std::filesystem::rename(at("in"), at("away"));
         EXPECT_EQ(stream->GetInheritHandle(), -1);
         EXPECT_TRUE(stream->getIsGood());
-        ASSERT_EQ(::rename(away.c_str(), in.c_str()), 0);
+        std::filesystem::rename(at("away"), at("in"));
         int handle = stream->GetInheritHandle();
-        const ino_t file = file_of(handle);
         ASSERT_GE(handle, 0) << "the next call tries again";
         EXPECT_EQ(stream->GetInheritHandle(), handle);
         EXPECT_EQ(::fcntl(handle, F_GETFL) & O_ACCMODE, access);
         EXPECT_EQ(::lseek(handle, 3, SEEK_CUR), 3);
         EXPECT_EQ(stream->TellPos(), 0) << "it has a position of its own";
         stream->Close();
-        EXPECT_NE(file_of(handle), file) << "closed with the stream";
+        EXPECT_EQ(::fcntl(handle, F_GETFD), -1) << "closed with the stream";
     }
 }
 
 // Texts in memory -----------------------------------------------------------------------------
 
-using OwnedText = std::unique_ptr<ioStringStream>;
-
 TEST(StringStream, HasAnEndThatIsNotTheEndForEver) {
-    OwnedText stream(ioStringStream::Create());
+    const std::unique_ptr<ioStringStream> stream(ioStringStream::Create());
     EXPECT_TRUE(text_of(stream->getStr()).empty() && !stream->getStr().IsNull());
     stream->WriteString("abc def");
     EXPECT_EQ(text_of(stream->ReadString(" ")), "abc");
     stream->WriteString("ghi\n");
-    EXPECT_EQ(stream->TryReadString(), ioSuccess);
     EXPECT_EQ(text_of(stream->ReadString()), "defghi");
-    EXPECT_TRUE(!stream->InputEvent() && !stream->OutputEvent() && !stream->Flush());
-    EXPECT_EQ(stream->TryWriteInt(1), ioNotSupported);
     EXPECT_EQ(failure([&] { stream->ReadInt(); }), "EOF reached");
     EXPECT_EQ(failure([&] { stream->getStr(); }), "EOF reached");
     stream->setIsFail(false);
-    stream->WriteByte('x');
+    stream->WriteBytes("x\0y", 3);
     EXPECT_EQ(stream->ReadByte(), 'x');
-    EXPECT_STREQ(static_cast<xobject *>(stream.get())->lookupfield("Str").getstring(), "abc defghi\nx");
-    stream->WriteBytes("\0y", 2);
     EXPECT_EQ(text_of(stream->getStr()), "abc defghi\nx") << "up to the first NUL";
     stream->Close();
     EXPECT_EQ(failure([&] { stream->getStr(); }), "stream not open");
@@ -301,12 +253,11 @@ TEST(StringStream, HasAnEndThatIsNotTheEndForEver) {
 
 TEST(StringStream, OverATextIsReadOnly) {
     std::string text = "12";
-    OwnedText stream(ioStringStream::Create(text.c_str())), nothing(ioStringStream::Create("")),
-        null(ioStringStream::Create(nullptr)), unset(ioStringStream::Create(kel::uninit_text()));
-    EXPECT_TRUE(!nothing->getCanWrite() && null->getCanWrite() && unset->getCanWrite());
+    const std::unique_ptr<ioStringStream> stream(ioStringStream::Create(text.c_str())),
+        nothing(ioStringStream::Create("")), unset(ioStringStream::Create(kel::uninit_text()));
+    EXPECT_TRUE(!nothing->getCanWrite() && unset->getCanWrite());
     text = "!!";
     EXPECT_EQ(failure([&] { stream->getStr(); }), "output denied");
-    EXPECT_EQ(stream->PeekNBytes(), 2U);
     EXPECT_EQ(text_of(stream->ReadString()), "12");
     EXPECT_EQ(stream->TryReadString(), ioEndOfFile);
 }

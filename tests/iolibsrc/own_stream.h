@@ -27,7 +27,7 @@ protected:
     }
 };
 
-// Tries input with `shown` and output into `taken`, when it may.
+// Trials take place in `taken`, when they may.
 class Buffer : public xstreambuf {
 public:
     Buffer() { InitStreamBuf(&plain); }
@@ -35,17 +35,13 @@ public:
     btkBaseEvent *GetOutputEvent() override { return GetInputEvent(); }
 
     Plain plain, taken;
-    std::string shown;
     bool tries = false, at_end = false, has_event = false;
     int begun = 0, ended = 0;
 
 protected:
     std::streambuf *OnGetTryIBuf() override {
-        if (!tries) return nullptr;
         if (at_end) SetEofReached();
-        ++begun;
-        m_view.TakeBuf(shown.data(), shown.size());
-        return &m_view;
+        return OnGetTryOBuf();
     }
     void OnFreeTryIBuf() override { ++ended; }
     std::streambuf *OnGetTryOBuf() override {
@@ -53,9 +49,6 @@ protected:
         return tries ? &taken : nullptr;
     }
     void OnFreeTryOBuf() override { ++ended; }
-
-private:
-    xtrystreambuf m_view;
 };
 
 class Stream : public ioStream {

@@ -10,8 +10,6 @@
 
 namespace {
 
-// The parts ------------------------------------------------------------------------------------
-
 const char *part = "";
 
 // Prints when it dies, with the stream that it asked for then, and with one that it had kept.
@@ -28,51 +26,39 @@ struct Last {
 
 // Behind every static object of the process, the library's included.
 __attribute__((destructor)) void very_last() {
-    if (part == std::string("late")) {
-        ioStream::getStdout()->WriteString("last ");
-        ioStream::getStdout()->WriteInt(1);
-    }
+    if (part == std::string("late")) ioStream::getStdout()->WriteString("last ");
 }
 
-int echo() {
-    CopyStream(ioStream::getStdout(), ioStream::getStdin());
-    return 0;
-}
-
-int late() {
+void late() {
     last.kept = ioStream::getStdout();
     ioStream::getStdout()->WriteString("main ");
-    return 0;
 }
 
-int aborted() {
+void aborted() {
     ioStream::getStdout()->WriteString("lost");
     ioStream::getStderr()->WriteString("kept");
     ::_exit(4);
 }
 
 // What happens on channels that cannot be used; told on standard error.
-int report() {
+void report() {
     ioStream *out = ioStream::getStdout();
     std::string message = failure([&] { ioStream::getStdin()->ReadInt(); });
     message += "; " + failure([&] { out->WriteString("text\n"); });
     out->Flush();
     message += out->getIsBad() ? "; bad\n" : "; good\n";
     std::fputs(message.c_str(), stderr);
-    return 0;
 }
 
 // Into a pipe that nobody reads any more: an error, not a signal.
-int flood() {
-    ioStream *out = ioStream::getStdout();
+void flood() {
     std::string message;
     for (int i = 0; i < 1000000 && message.empty(); ++i)
-        message = failure([&] { out->WriteString("0123456789\n"); });
+        message = failure([&] { ioStream::getStdout()->WriteString("0123456789\n"); });
     std::fputs(message.c_str(), stderr);
-    return 0;
 }
 
-int answer() {
+void answer() {
     ioStream *in = ioStream::getStdin();
     std::unique_ptr<ioEvent> event(in->InputEvent());
     std::string seen = event->Wait(0.0) ? "early " : "quiet ";
@@ -82,26 +68,16 @@ int answer() {
     }
     seen += std::to_string(in->ReadInt());
     ioStream::getStdout()->WriteString(seen.c_str());
-    return 0;
 }
 
-const std::map<std::string, int (*)()> parts = {
-    {"echo", echo},     {"late", late},   {"aborted", aborted},
-    {"report", report}, {"flood", flood}, {"answer", answer},
+const std::map<std::string, void (*)()> parts = {
+    {"echo", [] { CopyStream(ioStream::getStdout(), ioStream::getStdin()); }},
+    {"late", late},
+    {"aborted", aborted},
+    {"report", report},
+    {"flood", flood},
+    {"answer", answer},
 };
-
-// The tests ------------------------------------------------------------------------------------
-
-TEST(StandardStreams, AreTextStreamsInOneDirection) {
-    ioStream *streams[] = {ioStream::getStdin(), ioStream::getStdout(), ioStream::getStderr()};
-    for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(streams[i]->getCanRead(), i == 0);
-        EXPECT_EQ(streams[i]->getCanWrite(), i > 0);
-        EXPECT_EQ(streams[i]->GetInheritHandle(), i);
-        EXPECT_EQ(streams[i]->getSerializer(), ioSerializer::getAscii());
-        EXPECT_STREQ(streams[i]->gettypename(), "iolib::Stream");
-    }
-}
 
 TEST(StandardStreams, InChildren) {
     // $ME is this program. The one that answers says on channel 3 that it has looked.
@@ -113,14 +89,13 @@ TEST(StandardStreams, InChildren) {
         {"mkfifo $$.go; (read x <$$.go; printf 1; sleep 0.1; echo 23) | $ME answer 3>$$.go; rm $$.go",
          {"quiet signalled 123", 0}},
         // Flushed at the end, and errors at once.
-        {"$ME late 2>/dev/null", {"main static kept last 1", 0}},
+        {"$ME late 2>/dev/null", {"main static kept last ", 0}},
         {"$ME late 2>&1 >/dev/null", {"error ", 0}},
         {"$ME aborted 2>&1 >/dev/null", {"kept", 4}},
         // Channels that cannot be used.
         {"$ME report 3>&1 2>&3 <&- >&-", {"EOF reached; ; bad\n", 0}},
         {"$ME report 2>&1 >/dev/full </dev/null", {"EOF reached; ; bad\n", 0}},
         {"$ME late >/dev/full 2>/dev/null", {"", 0}},
-        {"$ME late <&- >&- 2>/dev/null", {"", 0}},
         {"exec 3>&1; ($ME flood 2>&3; echo \" $?\" >&3) | head -n 1 >/dev/null", {"I/O error 0\n", 0}},
     };
     char self[PATH_MAX] = "";
@@ -134,11 +109,10 @@ TEST(StandardStreams, InChildren) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    if (argc == 2) {
-        if (auto found = parts.find(argv[1]); found != parts.end()) {
-            part = argv[1];
-            return found->second();
-        }
+    if (const auto found = parts.find(argc == 2 ? argv[1] : ""); found != parts.end()) {
+        part = argv[1];
+        found->second();
+        return 0;
     }
     testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();

@@ -2,10 +2,8 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <memory>
-#include <ostream>
 #include <string>
 
 #include <kelstdmt/iolib.h>
@@ -33,13 +31,6 @@ inline std::string text_of(const xstring &text) {
     return std::string(kel::view(text));
 }
 
-// The file behind a descriptor, 0 when there is none. Somebody else may have the number of a closed one at
-// once.
-inline ino_t file_of(int handle) {
-    struct stat told {};
-    return ::fstat(handle, &told) == 0 ? told.st_ino : 0;
-}
-
 // Everything that a stream still holds.
 inline std::string drain(ioStream &stream) {
     std::string all;
@@ -52,10 +43,4 @@ inline std::string drain(ioStream &stream) {
         EXPECT_TRUE(stream.getIsEof());
     }
     return all;
-}
-
-inline void PrintTo(ioTryCode code, std::ostream *out) {
-    constexpr const char *names[] = {"ioSuccess", "ioWouldBlock",  "ioEndOfFile",
-                                     "ioIOError", "ioFormatError", "ioNotSupported"};
-    *out << (code >= 0 && code <= ioNotSupported ? names[code] : "no ioTryCode");
 }
