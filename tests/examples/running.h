@@ -4,10 +4,6 @@
 #include "scratch_folder.h"
 #include "shell.h"
 
-inline void expect_says(const std::string &text, const std::string &part) {
-    EXPECT_NE(text.find(part), std::string::npos) << '"' << part << "\" is not in what it says:\n" << text;
-}
-
 class ExampleTest : public Folder {
 protected:
     explicit ExampleTest(const std::string &name) : m_program(KELSTDMT_BINARY_DIR "/examples/" + name) {
@@ -17,19 +13,18 @@ protected:
         EXPECT_TRUE(std::filesystem::is_empty(at("tmp"))) << "files are left in the temporary folder";
     }
 
-    // The rest of a shell's command line, behind the program's name; `before` stands ahead of it. A program
-    // that takes too long ends with 124.
-    Outcome Run(const std::string &arguments, const std::string &before = "") const {
+    // The program with the rest of a shell's command line ends with the code, and says the words somewhere.
+    Outcome Expect(const std::string &arguments, int code, std::initializer_list<std::string> words) const {
         std::string command = "export TMPDIR=" + at("tmp") + " KELSTDMT_REGISTRY=" + at("registry");
         // What a sanitizer finds has a code of its own.
         for (const char *tool : {"ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"})
             command += std::string(" ") + tool + "=\"$" + tool + ":exitcode=99\"";
-        command += "; { " + before + " timeout 120 " + m_program + ' ' + arguments + "; } 2>" + at("stderr") +
-                   " </dev/null";
-        Outcome outcome = shell(command);
+        Outcome outcome = shell(command + "; { timeout 120 " + m_program + ' ' + arguments + "; } 2>" +
+                                at("stderr") + " </dev/null");
         outcome.err = get("stderr");
-        for (const char *trouble : {"Sanitizer", "internal error"})
-            EXPECT_EQ(outcome.err.find(trouble), std::string::npos) << outcome.err;
+        EXPECT_EQ(outcome.status, code) << arguments << ": " << outcome;
+        for (const std::string &word : words)
+            EXPECT_NE((outcome.out + outcome.err).find(word), std::string::npos) << word << ": " << outcome;
         return outcome;
     }
 

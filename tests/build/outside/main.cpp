@@ -1,25 +1,20 @@
-// A program that knows only the installed library: it declares a type, throws, catches and prints.
-#include <iostream>
-#include <sstream>
-
-#include <kelstdmt/kelstdmt.h>
-
-KEL_DECLARE_STRUCT(XTooHot)
-class XTooHot : public kelXException {
-    KEL_EXCEPTION(XTooHot, kelXException, "Too hot.", (int, Degrees))
-};
-KEL_DEFINE_EXCEPTION(XTooHot, "outside::XTooHot", kel::counted)
+// Finds its own record in its own name server.
+#include <kelstdmt/nameserver.h>
+#include <kelstdmt/vumrt_names.h>
 
 int main() {
-    std::ostringstream seen;
-    try {
-        XTooHot::Throw(451);
-    } catch (xthrowable *thrown) {
-        kel::caught error(thrown);
-        if (!error.is<XTooHot>() || error.as<XTooHot>()->getDegrees() != 451) return 1;
-        seen << error;
-    }
-    if (seen.str().find("451") != std::string::npos) return 0;
-    std::cerr << "expected the field's value in: " << seen.str() << '\n';
-    return 1;
+    std::string error;
+    const auto names = kel::name_server::create({}, error);
+    if (!names || !names->start()) return 1;
+    Putenv("ORVNMSPORT", std::to_string(names->port()).c_str());
+    nmsServ *server = nmsServConnectLocal();
+    nmsRec *record = nmsRecCreate(1), **found = nullptr;
+    nmsRecAdd(record, "_ServerName", "outside");
+    int count = 0;
+    const bool done =
+        !nmsServRegister(server, record) && !nmsServQuery(server, record, &found, &count) && count == 1;
+    nmsRecArrayDelete(found, count);
+    nmsRecDelete(record);
+    nmsServDelete(server);
+    return done ? 0 : 1;
 }
