@@ -1,5 +1,5 @@
-"""The protocol of the name service, both sides of it, by doc/name-service.md and the rules of doc/kelnmsd.md alone.
-Fields are texts; bytes that are none stand in them as surrogates."""
+# The protocol of the name service, both sides of it, by doc/name-service.md and the rules of doc/kelnmsd.md alone.
+# Fields are texts; bytes that are none stand in them as surrogates.
 
 import os
 import select
@@ -41,13 +41,12 @@ class Connection(Peer):
 
 
 class Client(Connection):
-    def __init__(self, port, *sent):
+    def __init__(self, port, sent=b""):
         super().__init__(socket.create_connection(("localhost", port), 60))
-        for piece in sent:
-            self.say(piece)
+        self.say(sent)
 
     def answer(self, code):
-        """The records of a query, the record of a version, status and number of a removal, or the status."""
+        # The records of a query, the record of a version, status and number of a removal, or the status.
         status = self.take(1)[0]
         if code == DELETE:
             return status, self.int()
@@ -57,13 +56,13 @@ class Client(Connection):
 
 
 class Records:
-    """What a name server keeps, in order, as pairs of process and fields; it answers as Client reads."""
+    # What a name server keeps, in order, as pairs of process and fields; it answers as Client reads.
 
     def __init__(self):
         self.kept, self.watched = [], {}
 
     def has_ended(self, process):
-        """A process is watched from its first record on, so that another that gets its id is not taken for it."""
+        # A process is watched from its first record on, so that another that gets its id is not taken for it.
         try:
             if process not in self.watched:
                 self.watched[process] = os.fdopen(os.pidfd_open(process))
@@ -104,10 +103,10 @@ def encoded(code, answer):
 
 
 class Server:
-    """A name server on a thread, for programs of this machine. It sends each answer in the pieces of `split`."""
+    # A name server on a thread, for programs of this machine. It sends each answer byte by byte.
 
-    def __init__(self, split=lambda answer: [answer]):
-        self.records, self.guard, self.split = Records(), threading.Lock(), split
+    def __init__(self):
+        self.records, self.guard = Records(), threading.Lock()
         self.listener = socket.create_server(("127.0.0.1", 0))
         self.port = self.listener.getsockname()[1]
         self.thread = threading.Thread(target=self.accept)
@@ -130,8 +129,8 @@ class Server:
                     process, fields = connection.record() if code in (REGISTER, DELETE, QUERY) else (0, {})
                     with self.guard:
                         answer = self.records.serve(code, fields, process)
-                    for piece in self.split(encoded(code, answer)):
-                        connection.say(piece)
+                    for byte in encoded(code, answer):
+                        connection.say(bytes([byte]))
                         time.sleep(0.001)  # so that it travels alone
                     if code == SHUTDOWN:
                         self.end()

@@ -1,4 +1,4 @@
-"""The other end of a connection: it reads ints and texts, sends in pieces, and goes in several ways."""
+# The other end of a connection: it reads ints and texts, sends in pieces, and goes in several ways.
 
 import socket
 import struct
@@ -49,7 +49,7 @@ class Peer(socket.socket):
         return bytes(received)
 
     def leave(self, how):
-        """By "close", by "cut" with a reset, or by "half" in order: what came until the other side had gone too."""
+        # By "close", by "cut" with a reset, or by "half" in order: what came until the other side had gone too.
         received = b""
         if how == "cut":
             self.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))

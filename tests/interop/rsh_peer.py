@@ -1,4 +1,4 @@
-"""The messages of the remote shell, by doc/remote-shell.md alone: a client, and a server that says what it is told."""
+# The messages of the remote shell, by doc/remote-shell.md alone: a client, and a server that says what it is told.
 
 import os
 import socket
@@ -19,7 +19,7 @@ def request(command, folder="", shell=0):
 
 
 class Command(Peer):
-    """A command of the server at a port: `reason` is why it was not started."""
+    # A command of the server at a port: `reason` is why it was not started.
 
     def __init__(self, port, command, folder="", shell=0, sent=b"", piece=MIB, host="127.0.0.1"):
         super().__init__(socket.create_connection((host, port), 60))
@@ -55,7 +55,7 @@ class Command(Peer):
 
 
 class Server(socket.socket):
-    """Clients come one after the other; `port` is where."""
+    # Clients come one after the other; `port` is where.
 
     def __init__(self):
         listener = socket.create_server(("127.0.0.1", 0))
@@ -64,7 +64,7 @@ class Server(socket.socket):
         self.port = self.getsockname()[1]
 
     def session(self, asked):
-        """The next client, which must ask for that."""
+        # The next client, which must ask for that.
         peer = Peer(self.accept()[0])
         assert peer.take(1) == b"\0"
         peer.say(b"\1")
