@@ -1,4 +1,4 @@
-"""Runs the built kel in a folder of its own, away from the caller's settings."""
+# Runs the built kel in a folder of its own, away from the caller's settings.
 
 import base64
 import json
@@ -19,13 +19,13 @@ AS_ROOT = ["--allow-root"] * (os.geteuid() == 0)
 
 
 def peak(process):
-    """The MiB of memory that it has needed; sanitizers need as much as they like."""
+    # The MiB of memory that it has needed; sanitizers need as much as they like.
     status = pathlib.Path(f"/proc/{process.pid}/status").read_text()
     return 0 if IS_SANITIZED else int(status.split("VmHWM:")[1].split()[0]) // 1024
 
 
 def await_end(process_id):
-    """Of a process that may be nobody's child here."""
+    # Of a process that may be nobody's child here.
     try:
         with os.fdopen(os.pidfd_open(process_id)) as end:
             assert select.select([end], [], [], 60)[0], f"process {process_id} goes on"
@@ -34,7 +34,7 @@ def await_end(process_id):
 
 
 def exact(entry, name):
-    """The bytes of a member that holds any bytes."""
+    # The bytes of a member that holds any bytes.
     coded = entry.get(name + "_base64")
     return base64.b64decode(coded, validate=True) if coded is not None else entry[name].encode()
 
@@ -48,7 +48,7 @@ class KelCase(unittest.TestCase):
                                 TERM="xterm", LSAN_OPTIONS="exitcode=99", ASAN_OPTIONS="exitcode=99")
 
     def run_kel(self, *arguments, code=0, input=b""):
-        """Standard output as bytes; checks the exit code, and that a failure is told on one line."""
+        # Standard output as bytes; checks the exit code, and that a failure is told on one line.
         done = subprocess.run([KEL, *map(os.fsencode, arguments)], input=input, capture_output=True, cwd=self.here,
                               env=self.environment, timeout=120)
         self.complaint = done.stderr.decode(errors="surrogateescape")
@@ -60,7 +60,7 @@ class KelCase(unittest.TestCase):
         return done.stdout
 
     def started(self, *command, **options):
-        """A process that ends with the test."""
+        # A process that ends with the test.
         process = subprocess.Popen([*map(os.fsencode, map(str, command))], env=self.environment, cwd=self.here, **options)
         for pipe in filter(None, (process.stdin, process.stdout, process.stderr)):
             self.addCleanup(pipe.close)
@@ -69,7 +69,7 @@ class KelCase(unittest.TestCase):
         return process
 
     def daemon(self, program, *arguments, **options):
-        """A daemon in the foreground, which is_ready or has ended; what it told before is in told."""
+        # A daemon in the foreground, which is_ready or has ended; what it told before is in told.
         daemon = self.started(os.environ[program], "--foreground", *arguments, stdout=subprocess.PIPE, **options)
         daemon.told = []
         while (line := daemon.stdout.readline()) not in (b"ready\n", b""):
@@ -78,7 +78,7 @@ class KelCase(unittest.TestCase):
         return daemon
 
     def name_server(self, *arguments):
-        """A name server of our own, on a port that was free a moment ago."""
+        # A name server of our own, on a port that was free a moment ago.
         while True:
             with socket.socket() as probe:
                 probe.bind(("127.0.0.1", 0))

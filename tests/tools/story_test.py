@@ -1,4 +1,4 @@
-"""An evening at a new machine: one person at one terminal, from the first server to the last shutdown."""
+# An evening at a new machine: one person at one terminal, from the first server to the last shutdown.
 
 import os
 import re
@@ -30,7 +30,7 @@ class Evening(KelCase):
             os.kill(int(file.read_text()), signal.SIGKILL)
 
     def types(self, line, *seen, code=0, end="\n"):
-        """What is seen comes in this order before the next prompt, which tells the exit code; that is answered."""
+        # What is seen comes in this order before the next prompt, which tells the exit code; that is answered.
         keys = (line + end).encode()
         for pattern in seen:
             self.shell.await_bytes(pattern, keys)
@@ -75,5 +75,4 @@ class Evening(KelCase):
         self.types("kel server shutdown kelrshd && kel nms shutdown && kel rsh localhost -- true", rb"no name server", code=255)
 
 
-if __name__ == "__main__":
-    run()
+run()

@@ -1,4 +1,4 @@
-"""Programs at a terminal, as a person drives them."""
+# Programs at a terminal, as a person drives them.
 
 import fcntl
 import os
@@ -22,7 +22,7 @@ ENTER, LEAVE = b"\033[?1049h", b"\033[?1049l"
 
 
 class Terminal:
-    """kel, or another program, in a session of its own on a pseudo-terminal."""
+    # kel, or another program, in a session of its own on a pseudo-terminal.
 
     def __init__(self, case, *arguments, program=KEL, rows=24, columns=80, **streams):
         self.case, self.seen = case, b""
@@ -39,7 +39,7 @@ class Terminal:
         fcntl.ioctl(self.theirs, termios.TIOCSWINSZ, struct.pack("HHHH", rows, columns, 0, 0))
 
     def await_bytes(self, pattern, keys=b"", seconds=30):
-        """Types, and reads on until what came since the last call matches."""
+        # Types, and reads on until what came since the last call matches.
         os.write(self.ours, keys)
         deadline = time.monotonic() + seconds
         while not (found := re.search(pattern, self.seen, re.S)):

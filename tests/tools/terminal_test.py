@@ -1,4 +1,4 @@
-"""kel at a terminal: the table that is redrawn, the progress line, and the terminal as it was afterwards."""
+# kel at a terminal: the table that is redrawn, the progress line, and the terminal as it was afterwards.
 
 import os
 import re
@@ -6,11 +6,11 @@ import signal
 import subprocess
 import termios
 
-from driving import KEL, KelCase, run
+from driving import KelCase, run
 from terminal import ENTER, LEAVE, Terminal
 
 
-class Watch(KelCase):
+class AtATerminal(KelCase):
     def set(self, name, value, *more):
         self.run_kel("mon", "set", "m", name, value, *more)
 
@@ -21,46 +21,32 @@ class Watch(KelCase):
         terminal.await_bytes(re.escape(ENTER))
         return terminal
 
-    def test_redraws_until_interrupted(self):
-        terminal = self.watch()
-        terminal.await_bytes(rb"Title.*NAME.*count +int +1 .*text +string +a\\x1B\]b")
-        self.assertFalse(termios.tcgetattr(terminal.theirs)[3] & termios.ECHO)
-        self.set("count", "12345")
-        terminal.await_bytes(rb"count +int +12345 +" + "\u2581+\u2588+".encode())
-        self.set("later", "0.5", "--type", "real")
-        terminal.await_bytes(rb"later +real +0.5 ")
-        terminal.await_end(0, b"\003")
-
-    def test_other_ends_and_a_stop(self):
-        for name, code in [("", 0), ("SIGTERM", -signal.SIGTERM), ("SIGHUP", -signal.SIGHUP)]:
+    def test_redraws_until_it_ends(self):
+        for name, code in [("SIGINT", 0), ("SIGTERM", -signal.SIGTERM)]:
             terminal = self.watch()
-            terminal.await_bytes(rb"NAME")
-            if name:
-                terminal.process.send_signal(getattr(signal, name))
-            terminal.await_end(code, b"" if name else b"xq")
+            terminal.await_bytes(rb"Title.*NAME.*count +int +1 .*text +string +a\\x1B\]b")
+            self.assertFalse(termios.tcgetattr(terminal.theirs)[3] & termios.ECHO)
+            self.set("count", "12345")
+            terminal.await_bytes(rb"count +int +12345 +" + "\u2581+\u2588+".encode())
+            # A process whose parent is in another session is not stopped by the terminal, but by whoever asks.
+            terminal.process.send_signal(signal.SIGTSTP)
+            terminal.await_bytes(re.escape(LEAVE))
+            terminal.process.send_signal(signal.SIGCONT)
+            terminal.await_bytes(re.escape(ENTER) + rb".*NAME")
+            terminal.process.send_signal(getattr(signal, name))
+            terminal.await_end(code)
         self.watch("--count", "3").await_end(0)
-        # A process whose parent is in another session is not stopped by the terminal, but by whoever asks.
-        terminal = self.watch()
-        terminal.await_bytes(rb"NAME")
-        terminal.process.send_signal(signal.SIGTSTP)
-        terminal.await_bytes(re.escape(LEAVE))
-        terminal.process.send_signal(signal.SIGCONT)
-        terminal.await_bytes(re.escape(ENTER) + rb".*NAME")
-        terminal.await_end(0, b"\003")
 
     def test_sizes_and_moves(self):
         self.set("p", "0", "--type", "int", "--title", "Title")
         for number in range(19):
             self.set(f"p{number}", str(number), "--type", "int")
         terminal = self.watch(rows=10, columns=40)
-        terminal.await_bytes(rb"1 to 6 of 22")
-        for keys, lines in [(b"\033[B", rb"2 to 7"), (b"\033[6~", rb"8 to 13"), (b"\033[F", rb"17 to 22")]:
-            terminal.await_bytes(lines + rb" of 22", keys)
+        for keys, first in [(b"", b"1"), (b"\033[B", b"2"), (b"\033[6~", b"8"), (b"\033[F", b"17")]:
+            terminal.await_bytes(first + rb" to \d+ of 22", keys)
         terminal.resize(12, 20)
         frame = terminal.await_bytes(rb"\033\[H((?:[^\033]*\033\[K\r*\n){10})\033\[J\033\[12;1H15 to 22").group(1)
         self.assertLessEqual(max(map(len, re.split("\033\\[K\r*\n", frame.decode()))), 20, frame)
-        terminal.resize(1, 1)
-        terminal.await_bytes(rb"\033\[J\033\[1;1H")
         terminal.await_end(0, b"q")
 
     def test_file_that_is_replaced(self):
@@ -74,28 +60,13 @@ class Watch(KelCase):
         terminal.await_bytes(rb"12;1H|24;1H.*[Ww]eird")
         terminal.await_end(0, b"\003")
 
-
-class LongWork(KelCase):
     def test_progress_and_interruption(self):
-        """One file 2,000 times is long work on every machine."""
+        # One file 2,000 times is long work on every machine.
         (self.here / "file").write_bytes(b"x" * (1 << 25))
         terminal = Terminal(self, "sum", *["file"] * 2000, stdout=subprocess.DEVNULL)
         terminal.await_bytes(rb"\r\d+ files, [\d.]+ [MG]iB, [\d.]+ [KMG]iB/s +file *\033\[K")
         terminal.await_bytes(rb"\r\033\[Kkel sum: interrupted\r\n", b"\003")
         self.assertEqual(terminal.process.wait(30), -signal.SIGINT)
 
-    def test_interrupted_copy_leaves_whole_files(self):
-        (self.here / "tree").mkdir()
-        (self.here / "tree/data").write_bytes(os.urandom(64 << 20))
-        copy = self.started(KEL, "cp", "tree", "copy", stderr=subprocess.DEVNULL)
-        while copy.poll() is None and not os.path.exists(self.here / "copy"):
-            pass
-        copy.send_signal(signal.SIGTERM)
-        ended = copy.wait(30)
-        self.assertIn(ended, (0, -signal.SIGTERM))
-        left = {entry.name: entry.stat().st_size for entry in os.scandir(self.here / "copy")}
-        self.assertIn(left, [{"data": 64 << 20}] if ended == 0 else [{}, {"data": 64 << 20}])
 
-
-if __name__ == "__main__":
-    run()
+run()
