@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <cctype>
 #include <cstring>
 #include <cwchar>
@@ -14,20 +13,16 @@
 
 #include <kelstdmt/strlib.h>
 
+#include "../../fuzz/regexp_machines.h"
 #include "other_locale.h"
 
 namespace text_model {
 
 using characters = std::vector<std::string>;
 
-class locale_scope {
-public:
-    explicit locale_scope(const char *name) : m_found(std::setlocale(LC_ALL, name) != nullptr) {}
+struct locale_scope {
+    explicit locale_scope(const char *name) { EXPECT_TRUE(std::setlocale(LC_ALL, name)) << name; }
     ~locale_scope() { std::setlocale(LC_ALL, "C"); }
-    explicit operator bool() const { return m_found; }
-
-private:
-    bool m_found;
 };
 
 inline std::unique_ptr<char[]> exact(const std::string &text) {
@@ -36,10 +31,7 @@ inline std::unique_ptr<char[]> exact(const std::string &text) {
     return copy;
 }
 
-struct release {
-    void operator()(regexp *program) const { std::free(program); }
-};
-using owned_program = std::unique_ptr<regexp, release>;
+using owned_program = regexp_machines::program_holder;
 
 // Valid characters after mbrlen, single bytes otherwise.
 inline characters decode(const std::string &text) {
@@ -73,8 +65,6 @@ inline std::string upper(std::string text) {
     return text;
 }
 
-inline constexpr unsigned char no_and_yes[] = {0, 1};
-
 struct chance {
     std::mt19937 engine;
 
@@ -82,12 +72,15 @@ struct chance {
     // Few different characters, so that texts meet; valid ones of all lengths, broken and stray bytes.
     std::string text(std::size_t longest) {
         static const auto pieces =
-            std::to_array<std::string>({"a", "b", "A", " ", " ", "\t", "\xC3\xA9", "\xC3\xA8", "\xE2\x82\xAC",
-                                        "\xF0\x9F\x98\x80", "\xC3", "\xE2\x82", "\x82", "\xAC", "\xFF"});
-        if (below(8) == 0) longest *= 20;  // the library has its own ways with many bytes
+            characters({"a", "b", "A", " ", " ", "\t", "\xC3\xA9", "\xC3\xA8", "\xE2\x82\xAC",
+                        "\xF0\x9F\x98\x80", "\xC3", "\xE2\x82", "\x82", "\xAC", "\xFF"});
+        // The library has its own ways with many bytes.
+        return of(pieces, below(8) == 0 ? longest * 20 : longest);
+    }
+    std::string of(const characters &letters, std::size_t longest) {
         std::string result;
         for (std::size_t n = below(longest + 1); n > 0; --n)
-            result += pieces[below(pieces.size())];
+            result += letters[below(letters.size())];
         return result;
     }
     // Within a text and beyond its ends, or unset.
@@ -123,7 +116,6 @@ void in_all_encodings(int rounds, Round round) {
     run("single bytes");
     {
         locale_scope locale("C.UTF-8");
-        ASSERT_TRUE(locale);
         run("UTF-8");
     }
     if (const locale_t other = other_encoding()) {
