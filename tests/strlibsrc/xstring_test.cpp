@@ -1,7 +1,6 @@
 // Strings: what they hold, which buffer holds it, and what several threads may do with one buffer.
 #include <algorithm>
 #include <climits>
-#include <cstdarg>
 #include <cstring>
 #include <optional>
 #include <random>
@@ -30,49 +29,27 @@ unsigned count(const char *text) {
 }
 
 TEST(Strings, TellNullFromEmpty) {
-    xstring null;
-    const xstrbase &base = null;
-    EXPECT_EQ(at(null), at(xstrNullStr));
-    EXPECT_EQ(at(base), at(xstrNullStr));
+    const xstring null;
     for (const char *marker : {xstrNullStr, uninit}) {
-        EXPECT_TRUE(xstring(marker).IsNull());
         xstring text("text");
         text = marker;
         text += marker;
-        EXPECT_TRUE(text.IsNull());
-        EXPECT_STREQ(xstring(marker, 5), "");
-        EXPECT_STREQ(xstring("a", marker), "a");
-        EXPECT_STREQ(null + marker, "");
-        EXPECT_STREQ(marker + xstring("b"), "b");
+        EXPECT_TRUE(text.IsNull() && xstring(marker).IsNull());
+        EXPECT_STREQ(marker + xstring(marker, 5) + xstring("a", marker) + marker, "a");
     }
-    EXPECT_STREQ(xstring(no_text, 5) + xstring("abc", 0) + xstring("abc", UINT_MAX), "abc");
-    EXPECT_STREQ(xstring(no_text, "b") + null + "y" + xstring("z"), "byz");
-    EXPECT_TRUE(base.GetSize() == 1 && static_cast<const xstrbase &>(xstring("abc")).GetSize() == 4);
-    EXPECT_TRUE(null.ToInt() == 0 && null.ToLong() == 0 && xstring(" -12x").ToInt() == -12);
-    EXPECT_TRUE(xstring("2000000000").ToLong() == 2000000000L && xstring("2.5e3").ToDouble() == 2500.0);
-    EXPECT_TRUE(null.ToLower().IsNull() && null.ToUpper().IsNull());
-    EXPECT_STREQ(xstring("\xC3 aB").ToUpper() + xstring("Ab").ToLower(), "\xC3 ABab");
+    EXPECT_STREQ(xstring(no_text, 5) + xstring("abc", UINT_MAX) + null + xstring("y", no_text) + no_text,
+                 "abcy");
+    EXPECT_TRUE(null.ToInt() == 0 && null.ToLower().IsNull() && null.ToUpper().IsNull());
 }
 
 TEST(Strings, ReportANullPointerAndBecomeEmpty) {
-    const std::string report = "xstring: assignment of 0 is not supported any more. (strlibsrc/xstrlib)";
     internal_errors errors;
-    EXPECT_STREQ(xstring(no_text), "");
-    EXPECT_EQ(errors.take(), report);
-    xstring text("abc"), other(text);
-    text = no_text;
-    EXPECT_TRUE(text == "" && other == "abc");
+    xstring text(no_text), other("abc"), third("abc");
+    third = no_text;
     other = static_cast<const unsigned short *>(nullptr);
-    EXPECT_STREQ(other, "");
-    EXPECT_EQ(errors.take(), report + "; " + report);
-    text += no_text;
-    struct : xncstr {
-    } bare;
-    EXPECT_EQ(errors.take(), "");
-    EXPECT_EQ(at(bare), nullptr);
-    bare.Sprintf("x");
-    EXPECT_EQ(errors.take(), "- (strlibsrc/xstring); - (strlibsrc/xstring)");
-    EXPECT_TRUE(bare - no_text == 0 && bare + "x" == "x" && bare.GetSize() == 1);
+    EXPECT_TRUE(text == "" && other == "" && third == "");
+    const std::string report = "xstring: assignment of 0 is not supported any more. (strlibsrc/xstrlib)";
+    EXPECT_EQ(errors.take(), report + "; " + report + "; " + report);
 }
 
 TEST(Strings, AreOrderedNullFirstThenNoTextThenBytes) {
@@ -84,42 +61,30 @@ TEST(Strings, AreOrderedNullFirstThenNoTextThenBytes) {
             const int expected = (i > k) - (i < k);
             EXPECT_EQ(left - ordered[k], expected) << i << " " << k;
             EXPECT_EQ(ordered[k] - left, -expected) << i << " " << k;
-            EXPECT_EQ(left == ordered[k], expected == 0);
-            EXPECT_EQ(left <=> ordered[k], expected <=> 0);
+            EXPECT_TRUE((left == ordered[k]) == (expected == 0) && (left <=> ordered[k]) == expected <=> 0);
             if (k == 1) continue;
             const xstring right(ordered[k]);
-            const xstrbase &base = right;
-            EXPECT_EQ(left - base, expected);
-            EXPECT_TRUE((left == right) == (expected == 0) && (left < right) == (expected < 0));
-            EXPECT_TRUE((left <=> right) == expected <=> 0 && (left <=> base) == expected <=> 0);
+            EXPECT_TRUE((left == right) == (expected == 0) && (left <=> right) == expected <=> 0);
+            EXPECT_EQ(left - static_cast<const xstrbase &>(right), expected);
             EXPECT_EQ(std::hash<xstring>()(left) == std::hash<xstring>()(right), i == k);
         }
-    EXPECT_EQ(xstring() - uninit, 0);
-    std::ostringstream out;
-    out << xstring("a") << xstring() << static_cast<const xstrbase &>(xstring("b"));
-    EXPECT_EQ(out.str(), "ab");
 }
 
 // Buffers --------------------------------------------------------------------------------------
 
 TEST(Buffers, AreHeldByCCallers) {
     for (const char *marker : {no_text, xstrNullStr, uninit}) {
-        EXPECT_EQ(at(xstrcreate_c(marker)), at(marker));
-        EXPECT_EQ(at(xstrlock_c(marker)), at(marker));
+        EXPECT_TRUE(at(xstrcreate_c(marker)) == at(marker) && at(xstrlock_c(marker)) == at(marker));
         xstrunlock_c(marker);
         EXPECT_TRUE(xstring::Adopt(const_cast<char *>(marker)).IsNull());
     }
     char *text = xstrcreate_c("some text");
-    EXPECT_EQ(count(text), 1U);
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(text) % 4, 0U);
-    EXPECT_EQ(at(xstrlock_c(text)), at(text));
-    xstrunlock_c(text);
     // The creator may still write; whoever reads afterwards sees the text as it is then.
     text[4] = 0;
     {
         xstring string = xstring::Adopt(xstrlock_c(text));
-        EXPECT_EQ(at(string), at(text));
-        EXPECT_EQ(std::string_view(string), "some");
+        EXPECT_TRUE(at(string) == at(text) && count(text) == 2);
         EXPECT_TRUE(string.GetSize() == 5 && string + "!" == "some!" && string == xstring("some"));
         string += "thing";
         EXPECT_STREQ(string, "something");
@@ -128,8 +93,7 @@ TEST(Buffers, AreHeldByCCallers) {
     EXPECT_EQ(count(text), 1U);
     std::memcpy(text - 4, "\0\0\0\0", 4);
     xstrunlock_c(text);  // zero already: freed, says the leak check
-    EXPECT_EQ(std::string_view(xstring::FromBytes("ab\0cd", 5)), "ab");
-    EXPECT_EQ(std::string_view(xstring::FromBytes("abcd", 3)), "abc");
+    EXPECT_TRUE(xstring::FromBytes("ab\0cd", 5) == "ab" && xstring::FromBytes("abcd", 3) == "abc");
 }
 
 // Strings beside std::string, or none for the null string. An assignment keeps its buffer exactly when nobody
@@ -156,43 +120,39 @@ TEST(Buffers, HoldWhatTheyMustAndStayByTheRule) {
         };
         std::optional<bool> stays;
         const std::size_t from = random() % 50;
-        switch (mine.size() > 300 ? 4 : random() % 10) {
+        switch (mine.size() > 300 ? 4 : random() % 8) {
             case 0:
-            case 1:
                 stays = fits(fresh.size());
                 target.string = fresh.c_str();
                 target.model = fresh;
                 break;
-            case 2:
-            case 3:
+            case 1:
                 stays = target.model == other.model || (other.model && fits(theirs.size()));
                 target.string = other.string;
+                target.model = other.model;
+                break;
+            case 2:  // a tail of the own text
+                if (!target.model || from > mine.size()) break;
+                stays = fits(mine.size() - from);
+                target.string = target.string.Str() + from;
+                target.model = mine.substr(from);
+                break;
+            case 3:
+                target.string = xstring(other.string);  // shares
                 target.model = other.model;
                 break;
             case 4:
                 target.string = xstrNullStr;
                 target.model.reset();
                 break;
-            case 5:  // a tail of the own text
-                if (!target.model || from > mine.size()) break;
-                stays = fits(mine.size() - from);
-                target.string = target.string.Str() + from;
-                target.model = mine.substr(from);
-                break;
-            case 6:
-                target.string = xstring(other.string);  // shares
-                target.model = other.model;
-                break;
-            case 7:
+            case 5:
                 target.string += other.string;
-                if (other.model) target.model = mine + theirs;
                 target.string += fresh.c_str();
-                target.model = target.model.value_or("") + fresh;
+                target.model = mine + theirs + fresh;
                 break;
-            case 8: {
+            case 6: {
                 stays = true;
                 xstring moved(std::move(target.string)), &same = moved;
-                ASSERT_TRUE(target.string.IsNull());
                 same = std::move(moved);
                 target.string = std::move(moved);
                 break;
@@ -207,8 +167,8 @@ TEST(Buffers, HoldWhatTheyMustAndStayByTheRule) {
         for (auto &one : all) {
             ASSERT_EQ(one.string.IsNull(), !one.model) << "round " << round;
             if (!one.model) continue;
-            ASSERT_EQ(std::string_view(one.string), *one.model) << "round " << round;
-            ASSERT_STREQ(one.string, one.model->c_str()) << "round " << round;
+            ASSERT_EQ(std::string(one.string.Str(), one.string.GetSize() - 1), *one.model)
+                << "round " << round;
             ASSERT_EQ(count(one.string), sharers(one.string)) << "round " << round;
         }
     }
@@ -216,15 +176,14 @@ TEST(Buffers, HoldWhatTheyMustAndStayByTheRule) {
 
 TEST(Buffers, GrowInPortionsUnderAppending) {
     xstring text("");
-    std::string model;
     unsigned moves = 0;
     for (int i = 0; i < 100000; ++i) {
         const char *before = text;
         text += "ab";
-        model += "ab";
         moves += text.Str() != before;
     }
     EXPECT_LT(moves, 40U);
+    const std::string model(text);
     text += text;
     text += text.Str() + 1;
     EXPECT_EQ(std::string_view(text), model + model + (model + model).substr(1));
@@ -264,58 +223,37 @@ TEST(Buffers, MayBeSharedByThreads) {
 
 // Formatting and streams -----------------------------------------------------------------------
 
-void by_list(xncstr &target, const char *format, ...) {
-    std::va_list arguments;
-    va_start(arguments, format);
-    target.Sprintf(format, arguments);
-    va_end(arguments);
-}
-
 TEST(Formatting, IsThatOfPrintfUpToTheLimit) {
     internal_errors errors;
     xstring text("old");
     text.Sprintf("%s-%05.1f-%c", text.Str(), 2.25, 'x');
     EXPECT_STREQ(text, "old-002.2-x");
-    by_list(text, "%d+%s", 3, "four");
-    EXPECT_STREQ(text, "3+four");
-    char array[] = "array";
-    text.Sprintf("%s", array);  // an array or a literal is no argument list, whatever that is here
-    EXPECT_STREQ(text, "array");
-    for (std::size_t length : {999U, 1000U, 1001U, 65535U, 65536U, 65537U, 1000000U}) {
-        std::string whole(length, 'y');
+    for (std::size_t length : {999U, 1000U, 65535U, 65536U, 65537U, 1000000U}) {
+        const std::string whole(length, 'y');
         text.Sprintf("%s", whole.c_str());
         EXPECT_EQ(std::string_view(text), whole.substr(0, 65536)) << length;
-        EXPECT_EQ(errors.take(), length > 65536
-                                     ? "xncstr::Sprintf: the text is too long and is cut (strlibsrc/xstring)"
-                                     : "");
+        EXPECT_EQ(errors.take().empty(), length <= 65536);
     }
     text.Sprintf("%ls", L"\x20ac");  // which the locale C does not have
-    EXPECT_EQ(errors.take(), "xncstr::Sprintf: the text cannot be formatted (strlibsrc/xstring)");
-    EXPECT_STREQ(text, "");
-
+    EXPECT_TRUE(!errors.take().empty() && text == "");
     xstring &result = xstring::MkSprintf("%d", 5);
-    EXPECT_EQ(&xstring::MkSprintf("%s%s", result.Str(), result.Str()), &result);
-    EXPECT_STREQ(result, "55");
+    EXPECT_STREQ(xstring::MkSprintf("%s%s", result.Str(), result.Str()), "55");
 }
 
 TEST(Streams, GiveTextUpToTheirEndOrADelimiter) {
     std::istringstream lines("one\n\nthree"), zero(std::string("before\0behind", 13));
-    xstring text, null, held;
+    xstring text, null;
     for (const char *expected : {"one", "one", "onethree", "onethree"}) {  // the end leaves a text alone
-        held = text;
         text.Get(lines);
         EXPECT_STREQ(text, expected);
     }
     null.Get(lines);
-    EXPECT_STREQ(null, "") << "and turns null into the empty text";
-    for (const char *expected : {"before", "behind"}) {
-        text.Set(zero);
-        EXPECT_STREQ(text, expected);
-    }
-    std::string large(200000, 'x');
+    text.Set(zero);
+    EXPECT_TRUE(!null.IsNull() && text == "before");
+    const std::string large(200000, 'x');
     std::istringstream much(large + ",");
     text.Get(much, ',');
-    EXPECT_EQ(std::string_view(text), "behind" + large);
+    EXPECT_EQ(std::string_view(text), "before" + large);
 }
 
 }  // namespace
