@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace regexp_machines {
 
@@ -36,15 +37,18 @@ inline std::string answer(regexp &program, std::string_view text, std::size_t fr
     return result + getErrSeen();
 }
 
-// What the simulation answers otherwise; empty when it cannot be asked.
+// What the simulation answers otherwise; empty when it cannot be asked, or finds damage that does not matter
+// without a first character.
 inline std::string disagreement(regexp &program, std::string_view text, std::size_t from) {
     const std::string given = answer(program, text, from);
     const char *start = program.groupStart[0] ? program.groupStart[0] : text.data() + from;
     if (program.firstChar[0] || start >= text.data() + text.size()) return "";
+    const char second = std::exchange(program.firstChar[1], '\0');
     program.firstChar[0] = *start;
     const std::string simulated = answer(program, text, from);
     program.firstChar[0] = '\0';
-    return given == simulated ? "" : given + ", but by the simulation " + simulated;
+    program.firstChar[1] = second;
+    return given == simulated || *getErrSeen() ? "" : given + ", but by the simulation " + simulated;
 }
 
 }  // namespace regexp_machines

@@ -19,7 +19,7 @@ TEST(Pieces, CommonEndsAreWholeCharacters) {
         const std::string common = random.text(3);
         std::string a = random.text(3), b = random.text(3);
         random.below(2) ? (a = common + a, b = common + b) : (a += common, b += common);
-        const unsigned char ignorecase = random.below(2);
+        const auto ignorecase = static_cast<unsigned char>(random.below(2));
         const characters x = decode(ignorecase ? upper(a) : a), y = decode(ignorecase ? upper(b) : b);
         const auto prefix = std::mismatch(x.begin(), x.end(), y.begin(), y.end()).first - x.begin();
         const auto suffix = std::mismatch(x.rbegin(), x.rend(), y.rbegin(), y.rend()).first - x.rbegin();
@@ -40,7 +40,7 @@ TEST(Pieces, SubstringsAreRangesOfCharacters) {
         segments.append(&segment);
         segments.append(nullptr);
         EXPECT_EQ(shown_all(sequence(strAllSubstrings(exact(text).get(), &segments))),
-                  text.empty() ? characters{"null", "null"} : characters({piece, shown(text)}))
+                  text.empty() ? characters({"null", "null"}) : characters({piece, shown(text)}))
             << segment.getFrom() << ' ' << segment.getTo();
         EXPECT_EQ(strLen(exact(text).get()), static_cast<int>(count));
     });
@@ -75,7 +75,7 @@ TEST(Pieces, WordsEndAtRunsOfSeparators) {
 TEST(Pieces, CharactersOfASetAreFoundFromBothEnds) {
     in_all_encodings(20000, [](chance &random) {
         const std::string text = random.text(8), set = random.text(2);
-        const unsigned char ignorecase = random.below(2);
+        const auto ignorecase = static_cast<unsigned char>(random.below(2));
         const characters all = decode(ignorecase ? upper(text) : text);
         const bool backward = random.below(2);
         const std::size_t count = all.size(), start = backward ? count : 0;
