@@ -125,14 +125,40 @@ auto in_case(const range &cut, const char *pattern, bool ignore_case, Action act
     return ignore_case ? in_upper_case(cut, pattern, action) : action(cut.begin, cut.end, pattern);
 }
 
+// The first place of a literal text in any case. The text is brought to upper case a piece at a time, each
+// one longer than the last, so that a match near the beginning of a long text costs no copy of the whole.
+text_range find_in_any_case(const char *begin, const char *end, const char *pattern) {
+    const byte_case upper = byte_case::upper();
+    const cased_text wanted_text(pattern, upper);
+    const std::string_view wanted = between(wanted_text.begin(), wanted_text.end());
+    const std::size_t overlap = wanted.empty() ? 0 : wanted.size() - 1;
+    const std::size_t longest = std::max<std::size_t>(16384, 4 * wanted.size());
+    std::size_t piece = 128;
+    for (;;) {
+        const std::string_view cut = between(begin, end).substr(0, piece + overlap);
+        const cased_text cased(cut, upper);
+        if (const char *found = find_bytes(cased.begin(), cased.end(), wanted)) {
+            begin += found - cased.begin();
+            return {begin, begin + wanted.size()};
+        }
+        if (cut.end() == end) return {};
+        begin += cut.size() - overlap;
+        piece = std::min(4 * piece, longest);
+    }
+}
+
 bool find_first(const char *text, const char *pattern, match_mode mode, int from, int to, positions &result) {
     if (!is_text(text)) return false;
     range cut(text, from, to);
+    const auto tell = [&](const char *begin, text_range found) {
+        if (found) result = count(cut.form.get(), cut.from, begin, found);
+        return static_cast<bool>(found);
+    };
+    if (mode.ignore_case && mode.how == kind::literal && is_text(pattern))
+        return tell(cut.begin, find_in_any_case(cut.begin, cut.end, pattern));
     return in_case(cut, pattern, mode.ignore_case,
                    [&](const char *begin, const char *end, const char *wanted) {
-                       const text_range found = pattern_search(cut.form, mode.how, wanted).find(begin, end);
-                       if (found) result = count(cut.form.get(), cut.from, begin, found);
-                       return static_cast<bool>(found);
+                       return tell(begin, pattern_search(cut.form, mode.how, wanted).find(begin, end));
                    });
 }
 
