@@ -42,7 +42,7 @@ class Connection(Peer):
 
 class Client(Connection):
     def __init__(self, port, sent=b""):
-        super().__init__(socket.create_connection(("localhost", port), 60))
+        super().__init__(socket.create_connection(("127.0.0.1", port), 60))
         self.say(sent)
 
     def answer(self, code):
