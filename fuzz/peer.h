@@ -4,42 +4,22 @@
 
 #include <sys/socket.h>
 
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <memory>
-#include <string>
-#include <string_view>
-
 #include <kelstdmt/kel.h>
 #include <kelstdmt/netlib_stream.h>
 #include <kelstdmt/vumrt_names.h>
 
+#include "fuzzing.h"
+
 namespace peer {
 
+using fuzz::require;
+
 // Of the remote shell.
-enum Tag : int {
-    Err = 2,
-    Out = 3,
-    In = 4,
-    End = 5,
-    Code = 6,
-    Done = 7,
-    Kill = 8,
-    Break = 9,
-    Hold = 32,
-    GoOn = 48
-};
+enum Tag : int { Err = 2, Out = 3, Code = 6, Done = 7 };
 inline std::string message(int tag) {
     std::string bytes;
     kel::append_int(bytes, tag);
     return bytes;
-}
-
-inline void require(bool holds, const char *what) {
-    if (holds) return;
-    std::fprintf(stderr, "%s\n", what);
-    std::abort();
 }
 
 // Values out of bytes; the first that is not there whole ends it.
