@@ -1,6 +1,8 @@
-// The file buffer against a model in memory, and against the system: full disks, modes, other writers.
+// File buffers against the system: modes, full disks, other writers; locks on files that are replaced while
+// others wait for them, and what a replacement keeps of the old file.
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 
 #include <thread>
 
@@ -10,56 +12,47 @@
 
 namespace {
 
-using std::ios_base;
+constexpr int both = lockFileBuf::In | lockFileBuf::Out;
 
-using File = ScratchFolder;
+struct File : ScratchFolder {
+    File() { put("old"); }
+};
 
 std::string read(std::streambuf &from, std::size_t count) {
     std::string text(count, '\0');
     text.resize(static_cast<std::size_t>(from.sgetn(text.data(), static_cast<std::streamsize>(count))));
     return text;
 }
-std::streamsize write(std::streambuf &to, const std::string &text) {
-    return to.sputn(text.data(), static_cast<std::streamsize>(text.size()));
-}
 
 TEST_F(File, OpensByItsMode) {
     const std::tuple<int, const char *, const char *, int> cases[] = {
-        {1, "abc", "abc", 0},       {2, "abc", "X", 0},
-        {3, "abc", "Xbc", 0},       {1, nullptr, "", 0},
-        {2 | 4, "abc", "abcX", 0},  {8, "abc", "abcX", 0},
-        {3 | 16, "abc", "X", 0},    {1 | 32, nullptr, nullptr, 2},
-        {2 | 64, "abc", "abc", 80}, {3 | 64, nullptr, "X", 0},
-        {0, "abc", "abc", 87},      {3 | 32 | 64, "a", "a", 87}};
+        {1, "abc", "abc", 0},      {2, "abc", "X", 0},        {3, "abc", "Xbc", 0},
+        {1, nullptr, "", 0},       {2 | 4, "abc", "abcX", 0}, {8, "abc", "abcX", 0},
+        {3 | 16, "abc", "X", 0},   {1 | 32, nullptr, "-", 2}, {2 | 64, "abc", "abc", 80},
+        {3 | 64, nullptr, "X", 0}, {0, "abc", "abc", 87},     {3 | 32 | 64, "a", "a", 87}};
     btkFileBuf file;
-    // Null: no file; after writing "X" where that is allowed.
+    // Null: no file; after writing "X" where that is allowed, "-": none either.
     for (const auto &[mode, before, after, error] : cases) {
         SCOPED_TRACE(mode);
-        ::unlink(path.c_str());
+        std::filesystem::remove(path);
         if (before) put(before);
         Error_SetLast(0);
         EXPECT_EQ(file.Open(path.c_str(), mode), error == 0);
         EXPECT_EQ(Error_GetLast(), error);
         EXPECT_EQ(file.sputc('X') == 'X', error == 0 && (mode & (2 | 8)));
         EXPECT_EQ(file.Close(), error == 0);
-        EXPECT_EQ(::access(path.c_str(), F_OK) == 0, after != nullptr);
-        EXPECT_EQ(get(), after ? after : "");
+        EXPECT_EQ(files() == 1 ? get() : "-", after);
     }
     for (const auto &[suffix, error] :
          {std::pair{std::string(), 5}, {"/none/f", 3}, {"/" + std::string(300, 'n'), 206}}) {
         EXPECT_FALSE(file.Open((folder + suffix).c_str(), 2));
         EXPECT_EQ(Error_GetLast(), error) << suffix;
     }
-    ASSERT_TRUE(file.Open(path.c_str(), 3));
-    EXPECT_TRUE(::fcntl(file.GetHandle(), F_GETFD) & FD_CLOEXEC);
-}
-
-TEST_F(File, TellsAFullDisk) {
-    btkFileBuf file;
     ASSERT_TRUE(file.Open("/dev/full", 2));
-    EXPECT_EQ(write(file, "lost"), 4);
+    EXPECT_TRUE(::fcntl(file.GetHandle(), F_GETFD) & FD_CLOEXEC);
+    EXPECT_EQ(file.sputn("lost", 4), 4);
     EXPECT_TRUE(file.pubsync() == -1 && Error_GetLast() == 112) << Error_GetLast();
-    EXPECT_FALSE(file.Close() || file.IsOpen() || File_Truncate(-1, 0) || File_GetSize(-1) != -1);
+    EXPECT_FALSE(file.Close() || file.IsOpen());
 }
 
 TEST_F(File, SeesAndKeepsWhatOthersWrite) {
@@ -68,65 +61,110 @@ TEST_F(File, SeesAndKeepsWhatOthersWrite) {
     ASSERT_TRUE(file.Open(path.c_str(), 3));
     EXPECT_EQ(read(file, 2), "01");
     { std::fstream(path, std::ios::in | std::ios::out).seekp(4) << "abcd"; }
-    write(file, "X");  // beside what was only read
+    file.sputc('X');  // beside what was only read
     EXPECT_EQ(read(file, 5), "34567");
-    EXPECT_TRUE(file.sungetc() == '7' && file.sbumpc() == '7');
-    write(file, "Y");
+    EXPECT_TRUE(file.sungetc() == '7' && file.sbumpc() == '7' && file.sputc('Y') == 'Y');
     EXPECT_EQ(file.pubsync(), 0);
     EXPECT_EQ(get(), "01X3abcdY9") << "stale bytes were written back";
     put("01X3anew");
-    file.pubseekoff(4, ios_base::beg);
+    file.pubseekoff(4, std::ios::beg);
     EXPECT_EQ(read(file, 99), "anew");
-    EXPECT_TRUE(file.Close());
     // Appending: to the end as it is at the time of the write, and read back in between.
-    put("ab");
-    ASSERT_TRUE(file.Open(path.c_str(), 1 | 8));
+    ASSERT_TRUE(file.Close() && file.Open(path.c_str(), 1 | 8));
     std::ofstream(path, std::ios::app) << "c";
-    write(file, "D");
-    file.pubseekpos(0);
-    EXPECT_EQ(read(file, 9), "abcD");
-    EXPECT_EQ(file.pubseekoff(5'000'000'000, ios_base::beg), std::streamoff(5'000'000'000));
-    EXPECT_EQ(file.pubseekoff(-1, ios_base::beg), std::streamoff(-1));
+    file.sputc('D');
+    file.pubseekpos(4);
+    EXPECT_EQ(read(file, 9), "anewcD");
+    EXPECT_EQ(file.pubseekoff(5'000'000'000, std::ios::beg), std::streamoff(5'000'000'000));
+    EXPECT_EQ(file.pubseekoff(-1, std::ios::beg), std::streamoff(-1));
 }
 
-TEST_F(File, ReadsAFifoInOrderAndSurvivesItsEnd) {
-    ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
-    std::thread writer([&] {
-        btkFileBuf out;
-        EXPECT_TRUE(out.Open(path.c_str(), 2 | btkFileBuf::NoCreate));
-        EXPECT_EQ(write(out, std::string(200000, 'f') + "late"), 200004);
-        while (out.pubsync() == 0)
-            write(out, "late");  // until the reader has gone: no signal
-        EXPECT_EQ(Error_GetLast(), 109);
+TEST_F(File, WaitsForAPlaceInTheNewFileToo) {
+    lockFileBuf holder, other;
+    EXPECT_FALSE(holder.Open(path.c_str(), lockFileBuf::In) || other.Open(path.c_str(), lockFileBuf::In))
+        << "readers share";
+    holder.Close();
+    EXPECT_TRUE(holder.Open(path.c_str(), lockFileBuf::Out, 0666, 0)) << "a writer waits for readers";
+    EXPECT_EQ(get(), "old") << "it is not emptied without the lock";
+    other.Close();
+    ASSERT_FALSE(holder.Open(path.c_str(), both));
+    std::string seen(100, ' ');
+    std::thread waits([&] {
+        lockFileBuf waiter;
+        EXPECT_FALSE(waiter.Open(path.c_str(), both));
+        seen.resize(static_cast<std::size_t>(waiter.sgetn(seen.data(), 100)));
     });
-    btkFileBuf in;
-    EXPECT_TRUE(in.Open(path.c_str(), 1) && read(in, 10) == std::string(10, 'f'));
-    EXPECT_EQ(in.pubsync(), 0) << "keeps what was read ahead";
-    EXPECT_TRUE(read(in, 199994) == std::string(199990, 'f') + "late");
-    in.Close();
-    writer.join();
-}
-
-TEST_F(File, LocksKeepOthersOut) {
-    put("a:1\n");
-    lockFileBuf first, second;
-    EXPECT_FALSE(first.Open(path.c_str(), 1));
-    EXPECT_FALSE(second.Open(path.c_str(), 1)) << "readers share";
-    second.Close();
-    EXPECT_TRUE(second.Open(path.c_str(), 2, 0666, 0)) << "a writer waits for readers";
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    ASSERT_TRUE(holder.Replace("first")) << Error_GetText(Error_GetLast());
+    EXPECT_TRUE(other.Open(path.c_str(), lockFileBuf::In, 0666, 0)) << "the new file is locked as well";
+    ASSERT_TRUE(holder.Replace("second"));
+    EXPECT_EQ(get(), "second");  // opened and closed elsewhere in this process: the lock stays
+    char bytes[10];
+    EXPECT_EQ(std::string(bytes, static_cast<std::size_t>(holder.sgetn(bytes, 10))), "second");
+    EXPECT_EQ(holder.sputn("+", 1), 1);
+    EXPECT_TRUE(other.Open(path.c_str(), both, 0666, 0.1));
     EXPECT_EQ(Error_GetLast(), 33);
-    EXPECT_EQ(get(), "a:1\n") << "not emptied without the lock";
-    std::thread releases([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(80));
-        first.Close();
-    });
-    EXPECT_FALSE(second.Open(path.c_str(), 3));
-    releases.join();
-    EXPECT_EQ(read(second, 9), "a:1\n");
-    { std::ofstream(path) << "b:2\n"; }  // opened and closed elsewhere in this process: the lock stays
-    EXPECT_TRUE(first.Open(path.c_str(), 1, 0666, 0.01));
-    EXPECT_TRUE(first.Open((folder + "/none").c_str(), 1));
-    EXPECT_NE(::access((folder + "/none").c_str(), F_OK), 0);
+    EXPECT_TRUE(holder.Close());
+    waits.join();
+    EXPECT_EQ(seen, "second+");
+    EXPECT_FALSE(other.Open(path.c_str(), lockFileBuf::In) || other.Replace("none"))
+        << "not by who only reads";
+    EXPECT_TRUE(holder.Open(at("none").c_str(), lockFileBuf::In));
+    EXPECT_EQ(files(), 1) << "a reader makes no file";
+}
+
+TEST_F(File, KeepsWhatTheOldFileHad) {
+    const bool root = ::geteuid() == 0;
+    ASSERT_TRUE(!root || ::chown(path.c_str(), 12345, 23456) == 0);
+    ASSERT_EQ(::chmod(path.c_str(), root ? 06604 : 0604), 0);
+    const bool has_attributes = ::setxattr(path.c_str(), "user.note", "kept", 4, 0) == 0;
+    std::filesystem::create_symlink("f", at("link"));
+    std::filesystem::create_hard_link(path, at("hard"));
+    put(".f.new", "left by a killed process, and longer than what follows");
+    struct stat before {
+    }, after{};
+    ASSERT_EQ(::stat(path.c_str(), &before), 0);
+    std::filesystem::current_path(folder);
+    lockFileBuf file;
+    ASSERT_FALSE(file.Open("link", both));
+    std::filesystem::current_path("/");
+    ASSERT_TRUE(file.Replace("new")) << Error_GetText(Error_GetLast());
+    ASSERT_EQ(::stat(path.c_str(), &after), 0);
+    EXPECT_EQ(get() + get("hard"), "newold");
+    EXPECT_TRUE(std::filesystem::is_symlink(at("link")) && files() == 3);
+    EXPECT_EQ(after.st_mode, before.st_mode);
+    EXPECT_TRUE(after.st_uid == before.st_uid && after.st_gid == before.st_gid);
+    char value[8];
+    EXPECT_EQ(::getxattr(path.c_str(), "user.note", value, sizeof value), has_attributes ? 4 : -1);
+}
+
+TEST_F(File, LeavesTheOldFileWhenItCannotBeReplaced) {
+    lockFileBuf file;
+    ASSERT_FALSE(file.Open(path.c_str(), both));
+    ASSERT_EQ(::unlink(path.c_str()), 0);
+    EXPECT_TRUE(file.Replace("made anew"));
+    ASSERT_EQ(::rename(path.c_str(), at("moved").c_str()), 0);
+    put("of an editor");
+    EXPECT_FALSE(file.Replace("lost"));
+    EXPECT_EQ(Error_GetLast(), 1006);
+    EXPECT_EQ(get() + get("moved"), "of an editormade anew");
+    EXPECT_EQ(files(), 2);
+    EXPECT_TRUE(lockFileBuf().Open("/dev/null", both) && Error_GetLast() == 50);
+}
+
+TEST_F(File, GivesNoFileToAnotherUser) {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+    constexpr unsigned nobody = 65534;
+    auto replace = [&] {
+        lockFileBuf file;
+        if (::setgid(nobody) != 0 || ::setuid(nobody) != 0 || file.Open(path.c_str(), both)) return 255;
+        return file.Replace("new") ? 0 : Error_GetLast();
+    };
+    ASSERT_EQ(::chmod(path.c_str(), 0666) + ::chmod(folder.c_str(), 0777), 0);
+    EXPECT_EQ(wait_for(start(replace)), 5) << "the owner cannot be kept";
+    EXPECT_EQ(get() + std::to_string(files()), "old1");
+    ASSERT_EQ(::chown(path.c_str(), nobody, nobody), 0);
+    EXPECT_EQ(wait_for(start(replace)), 0);
 }
 
 }  // namespace
