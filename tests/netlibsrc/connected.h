@@ -5,7 +5,6 @@
 #include <sys/socket.h>
 
 #include <array>
-#include <memory>
 
 #include <kelstdmt/kel.h>
 #include <kelstdmt/netlib_stream.h>

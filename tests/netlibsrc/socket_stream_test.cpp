@@ -6,8 +6,6 @@
 #include <random>
 #include <thread>
 
-#include <kelstdmt/syslib.h>
-
 #include "netlibsrc/connected.h"
 
 namespace {
@@ -72,14 +70,6 @@ TEST(Connection, OutOfBandIntsAreWholeWhereverTheyAreCut) {
         }
     }
     sender.join();
-}
-
-TEST(Address, IsReadThroughItsDescriptor) {
-    std::unique_ptr<netAddress> by_port(netAddress::Create(80, xstrNullStr)),
-        by_name(netAddress::Create("Clock", "far"));
-    by_name->setPortN(7);
-    EXPECT_TRUE(by_port->getHostName() == sysGetCurHostName() && by_port->getServerName().IsNull());
-    EXPECT_EQ(static_cast<int>(xrtti_get_p_netAddress()->getfield(1, xany(by_name.get()))), 7);
 }
 
 }  // namespace
