@@ -1,6 +1,5 @@
 // Dictionaries against a slow table that is written straight from the rules, slot by slot; and values,
 // exceptions and the typed interface.
-#include <functional>
 #include <map>
 #include <new>
 #include <optional>
@@ -13,16 +12,14 @@ namespace {
 
 // The rules --------------------------------------------------------------------------------------
 
-class Model {
-public:
-    explicit Model(xdictcontrol control) : m_control(control) {}
-
+struct Model {
     struct Slot {
         bool removed = false;
         std::optional<std::string> key;
         int value = 0;
     };
 
+    explicit Model(xdictcontrol by) : control(by) {}
     std::optional<unsigned> find(const std::string &key) const {
         for (unsigned i = 0; i < slots.size(); ++i) {
             const Slot &slot = slots[probe(key, i)];
@@ -32,12 +29,10 @@ public:
         return {};
     }
     bool set(const std::string &key, int value) {
-        if (auto at = find(key)) {
-            slots[*at].value = value;
-            return true;
-        }
-        adjust();
-        return add(key, value);
+        const auto at = find(key);
+        if (!at) adjust();
+        if (at) slots[*at].value = value;
+        return at || add(key, value);
     }
     bool remove_slot(unsigned at) {
         if (at >= slots.size() || !slots[at].key) return false;
@@ -46,24 +41,14 @@ public:
         adjust();
         return true;
     }
-    void clear() {
-        slots.clear();
-        count = 0;
-    }
-
-    std::vector<Slot> slots;
-    unsigned count = 0;
-    unsigned rebuilds = 0;
-
-private:
     unsigned probe(const std::string &key, unsigned i) const {
         auto s = [&](std::size_t at) { return static_cast<signed char>(key[at]); };
         const std::size_t length = key.size();
         const int x = length == 0 ? 0 : length < 3 ? s(0) : s(length / 2 + 1) ^ s(length - 2) ^ s(1);
         const int h1 = length == 0 ? 0 : s(length / 2) * s(length - 1) * s(0);
         const int h2 = length == 0 ? 1 : x * 2 + 1;
-        return (static_cast<unsigned>(h2) * i + static_cast<unsigned>(h1)) %
-               static_cast<unsigned>(slots.size());
+        const auto size = static_cast<unsigned>(slots.size());
+        return (static_cast<unsigned>(h2) * i + static_cast<unsigned>(h1)) % size;
     }
     bool add(const std::string &key, int value) {
         for (unsigned i = 0; i < slots.size(); ++i) {
@@ -77,35 +62,29 @@ private:
     }
     void adjust() {
         const auto size = static_cast<unsigned>(slots.size());
-        unsigned wanted = size;
-        if (size == 0)
-            wanted = 32;
-        else if (count * 100 / size > m_control.high)
+        unsigned wanted = size == 0 ? 32 : size;
+        if (size != 0 && count * 100 / size > control.high)
             wanted = size * 2;
-        else if (size > 32 && count * 100 / (size / 2) < m_control.low && count <= size / 2)
+        else if (size > 32 && count * 100 / (size / 2) < control.low && count <= size / 2)
             wanted = size / 2;
         if (wanted == size) return;
-        ++rebuilds;
         auto old = std::exchange(slots, std::vector<Slot>(wanted));
         count = 0;
         for (const Slot &slot : old)
             if (slot.key) add(*slot.key, slot.value);
     }
 
-    xdictcontrol m_control;
+    xdictcontrol control;
+    std::vector<Slot> slots;
+    unsigned count = 0;
 };
 
-struct Ints : xtsdictionary<int> {
-    using xtsdictionary<int>::xtsdictionary;
-    using xbasedictionary::BaseFind, xbasedictionary::BaseRemoveByIndex;
-    static constexpr unsigned slotsize = slot_size, offset = value_offset;
-};
+using Ints = xtsdictionary<int>;
 
 // Slot by slot, by number and by a walk.
 testing::AssertionResult same(Ints &ours, const Model &model) {
     if (ours.GetSlots() != model.slots.size() || ours.GetCount() != model.count)
-        return testing::AssertionFailure() << ours.GetCount() << " in " << ours.GetSlots() << " slots, not "
-                                           << model.count << " in " << model.slots.size();
+        return testing::AssertionFailure() << ours.GetCount() << " in " << ours.GetSlots() << " slots";
     auto walk = ours.begin();
     for (unsigned i = 0; i < model.slots.size(); ++i) {
         xstring key;
@@ -114,14 +93,13 @@ testing::AssertionResult same(Ints &ours, const Model &model) {
         ours.getbyindex(static_cast<int>(i), value);
         const Model::Slot &slot = model.slots[i];
         if (live != slot.key.has_value() || (live && (*slot.key != key.Str() || value != slot.value)))
-            return testing::AssertionFailure() << "slot " << i << ": " << (live ? key.Str() : "none")
-                                               << ", not " << slot.key.value_or("none");
+            return testing::AssertionFailure() << "slot " << i << ": " << text(key);
         if (!live) continue;
         if (walk == ours.end() || *slot.key != (*walk).key || (*walk).value != value)
             return testing::AssertionFailure() << "the walk leaves out slot " << i;
         ++walk;
     }
-    return walk == ours.end() ? testing::AssertionSuccess() : testing::AssertionFailure() << "goes on";
+    return testing::AssertionResult(walk == ours.end());
 }
 
 using Random = std::mt19937;
@@ -132,48 +110,34 @@ std::string any_bytes(Random &random, std::size_t length) {
         byte = static_cast<char>(1 + random() % 255);
     return key;
 }
-std::string number(Random &random, unsigned low, unsigned count) {
-    return std::to_string(low + random() % count);
-}
 
-struct Shape {
-    const char *name;
-    std::string (*key)(Random &);
-};
-const Shape shapes[] = {
-    {"0 to 4 bytes", [](Random &random) { return any_bytes(random, random() % 5); }},
-    {"long, any bytes", [](Random &random) { return any_bytes(random, 5 + random() % 40); }},
-    {"two letters",
-     [](Random &random) {
-         std::string key(random() % 14, 'a');
-         for (char &byte : key)
-             byte = random() % 2 ? 'a' : '\xfe';
-         return key;
-     }},
-    {"decimal", [](Random &random) { return number(random, 0, 20000); }},
-    {"one way", [](Random &random) { return "/srv/data/file" + number(random, 100000, 9000) + ".txt"; }},
-    // One step, whose ways start anywhere and run into one another.
-    {"one step",
-     [](Random &random) { return any_bytes(random, 1) + "/////" + number(random, 1000, 3000) + "//.a"; }},
-    // Backwards, in steps of 255.
-    {"backwards", [](Random &random) { return "\x81\1" + number(random, 10000, 9000) + "\1\x80" + "a"; }},
+// Keys of few bytes and of many; numbers at the end of one path; in one step, whose ways start anywhere and
+// run into one another; and backwards, in steps of 255.
+std::string (*const shapes[])(Random &) = {
+    [](Random &random) { return any_bytes(random, random() % 5); },
+    [](Random &random) { return any_bytes(random, 5 + random() % 40); },
+    [](Random &random) { return "/srv/file" + std::to_string(100000 + random() % 9000) + ".txt"; },
+    [](Random &random) {
+        return any_bytes(random, 1) + "/////" + std::to_string(1000 + random() % 3000) + "//.a";
+    },
+    [](Random &random) { return "\x81\1" + std::to_string(10000 + random() % 9000) + "\1\x80" + "a"; },
 };
 
 // Sets, finds and removes at random, mostly growing, then mostly keeping the count, then shrinking; or, when
 // it is steady, growing to 2600 keys, one of which goes for each that comes, so that freed slots far and near
 // are taken again for long.
-void follow(const Shape &shape, xdictcontrol control, unsigned seed, int steps, bool steady = false) {
-    SCOPED_TRACE(testing::Message() << shape.name << ", control " << control.low << "/" << control.high);
+void follow(std::size_t shape, xdictcontrol control, unsigned seed, int steps, bool steady = false) {
+    SCOPED_TRACE(testing::Message() << shape << ", control " << control.low << "/" << control.high);
     Random random(seed);
     Model model(control);
     Ints ours(&control);
     internal_errors errors;
     std::vector<std::string> used;
     for (int step = 0; step < steps; ++step) {
-        const unsigned rebuilds = model.rebuilds;
+        const std::size_t size = model.slots.size();
         const int phase = step * 4 / steps;
         const std::string key =
-            !used.empty() && random() % 3 == 0 ? used[random() % used.size()] : shape.key(random);
+            !used.empty() && random() % 3 == 0 ? used[random() % used.size()] : shapes[shape](random);
         const auto at = model.find(key);
         if (steady && !at && model.count > 2600) {
             const std::size_t which = random() % 4 ? random() % used.size() : 0;
@@ -183,9 +147,8 @@ void follow(const Shape &shape, xdictcontrol control, unsigned seed, int steps, 
             used.erase(used.begin() + static_cast<long>(which));
         }
         if (steady || random() % 8 < (phase == 0 ? 7U : phase == 3 ? 2U : 4U)) {
-            const bool fits = model.set(key, step);
             ours.set(key.c_str(), step);
-            EXPECT_EQ(errors.take(), fits ? "" : "Hash table overflow. (services/kelbdict)");
+            EXPECT_EQ(errors.take(), model.set(key, step) ? "" : "Hash table overflow. (services/kelbdict)");
             used.push_back(key);
         } else if (random() % 2) {
             ASSERT_EQ(ours.remove(key.c_str()), at.has_value()) << key;
@@ -198,14 +161,13 @@ void follow(const Shape &shape, xdictcontrol control, unsigned seed, int steps, 
         }
         int value = -1;
         const auto now = model.find(key);
-        ASSERT_EQ(ours.find(key.c_str(), value), now.has_value()) << key;
-        ASSERT_EQ(ours.haskey(key.c_str()), now.has_value()) << key;
-        ASSERT_EQ(value, now ? model.slots[*now].value : -1);
-        if (model.rebuilds != rebuilds || model.slots.size() <= 32 || step % 64 == 0 || step == steps - 1) {
+        ASSERT_TRUE(ours.find(key.c_str(), value) == now.has_value() &&
+                    (!now || value == model.slots[*now].value));
+        if (model.slots.size() != size || size <= 32 || step % 64 == 0 || step == steps - 1) {
             ASSERT_TRUE(same(ours, model)) << "after step " << step;
         }
         if (step == steps / 2 && seed % 2) {
-            model.clear();
+            model = Model(control);
             ours.clear();
         }
     }
@@ -213,11 +175,11 @@ void follow(const Shape &shape, xdictcontrol control, unsigned seed, int steps, 
 
 // Also full tables, tables that swing between two sizes, and tables that are nearly empty.
 TEST(Slots, FollowTheRulesAndTheControl) {
-    for (const Shape &shape : shapes) {
+    for (std::size_t shape = 0; shape < std::size(shapes); ++shape) {
         follow(shape, {}, 1, 3000);
         follow(shape, {}, 2, 8000);
         follow(shape, {}, 4, 9000, true);
-        for (xdictcontrol control : {xdictcontrol{70, 100}, {0, 200}, {95, 90}, {300, 90}, {10, 50}, {1, 3}})
+        for (xdictcontrol control : {xdictcontrol{70, 100}, {0, 200}, {95, 90}, {1, 3}})
             follow(shape, control, 5, 700);
     }
 }
@@ -235,8 +197,6 @@ TEST(Keys, OfTheTableMayBeArguments) {
             const std::string key = own;
             int value = 0;
             if (round < 2 * keys) {
-                ours.set(own, -1);
-                EXPECT_TRUE(ours.find(own, value) && value == -1);
                 ours.set(own + 1, 7);
                 EXPECT_TRUE(ours.find(key.c_str() + 1, value) && value == 7);
             }
@@ -248,46 +208,29 @@ TEST(Keys, OfTheTableMayBeArguments) {
 TEST(Keys, ThatAreNoTextsAreNeverThere) {
     internal_errors errors;
     Ints ours;
-    for (int count : {0, 1}) {
-        for (const char *key : {static_cast<const char *>(nullptr), kel::nil_text(), kel::uninit_text()}) {
-            ours.set(key, 5);
-            EXPECT_EQ(errors.take(), "A dictionary's key must be a text. (services/kelbdict)");
-            int value = 9;
-            EXPECT_FALSE(ours.find(key, value) || ours.haskey(key) || ours.remove(key));
-        }
-        EXPECT_EQ(ours.getcount(), count);
-        ours.set("real", 1);
+    ours.set("real", 1);
+    for (const char *key : {static_cast<const char *>(nullptr), kel::nil_text(), kel::uninit_text()}) {
+        ours.set(key, 5);
+        EXPECT_EQ(errors.take(), "A dictionary's key must be a text. (services/kelbdict)");
+        EXPECT_FALSE(ours.haskey(key) || ours.remove(key));
     }
+    EXPECT_EQ(ours.getcount(), 1);
 }
 
 TEST(Numbers, AreChecked) {
     Ints ours;
-    xstring key("untouched");
-    int value = 9;
-    const std::function<bool(int)> all[] = {
-        [&](int i) { return ours.getkeybyindex(i, key); }, [&](int i) { return ours.getbyindex(i, value); },
-        [&](int i) { return ours.setbyindex(i, 1); }, [&](int i) { return ours.removebyindex(i); }};
-    for (int slots : {0, 32}) {
-        EXPECT_EQ(ours.getsize(), slots);
-        for (const auto &one : all)
-            for (int below : {-1, INT_MIN})
-                EXPECT_EQ(thrown_by<kelXNegativeIndex>([&] { one(below); })->getIndex(), below);
-        for (int beyond : {slots, INT_MAX}) {
-            EXPECT_FALSE(all[0](beyond) || all[1](beyond));
-            EXPECT_EQ(thrown_by<kelXInvalidDictIndex>([&] { all[2](beyond); })->getIndex(), beyond);
-            thrown_by<kelXInvalidDictIndex>([&] { all[3](beyond); });
-        }
-        ours.set("", 3);
+    xstring key;
+    int value = 0;
+    ours.set("", 3);
+    for (int below : {-1, INT_MIN}) {
+        EXPECT_EQ(thrown_by<kelXNegativeIndex>([&] { ours.removebyindex(below); })->getIndex(), below);
+        thrown_by<kelXNegativeIndex>([&] { ours.getbyindex(below, value); });
     }
-    for (const auto &one : all)
-        EXPECT_FALSE(one(5)) << "an empty slot";
-    EXPECT_TRUE(key == "untouched" && value == 9);
-    EXPECT_TRUE(ours.setbyindex(0, 4) && ours.getbyindex(0, value) && value == 4);
-    for (auto item : ours)
-        ++item.value;
-    EXPECT_TRUE(ours.find("", value) && value == 5);
-    EXPECT_TRUE(ours.BaseGetByIndex(0, nullptr, Ints::slotsize, Ints::offset));
-    EXPECT_TRUE(ours.BaseGetKeyByIndex(0, nullptr, Ints::slotsize, Ints::offset));
+    for (int beyond : {32, INT_MAX}) {
+        EXPECT_EQ(thrown_by<kelXInvalidDictIndex>([&] { ours.setbyindex(beyond, 1); })->getIndex(), beyond);
+        EXPECT_FALSE(ours.getbyindex(beyond, value) || ours.getkeybyindex(beyond, key));
+    }
+    EXPECT_FALSE(ours.setbyindex(5, 1) || ours.getbyindex(5, value) || ours.removebyindex(5)) << "empty";
 }
 
 // Values -----------------------------------------------------------------------------------------
@@ -316,10 +259,8 @@ void check_throwing() {
             }
             T::until_throw = -1;
             std::map<std::string, int> seen;
-            for (auto [name, held] : ours) {
-                seen[name] = held;
-                ASSERT_TRUE(ours.haskey(name));
-            }
+            for (auto [name, held] : ours)
+                seen[name] = ours.haskey(name) ? int{held} : -1;
             ASSERT_EQ(seen, model);
             ASSERT_EQ(static_cast<int>(T::all.size()), ours.getsize() + 1) << "a value for each slot";
         }
@@ -330,35 +271,6 @@ TEST(Values, ThatThrowLeaveTheTableAsItWas) {
     check_throwing<Living<true>>();
     check_throwing<Living<false>>();
     EXPECT_EQ(Living<true>::all.size() + Living<false>::all.size(), 0U);
-}
-
-TEST(Values, AreMovedWhenTheTableGrows) {
-    using T = Living<true>;
-    const T one(1);
-    xtcdictionary<T> ours;
-    T::copies = 0;
-    for (int i = 0; i < 1000; ++i)
-        ours.BaseSet(std::to_string(i).c_str(), &one, sizeof(xdictentry<T>), xdictentry<T>::offset);
-    EXPECT_EQ(T::copies, 1000);
-}
-
-// Values that hold objects refuse assignment; in a table they are replaced and given back all the same.
-TEST(Values, OfAnyTypeAreReplaced) {
-    internal_errors errors;
-    xauto<xobject> held;
-    xrcattach(&held);  // counted, so that every value that holds it shows
-    xtcdictionary<xany> ours;
-    for (int i = 0; i < 100; ++i)
-        ours.set(std::to_string(i).c_str(), &held);
-    EXPECT_EQ(xrcgetcount(&held), 101);
-    for (int i = 0; i < 100; i += 2) {
-        ours.set(std::to_string(i).c_str(), i);
-        EXPECT_TRUE(ours.remove(std::to_string(i + 1).c_str()));
-    }
-    EXPECT_EQ(xrcgetcount(&held), 1);
-    xany value;
-    EXPECT_TRUE(ours.find("42", value) && value == xany(42));
-    EXPECT_EQ(errors.take(), "");
 }
 
 struct Exhausted : xtsdictionary<int> {
@@ -376,15 +288,12 @@ TEST(Memory, ThatIsNotThereLeavesTheTableAsItWas) {
     ours.exhausted = true;
     EXPECT_THROW(ours.set("new", 1), std::bad_alloc);
     EXPECT_FALSE(ours.haskey("new"));
-    ours.set("7", 70);
     for (int i = 116; i > 10; --i)
         EXPECT_TRUE(ours.remove(std::to_string(i).c_str())) << "needs no memory";
     EXPECT_TRUE(ours.getcount() == 11 && ours.getsize() == 128);
     ours.exhausted = false;
     ours.set("new", 2);
     EXPECT_EQ(ours.getsize(), 64) << "shrinks with the next change";
-    int value = 0;
-    EXPECT_TRUE(ours.find("7", value) && value == 70 && ours.find("new", value) && value == 2);
 }
 
 }  // namespace

@@ -13,18 +13,14 @@ KEL_DEFINE_ENUM(Colour, "test::Colour", "red", "green", "blue")
 class Foreign : public xrtti {
 public:
     static inline int living = 0;
-    explicit Foreign(bool cloneable = true) : m_cloneable(cloneable) {
+    Foreign() {
         initialize("test::Foreign");
         ++living;
     }
     ~Foreign() override { --living; }
 
 private:
-    brtti *Clone() override {
-        if (!m_cloneable) kelXCannotCloneRTTI::Throw(getname());
-        return new Foreign;
-    }
-    bool m_cloneable;
+    brtti *Clone() override { return new Foreign; }
 };
 
 KEL_DECLARE_STRUCT(Counted)
