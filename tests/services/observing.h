@@ -11,28 +11,19 @@
 // Collects internal errors as "MESSAGE (SOURCE)" while it lives. One at a time.
 class internal_errors {
 public:
-    internal_errors() : m_before(btkSetAbortHandler(&report)) { list().clear(); }
+    internal_errors() : m_before(btkSetAbortHandler(&report)) { all.clear(); }
     ~internal_errors() { btkSetAbortHandler(m_before); }
     internal_errors(const internal_errors &) = delete;
     internal_errors &operator=(const internal_errors &) = delete;
 
     // Those since the last call, one behind the other.
-    std::string take() {
-        std::string all;
-        for (const std::string &one : list())
-            all += (all.empty() ? "" : "; ") + one;
-        list().clear();
-        return all;
-    }
+    std::string take() { return std::exchange(all, ""); }
 
 private:
-    static std::vector<std::string> &list() {
-        static std::vector<std::string> reports;
-        return reports;
-    }
+    static inline std::string all;
     static void report(const char *message, const char *source, int line) {
         EXPECT_GT(line, 0);
-        list().push_back(std::string(message ? message : "-") + " (" + source + ")");
+        all += (all.empty() ? "" : "; ") + std::string(message ? message : "-") + " (" + source + ")";
     }
 
     btkAbortHandler m_before;
@@ -55,12 +46,9 @@ template <class X, class Call>
 xrchandle<X> thrown_by(Call call) {
     auto held = xrchandle<xthrowable>::adopt(flight_of(call));
     if (!held) return {};
-    if (held->iskindof(X::getclassrtti())) {
-        EXPECT_EQ(xrcgetcount(held.get()), 1) << "references of the flight";
-        return xrchandle<X>::adopt(X::cast(held.detach()));
-    }
-    ADD_FAILURE() << "threw " << held->gettypename().Str();
-    return {};
+    EXPECT_EQ(xrcgetcount(held.get()), 1) << "references of the flight";
+    EXPECT_TRUE(held->iskindof(X::getclassrtti())) << "threw " << held->gettypename().Str();
+    return held->iskindof(X::getclassrtti()) ? xrchandle<X>::adopt(X::cast(held.detach())) : xrchandle<X>();
 }
 
 inline std::string text(const xstring &string) {
