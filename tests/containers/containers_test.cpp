@@ -45,51 +45,40 @@ void expect_moves(Container &ours) {
 // Arrays ---------------------------------------------------------------------------------------
 
 // Capacities follow the step: up as a rule, and down only where the control says exact.
-template <class T>
-void array_like_vector(dsXACtrl control, T (*make)(unsigned)) {
-    SCOPED_TRACE(testing::Message() << "step " << control.step << ", exact " << control.exact);
-    std::mt19937 random(2);
-    dsArray<T> array(&control);
-    std::vector<T> model;
-    const unsigned step = control.step ? control.step : 256;
-    unsigned capacity = 0;
-    for (int round = 0; round < 700; ++round) {
-        auto n = static_cast<unsigned>(random());
-        if (random() % 8 == 0) {
-            array.Resize(n % 500);
-            model.resize(n % 500);
-        } else if (!model.empty() && random() % 2) {
-            unsigned index = n % static_cast<unsigned>(model.size());
-            array[index] = model[index] = make(n);
-            if (n % 3 == 0) {
-                array.Append(array[index]);  // one of its own
-                model.push_back(T(model[index]));
-            }
-        } else {
-            array.Append(make(n));
-            model.push_back(make(n));
-        }
-        auto size = static_cast<unsigned>(model.size()), rounded = (size + step - 1) / step * step;
-        if (control.exact || rounded > capacity) capacity = rounded;
-        ASSERT_EQ(array.GetCapacity(), capacity) << "size " << size << " in round " << round;
-        ASSERT_TRUE(elements(array) == model) << "round " << round;
-        ASSERT_TRUE(array.Contains(size - 1) == (size > 0) && !array.Contains(size));
-    }
-    expect_moves(array);
-    array.FreeArray();
-    EXPECT_EQ(array.GetCapacity(), 0U);
-    EXPECT_EQ(array.GetDataPtr(), nullptr);
-    EXPECT_EQ(array.OptimizeSize(0), 0U);
-    EXPECT_GE(array.OptimizeSize(0xFFFFFFFF), 0xFFFFFFFF - 256);
-}
-
 TEST(Arrays, BehaveAsAVector) {
-    for (bool exact : {false, true})
-        for (unsigned step : {0U, 1U, 7U, 64U}) {
-            array_like_vector<int>({exact, step}, [](unsigned n) { return static_cast<int>(n); });
-            array_like_vector<tracked>({exact, step}, [](unsigned n) { return tracked(int(n % 99)); });
+    std::mt19937 random(2);
+    for (dsXACtrl control : {dsXACtrl{}, {false, 7}, {true, 0}, {true, 7}}) {
+        SCOPED_TRACE(testing::Message() << "step " << control.step << ", exact " << control.exact);
+        dsArray<tracked> array(&control);
+        std::vector<int> model;
+        const unsigned step = control.step ? control.step : 256;
+        unsigned capacity = 0;
+        for (int round = 0; round < 700; ++round) {
+            const auto n = static_cast<unsigned>(random());
+            const int value = static_cast<int>(n % 99);
+            if (random() % 8 == 0) {
+                array.Resize(n % 500);
+                model.resize(n % 500);
+            } else if (!model.empty() && random() % 2) {
+                const unsigned index = n % static_cast<unsigned>(model.size());
+                array[index] = model[index] = value;
+                array.Append(array[index]);  // one of its own
+                model.push_back(value);
+            } else {
+                array.Append(value);
+                model.push_back(value);
+            }
+            const auto size = static_cast<unsigned>(model.size()), rounded = (size + step - 1) / step * step;
+            if (control.exact || rounded > capacity) capacity = rounded;
+            ASSERT_EQ(array.GetCapacity(), capacity) << "size " << size << " in round " << round;
+            ASSERT_TRUE(
+                std::ranges::equal(elements(array), model, {}, [](const tracked &e) { return int{e}; }))
+                << "round " << round;
         }
-    EXPECT_EQ(tracked::all.size(), 0U);
+        expect_moves(array);
+        EXPECT_GE(array.OptimizeSize(0xFFFFFFFF), 0xFFFFFFFF - 256);
+    }
+    EXPECT_TRUE(tracked::all.empty());
 }
 
 TEST(Arrays, ReleaseWhatLeavesThem) {
@@ -99,19 +88,11 @@ TEST(Arrays, ReleaseWhatLeavesThem) {
         array.Append(held);
     array.Resize(4);
     EXPECT_EQ(held.use_count(), 5) << "the elements that left hold nothing";
-    struct scalar {
-        int value = 7;
-    };
-    dsStraightArray<scalar> scalars;
-    scalars.Resize(3);
-    scalars[2].value = 1;
-    scalars.Resize(1);
-    scalars.Resize(3);
-    EXPECT_EQ(scalars[2].value, 7) << "new elements have their default value, also where others were before";
-    dsArray<std::unique_ptr<int>> owners;
-    for (int i = 0; i < 300; ++i)
-        owners.Append(std::make_unique<int>(i));
-    EXPECT_EQ(*owners[299], 299);
+    dsStraightArray<int> numbers;
+    numbers.Append(1);
+    numbers.Resize(0);
+    numbers.Resize(1);
+    EXPECT_EQ(numbers[0], 0) << "the default value, also where another was before";
 }
 
 // What is wrongly asked of a container is reported, and answered with a default value.
@@ -119,21 +100,17 @@ TEST(Reports, SayWhatWasAsked) {
     internal_errors errors;
     dsArray<int> array;
     array.Append(1);
-    int value = 5;
-    EXPECT_FALSE(array.Add(0, 1) || array.Remove(0) || array.Find(0, value));
     array[1] = 77;
     EXPECT_EQ(array[1], 0) << "not what was written to it before";
     dsStringMap<int> map;
-    map["absent"] = 5;
     EXPECT_TRUE(std::as_const(map)["absent"] == 0 && !map.Contains("absent"));
     dsList2<int> list;
     EXPECT_EQ(list.Pop(), 0);
-    const std::string index = "dsArray::operator [] failed (containers/dsarray); ",
-                      key = "dsSortedMap::operator [] failed (containers/dssorted); ";
-    EXPECT_EQ(errors.take(),
-              "dsDataMap::Add () (containers/dsarray); dsDataMap::Remove () (containers/dsarray); "
-              "dsDataMap::Find () (containers/dsarray); " +
-                  index + index + key + key + "dsList2::Pop () (containers/dslist)");
+    const std::string index = "dsArray::operator [] failed (containers/dsarray); ";
+    EXPECT_EQ(
+        errors.take(),
+        index + index +
+            "dsSortedMap::operator [] failed (containers/dssorted); dsList2::Pop () (containers/dslist)");
     map.Add("a", 1);
     list.Push(1);
     dsScalarSet<int> set;
@@ -147,109 +124,47 @@ TEST(Reports, SayWhatWasAsked) {
         walk.SetAtFirst();
         EXPECT_EQ(walk.Current(), 1);
     }
-    EXPECT_TRUE(dsIter<int>().Current() == 0 && walks[0].Reproduce() == nullptr);
-    EXPECT_EQ(errors.take(), "dsIter::Current (containers/dsiter); dsIter::Reproduce (containers/dsiter)");
-    dsArrayIter<int> walked(array);
-    walked.MoveToNext();
-    EXPECT_EQ(std::unique_ptr<dsBaseIter<int>>(walked.Reproduce())->Current(), 1) << "from the first again";
 }
 
 // Sets -----------------------------------------------------------------------------------------
 
-// Keys in descending order; counts what passes through CopyKey and FreeKey.
-class descending_set : public dsSortedSet<tracked> {
-public:
-    using dsSortedSet<tracked>::dsSortedSet;
-    ~descending_set() override { Clear(); }
-    int Compare(tracked a, tracked b) const override { return (a < b) - (a > b); }
-    std::multiset<int> stored;
-    bool refuse = false;
-
-protected:
-    tracked CopyKey(tracked key) override {
-        if (refuse) throw std::runtime_error("no copy");
-        stored.insert(key);
-        return key;
-    }
-    void FreeKey(tracked key) override {
-        auto found = stored.find(key);
-        ASSERT_NE(found, stored.end());
-        stored.erase(found);
-    }
-};
-
-TEST(Sets, PassTheirKeysThroughCopyAndFree) {
-    std::mt19937 random(3);
-    for (bool exact : {false, true}) {
-        dsXACtrl control{exact, 3};
-        descending_set set(&control);
-        std::set<int, std::greater<>> model;
-        for (int round = 0; round < 1500; ++round) {
-            int key = static_cast<int>(random() % 300);
-            if (round % 500 == 499) {
-                set.Clear();
-                model.clear();
-            } else if (random() % 3) {
-                ASSERT_EQ(set += key, model.insert(key).second);
-            } else {
-                ASSERT_EQ(set -= key, model.erase(key) == 1);
-            }
-            ASSERT_EQ(set.Contains(key), model.count(key) == 1);
-            ASSERT_EQ(set.stored.size(), model.size());
-        }
-        set.refuse = true;
-        EXPECT_THROW(set.Add(1000), std::runtime_error);
-        EXPECT_EQ(elements(set), std::vector<tracked>(model.begin(), model.end()));
-    }
-    EXPECT_EQ(tracked::all.size(), 0U);
-}
-
-template <class T, class Next>
-void scalars_like_set(Next next, const std::vector<T> &order) {
-    dsScalarSet<T> set;
-    auto below = [](T a, T b) { return std::make_unsigned_t<T>(a) < std::make_unsigned_t<T>(b); };
-    std::set<T, decltype(below)> model;
-    for (T key : order)
+// Numbers in the order of the unsigned ones, of which some come in the given order.
+void scalars_like_set(unsigned range, const std::vector<int> &order) {
+    std::mt19937 random(4);
+    const auto next = [&] { return static_cast<int>(random() % range) - static_cast<int>(range / 2); };
+    dsScalarSet<int> set;
+    std::set<unsigned> model;
+    for (int key : order)
         ASSERT_EQ(set += key, model.insert(key).second);
     for (int round = 0; round < 8000; ++round) {
-        T key = next();
+        const int key = next();
         if (round % 2)
             ASSERT_EQ(set += key, model.insert(key).second);
         else
-            ASSERT_EQ(set.Remove(key), model.erase(key) == 1);
+            ASSERT_EQ(set -= key, model.erase(key) == 1);
     }
-    const std::vector<T> all(model.begin(), model.end());
-    ASSERT_EQ(elements(set), all);
+    ASSERT_EQ(elements(set), std::vector<int>(model.begin(), model.end()));
+    const std::vector<unsigned> all(model.begin(), model.end());
     for (int i = 0; i < 2000; ++i) {
-        const T key = next();
-        const auto place = std::ranges::lower_bound(all, key, below);
-        const bool there = place != all.end() && *place == key;
+        const int key = next();
+        const auto place = std::ranges::lower_bound(all, static_cast<unsigned>(key)) - all.begin();
         unsigned index = 0;
-        ASSERT_EQ(set.FindIndex(key, index), there);
-        ASSERT_EQ(set.Contains(key), there);
-        ASSERT_EQ(index, static_cast<unsigned>(place - all.begin()));
+        ASSERT_EQ(set.FindIndex(key, index), model.count(key) == 1);
+        ASSERT_EQ(index, static_cast<unsigned>(place));
     }
     expect_moves(set);
 }
 
 TEST(Sets, OfScalarsBehaveAsASetOfUnsignedNumbers) {
-    std::mt19937_64 random(4);
     for (unsigned range : {50U, 3000U, 100000U}) {
-        auto next = [&] { return static_cast<int>(random() % range) - static_cast<int>(range / 2); };
         std::vector<int> order(range / 2);
         std::iota(order.begin(), order.end(), 0);
-        scalars_like_set<int>(next, order);
+        scalars_like_set(range, order);
         std::reverse(order.begin(), order.end());
-        scalars_like_set<int>(next, order);
-        std::shuffle(order.begin(), order.end(), random);
-        scalars_like_set<int>(next, order);
+        scalars_like_set(range, order);
+        std::shuffle(order.begin(), order.end(), std::mt19937(4));
+        scalars_like_set(range, order);
     }
-    scalars_like_set<signed char>([&] { return static_cast<signed char>(random()); }, {});
-
-    int place[3];
-    dsScalarSet<int *> pointers;
-    EXPECT_TRUE((pointers += &place[2]) && (pointers += &place[0]) && !(pointers += &place[2]));
-    EXPECT_EQ(*pointers.begin(), &place[0]);
 }
 
 // Appending one by one, and adding and removing in random order, cost far less than moving all each time.
@@ -268,71 +183,71 @@ TEST(Containers, DoNotMoveAllElementsForEach) {
     for (unsigned key : keys)
         map.Add(key, static_cast<int>(key / 2));
     EXPECT_LT(tracked::copies, 10'000'000);
-    for (unsigned key : keys)
-        ASSERT_EQ(map[key], static_cast<int>(key / 2));
     tracked::copies = 0;
     for (unsigned left = map.GetSize(); left > 0; --left)
         ASSERT_TRUE(map.GetSize() == left && map.Remove(keys[left - 1]));
     EXPECT_LT(tracked::copies, 10'000'000);
-    EXPECT_TRUE(map.IsEmpty() && map.begin() == map.end());
 }
 
 TEST(Sets, MayChangeUnderAWalk) {
     std::mt19937 random(6);
     dsScalarSet<unsigned> set;
-    for (int round = 0; round < 20; ++round) {
-        for (int i = 0; i < 1500; ++i)
-            set += static_cast<unsigned>(random());
-        unsigned steps = 0;
-        for (dsIter<unsigned> iter = set.GetIter(); !iter.Finished(); iter.MoveToNext()) {
-            unsigned present = iter.Current();
-            EXPECT_TRUE(set.Contains(present));
-            if (random() % 4 == 0) set -= present;
-            if (random() % 8 == 0) set += static_cast<unsigned>(random());
-            ASSERT_LT(++steps, 100000U) << "the walk ends";
-        }
+    for (int i = 0; i < 5000; ++i)
+        set += static_cast<unsigned>(random());
+    unsigned steps = 0;
+    for (dsIter<unsigned> iter = set.GetIter(); !iter.Finished(); iter.MoveToNext()) {
+        const unsigned present = iter.Current();
+        EXPECT_TRUE(set.Contains(present));
+        if (random() % 4 == 0) set -= present;
+        if (random() % 8 == 0) set += static_cast<unsigned>(random());
+        ASSERT_LT(++steps, 100000U) << "the walk ends";
     }
 }
 
 // Maps -----------------------------------------------------------------------------------------
 
+// Also an exact one, which gives memory back at once.
 TEST(Maps, BehaveAsAMapOfTexts) {
     std::mt19937 random(8);
-    for (unsigned range : {40U, 5000U}) {
-        dsStringMap<xstring> map;
-        std::map<std::string, std::string> model;
+    for (auto [range, control] : {std::pair(40U, dsXACtrl{}), {5000U, {}}, {300U, {true, 3}}}) {
+        dsStringMap<tracked> map(&control), moved;
+        std::map<std::string, int> model;
         for (int round = 0; round < 12000; ++round) {
-            std::string key = "k" + std::to_string(random() % range), value = std::to_string(round);
-            xstring found("before");
+            const std::string key = "k" + std::to_string(random() % range);
             const auto action = random() % 4;
             const bool there = model.count(key) == 1;
+            tracked found(-5);
             if (action < 2) {
-                ASSERT_EQ(map.Add(key.c_str(), value.c_str()), model.emplace(key, value).second);
+                ASSERT_EQ(map.Add(key.c_str(), round), model.emplace(key, round).second);
             } else if (action == 2) {
                 ASSERT_EQ(map.Remove(key.c_str()), model.erase(key) == 1);
             } else {
                 ASSERT_EQ(map.Find(key.c_str(), found), there);
-                ASSERT_STREQ(found, there ? model[key].c_str() : "before");
-                if (there) map[key.c_str()] = (model[key] = value).c_str();
+                ASSERT_EQ(found, there ? model[key] : -5);
+                if (there) map[key.c_str()] = model[key] = round;
             }
-            ASSERT_EQ(map.Contains(key.c_str()), model.count(key) == 1);
         }
-        dsSortedMapIter<xstring, const char *> iter(map);
-        auto entry = map.begin();
+        dsSortedMapIter<tracked, const char *> iter(map);
         for (auto &[key, value] : model) {
-            ASSERT_STREQ(iter.CurrentKey(), key.c_str());
-            ASSERT_STREQ(iter.Current(), value.c_str());
-            ASSERT_STREQ(entry->value, value.c_str());
+            ASSERT_TRUE(key == iter.CurrentKey() && iter.Current() == value) << key;
             iter.MoveToNext();
-            ++entry;
         }
-        EXPECT_TRUE(iter.Finished() && entry == map.end());
-        dsStringMap<xstring> moved;
-        moved.Add("gone", xstring("gone"));
+        EXPECT_TRUE(iter.Finished());
+        moved.Add("gone", 0);
         moved = std::move(map);
-        EXPECT_EQ(moved.GetSize(), model.size());
-        EXPECT_FALSE(moved.Contains("gone"));
+        EXPECT_TRUE(moved.GetSize() == model.size() && !moved.Contains("gone"));
     }
+    EXPECT_TRUE(tracked::all.empty());
+}
+
+struct Refusing : dsStringMap<int> {
+    const char *CopyKey(const char *) override { throw std::runtime_error("no copy"); }
+};
+
+TEST(Maps, AreAsTheyWereWithoutACopyOfTheKey) {
+    Refusing map;
+    EXPECT_THROW(map.Add("a", 1), std::runtime_error);
+    EXPECT_TRUE(map.IsEmpty() && !map.Contains("a"));
 }
 
 TEST(Maps, OwnTheirKeysOrKeepTheCallers) {
@@ -343,40 +258,36 @@ TEST(Maps, OwnTheirKeysOrKeepTheCallers) {
         EXPECT_TRUE(owner.Add(text, 1) && keeper.Add(text, 1));
     EXPECT_FALSE(owner.Add(nullptr, 9) || owner.Add("", 9));
     key[0] = 'c';
-    std::string owners, keepers;
-    for (auto &entry : owner)
-        owners += entry.key ? entry.key : "null";
-    for (auto &entry : keeper)
-        keepers += entry.key ? entry.key : "null";
-    EXPECT_EQ(owners + keepers, "nullab\xFFnullac\xFF");
+    const auto keys = [](auto &map) {
+        std::string all;
+        for (auto &entry : map)
+            all += entry.key ? entry.key : "null";
+        return all;
+    };
+    EXPECT_EQ(keys(owner) + keys(keeper), "nullab\xFFnullac\xFF");
 }
 
 // Lists ----------------------------------------------------------------------------------------
 
 TEST(Lists, BehaveAsADeque) {
     std::mt19937 random(9);
-    dsList2<tracked> list(dsList2<tracked>::LastInFirstOut);
+    dsList2<tracked> list;
     std::deque<int> model;
     for (int round = 0; round < 20000; ++round) {
-        const auto action = random() % 6;
-        const bool first = list.GetTakeOrder() == 0;
+        const auto action = random() % 5;
+        const bool first = round % 3000 < 1500;
         if (action == 0) {
             list.PushHead(round);
             model.push_front(round);
         } else if (action < 3) {
             list.Push(round);
             model.push_back(round);
-        } else if (action == 3) {
-            if (random() % 9 == 0) list.SetTakeOrder(static_cast<int>(random() % 3));
         } else if (!model.empty()) {
+            list.SetTakeOrder(first ? 0 : 2);
             ASSERT_EQ(list.Pop(), first ? model.front() : model.back());
             first ? model.pop_front() : model.pop_back();
         }
         ASSERT_EQ(list.GetSize(), model.size());
-    }
-    for (int i = 0; i < 50; ++i) {
-        list.Push(i);
-        model.push_back(i);
     }
     EXPECT_EQ(elements(list), std::vector<tracked>(model.begin(), model.end()));
     dsList2Iter<tracked> back(list);
@@ -384,16 +295,8 @@ TEST(Lists, BehaveAsADeque) {
     for (auto at = model.rbegin(); at != model.rend(); ++at, back.MoveToPrevious())
         ASSERT_EQ(back.Current(), *at);
     EXPECT_TRUE(back.Finished());
-    list.Unlink(list.GetHead());
-    list.Unlink(list.GetHead()->next);
-    EXPECT_TRUE(!list.GetHead()->previous && list.GetHead()->next->value == model[3]);
     expect_moves(list);
-    list.Push(1);
-    list.Clear();
     EXPECT_EQ(tracked::all.size(), 0U);
-    dsList2<std::unique_ptr<int>> huge;  // of what can only be moved; deleted without recursion
-    for (int i = 0; i < 300000; ++i)
-        huge.Push(nullptr);
 }
 
 }  // namespace
