@@ -6,9 +6,6 @@
 #include <iostream>
 
 struct Stranger {};
-enum Undeclared { one, two };
-enum Declared { three, four };
-KEL_DECLARE_ENUM(Declared)
 
 KEL_DECLARE_STRUCT(Person)
 class Person : public xobject {
@@ -33,19 +30,7 @@ public:
     int Owner = 0;
 #endif
 };
-KEL_DECLARE_ARRAY(Matrix)
-class Matrix : public xobject {
-    KEL_CLASS(Matrix, xobject)
-public:
-    int At(int row, int column) const { return row + column; }
-};
 
-#ifdef element_without_descriptor  // expect: this type has no descriptor; a field or element is
-KEL_SEQUENCE(Values, Undeclared)
-#else
-KEL_SEQUENCE(Values, Declared)
-#endif
-KEL_DEFINE_SEQUENCE(Values, "demo::Values", kel::counted)
 #ifdef two_fields_of_one_name  // expect: two fields of Person have one name
 KEL_DEFINE_STRUCT(Person, "demo::Person", kel::counted, kel::field<&Person::Uid>("Uid"),
                   kel::field<&Person::Gid>("Uid"))
@@ -54,11 +39,6 @@ KEL_DEFINE_STRUCT(Person, "demo::Person", kel::counted, kel::field<&Person::Uid>
                   kel::field<&Person::Gid>("Gid"))
 #endif
 KEL_DEFINE_STRUCT(Machine, "demo::Machine", kel::counted, kel::field<&Machine::Owner>("Owner"))
-#ifdef array_dimensions  // expect: element getter takes one int for each dimension
-KEL_DEFINE_ARRAY(Matrix, "demo::Matrix", kel::counted, kel::elements<&Matrix::At, 2>())
-#else
-KEL_DEFINE_ARRAY(Matrix, "demo::Matrix", kel::counted, kel::elements<&Matrix::At, 2, 3>())
-#endif
 
 int main() {
 #ifdef printed_type  // expect: kelstdmt: this type cannot be printed; see kel::printed
