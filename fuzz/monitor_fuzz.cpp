@@ -25,8 +25,8 @@ std::string tell(monFile &file) {
         monParam *parameter = file.Parameters()[i];
         require(values[i] == parameter->lookupfield("Value") || values[i].getkind() == xany::Real,
                 "another value of", parameter->getName().Str());
-        all += std::string(parameter->gettypename()) + ' ' + parameter->getName().Str() + ' ' +
-               std::to_string(values[i].hash()) + '\n';
+        all += parameter->getName().Str();
+        all += ' ' + std::to_string(values[i].hash()) + '\n';
     }
     return all;
 }
@@ -46,12 +46,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     require(whole->Refresh() == undamaged && reports == !undamaged, "damage is reported once");
     const std::string told = tell(*whole);
 
-    for (std::size_t step : {1U, 13U}) {
-        std::size_t known = size / 2;
-        put(path, bytes.substr(0, known));
-        const Holder growing(monFile::OpenReadOnly(path.c_str()));
-        if (!growing) break;
-        for (; known < size; known += step, step *= 2) {
+    std::size_t known = size / 2;
+    put(path, bytes.substr(0, known));
+    if (const Holder growing(monFile::OpenReadOnly(path.c_str())); growing) {
+        for (std::size_t step = 1; known < size; known += step, step *= 2) {
             growing->Refresh();
             put(path, bytes.substr(known, step), std::ios::app);
         }
@@ -59,23 +57,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     }
     put(path, bytes);
 
-    monIntParam *added = whole->Int("added to it");
-    if (added) added->setValue(77);
-    Holder again(monFile::OpenReadOnly(path.c_str()));
-    require(again != nullptr, "not opened again");
-    again->Refresh();
-    monIntParam *found = again->Int("added to it");
-    require(!undamaged || ((added != nullptr) == (found != nullptr) && (!found || found->getValue() == 77)),
-            "what was added is not there");
-
+    if (monRealParam *added = whole->Real("added to it"); added && undamaged) {
+        added->setValue(1.5);
+        const Holder again(monFile::OpenReadOnly(path.c_str()));
+        require(again->Refresh() && again->Real("added to it")->getValue() == 1.5,
+                "what was added is not there");
+    }
     std::filesystem::resize_file(path, size / 2);
     whole->Refresh();
     tell(*whole);
-    const Holder overwritten(monFile::Create(path.c_str(), "t"));
-    if (monRealParam *made = overwritten->Real("made")) {
-        made->setValue(1.5);
-        again.reset(monFile::OpenReadOnly(path.c_str()));
-        require(again->Refresh() && again->Real("made")->getValue() == 1.5, "nothing over a broken file");
-    }
+    const Holder over(monFile::Create(path.c_str(), "t"));
+    require(over && over->Refresh(), "nothing over a broken file");
     return 0;
 }
