@@ -1,17 +1,12 @@
 // Files as a whole: fsiFile beside a text in memory, sizes beside the disk, checksums beside a plain loop.
 #include <fcntl.h>
-#include <linux/loop.h>
-#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cmath>
 #include <cstdint>
-#include <limits>
 #include <random>
-#include <stdexcept>
-#include <thread>
 
 #include <kelstdmt/filelib.h>
 
@@ -64,25 +59,17 @@ TEST_F(Content, IsReadAndWrittenWhereOneStands) {
     EXPECT_EQ(file.Read(read.data(), static_cast<unsigned>(read.size()), &got), fsIODone);
     EXPECT_TRUE(read.substr(0, got) == model);
     EXPECT_EQ(file.Read(read.data(), 1, &got), fsIOEnd);
-    for (unsigned count : {0U, 1U})
-        EXPECT_TRUE(file.Write("x", count, &got) == fsIOFailed && Error_GetLast() == 5);
-    EXPECT_TRUE(!file.Truncate(0) && Error_GetLast() == 5);
-    EXPECT_FALSE(file.Seek(fsFromStart, -1));
-    EXPECT_FALSE(file.Seek(fsFromStart, std::nan("")) || file.Seek(fsFromStart, 1e126));
-    // Beyond 4 GiB.
-    ASSERT_TRUE(file.Open(at("f").c_str(), fsForWriting));
-    ASSERT_TRUE(file.Seek(fsFromStart, 5e9) && file.Write("end", 3) == fsIODone && file.Close());
-    ASSERT_TRUE(file.Open(at("f").c_str(), fsForReading) && file.Seek(fsFromEnd, -3));
-    EXPECT_EQ(file.Read(read.data(), 9, &got), fsIODone);
-    EXPECT_EQ(read.substr(0, got), "end");
+    EXPECT_TRUE(file.Write("x", 0, &got) == fsIOFailed && Error_GetLast() == 5 && !file.Truncate(0));
+    EXPECT_FALSE(file.Seek(fsFromStart, -1) || file.Seek(fsFromStart, std::nan("")) ||
+                 file.Seek(fsFromStart, 1e126));
+    ASSERT_TRUE(file.Open(at("f").c_str(), fsForWriting));  // beyond 4 GiB
+    ASSERT_TRUE(file.Seek(fsFromStart, 5e9) && file.Write("end", 3) == fsIODone && file.Seek(fsFromEnd, -3));
     EXPECT_EQ(fshGetSize(at("f").c_str()), 5'000'000'003.0);
 }
 
 TEST_F(Content, IsSharedByReadersOnly) {
     const std::string path = put("f", "x");
     fsiFile first, second;
-    unsigned got = 0;
-    char byte;
     for (int modes = 0; modes < 4; ++modes) {
         ASSERT_TRUE(first.Open(path.c_str(), static_cast<fsFileMode>(modes / 2)));
         EXPECT_EQ(second.Open(path.c_str(), static_cast<fsFileMode>(modes % 2)), modes == 0) << modes;
@@ -90,38 +77,10 @@ TEST_F(Content, IsSharedByReadersOnly) {
         EXPECT_TRUE(first.Close());
         second.Close();
     }
-    EXPECT_EQ(first.Read(&byte, 1, &got), fsIOFailed);
-    EXPECT_EQ(Error_GetLast(), 6);
     EXPECT_FALSE(first.Close() || first.Truncate(0) || first.Seek(fsFromStart, 0));
-    const std::pair<std::string, int> refused[] = {{at("none"), 2}, {at("none/f"), 3}, {folder, 5}, {"", 2}};
-    for (const auto &[name, error] : refused) {
-        EXPECT_FALSE(first.Open(name.c_str(), fsForReading));
-        EXPECT_EQ(Error_GetLast(), error) << name;
-    }
-    {
-        fsiFile forgotten;
-        ASSERT_TRUE(forgotten.Open(path.c_str(), fsForWriting));
-        Error_SetLast(77);
-    }
-    EXPECT_EQ(Error_GetLast(), 77);
-    ASSERT_TRUE(first.Open("/dev/full", fsForWriting));
-    EXPECT_EQ(first.Write("lost", 4, &got), fsIOFailed);
-    EXPECT_TRUE(got == 0 && Error_GetLast() == 112);
-    // A FIFO is read as it comes, and its lost reader is an error and no signal.
-    ASSERT_EQ(::mkfifo(at("fifo").c_str(), 0600), 0);
-    std::thread writer([&] {
-        fsiFile out;
-        EXPECT_TRUE(out.Open(at("fifo").c_str(), fsForWriting));
-        while (out.Write("abc", 3) == fsIODone) {
-        }
-        EXPECT_EQ(Error_GetLast(), 109);
-    });
-    ASSERT_TRUE(second.Open(at("fifo").c_str(), fsForReading));
-    char text[10];
-    EXPECT_EQ(second.Read(text, 3, &got), fsIODone);
-    EXPECT_EQ(std::string(text, got), "abc");
-    EXPECT_TRUE(second.Close());
-    writer.join();
+    EXPECT_EQ(Error_GetLast(), 6);
+    for (const auto &[name, error] : {std::pair(at("none"), 2), {at("none/f"), 3}, {folder, 5}})
+        EXPECT_TRUE(!first.Open(name.c_str(), fsForReading) && Error_GetLast() == error) << name;
 }
 
 TEST_F(Content, GetsItsSize) {
@@ -137,59 +96,24 @@ TEST_F(Content, GetsItsSize) {
         EXPECT_TRUE(get("f") == expected) << size;
         struct stat told {};
         EXPECT_EQ(::stat(at("f").c_str(), &told), 0);
-        EXPECT_GE(static_cast<double>(told.st_blocks) * 512, size == 1e6 ? size : 0)
-            << "zeros that are nowhere";
+        EXPECT_TRUE(size < 1e6 || told.st_blocks * 512 >= 1'000'000) << "zeros that are nowhere";
     }
     EXPECT_EQ(set("new", 700), "");
-    EXPECT_TRUE(get("new") == std::string(700, '\0'));
-    EXPECT_EQ(::truncate(at("new").c_str(), 6'000'000'000), 0);
-    EXPECT_EQ(set("new", 5e9), "") << "down, far above 32 bits";
-    EXPECT_EQ(fshGetSize(at("new").c_str()), 5e9);
+    EXPECT_EQ(get("new"), std::string(700, '\0'));
     ::mkfifo(at("fifo").c_str(), 0600);
-    for (double wrong : {-1.0, std::nan(""), 1e126, std::numeric_limits<double>::infinity()})
+    for (double wrong : {-1.0, std::nan(""), 1e126})
         EXPECT_EQ(set("none", wrong), "XOther fsSetFileSize none");
     EXPECT_FALSE(fshExists(at("none").c_str()));
-    EXPECT_EQ(set("", fshGetSize(folder.c_str())), "XNoPermission fsSetFileSize ");
     EXPECT_EQ(set("fifo", 5), "XOther fsSetFileSize fifo");
-    EXPECT_EQ(set("none/f", 5), R"(XDoesNotExist fsSetFileSize none\f)");
     // More than the process may write: no signal, and the file is as before.
-    struct rlimit before {
-    }, low{};
-    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
-    low = {10000, before.rlim_max};
-    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &low), 0);
     put("f", ten);
-    const std::string failed = set("f", 20000);
-    ::setrlimit(RLIMIT_FSIZE, &before);
-    EXPECT_EQ(failed, "XOther fsSetFileSize f");
+    EXPECT_EQ(in_child([&] {
+                  const rlimit low{10000, 10000};
+                  ::setrlimit(RLIMIT_FSIZE, &low);
+                  EXPECT_EQ(set("f", 20000), "XOther fsSetFileSize f");
+              }),
+              0);
     EXPECT_EQ(get("f"), ten);
-}
-
-// A disk whose content is the file, or "" where this user cannot have one. It goes with the last descriptor.
-std::string disk_of(int file, int &held) {
-    const int control = ::open("/dev/loop-control", O_RDWR | O_CLOEXEC);
-    const std::string path = "/dev/loop" + std::to_string(::ioctl(control, LOOP_CTL_GET_FREE));
-    ::close(control);
-    held = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
-    loop_config config{};
-    config.fd = static_cast<unsigned>(file);
-    config.info.lo_flags = LO_FLAGS_AUTOCLEAR;
-    return ::ioctl(held, LOOP_CONFIGURE, &config) == 0 ? path : "";
-}
-
-TEST_F(Content, OfADiskIsNotWrittenOver) {
-    const std::string bytes(66048, 'd');
-    const int file = ::open(put("image", bytes).c_str(), O_RDWR | O_CLOEXEC);
-    int held = -1;
-    const std::string disk = disk_of(file, held);
-    if (!disk.empty()) {
-        EXPECT_EQ(failure([&] { fsSetFileSize(disk.c_str(), 8192); }).find("XOther"), 0U);
-        EXPECT_EQ(Error_GetLast(), 50);
-        EXPECT_EQ(fsCalculateCheckSum(disk.c_str()), 0x2000000);
-    }
-    ::close(held);
-    ::close(file);
-    EXPECT_TRUE(get("image") == bytes);
 }
 
 // As it is told, byte by byte.
@@ -223,35 +147,18 @@ TEST_F(Content, HasAChecksum) {
     }
     ASSERT_EQ(::ftruncate(file, end), 0);
     ::close(file);
-    EXPECT_EQ(fsCalculateCheckSum(at("large").c_str()), plain_sum(all, end - all.size()));
+    kel::file_progress last{};
+    auto keep = [&](const kel::file_progress &now) { last = now; };
+    EXPECT_EQ(kel::calculate_check_sum(at("large").c_str(), keep), plain_sum(all, end - all.size()));
+    EXPECT_TRUE(last.bytes == 4'800'000'001.0 && last.files == 1);
     ::mkfifo(at("fifo").c_str(), 0600);
-    const std::string fifo = at("fifo"), itself = at("");
-    const std::pair<const char *, const char *> refused[] = {
-        {fifo.c_str(), "XOther fsCalculateCheckSum fifo"},
+    const std::pair<std::string, const char *> refused[] = {
+        {at("fifo"), "XOther fsCalculateCheckSum fifo"},
         {"/dev/zero", "XOther fsCalculateCheckSum \\dev\\zero"},
-        {itself.c_str(), "XNoPermission fsCalculateCheckSum "},
-        {"C:\\none", "XDoesNotExist fsCalculateCheckSum C:\\none"},
-        {nullptr, "XInvalidPath fsCalculateCheckSum (null)"}};
+        {at(""), "XNoPermission fsCalculateCheckSum "},
+        {"C:\\none", "XDoesNotExist fsCalculateCheckSum C:\\none"}};
     for (const auto &[path, told] : refused)
-        EXPECT_EQ(failure([&, at = path] { fsCalculateCheckSum(at); }, folder), told);
-}
-
-TEST_F(Content, TellsHowFarTheChecksumIs) {
-    const std::string bytes(3'000'000, 'x'), path = put("f", bytes);
-    std::vector<kel::file_progress> told;
-    const auto before = open_descriptors();
-    auto slowly = [&](const kel::file_progress &progress) {
-        EXPECT_EQ(std::string(progress.path).substr(0, 5), "\\tmp\\");
-        told.push_back(progress);
-    };
-    EXPECT_EQ(kel::calculate_check_sum(path.c_str(), slowly), plain_sum(bytes));
-    ASSERT_FALSE(told.empty());
-    EXPECT_TRUE(told.back().bytes == 3e6 && told.back().files == 1);
-    EXPECT_LE(told.size(), 20U);
-    EXPECT_EQ(kel::calculate_check_sum(path.c_str(), nullptr), plain_sum(bytes));
-    EXPECT_THROW(kel::calculate_check_sum(path.c_str(), [](auto &) { throw std::runtime_error("stop"); }),
-                 std::runtime_error);
-    EXPECT_EQ(open_descriptors(), before);
+        EXPECT_EQ(failure([&, at = path] { fsCalculateCheckSum(at.c_str()); }, folder), told);
 }
 
 }  // namespace

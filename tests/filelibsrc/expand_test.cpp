@@ -18,7 +18,8 @@ using texts = std::vector<std::string>;
 
 struct Expand : WorkFolder {
     Expand() : caller(btkCallerPath(folder.c_str())) {
-        for (const char *path : {"a/a", "a/ab/c", "a/b.c", "b/ab", "b/.h/c", ".h/a", "abc/x y/z"})
+        for (const char *path :
+             {"a/a", "a/ab/c", "a/b.c", "b/ab", "b/.h/c", ".h/a", "abc/x y/z", "aAb\xE4/B"})
             fs::create_directories(path);
         for (const char *path : {"a/a/ab", "a/ab/c/c", "b/ab/abc", "abc/c", "abc/x y/z/[c]", "c", "a c"})
             std::ofstream(path) << path;
@@ -47,16 +48,14 @@ TEST_F(Expand, AgreesWithFnmatchOverTheTree) {
     texts all;
     for (auto &entry : fs::recursive_directory_iterator(".", fs::directory_options::follow_directory_symlink))
         all.push_back(entry.path().lexically_relative(".").string());
-    ASSERT_GT(all.size(), 25u);
-    const char *const pieces[] = {"*",  "?",   "a",  "b", "ab", "*b*",  "a*",
-                                  "?*", "*.?", ".h", "c", "*c", "none", "* *"};
+    const char *const pieces[] = {"*", "?",  "a",  "b",    "ab",  "*b*", "a*",   "?*",    "*.?",     ".h",
+                                  "c", "*c", "**", "none", "* *", "*A*", "a?b*", "*\xE4", "*b*b?*c", "??"};
     // How a pattern may begin, and how its results do then.
     std::string host = folder.substr(1);
     std::replace(host.begin(), host.end(), '/', '\\');
     const std::string roots[][2] = {
         {"", ""}, {"C:", "C:"}, {caller + "\\", caller + "\\"}, {folder + "/", "\\" + host + "\\"}};
     std::mt19937 random(14);
-    std::size_t found = 0;
     for (int round = 0; round < 600; ++round) {
         std::string pattern = pieces[random() % std::size(pieces)];
         for (unsigned more = random() % 4; more > 0; --more)
@@ -65,8 +64,7 @@ TEST_F(Expand, AgreesWithFnmatchOverTheTree) {
         const auto &[root, shown] = roots[random() % std::size(roots)];
         texts expected;
         for (const std::string &path : all) {
-            if (!matches(path, pattern)) continue;
-            if (folders && !fs::is_directory(path)) continue;
+            if (!matches(path, pattern) || (folders && !fs::is_directory(path))) continue;
             std::string result = shown + path;
             std::replace(result.begin(), result.end(), '/', '\\');
             expected.push_back(result);
@@ -80,42 +78,26 @@ TEST_F(Expand, AgreesWithFnmatchOverTheTree) {
             ASSERT_EQ(seen, expected) << pattern;
         else
             ASSERT_TRUE(expected.empty()) << pattern;
-        found += seen.size();
     }
-    EXPECT_GT(found, 300u);
-    EXPECT_EQ(expanded("C:\\"), texts{"C:\\"});
-    EXPECT_EQ(expanded("/"), texts{"\\"});
     EXPECT_EQ(expanded("a\\\\ab//c"), texts{"a\\\\ab\\\\c"}) << "as it is written";
     EXPECT_EQ(expanded("abc\\x y\\z\\[*]"), texts{"abc\\x y\\z\\[c]"}) << "brackets are ordinary";
+    std::ofstream(std::string(250, 'a')) << "x";
+    std::string slow;
+    for (int i = 0; i < 120; ++i)
+        slow += "*a";
+    EXPECT_TRUE(expanded(slow).size() == 1 && expanded(slow + "b").empty());
 }
 
 TEST_F(Expand, TellsWhatItCannotGoOnWith) {
     for (const char *path : {"", "C:", "h::*"})
         EXPECT_EQ(failure([&] { expanded(path); }), std::string("XInvalidPath fsExpandPattern ") + path);
     EXPECT_EQ(failure([] { expanded("c\\*"); }), "XDoesNotExist fsExpandPattern c");
-    EXPECT_EQ(expanded("none\\*"), texts()) << "what does not exist has no matches";
-    fs::create_symlink("circle", "circle");
-    EXPECT_EQ(expanded("c*\\*"), texts());
     // A name that cannot be told matters only when it matches.
     fs::create_directory("abc/back\\slash");
     EXPECT_EQ(expanded("abc\\c*"), texts{"abc\\c"});
     EXPECT_EQ(failure([] { expanded("abc\\b*"); }), "XInvalidName fsExpandPattern abc\\back\\slash");
-    EXPECT_EQ(failure([] { expanded("*\\*\\c"); }), "XInvalidName fsExpandPattern abc\\back\\slash");
-    for (const char *name : {"c:c", "C:"})  // neither the file c nor the current folder
-        std::ofstream(name) << "";
-    EXPECT_EQ(expanded("?:*"), (texts{".\\C:", ".\\c:c"}));
-    // Matches too deep to be told, while the pattern is short.
-    const std::string name(120, 'n');
-    fs::create_directories(name + "/" + name + "/" + name);
-    EXPECT_EQ(expanded("n*\\n*"), texts{name + '\\' + name});
-    for (const std::string &last : {std::string("n*"), name})
-        EXPECT_EQ(failure([&] { expanded("n*\\n*\\" + last); }),
-                  "XInvalidPath fsExpandPattern " + name + '\\' + name + '\\' + name);
-    EXPECT_EQ(expanded("n*\\n*\\none\\" + name), texts()) << "does not exist before it is too long";
-    if (::geteuid() == 0) return;
-    fs::permissions("abc/x y", fs::perms::none);
-    EXPECT_EQ(failure([] { expanded("abc\\x*\\*"); }), "XNoPermission fsExpandPattern abc\\x y");
-    fs::permissions("abc/x y", fs::perms::all);
+    std::ofstream("c:c") << "";  // not the file c
+    EXPECT_EQ(expanded("?:*"), texts{".\\c:c"});
 }
 
 }  // namespace
