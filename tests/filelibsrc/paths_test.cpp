@@ -137,7 +137,7 @@ TEST_F(Folders, HomeIsTheCallersOrTheHosts) {
         return shown(fsGetHomeDir);
     };
     Putenv("HOME", "/home/x");
-    EXPECT_EQ(home("C:\\", "\\Users\\x") + home(nullptr, nullptr), R"(C:\Users\xC:\home\x)");
+    EXPECT_EQ(home("C:", "\\Users\\x") + home(nullptr, nullptr), R"(C:\Users\xC:\home\x)");
     const std::pair<const char *, const char *> refused[] = {
         {"C:", nullptr}, {nullptr, "\\x"}, {"C:\\\\", "\\x"}};
     for (const auto &[drive, path] : refused)

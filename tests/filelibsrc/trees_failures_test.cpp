@@ -1,7 +1,6 @@
 // Trees under attack and on bad days: folders that are swapped for links in the middle, killed copies, full
 // disks, other file systems, and hosts that lack the newer calls.
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sys/mount.h>

@@ -1,5 +1,6 @@
 // Making, removing, moving and copying: tables of all kinds of sources and targets, and what becomes of
 // names, permissions, times and holes.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include "filelibsrc/scene.h"

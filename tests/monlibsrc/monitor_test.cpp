@@ -82,6 +82,7 @@ TEST_F(Monitor, ReportsDamageOnceAndKeepsWhatIsWhole) {
     EXPECT_FALSE(file->Refresh());  // a writer without manners ran over the next record
     monStringParam *text = file->String("s", 4);
     EXPECT_TRUE(text->getValue() == xstrNullStr && file->Values()[0].isnil());
+    EXPECT_TRUE(text->setValue("text") == "text" && text->getValue() == "text");
     EXPECT_EQ(::truncate(path.c_str(), 30), 0);
     EXPECT_FALSE(file->Refresh() || file->Refresh());
     EXPECT_TRUE(kel::is_nil(text->getValue().Str()) && file->Values()[0].isnil());
