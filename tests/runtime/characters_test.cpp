@@ -56,7 +56,6 @@ TEST(Characters, BeginWhereTheLibrarySays) {
         borders.emplace_back(1, byte);
     for (const char *name : {"C", "C.UTF-8"}) {
         const text_model::locale_scope locale(name);
-        ASSERT_TRUE(locale);
         expect_same({"plain", "\xC3\xA9", "\xE2\x82\xAC", "\xED\x9F\xBF", "\xEE\x80\x80", "\xE0\xA0\x80",
                      "\xF0\x90\x80\x80", "\xF0\x9F\x98\x80"});
         expect_same(borders);
