@@ -198,8 +198,10 @@ TEST(PrinterForm, OfEveryKind) {
     EXPECT_EQ(printed(all.get(), skipping.get()), "test::All{ ... skipped ... }");
     EXPECT_EQ(printed(all->points.get(), skipping.get()), "test::Points[ ... skipped ... ]");
     EXPECT_EQ(printed(pixel.get(), own.get()), "test::Pixel { color: green; }");
-    int outside = 0;
-    EXPECT_EQ(on_one_line({&outside, new Foreign}), "foreign::Struct { inner: <no run-time info>; }");
+    const xrchandle<Point> outside(kel::construct<Point>());
+    EXPECT_EQ(printed({static_cast<void *>(outside.get()), new Foreign}, own.get()),
+              "foreign::Struct { inner: <no run-time info>; }");
+    EXPECT_EQ(xrcgetcount(outside), 1) << "what is remembered of it is not held";
 }
 
 // A type that is its own parent ends in words.
