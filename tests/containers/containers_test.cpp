@@ -133,7 +133,8 @@ void scalars_like_set(unsigned range, const std::vector<int> &order) {
     std::mt19937 random(4);
     const auto next = [&] { return static_cast<int>(random() % range) - static_cast<int>(range / 2); };
     dsScalarSet<int> set;
-    std::set<unsigned> model;
+    const auto below = [](int a, int b) { return static_cast<unsigned>(a) < static_cast<unsigned>(b); };
+    std::set<int, decltype(below)> model;
     for (int key : order)
         ASSERT_EQ(set += key, model.insert(key).second);
     for (int round = 0; round < 8000; ++round) {
@@ -143,11 +144,11 @@ void scalars_like_set(unsigned range, const std::vector<int> &order) {
         else
             ASSERT_EQ(set -= key, model.erase(key) == 1);
     }
-    ASSERT_EQ(elements(set), std::vector<int>(model.begin(), model.end()));
-    const std::vector<unsigned> all(model.begin(), model.end());
+    const std::vector<int> all(model.begin(), model.end());
+    ASSERT_EQ(elements(set), all);
     for (int i = 0; i < 2000; ++i) {
         const int key = next();
-        const auto place = std::ranges::lower_bound(all, static_cast<unsigned>(key)) - all.begin();
+        const auto place = std::ranges::lower_bound(all, key, below) - all.begin();
         unsigned index = 0;
         ASSERT_EQ(set.FindIndex(key, index), model.count(key) == 1);
         ASSERT_EQ(index, static_cast<unsigned>(place));

@@ -239,16 +239,16 @@ TEST(Queries, AreCheckedByKindAndValue) {
         {xrtti_get_p_demoTexts(), "Dictionary", [](T *t, const xany &v) { t->getndictelems(v); }},
         {xrtti_get_p_demoShape(), "Union", [](T *t, const xany &v) { t->getcurcasevalue(v); }},
     };
-    for (auto &[own, refusal, query] : queries) {
-        SCOPED_TRACE(testing::Message() << "query " << &own - &queries[0].own);
+    for (const auto &row : queries) {
+        SCOPED_TRACE(testing::Message() << "query " << &row - queries);
         for (const auto &other : queries)
-            if (other.own != own) {
-                auto refused = xrchandle<xthrowable>::adopt(flight_of([&] { query(other.own, none); }));
-                EXPECT_EQ(text(refused->gettypename()), "kellib::XNot" + refusal + "Type");
+            if (other.own != row.own) {
+                auto refused = xrchandle<xthrowable>::adopt(flight_of([&] { row.query(other.own, none); }));
+                EXPECT_EQ(text(refused->gettypename()), "kellib::XNot" + row.refusal + "Type");
             }
-        EXPECT_TRUE(thrown_by<kelXUnknownType>([&] { query(own, none); })->getObject() == none);
-        auto mismatch = thrown_by<kelXTypeMismatch>([&] { query(own, &wrong); });
-        EXPECT_EQ(text(mismatch->getTypeName()), text(own->getname()));
+        EXPECT_TRUE(thrown_by<kelXUnknownType>([&] { row.query(row.own, none); })->getObject() == none);
+        auto mismatch = thrown_by<kelXTypeMismatch>([&] { row.query(row.own, &wrong); });
+        EXPECT_EQ(text(mismatch->getTypeName()), text(row.own->getname()));
     }
     xrtti *shell = xrtti_get_p_demoShell();
     thrown_by<kelXNotEnumType>([&] { get_xrttiint()->getnenumvalues(); });

@@ -63,7 +63,8 @@ TYPED_TEST(Contents, AreThoseOfAVector) {
                       number = below(100);
             const bool own = below(2) && size > 9;
             const std::vector<int> &from = own ? model : numbers;
-            const int start = below(from.size()), count = std::min(below(from.size() - start + 1), 9);
+            const int start = below(from.size()),
+                      count = std::min(below(from.size() + 1 - static_cast<std::size_t>(start)), 9);
             const std::vector<int> piece(from.begin() + start, from.begin() + start + count);
             const std::vector<int> whole = model;
             const T *source = (own ? ours.begin() : other) + start;
