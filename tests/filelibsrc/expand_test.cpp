@@ -48,8 +48,8 @@ TEST_F(Expand, AgreesWithFnmatchOverTheTree) {
     texts all;
     for (auto &entry : fs::recursive_directory_iterator(".", fs::directory_options::follow_directory_symlink))
         all.push_back(entry.path().lexically_relative(".").string());
-    const char *const pieces[] = {"*", "?",  "a",  "b",    "ab",  "*b*", "a*",   "?*",    "*.?",     ".h",
-                                  "c", "*c", "**", "none", "* *", "*A*", "a?b*", "*\xE4", "*b*b?*c", "??"};
+    const char *const pieces[] = {"*", "?",  "a",  "b",    "ab",  "*b*", "a*",   "?*",    "*.?",    ".h",
+                                  "c", "*c", "**", "none", "* *", "*A*", "a?b*", "*\xE4", "*ab*b*", "??"};
     // How a pattern may begin, and how its results do then.
     std::string host = folder.substr(1);
     std::replace(host.begin(), host.end(), '/', '\\');

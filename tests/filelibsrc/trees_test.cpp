@@ -109,6 +109,8 @@ TEST(Trees, LinksInATreeAreMadeFollowedOrLeft) {
     in.link("../..", "from/a/up");
     EXPECT_EQ(copy(fsExpand), R"(XInvalidPath fsCopy from\a\up\from)");
     EXPECT_FALSE(fs::exists(in.at("to")));
+    in.link("../from/a", "far/a");  // below the top it leads into another tree
+    EXPECT_EQ(in.copy("from", "far", fsMerge, fsNewLink), R"(XFileExists fsCopy from\a)");
 }
 
 TEST(Trees, NothingIsCopiedIntoItselfOrOverWhatHoldsIt) {
