@@ -57,7 +57,8 @@ TEST(Characters, BeginWhereTheLibrarySays) {
     for (const char *name : {"C", "C.UTF-8"}) {
         const text_model::locale_scope locale(name);
         expect_same({"plain", "\xC3\xA9", "\xE2\x82\xAC", "\xED\x9F\xBF", "\xEE\x80\x80", "\xE0\xA0\x80",
-                     "\xF0\x90\x80\x80", "\xF0\x9F\x98\x80"});
+                     "\xF0\x90\x80\x80", "\xF0\x9F\x98\x80", "\xED\xA0\x80", "\xE0\x9F\xBF",
+                     "\xF0\x8F\xBF\xBF"});
         expect_same(borders);
     }
     const other_locale locale(testing::TempDir());
