@@ -20,8 +20,8 @@ PROGRAM = os.path.abspath(sys.argv[1])
 def run(arguments, locale="C.UTF-8", stdin=b"", code=None, cwd=None):
     env = dict(os.environ, LC_ALL=locale)
     done = subprocess.run([PROGRAM, *arguments], input=stdin, capture_output=True, env=env, cwd=cwd, timeout=250)
-    assert b"Sanitizer" not in done.stderr and done.returncode in (0, 1, 2), (arguments, done)
-    assert code is None or done.returncode == code, (arguments, done)
+    codes = (0, 1, 2) if code is None else (code,)
+    assert b"Sanitizer" not in done.stderr and done.returncode in codes, (arguments, done)
     return done
 
 
@@ -240,7 +240,7 @@ def in_place(folder):
 
 def main():
     seed = int(sys.argv[2]) if len(sys.argv) > 2 else 1
-    rounds = int(sys.argv[3]) if len(sys.argv) > 3 else 100 if re.search("[at]san", PROGRAM) else 600
+    rounds = int(sys.argv[3]) if len(sys.argv) > 3 else 100 if re.search("[at]san", PROGRAM) else 400
     bad_patterns()
     standard_streams()
     for case in (folders_and_links, in_place, lambda folder: compare_with_model(folder, random.Random(seed), rounds)):

@@ -74,7 +74,7 @@ TEST_P(in_locale, AllMachinesFindTheSame) {
         for (int each = 0; each < 8; ++each) {
             // Long texts are searched in other ways, and a beginning is sought there among its neighbours.
             std::string filling = "x", text = random.of(parts, each < 3 ? 6 : 30);
-            while (filling.size() < 300)
+            while (filling.size() < (round % 41 ? 300 : 9000))
                 filling += random.of({"x", "d", "`", "B", "\x01", "\x7F"}, 50);
             if (each == 2) text = filling + text;
             if (each == 4) text += filling;
@@ -82,14 +82,11 @@ TEST_P(in_locale, AllMachinesFindTheSame) {
             const auto copy = exact(text);
             const std::string_view view(copy.get(), text.size());
             SCOPED_TRACE(pattern + " in " + text + " from " + std::to_string(from));
-            const bool damaged = each >= 6;
-            if (damaged)
-                damage(*program, random);
-            else
-                ASSERT_EQ(answer(*program, view, from), answer(*wide, view, from));
-            ASSERT_EQ(disagreement(*program, view, from) + disagreement(*wide, view, from), "");
-            answer(*program, view, from);
+            if (each >= 6) damage(*program, random);
+            const std::string given = answer(*program, view, from);
             (*getErrSeen() ? errors : answers)++;
+            ASSERT_EQ(given, each < 6 ? answer(*wide, view, from) : given);
+            ASSERT_EQ(disagreement(*program, view, from) + disagreement(*wide, view, from), "");
         }
     }
     EXPECT_TRUE(answers > 10000 && errors > 1000) << answers << ' ' << errors;
@@ -171,7 +168,6 @@ TEST(regexp_search, ThreadsCompileAndSearchProgramsOfTheirOwn) {
                 const std::string text = std::string(static_cast<std::size_t>(n), 'a') + "cdefg";
                 ASSERT_TRUE(kel::search(*one, text));
                 ASSERT_EQ(one->groupStart[0] - text.data(), i == 0 ? 0 : n + i);
-                ASSERT_EQ(one->groupEnd[0] - text.data(), n + i + 1);
             }
         });
     for (std::thread &each : threads)

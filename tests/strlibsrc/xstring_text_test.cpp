@@ -33,7 +33,6 @@ TEST(Characters, AreCopiedWholeUpToAnInvalidOne) {
     char out[16];
     xmbchar cursor(out);
     EXPECT_EQ(cursor.CopyMbChar("\xE2\x82\xACx"), 3);
-    EXPECT_TRUE(cursor.count == 1 && cursor.position == out + 3);
     EXPECT_TRUE(cursor.CopyMbChar("\x82") == -1 && cursor.CopyMbChar("") == 0 && cursor.position == out + 3);
     EXPECT_EQ(cursor.CopyMbChars("\xC3\xA9zyx", 3), 4);
     EXPECT_EQ(cursor.CopyMbString("w\xFFq"), 1);
@@ -127,7 +126,6 @@ TEST(WideTexts, WithoutACounterpartGiveNull) {
         EXPECT_STREQ(out, "");
     }
     locale_scope locale("C.UTF-8");
-    EXPECT_FALSE(kel::is_text(StrneW(nullptr)));
     EXPECT_TRUE(strNeutralToNative(xstrNullStr).IsNull() && strNativeToNeutral(nullptr).IsNull());
     EXPECT_TRUE(strNativeToNeutral("a\xFF").IsNull());
     EXPECT_STREQ(strNeutralToNative("a\xFF"), "a\xEF\xBF\xBD") << "a malformed neutral byte becomes U+FFFD";

@@ -34,7 +34,6 @@ TEST(Segments, ConsistencyIsChecked) {
         list.checkConsistency();
         EXPECT_EQ(getErrSeen(), error) << testing::PrintToString(segments);
         list.delallsegs();
-        EXPECT_EQ(list.getarraysize(), 0);
     }
 }
 
@@ -58,7 +57,6 @@ TEST(Types, AreDeclared) {
     EXPECT_STREQ(element->getfieldname(0) + element->getfieldname(1), "FromTo");
     EXPECT_EQ(int(element->getfield(0, xany(&segment))) * 10 + int(element->getfield(1, xany(&segment))), 47);
     EXPECT_EQ(xrtti_get_p_strSegments()->getseqelem(0, xany(&list)), xany(&segment));
-    EXPECT_STREQ(xrtti_get_p_strMatchMode()->getenumvaluebyindex(5), "strRegExpIC");
 }
 
 TEST(Members, ForwardTheirText) {

@@ -107,7 +107,7 @@ TEST(Pieces, OrderKnowsNullAndCase) {
 
 TEST(Pieces, NoTextGivesNothing) {
     const sequence list(xstringsequence::create());
-    EXPECT_TRUE(strConcat(list.get()).IsNull() && strConcat(nullptr).IsNull());
+    EXPECT_TRUE(strConcat(list.get()).IsNull() && strConcat(nullptr).IsNull() && strWord("a", -1).IsNull());
     for (const char *text : {"ab", xstrNullStr, "c"})
         list->append(text);
     EXPECT_EQ(shown(strConcat(list.get())), "\"abc\"");
@@ -118,7 +118,6 @@ TEST(Pieces, NoTextGivesNothing) {
         EXPECT_TRUE(strChar(text, "a", strForward, 0, 1) < 0 && strChar("a", text, strForward, 0, 1) < 0);
     }
     EXPECT_EQ(sequence(strAllSubstrings("a", nullptr))->getarraysize(), 0);
-    EXPECT_TRUE(strWord("a b", -1).IsNull());
 }
 
 // Helpers of settings --------------------------------------------------------------------------

