@@ -2,10 +2,12 @@
 // numbers of descriptors are used again.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <random>
 
 #include <kelstdmt/vumrt_socket.h>
@@ -140,6 +142,54 @@ TEST(EventSet, TellsWhatItsEventsTell) {
         }
     }
     ::close(file);
+}
+
+// What is told of a descriptor that lives on in a copy makes the set begin anew: where the set then stands at
+// that number itself, and where it finds no descriptor at first.
+TEST(EventSet, BeginsAnew) {
+    constexpr int many = 20;
+    for (const bool has_room : {true, false}) {
+        btkEventSet set;
+        btkEvent *told[many];
+        std::vector<std::unique_ptr<btkEvent>> events;
+        std::vector<std::array<int, 2>> pairs(many);
+        const auto add = [&](std::array<int, 2> &pair) {
+            ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, pair.data()), 0);
+            ASSERT_TRUE(set.Add(events.emplace_back(new btkEvent(new btkSelectEvent(pair[0], 0))).get()));
+        };
+        std::ranges::for_each(pairs, add);
+        ASSERT_EQ(set.Wait(btkTimeval(), told, many), 0);
+        const int number = pairs[0][0], copy = ::dup(number);
+        ::close(number);
+        set.Remove(events[0].get());
+        std::array<int, 2> again;
+        add(again);
+        ASSERT_EQ(again[0], number);
+        ::close(number);
+        ASSERT_EQ(::write(pairs[0][1], "x", 1), 1) << "told by the registration that the copy keeps";
+
+        rlimit limit{}, none{};
+        ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+        none.rlim_max = limit.rlim_max;
+        ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, has_room ? &limit : &none), 0);
+        for (int i = 0; i < 2; ++i)
+            set.Wait(btkTimeval(), told, many);
+        EXPECT_TRUE(has_room || (set.Wait(btkTimeval(), told, many) == -1 && Error_GetLast() == 4));
+        ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+
+        set.Remove(events.back().get());  // whose number may be the set's
+        for (std::size_t i = 1; i < many; ++i) {
+            ASSERT_EQ(::write(pairs[i][1], "x", 1), 1);
+            ASSERT_EQ(set.Wait(btkTimeval(10, 0), told, many), 1) << "event " << i << ", room: " << has_room;
+            EXPECT_EQ(told[0], events[i].get());
+            set.Remove(told[0]);
+        }
+        EXPECT_EQ(set.GetSize(), 0u);
+        for (const auto &pair : pairs)
+            std::ranges::for_each(pair, ::close);
+        for (const int each : {copy, again[1]})
+            ::close(each);
+    }
 }
 
 }  // namespace

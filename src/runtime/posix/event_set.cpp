@@ -70,6 +70,7 @@ struct btkEventSet::state {
     std::vector<entry *> reported;
     std::vector<epoll_event> messages;
     std::uint64_t round = 0;
+    bool is_whole = true;  // what stands in no list is direct
     btkEvent **signalled = nullptr;
     std::size_t room = 0, found = 0;
 };
@@ -139,8 +140,9 @@ bool btkEventSet::state::place(entry &one) {
     one.next = std::exchange(descriptors[fd].first, &one);
     if (tell_system(one.request.fd)) return true;
     descriptors[fd].first = one.next;
-    // Files on a disk are always ready, and a descriptor that is none is an event too: both are left to poll.
-    one.direct = errno == EPERM || errno == EBADF;
+    // Files on a disk are always ready, and a descriptor that is none is an event too, also when its number
+    // has become the set's own: they are left to poll.
+    one.direct = errno == EPERM || errno == EBADF || errno == EINVAL;
     if (!one.direct) Error_SetLast(no_descriptors);
     return one.direct;
 }
@@ -157,7 +159,10 @@ void btkEventSet::state::displace(entry &one) {
 void btkEventSet::state::move(entry &one, btkPollRequest request) {
     displace(one);
     one.request = request;
-    if (!place(one)) one.direct = true;
+    if (!place(one)) {
+        one.direct = true;
+        is_whole = false;
+    }
 }
 
 // The joined interests of a descriptor. False with errno set.
@@ -182,21 +187,21 @@ bool btkEventSet::state::tell_system(int fd) {
 }
 
 // A descriptor that was closed while a copy of it lives on stays in the system's set, and only a new set is
-// free of it.
+// free of it. What the system refuses now is tried again by the next wait.
 bool btkEventSet::state::rebuild() {
-    epoll.reset(::epoll_create1(EPOLL_CLOEXEC));
-    if (!epoll) {
-        Error_SetLast(no_descriptors);
-        return false;
-    }
+    epoll.reset();
     for (descriptor &place : descriptors)
         place = {nullptr, place.generation, false};
+    is_whole = true;
     for (auto &[event, one] : entries) {
         if (!one->base || one->request.fd < 0) continue;
-        if (!place(*one)) return false;
+        if (!place(*one)) {
+            one->direct = true;
+            is_whole = false;
+        }
         if (one->direct) queue(*one);
     }
-    return true;
+    return is_whole;
 }
 
 // What is asked --------------------------------------------------------------------------------
@@ -296,15 +301,18 @@ int btkEventSet::Wait(const btkTimeval &timeout, btkEvent **signalled, int room)
     for (std::int64_t left = nanos;; left = left_until(deadline)) {
         ++set.round;
         set.ask_queued();
-        const int told = set.ask_system(set.found > 0 ? 0 : left);
-        bool whole = true;
-        for (int at = 0; at < told; ++at)
-            whole = set.hear(set.messages[static_cast<std::size_t>(at)]) && whole;
-        if (told < 0) Error_SetLastFromSystem(errno);
+        bool failed = !set.is_whole && !set.rebuild();
+        if (!failed) {
+            const int told = set.ask_system(set.found > 0 ? 0 : left);
+            bool known = true;
+            for (int at = 0; at < told; ++at)
+                known = set.hear(set.messages[static_cast<std::size_t>(at)]) && known;
+            if (told < 0) Error_SetLastFromSystem(errno);
+            failed = told < 0 || (!known && !set.rebuild());
+        }
         for (entry *one : set.reported)
             set.queue(*one);
         set.reported.clear();
-        const bool failed = told < 0 || (!whole && !set.rebuild());
         // What was reported may have been taken with it, so it counts more than a failure.
         if (set.found > 0) return static_cast<int>(set.found);
         if (failed) return -1;
