@@ -1,4 +1,4 @@
-# Shared by check, demo, bench-run and .ci/run: packages, configuring, building, testing.
+# Shared by the scripts of the root, .ci/ and packaging/: packages, configuring, building, testing.
 # Sourced by bash; expects nothing but Debian's base system.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
