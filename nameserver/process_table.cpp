@@ -75,11 +75,15 @@ bool process_table::reserve::refill() noexcept {
     return std::ranges::find(m_events, none) == std::end(m_events);
 }
 
-// Whether the process runs, under its birth if that is known; else that is learned. A handle of it is left,
-// for which the reserve is lent. What cannot be asked is taken to be as it was.
+// Whether the process runs, under its birth if that is known; else that is learned. If it runs, a handle of
+// it is left, for which the reserve stays lent. What cannot be asked is taken to be as it was.
 bool process_table::asks(held_process &process) {
     m_reserve.lend();
-    if (!process.handle.open(process.id)) return Error_GetLast() != no_such_process;
+    if (!process.handle.open(process.id)) {
+        const bool may_run = Error_GetLast() != no_such_process;
+        if (!may_run) m_reserve.refill();
+        return may_run;
+    }
     const unsigned long long birth = Process_GetBirth(process.id);
     if (process.birth == 0) process.birth = birth;
     // The birth is that of the process of the handle if that one still runs.
@@ -152,7 +156,12 @@ bool process_table::hold(unsigned id, unsigned long long birth) {
     made->id = id;
     made->birth = birth;
     made->records = 1;
-    if (!asks(*made) || made->birth == 0) return false;
+    if (!asks(*made)) return false;
+    if (made->birth == 0) {
+        made->handle.reset();
+        m_reserve.refill();
+        return false;
+    }
     held_process &held = *m_processes.emplace(id, std::move(made)).first->second;
     watch(held);
     return true;

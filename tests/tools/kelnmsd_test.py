@@ -69,7 +69,6 @@ class NameServer(KelCase):
             with Client(self.port, sent) as peer:
                 self.assertEqual(peer.rest(), answer, sent[:40])
         largest = {"n" * 255: "v" * 255}
-        self.assertEqual(self.ask(REGISTER, {"none": ""}, 1 << 30), 6, "a record of no process")
         self.assertEqual(self.ask(REGISTER, largest | {f"{i}": "" for i in range(255)}), 0)
         self.assertEqual((list(self.ask(VERSION)[1])[0], self.ask(PING), self.ask(SHUTDOWN)), ("Version", 0, 0))
         self.assertEqual(daemon.wait(60), 0)
@@ -97,10 +96,12 @@ class NameServer(KelCase):
         self.assertEqual(flood[-1].rest(), b"", "the end of a silent peer")
 
     def test_records_of_processes(self):
-        # More of them, and of peers, than there are descriptors; sanitizers need some themselves.
+        # More of them, and of peers in the midst of a request, than descriptors; sanitizers need some themselves.
         daemon = self.server(limit=(resource.RLIMIT_NOFILE, (64 + 1000 * IS_SANITIZED,) * 2))
         dying, staying, later, *others = [self.started("sleep", 1000) for _ in range(90)]
-        peers = [Client(self.port) for _ in range(100)]
+        peers = [Client(self.port, request(PING)[:3]) for _ in range(100)]
+        self.assertEqual(self.ask(REGISTER, {"none": ""}, 1 << 30), 6, "a record of no process")
+        peers += [Client(self.port, request(PING)[:3]) for _ in range(10)]
         for name, sleeper in enumerate((dying, staying, later, staying, *others)):
             self.assertEqual(self.ask(REGISTER, {"_ServerName": str(name)}, sleeper.pid), 0)
         for sleeper in (dying, *others):
