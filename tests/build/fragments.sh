@@ -12,5 +12,6 @@ done
     printf '#include "%s"\n' "$prelude"
     awk '/^```cpp$/ { inside = 1; printf "[[maybe_unused]] static auto piece%d = [] {\n#line %d \"%s\"\n", ++count, FNR + 1, FILENAME; next }
          /^```$/ && inside { inside = 0; print "};" }
-         inside' "${pages[@]}"
+         inside
+         END { if (!count) print "#error the pages have no pieces of C++" }' "${pages[@]}"
 } | "$@" -fsyntax-only -x c++ -

@@ -240,7 +240,7 @@ def in_place(folder):
 
 def main():
     seed = int(sys.argv[2]) if len(sys.argv) > 2 else 1
-    rounds = int(sys.argv[3]) if len(sys.argv) > 3 else 100 if re.search("[at]san", PROGRAM) else 400
+    rounds = int(sys.argv[3]) if len(sys.argv) > 3 else 100 if os.environ.get("KELSTDMT_SANITIZE") else 400
     bad_patterns()
     standard_streams()
     for case in (folders_and_links, in_place, lambda folder: compare_with_model(folder, random.Random(seed), rounds)):

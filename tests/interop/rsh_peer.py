@@ -3,7 +3,7 @@
 import os
 import socket
 
-from peer import MIB, Peer, ints, text
+from peer import Peer, ints, text
 
 ERROR, OUTPUT, INPUT, INPUT_END, CODE, END, KILL, BREAK = range(2, 10)
 HOLD_OUTPUT, HOLD_INPUT, GO_ON_OUTPUT, GO_ON_INPUT = 35, 36, 51, 52
@@ -21,10 +21,10 @@ def request(command, folder="", shell=0):
 class Command(Peer):
     # A command of the server at a port: `reason` is why it was not started.
 
-    def __init__(self, port, command, folder="", shell=0, sent=b"", piece=MIB, host="127.0.0.1"):
+    def __init__(self, port, command, folder="", shell=0, sent=b"", host="127.0.0.1"):
         super().__init__(socket.create_connection((host, port), 60))
         self.outputs, self.code, self.reason = {OUTPUT: bytearray(), ERROR: bytearray()}, None, None
-        self.say(b"\0" + request(command, folder, shell) + sent, piece)
+        self.say(b"\0" + request(command, folder, shell) + sent)
         assert self.take(1) == b"\1"
         if (answer := self.int()) != 0:
             self.reason = answer, self.int(), self.text().decode()

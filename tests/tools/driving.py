@@ -4,17 +4,19 @@ import base64
 import json
 import os
 import pathlib
+import random
 import select
 import signal
 import socket
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 KEL = os.path.abspath(sys.argv.pop(1)) if len(sys.argv) > 1 else "kel"
 
-IS_SANITIZED = "asan" in KEL or "tsan" in KEL
+IS_SANITIZED = bool(os.environ.get("KELSTDMT_SANITIZE"))
 AS_ROOT = ["--allow-root"] * (os.geteuid() == 0)
 
 
@@ -31,6 +33,18 @@ def await_end(process_id):
             assert select.select([end], [], [], 60)[0], f"process {process_id} goes on"
     except ProcessLookupError:
         pass
+
+
+def free_port():
+    # One below those that the system gives to clients, whose connections would hold it for a while after their end.
+    first_given = int(pathlib.Path("/proc/sys/net/ipv4/ip_local_port_range").read_text().split()[0])
+    while True:
+        with socket.socket() as probe:
+            try:
+                probe.bind(("", port := random.randrange(first_given // 2, first_given)))
+                return port
+            except OSError:
+                pass
 
 
 def exact(entry, name):
@@ -79,17 +93,24 @@ class KelCase(unittest.TestCase):
 
     def name_server(self, *arguments):
         # A name server of our own, on a port that was free a moment ago.
-        while True:
-            with socket.socket() as probe:
-                probe.bind(("127.0.0.1", 0))
-                port = probe.getsockname()[1]
+        for _ in range(5):
+            port = free_port()
             daemon = self.daemon("KELNMSD", "--port", port, *arguments)
             if daemon.is_ready:
                 self.environment["ORVNMSPORT"] = str(port)
                 return daemon
+        self.fail(f"kelnmsd {arguments} does not serve on port {port}: it ended with {daemon.wait(60)}")
 
-    def json_of(self, *arguments, code=0):
-        return json.loads(self.run_kel(*arguments, "--json", code=code).decode())
+    def awaits(self, look, is_right, what):
+        # What comes in its own time: the first that is right of what is seen.
+        until = time.monotonic() + 60
+        while not is_right(seen := look()):
+            self.assertGreater(until, time.monotonic(), f"expected {what}, saw {seen}")
+            time.sleep(0.01)
+        return seen
+
+    def json_of(self, *arguments):
+        return json.loads(self.run_kel(*arguments, "--json").decode())
 
 
 class RemoteCase(KelCase):

@@ -9,7 +9,6 @@ import select
 import signal
 import socket
 import subprocess
-import time
 
 from driving import AS_ROOT, KelCase, await_end, peak, run
 from peer import MIB, Peer, ints
@@ -46,9 +45,8 @@ class RemoteShellServer(KelCase):
 
     def log(self, pattern):
         # The lines behind their times, once one matches: the server writes when its client has gone.
-        until = time.monotonic() + 60
-        while not re.search(pattern, log := (self.here / "log").read_text(), re.M):
-            self.assertGreater(until, time.monotonic(), f"expected a line like {pattern}, saw {log}")
+        log = self.awaits((self.here / "log").read_text, lambda seen: re.search(pattern, seen, re.M),
+                          f"a line like {pattern}")
         return re.findall(r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d[+-]\d{4} (.*)\n", log, re.M)
 
     def fails(self, words, *arguments, **environment):
@@ -111,8 +109,7 @@ class RemoteShellServer(KelCase):
 
         with concurrent.futures.ThreadPoolExecutor(8) as pool:
             list(pool.map(repeat, range(200)))
-        while self.holds(daemon) > held:  # a leak is an end that does not come
-            time.sleep(0.01)
+        self.awaits(lambda: self.holds(daemon), lambda now: all(map(int.__le__, now, held)), f"at most {held}")
         self.assertLess(peak(daemon) - before, 96)
 
     def test_signals_in_and_out_of_band(self):
@@ -171,8 +168,13 @@ class RemoteShellServer(KelCase):
                 'refused "true": 1 commands run already, which is the limit',
                 r"ended \d+: exit code 137 \(signal 9\), its client has left"), strict=True):
             self.assertRegex(line, rf"^127\.0\.0\.1 {pattern}$")
-        while self.command("true").reason:
-            pass  # the place is free when the server has seen its client go
+        # The place is free when the server has seen its client go.
+        self.awaits(lambda: self.command("true").reason, lambda reason: not reason, "a free place")
+        for _ in range(66):  # that say nothing: 64 more than the limit are kept
+            peer = Peer(socket.create_connection(("127.0.0.1", self.port)))
+            self.addCleanup(peer.close)
+            peer.say(b"\0")
+        self.log("127.0.0.1 refused: too many connections$")
 
     def test_the_end_of_the_server_ends_what_runs(self):
         daemon = self.server("--listen=127.0.0.1", "--listen=127.0.0.2")
@@ -210,9 +212,8 @@ class RemoteShellServer(KelCase):
         self.names.kill()
         self.names.wait()
         self.assertTrue(self.daemon("KELNMSD", "--port", self.environment["ORVNMSPORT"]).is_ready)
-        while "kelrshd" not in self.ports():
-            pass
-        self.says((0, b"found\n", b""), "echo found", port=self.ports()["kelrshd"])
+        port = self.awaits(self.ports, lambda ports: "kelrshd" in ports, "kelrshd")["kelrshd"]
+        self.says((0, b"found\n", b""), "echo found", port=port)
         self.log("registered again: the name server had lost the name kelrshd")
 
 

@@ -3,9 +3,8 @@
 import os
 import re
 import signal
-import socket
 
-from driving import AS_ROOT, KEL, KelCase, run
+from driving import AS_ROOT, KEL, KelCase, free_port, run
 from terminal import ENTER, LEAVE, Terminal
 
 PROMPT = rb"\[(\d+)\]> "
@@ -15,11 +14,8 @@ class Evening(KelCase):
     def setUp(self):
         super().setUp()
         programs = [KEL, *(os.environ[name] for name in ("KELNMSD", "KELRSHD", "MIRROR", "REQUEST", "KGREP"))]
-        with socket.socket() as probe:
-            probe.bind(("127.0.0.1", 0))
-            port = str(probe.getsockname()[1])
         self.environment.update(PATH=":".join([*map(os.path.dirname, programs), os.environ["PATH"]]), SHELL="/bin/sh",
-                                HOME=str(self.here), XDG_RUNTIME_DIR=str(self.here), ORVNMSPORT=port, PS1="[$?]> ")
+                                HOME=str(self.here), XDG_RUNTIME_DIR=str(self.here), ORVNMSPORT=str(free_port()), PS1="[$?]> ")
         self.shell = Terminal(self, "-i", program="/bin/sh", columns=200)
         self.addCleanup(self.end_daemons)
         self.shell.await_bytes(PROMPT)

@@ -38,10 +38,10 @@ class Terminal:
     def resize(self, rows, columns):
         fcntl.ioctl(self.theirs, termios.TIOCSWINSZ, struct.pack("HHHH", rows, columns, 0, 0))
 
-    def await_bytes(self, pattern, keys=b"", seconds=30):
+    def await_bytes(self, pattern, keys=b""):
         # Types, and reads on until what came since the last call matches.
         os.write(self.ours, keys)
-        deadline = time.monotonic() + seconds
+        deadline = time.monotonic() + 60
         while not (found := re.search(pattern, self.seen, re.S)):
             self.case.assertGreater(deadline, time.monotonic(), f"{pattern} did not come: {self.seen[-500:]}")
             if select.select([self.ours], [], [], 0.2)[0]:
@@ -51,5 +51,5 @@ class Terminal:
 
     def await_end(self, code, keys=b""):
         self.await_bytes(re.escape(LEAVE), keys)
-        self.case.assertEqual(self.process.wait(30), code)
+        self.case.assertEqual(self.process.wait(60), code)
         self.case.assertEqual(termios.tcgetattr(self.theirs), self.modes)
