@@ -95,7 +95,7 @@ struct name_server::state final : client_host {
     void drop_idle();
     void drop_holders();
     double seconds_to_wait() const;
-    void run(btkEvent *stop);
+    bool run(btkEvent *stop);
     void close();
 
     registrar &names() override { return registry; }
@@ -220,15 +220,17 @@ double name_server::state::seconds_to_wait() const {
 
 // Running --------------------------------------------------------------------------------------
 
-void name_server::state::run(btkEvent *stop) {
-    if (!events.add_stop(stop)) return (*log)("cannot wait for the end"), close();
-    while (!is_shut_down && events.wait(seconds_to_wait())) {
+bool name_server::state::run(btkEvent *stop) {
+    const bool can_end = events.add_stop(stop);
+    if (!can_end) (*log)("cannot wait for the end");
+    while (can_end && !is_shut_down && events.wait(seconds_to_wait())) {
         drop_idle();
         drop_holders();
         if (is_paused && paused_until <= steady::now()) pause(false);
     }
     events.remove_stop();
     close();
+    return can_end;
 }
 
 void name_server::state::close() {
@@ -260,8 +262,8 @@ int name_server::port() const noexcept {
     return m_state->port;
 }
 
-void name_server::run(evtEvent *stop) {
-    m_state->run(stop);
+bool name_server::run(evtEvent *stop) {
+    return m_state->run(stop);
 }
 
 bool name_server::start() {

@@ -32,8 +32,8 @@ public:
     int port() const noexcept;
 
     // Serves on this thread until the event (null: none) is signalled or a client of this machine shuts it
-    // down.
-    void run(evtEvent *stop);
+    // down. False when it cannot wait for the event.
+    bool run(evtEvent *stop);
     // The same on a thread of its own; stop ends that and waits for it. False when it cannot be started.
     bool start();
     void stop();

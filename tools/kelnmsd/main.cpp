@@ -35,7 +35,7 @@ public:
         return error;
     }
     int port() const override { return m_server->port(); }
-    void serve() override { m_server->run(m_stop.get()); }
+    bool serve() override { return m_server->run(m_stop.get()); }
 
 private:
     service::program m_program;

@@ -1,5 +1,6 @@
 // kelrshd: the remote-shell server of a host, or of one of its users. It listens with one server for each
 // address, all of which share the limit and the name.
+#include <atomic>
 #include <filesystem>
 #include <thread>
 #include <vector>
@@ -7,7 +8,6 @@
 #include <kelstdmt/kel.h>
 #include <kelstdmt/netlib_service.h>
 #include <kelstdmt/syslib.h>
-#include <kelstdmt/vumtext.h>
 
 #include "registration.h"
 #include "sessions.h"
@@ -28,7 +28,7 @@ public:
 
     std::string begin() override;
     int port() const override { return m_servers.front()->getPortN(); }
-    void serve() override;
+    bool serve() override;
 
 private:
     std::string choose_name();
@@ -46,6 +46,7 @@ private:
     std::vector<std::unique_ptr<netServer>> m_servers;
     std::vector<std::unique_ptr<evtEvent>> m_stops;  // one for each server, and one for the registration
     std::unique_ptr<registration> m_registration;
+    std::atomic<bool> m_has_failed = false;
 };
 
 serving::serving() {
@@ -129,15 +130,21 @@ std::string serving::begin() {
 
 // The end of one is the end of all: a client may have asked for it.
 void serving::run(std::size_t number) {
+    const auto failed = [this](const std::string &reason) {
+        m_has_failed = true;
+        m_program.log().write(reason);
+    };
     try {
         m_servers[number]->Run(m_stops[number].get());
     } catch (xthrowable *thrown) {
-        m_program.log().write(kel::caught(thrown).text());
+        failed(kel::caught(thrown).text());
+    } catch (const std::exception &error) {
+        failed(error.what());
     }
     netService::RequestStop();
 }
 
-void serving::serve() {
+bool serving::serve() {
     std::vector<std::thread> threads;
     for (std::size_t number = 1; number < m_servers.size(); ++number)
         threads.emplace_back([this, number] { run(number); });
@@ -147,6 +154,7 @@ void serving::serve() {
         each.join();
     // Ends the commands and waits for them.
     m_servers.clear();
+    return !m_has_failed;
 }
 
 }  // namespace

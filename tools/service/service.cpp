@@ -41,8 +41,7 @@ public:
         std::cout.flush();
         netService::ReportRunning();
         kel::daemon_ready();
-        m_work.serve();
-        m_code = done;
+        if (m_work.serve()) m_code = done;
     }
     exit_code code() const noexcept { return m_code; }
 

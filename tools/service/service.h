@@ -36,7 +36,7 @@ public:
     // Listens; in the daemon, when it is one. What failed, or "".
     virtual std::string begin() = 0;
     virtual int port() const = 0;
-    virtual void serve() = 0;  // until somebody asks to stop
+    virtual bool serve() = 0;  // until somebody asks to stop; false when it ends for another reason
 };
 
 // A new event: the service was asked to stop. Requests to pause are taken notice of, as there is nothing to
