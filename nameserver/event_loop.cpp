@@ -1,6 +1,8 @@
 #include "event_loop.h"
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 #include <utility>
 
 namespace kel::detail {
@@ -8,6 +10,7 @@ namespace kel::detail {
 namespace {
 
 constexpr int most_at_once = 64;
+constexpr auto pause = std::chrono::milliseconds(100);
 
 }  // namespace
 
@@ -31,6 +34,8 @@ bool event_loop::wait(double seconds) {
     timeout.init(seconds);
     m_batch.resize(most_at_once);
     const int count = m_set.Wait(timeout, m_batch.data(), most_at_once);
+    // Without descriptors for a new set of the system's; the next wait tries again.
+    if (count < 0) std::this_thread::sleep_for(pause);
     m_batch.resize(static_cast<std::size_t>(std::max(count, 0)));
     if (m_stop && std::ranges::find(m_batch, m_stop) != m_batch.end()) {
         m_batch.clear();

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <mutex>
+#include <new>
 #include <system_error>
 #include <thread>
 
@@ -26,13 +27,7 @@ constexpr auto client_patience = seconds(10);            // for the next byte to
 constexpr auto accept_pause = milliseconds(100);         // without descriptors
 constexpr double unlimited = 1 << 30;
 
-enum last_error {
-    no_descriptors = 4,
-    no_memory = 8,
-    wrong_argument = 87,
-    awaited_already = 183,
-    no_room = 1816
-};
+enum last_error { no_descriptors = 4, no_memory = 8, wrong_argument = 87, awaited_already = 183 };
 
 // One line at a time, from whichever thread.
 class log_writer {
@@ -96,6 +91,7 @@ struct name_server::state final : client_host {
     void drop_holders();
     double seconds_to_wait() const;
     bool run(btkEvent *stop);
+    bool turn();
     void close();
 
     registrar &names() override { return registry; }
@@ -156,7 +152,7 @@ void name_server::state::accept(btkAcceptSocket &from) {
     while (!from.Accept(*socket)) {
         const int reason = Error_GetLast();
         // It was gone already.
-        if (reason != no_descriptors && reason != no_memory && reason != no_room) return;
+        if (reason != no_descriptors && reason != no_memory) return;
         // The system says so also when nobody waits.
         if (from.Wait(btkTimeval(), btkSocket::ForInput) <= 0) return;
         if (!make_room()) return pause(true);
@@ -220,13 +216,27 @@ double name_server::state::seconds_to_wait() const {
 
 // Running --------------------------------------------------------------------------------------
 
-bool name_server::state::run(btkEvent *stop) {
-    const bool can_end = events.add_stop(stop);
-    if (!can_end) (*log)("cannot wait for the end");
-    while (can_end && !is_shut_down && events.wait(seconds_to_wait())) {
+// False at the end. What there was no memory for comes up again, and the peer that has been idle longest
+// gives some.
+bool name_server::state::turn() {
+    try {
+        if (!events.wait(seconds_to_wait())) return false;
         drop_idle();
         drop_holders();
         if (is_paused && paused_until <= steady::now()) pause(false);
+    } catch (const std::bad_alloc &) {
+        if (clients.empty())
+            std::this_thread::sleep_for(accept_pause);
+        else
+            drop(*clients.front());
+    }
+    return true;
+}
+
+bool name_server::state::run(btkEvent *stop) {
+    const bool can_end = events.add_stop(stop);
+    if (!can_end) (*log)("cannot wait for the end");
+    while (can_end && !is_shut_down && turn()) {
     }
     events.remove_stop();
     close();
