@@ -32,6 +32,7 @@ namespace {
 
 constexpr std::size_t longest_text = 1000;  // bytes of a command or a folder in the log
 constexpr int signal_base = 128;
+constexpr const char *too_many = "too many connections";
 
 // In quotes, on one line, and harmless to a terminal; of a long text the beginning.
 std::string in_quotes(std::string_view text) {
@@ -71,15 +72,16 @@ void sessions::refused(const std::string &peer, const std::string &reason) {
 netServerLoopAction sessions::OnRequest(netBaseServer *, netSocketStream *stream) {
     if (m_connections < m_limit + most_refused) return netSpawnAsyncServer;
     const std::unique_ptr<netSocketStream> owned(stream);
-    refused(std::string(kel::view(stream->getPeer())), "too many connections");
+    refused(std::string(kel::view(stream->getPeer())), too_many);
     return netServerContinue;
 }
 
 netServerLoopAction sessions::OnAsyncRequest(netBaseServer *, netSocketStream *stream, evtEvent *stop) {
     const std::unique_ptr<netSocketStream> owned(stream);
     place_of_command connection(m_connections), command(m_commands);
-    connection.take(m_limit + most_refused);
     const std::string peer(kel::view(stream->getPeer()));
+    // Several may have been given a thread before the first of them was counted.
+    if (!connection.take(m_limit + most_refused)) return refused(peer, too_many), netServerContinue;
     try {
         bool has_asked = false;
         kel::serve_remote_command(stream, options_for(peer, command, has_asked), stop);

@@ -24,7 +24,7 @@ private:
     kel::remote_shell_options options_for(const std::string &peer, class place_of_command &place,
                                           bool &has_asked);
 
-    // Connections beyond the limit that are told so: they have said what they want, or may still.
+    // Connections beyond the limit, which are told so or have not said yet what they want.
     static constexpr int most_refused = 64;
 
     int m_limit;
