@@ -1,12 +1,9 @@
 #include "registrar.h"
 
-#include <algorithm>
-
 namespace kel::detail {
 
 namespace {
 
-constexpr std::string_view server_name = "_ServerName";
 constexpr std::size_t most_bytes = std::size_t{256}
                                    << 20;  // of all records; only programs of this host fill it
 
@@ -43,8 +40,8 @@ name_status registrar::add(const name_record &record, bool is_local) {
     if (m_processes.is_held(record.process) && !m_processes.is_running(record.process))
         forget(record.process);
     if (m_store.find_equal(record)) return name_status::already_exists;
-    if (const std::string *name = record.find(server_name)) {
-        const record_ref holder = m_store.find_first(server_name, *name);
+    if (const std::string *name = record.find(server_name_field)) {
+        const record_ref holder = m_store.find_first(server_name_field, *name);
         if (holder && (!holder->process || m_processes.is_running(holder->process)))
             return name_status::already_exists;
         if (holder) forget(holder->process);

@@ -152,7 +152,7 @@ std::unique_ptr<kel::name_server> NameServer() {
 bool IsRegistered() {
     const std::unique_ptr<nmsServerProxy> names(nmsServerProxy::InitLocalProxy());
     nmsRecord wanted(0);
-    wanted.Add("_ServerName", service_name);
+    wanted.Add(kel::server_name_field, service_name);
     int count = 0;
     const std::unique_ptr<nmsClientStatus> status(names->ImplQuery(wanted, nullptr, &count));
     return !status && count > 0;

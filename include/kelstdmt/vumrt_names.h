@@ -17,6 +17,8 @@ namespace kel {
 
 constexpr int name_service_port = 1239;
 constexpr int name_service_greeting = 100;  // the int that begins a request
+// The fields that servers are found by. One record at a time has a name.
+constexpr const char *server_name_field = "_ServerName", *server_port_field = "_PortNumber";
 
 // Seconds in which a name server has to send the next 4 KB of an answer, or to take as much of a request,
 // before its client gives it up: 30, unless the program sets others. INFINITE: for ever. From any thread.

@@ -2,38 +2,27 @@
 
 #include <memory>
 
-#include <kelstdmt/vumrt_names.h>
+#include <kelstdmt/nmsclib.h>
 
 namespace {
 
 constexpr double between_looks = 5;  // seconds
-constexpr const char *name_field = "_ServerName", *port_field = "_PortNumber";
-constexpr int of_this_process = 1;
+constexpr double patience = 5;       // a name server that stands still does not hold up the end for longer
+constexpr unsigned of_this_process = 1;
 
-struct release {
-    void operator()(nmsServ *server) const noexcept { nmsServDelete(server); }
-    void operator()(nmsRec *record) const noexcept { nmsRecDelete(record); }
-    void operator()(nmsErr *error) const noexcept { nmsErrDelete(error); }
-};
-using owned_server = std::unique_ptr<nmsServ, release>;
-using owned_record = std::unique_ptr<nmsRec, release>;
-using owned_error = std::unique_ptr<nmsErr, release>;
-
-owned_record record_of(const std::string &name, const char *port, int associated) {
-    owned_record record(nmsRecCreate(associated));
-    if (record) nmsRecAdd(record.get(), name_field, name.c_str());
-    if (record && port) nmsRecAdd(record.get(), port_field, port);
-    return record;
+void describe(nmsRecord &record, const std::string &name, const char *port = nullptr) {
+    record.Add(kel::server_name_field, name.c_str());
+    if (port) record.Add(kel::server_port_field, port);
 }
 
 enum class answer { none, no_records, records };
-answer ask(const owned_record &wanted) {
-    const owned_server server(nmsServConnectLocal());
-    nmsRec **records = nullptr;
+answer ask(const std::string &name, const char *port = nullptr) {
+    const std::unique_ptr<nmsServerProxy> names(nmsServerProxy::InitLocalProxy());
+    nmsRecord wanted(0);
+    describe(wanted, name, port);
     int count = 0;
-    const owned_error error(nmsServQuery(server.get(), wanted.get(), &records, &count));
-    nmsRecArrayDelete(records, count);
-    if (error) return answer::none;
+    const std::unique_ptr<nmsClientStatus> failure(names->ImplQuery(wanted, nullptr, &count));
+    if (failure) return answer::none;
     return count > 0 ? answer::records : answer::no_records;
 }
 
@@ -43,16 +32,17 @@ registration::registration(std::string name, int port, service::log_writer &log)
     : m_name(std::move(name)), m_port(std::to_string(port)), m_log(log) {}
 
 registration::state registration::look() const {
-    const answer own = ask(record_of(m_name, m_port.c_str(), 0));
+    const answer own = ask(m_name, m_port.c_str());
     if (own == answer::none) return state::unanswered;
     if (own == answer::records) return state::registered;
-    return ask(record_of(m_name, nullptr, 0)) == answer::records ? state::taken : state::lost;
+    return ask(m_name) == answer::records ? state::taken : state::lost;
 }
 
 bool registration::add() const {
-    const owned_server server(nmsServConnectLocal());
-    const owned_record record = record_of(m_name, m_port.c_str(), of_this_process);
-    return owned_error(nmsServRegister(server.get(), record.get())) == nullptr;
+    const std::unique_ptr<nmsServerProxy> names(nmsServerProxy::InitLocalProxy());
+    nmsRecord record(of_this_process);
+    describe(record, m_name, m_port.c_str());
+    return std::unique_ptr<nmsClientStatus>(names->ImplRegister(record)) == nullptr;
 }
 
 std::string registration::begin() {
@@ -69,6 +59,7 @@ std::string registration::begin() {
 }
 
 void registration::keep(evtEvent &end) {
+    kel::set_name_service_patience(patience);
     while (!end.Wait(between_looks)) {
         state now = look();
         if (now == state::lost && add()) {
