@@ -1,5 +1,7 @@
 #include "registrar.h"
 
+#include <unordered_set>
+
 namespace kel::detail {
 
 namespace {
@@ -91,9 +93,10 @@ record_refs registrar::find(const name_record &record_template) {
     forget_ended();
     record_refs found = m_store.find(record_template);
     if (m_processes.are_all_watched()) return found;
+    std::unordered_set<unsigned> asked;
     for (const record_ref &record : found)
-        if (record->is_stored && record->process && !m_processes.is_watched(record->process) &&
-            !m_processes.is_running(record->process))
+        if (record->is_stored && record->process && asked.insert(record->process).second &&
+            !m_processes.is_watched(record->process) && !m_processes.is_running(record->process))
             forget(record->process);
     std::erase_if(found, [](const record_ref &record) { return !record->is_stored; });
     return found;
