@@ -1,7 +1,6 @@
 #include "dialog.h"
 
 #include <algorithm>
-#include <new>
 
 namespace kel::detail {
 

@@ -15,6 +15,7 @@
 #include <kelstdmt/vumtext.h>
 
 #include "delayed_sync.h"
+#include "log_lines.h"
 #include "record_store.h"
 
 namespace kel::detail {
@@ -27,7 +28,6 @@ using journal_records = std::map<std::uint64_t, journal_record>;  // by number
 
 class journal {
 public:
-    using log_lines = std::function<void(const std::string &)>;
     using births = std::function<unsigned long long(unsigned process)>;
 
     explicit journal(log_lines log) : m_log(std::move(log)) {}

@@ -8,17 +8,15 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
-#include <string>
 #include <unordered_map>
 #include <vector>
 
 #include <kelstdmt/vumrt_process.h>
 
 #include "event_loop.h"
+#include "log_lines.h"
 
 namespace kel::detail {
-
-using log_lines = std::function<void(const std::string &)>;
 
 class process_table {
 public:
