@@ -11,11 +11,6 @@ namespace {
 
 constexpr std::size_t type_columns = 6, gap = 2;
 
-std::string Trimmed(std::string line) {
-    line.erase(line.find_last_not_of(' ') + 1);
-    return line;
-}
-
 }  // namespace
 
 std::string HistoryLine(const History &history, bool utf8) {

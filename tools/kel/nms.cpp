@@ -7,9 +7,11 @@
 #include <iterator>
 #include <limits>
 
+#include "command.h"
 #include "json.h"
 #include "terminal.h"
 #include "text.h"
+#include "waiting.h"
 
 namespace tool {
 
@@ -35,15 +37,10 @@ NameServer AtOwn(const Place &place, const char *what) {
     return {"", place.patience};
 }
 
-bool IsPort(const std::string &word) {
-    const std::optional<int> port = ToInteger(word);
-    return port && *port >= 1 && *port <= 65535;
-}
-
 // FIELD=VALUE, and the two fields that servers are found by as bare words, the name and the port.
 kel::name_record RecordOf(const std::vector<std::string> &words) {
     kel::name_record record;
-    const char *bare[] = {server_name_field, server_port_field};
+    const char *bare[] = {kel::server_name_field, kel::server_port_field};
     std::size_t known = 0;
     for (const std::string &word : words) {
         const std::size_t equals = word.find('=');
@@ -52,7 +49,7 @@ kel::name_record RecordOf(const std::vector<std::string> &words) {
             record.set(word.substr(0, equals), word.substr(equals + 1));
         } else {
             if (known == std::size(bare)) throw Misuse("not expected: " + word);
-            if (bare[known] == server_port_field && !IsPort(word))
+            if (bare[known] == kel::server_port_field && !ToPort(word))
                 throw Misuse("no port from 1 to 65535: " + word);
             record.set(bare[known++], word);
         }
@@ -69,8 +66,10 @@ Json JsonOf(const std::vector<kel::name_record> &records) {
     Json document, list = Json::array();
     for (const kel::name_record &record : records) {
         Json &object = list.emplace_back();
-        if (const std::string *server = record.find(server_name_field)) PutBytes(object, "server", *server);
-        if (std::optional<int> port = ToInteger(Field(record, server_port_field))) object["port"] = *port;
+        if (const std::string *server = record.find(kel::server_name_field))
+            PutBytes(object, "server", *server);
+        if (std::optional<int> port = ToInteger(Field(record, kel::server_port_field)))
+            object["port"] = *port;
         object["process"] = record.process ? Json(record.process) : Json();
         Json fields = Json::array();
         for (const auto &[name, value] : record.fields) {
@@ -92,9 +91,9 @@ Row RowOf(const kel::name_record &record) {
     auto shown = [](const std::string &text) { return text.empty() ? "-" : Printable(text); };
     std::string others;
     for (const auto &[name, value] : record.fields)
-        if (name != server_name_field && name != server_port_field)
+        if (name != kel::server_name_field && name != kel::server_port_field)
             others += (others.empty() ? "" : "  ") + Printable(name) + '=' + Printable(value);
-    return {shown(Field(record, server_name_field)), shown(Field(record, server_port_field)),
+    return {shown(Field(record, kel::server_name_field)), shown(Field(record, kel::server_port_field)),
             record.process ? std::to_string(record.process) : "-", others};
 }
 
@@ -108,7 +107,7 @@ void PrintTable(const std::vector<Row> &rows) {
         for (std::size_t i = 0; i < widths.size(); ++i)
             line += Fitted(row[i], widths[i]) + "  ";
         line += row.back();
-        std::cout << line.erase(line.find_last_not_of(' ') + 1) << '\n';
+        std::cout << Trimmed(line) << '\n';
     }
 }
 
@@ -116,7 +115,7 @@ ExitCode List(const Place &options) {
     std::vector<kel::name_record> records = At(options).Query({});
     std::stable_sort(records.begin(), records.end(),
                      [](const kel::name_record &a, const kel::name_record &b) {
-                         return Field(a, server_name_field) < Field(b, server_name_field);
+                         return Field(a, kel::server_name_field) < Field(b, kel::server_name_field);
                      });
     if (options.json) {
         PrintJson(JsonOf(records));

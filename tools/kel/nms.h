@@ -2,18 +2,15 @@
 // and port was asked and what can be done.
 #pragma once
 
-#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <kelstdmt/nmsclib.h>
 
-#include "command.h"
-
 namespace tool {
-
-constexpr const char *server_name_field = "_ServerName", *server_port_field = "_PortNumber";
 
 class NameServer {
 public:
@@ -42,22 +39,7 @@ private:
 // Whether a host that was named is this machine, by the names that need no looking up.
 bool IsThisMachine(const std::string &host);
 
-// While it lives, the program has this many seconds; then it complains of having got no answer and ends.
-// Nothing else bounds all that can take time: looking a name up, connecting, waiting for an answer.
-class Deadline {
-public:
-    Deadline(double seconds, std::function<std::string()> from);
-    ~Deadline();
-    Deadline(const Deadline &) = delete;
-    Deadline &operator=(const Deadline &) = delete;
-
-    double Elapsed() const;  // seconds
-
-private:
-    struct State;
-    std::unique_ptr<State> m_state;
-};
-void AddTimeout(CLI::App &line, double &seconds);
-std::string DurationText(double seconds);  // "0.31 ms"
+// None for what is no number from 1 to 65535.
+std::optional<int> ToPort(std::string_view text);
 
 }  // namespace tool

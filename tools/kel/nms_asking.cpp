@@ -1,22 +1,15 @@
 #include <algorithm>
-#include <chrono>
-#include <cmath>
-#include <condition_variable>
-#include <cstdlib>
-#include <mutex>
-#include <thread>
 #include <utility>
 
 #include <kelstdmt/syslib.h>
 
 #include "nms.h"
 #include "text.h"
+#include "waiting.h"
 
 namespace tool {
 
 namespace {
-
-using clock = std::chrono::steady_clock;
 
 std::string Explained(const nmsClientStatus &status, const std::string &place, int last_error) {
     const std::string at = place + ", port " + std::to_string(status.GetPort());
@@ -43,7 +36,7 @@ std::string Explained(const nmsClientStatus &status, const std::string &place, i
 
 // Records keep their fields in no order that people would know.
 int Rank(const std::string &field) {
-    return field == server_name_field ? 0 : field == server_port_field ? 1 : 2;
+    return field == kel::server_name_field ? 0 : field == kel::server_port_field ? 1 : 2;
 }
 
 }  // namespace
@@ -126,56 +119,9 @@ bool IsThisMachine(const std::string &host) {
            (kel::is_text(own) && host == own.Str());
 }
 
-struct Deadline::State {
-    std::mutex lock;
-    std::condition_variable changed;
-    bool over = false;
-    clock::time_point begin = clock::now();
-    std::thread waiter;
-};
-
-Deadline::Deadline(double seconds, std::function<std::string()> from) : m_state(std::make_unique<State>()) {
-    m_state->waiter = std::thread([seconds, from = std::move(from), &state = *m_state] {
-        const auto end =
-            state.begin + std::chrono::duration_cast<clock::duration>(std::chrono::duration<double>(seconds));
-        std::unique_lock held(state.lock);
-        if (state.changed.wait_until(held, end, [&] { return state.over; })) return;
-        Complain("no answer from " + from() + " within " + NumberText(seconds) + " s (--timeout)");
-        std::_Exit(failed);
-    });
-}
-
-Deadline::~Deadline() {
-    {
-        std::lock_guard held(m_state->lock);
-        m_state->over = true;
-    }
-    m_state->changed.notify_one();
-    m_state->waiter.join();
-}
-
-double Deadline::Elapsed() const {
-    return std::chrono::duration<double>(clock::now() - m_state->begin).count();
-}
-
-void AddTimeout(CLI::App &line, double &seconds) {
-    line.add_option("-t,--timeout", seconds, "Give up when there is no answer for so long")
-        ->check([](const std::string &text) {
-            std::optional<double> number = ToNumber(text);
-            return number && *number >= 0.001 && *number <= 86400
-                       ? ""
-                       : "not between 0.001 and 86400 seconds: " + text;
-        })
-        ->type_name("SECONDS")
-        ->capture_default_str();
-}
-
-std::string DurationText(double seconds) {
-    // Two digits behind the point, and no more than have passed.
-    const long microseconds = std::lround(seconds * 1e6);
-    const bool is_long = microseconds >= 1000000;
-    const long hundredths = microseconds / (is_long ? 10000 : 10);
-    return NumberText(static_cast<double>(hundredths) / 100) + (is_long ? " s" : " ms");
+std::optional<int> ToPort(std::string_view text) {
+    const std::optional<int> port = ToInteger(text);
+    return port && *port >= 1 && *port <= 65535 ? port : std::nullopt;
 }
 
 }  // namespace tool

@@ -7,10 +7,11 @@
 #include <mutex>
 
 #include <kelstdmt/rshlib.h>
+#include <kelstdmt/vumrt_names.h>
 
 #include "channels.h"
+#include "command.h"
 #include "launch_line.h"
-#include "nms.h"
 #include "text.h"
 
 namespace tool {

@@ -2,11 +2,12 @@
 #include <iostream>
 
 #include <kelstdmt/netlib_server.h>
-#include <kelstdmt/syslib.h>
 
+#include "command.h"
 #include "json.h"
 #include "nms.h"
 #include "text.h"
+#include "waiting.h"
 
 namespace tool {
 
@@ -29,8 +30,8 @@ public:
         if (at != std::string::npos) m_host = text.substr(at + 1);
         if (m_name.empty() || text.ends_with('@')) throw Misuse("NAME[@HOST] or :PORT[@HOST], not " + text);
         if (m_name.starts_with(':')) {
-            m_port = ToInteger(m_name.substr(1)).value_or(0);
-            if (m_port < 1 || m_port > 65535) throw Misuse("no port: " + m_name.substr(1));
+            m_port = ToPort(m_name.substr(1)).value_or(0);
+            if (!m_port) throw Misuse("no port: " + m_name.substr(1));
         } else {
             LookUp();
         }
@@ -78,12 +79,12 @@ private:
     void LookUp() {
         NameServer names(m_host, m_options.patience);
         kel::name_record wanted;
-        wanted.set(server_name_field, m_name);
+        wanted.set(kel::server_name_field, m_name);
         for (const kel::name_record &record : names.Query(wanted)) {
-            const std::string *port = record.find(server_port_field);
+            const std::string *port = record.find(kel::server_port_field);
             if (!port) continue;
-            m_port = ToInteger(*port).value_or(0);
-            if (m_port > 0 && m_port <= 65535) return;
+            m_port = ToPort(*port).value_or(0);
+            if (m_port) return;
             throw Failure(Printable(m_name) + " is registered on " + names.Place() +
                           " with no port: " + Printable(*port));
         }

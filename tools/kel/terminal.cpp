@@ -76,6 +76,11 @@ std::string Fitted(std::string_view text, std::size_t columns) {
     return fitted.append(columns - taken, ' ');
 }
 
+std::string Trimmed(std::string line) {
+    line.erase(line.find_last_not_of(' ') + 1);
+    return line;
+}
+
 // Interruption -----------------------------------------------------------------------------------
 
 namespace {

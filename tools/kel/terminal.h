@@ -22,6 +22,7 @@ bool SpeaksUtf8();  // by the locale
 // The columns that a text takes, and a text cut or filled to this many. The text is printable.
 std::size_t Width(std::string_view text);
 std::string Fitted(std::string_view text, std::size_t columns);
+std::string Trimmed(std::string line);  // without blanks at the end
 
 // While it lives, the first SIGINT, SIGTERM or SIGHUP only sets Signal(), so that work in hand can be taken
 // back; the second ends the process at once. One at a time.
