@@ -13,10 +13,11 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
+
+#include "descriptor.h"
 
 namespace tool {
 
@@ -27,24 +28,17 @@ constexpr std::size_t portion = 1 << 16;
 // What makes a waiting thread come back.
 class Bell {
 public:
-    Bell() : m_number(eventfd(0, EFD_CLOEXEC)) {
-        if (m_number < 0) throw std::system_error(errno, std::generic_category(), "a thread's bell");
-    }
-    ~Bell() { close(m_number); }
-    Bell(const Bell &) = delete;
-    Bell &operator=(const Bell &) = delete;
-
-    void Ring() const { eventfd_write(m_number, 1); }
+    void Ring() const { eventfd_write(m_event.Number(), 1); }
     // False when it has rung; else the descriptor is ready, or broken.
     bool Await(int descriptor, short events) const {
-        pollfd awaited[] = {{m_number, POLLIN, 0}, {descriptor, events, 0}};
+        pollfd awaited[] = {{m_event.Number(), POLLIN, 0}, {descriptor, events, 0}};
         while (poll(awaited, 2, -1) < 0 && (errno == EINTR || errno == EAGAIN)) {
         }
         return awaited[0].revents == 0;
     }
 
 private:
-    int m_number;
+    const Descriptor m_event{eventfd(0, EFD_CLOEXEC), "a thread's bell"};
 };
 
 bool IsTemporary(int error) {
@@ -172,15 +166,15 @@ sigset_t AskingSignals() {
 
 struct SignalWatch::State {
     void Run() const {
-        const int number = signalfd(-1, &asking, SFD_CLOEXEC);
         signalfd_siginfo info;
-        while (bell.Await(number, POLLIN) && read(number, &info, sizeof info) == sizeof info)
+        while (bell.Await(signals.Number(), POLLIN) &&
+               read(signals.Number(), &info, sizeof info) == sizeof info)
             on_signal(static_cast<int>(info.ssi_signo));
-        close(number);
     }
 
     std::function<void(int)> on_signal;
     sigset_t asking = AskingSignals(), former{};
+    const Descriptor signals{signalfd(-1, &asking, SFD_CLOEXEC), "signals"};
     Bell bell;
     std::thread thread;
 };

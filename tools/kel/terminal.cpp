@@ -14,7 +14,8 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <system_error>
+
+#include "descriptor.h"
 
 namespace tool {
 
@@ -135,20 +136,6 @@ namespace {
 constexpr std::string_view take_screen = "\033[?1049h\033[?25l\033[H\033[2J";
 constexpr std::string_view give_back_screen = "\033[?25h\033[?1049l";
 
-class Descriptor {
-public:
-    explicit Descriptor(int number) : m_number(number) {}
-    ~Descriptor() {
-        if (m_number >= 0) close(m_number);
-    }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-    int Number() const { return m_number; }
-
-private:
-    int m_number;
-};
-
 sigset_t WatchedSignals() {
     sigset_t watched;
     sigemptyset(&watched);
@@ -161,7 +148,7 @@ sigset_t WatchedSignals() {
 
 struct FullScreen::State {
     sigset_t watched = WatchedSignals(), former{};
-    Descriptor signals{signalfd(-1, &watched, SFD_CLOEXEC | SFD_NONBLOCK)};
+    const Descriptor signals{signalfd(-1, &watched, SFD_CLOEXEC | SFD_NONBLOCK), "signals"};
     std::string typed;  // and not taken yet
     termios modes{};
     bool has_modes = tcgetattr(0, &modes) == 0;
@@ -174,7 +161,6 @@ bool FullScreen::IsPossible() {
 }
 
 FullScreen::FullScreen() : m_state(std::make_unique<State>()) {
-    if (m_state->signals.Number() < 0) throw std::system_error(errno, std::generic_category(), "signals");
     sigprocmask(SIG_BLOCK, &m_state->watched, &m_state->former);
     Take();
 }
