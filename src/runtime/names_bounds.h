@@ -28,7 +28,7 @@ public:
         m_moved = 0;
         m_since = clock::now();
     }
-    // Before each record of an answer. False when the records came to more than any host has.
+    // After each record of an answer. False when the records came to more than any host has.
     bool allow_record(std::size_t bytes_of_the_last) {
         constexpr std::size_t most = std::size_t{512} << 20, record = 256;
         m_kept += record + bytes_of_the_last;

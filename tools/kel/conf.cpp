@@ -1,5 +1,4 @@
 // kel conf: the lines NAME:VALUE of a configuration file.
-#include <algorithm>
 #include <iostream>
 
 #include <kelstdmt/configfile.h>

@@ -4,7 +4,6 @@
 // behind it holds them as they are.
 #pragma once
 
-#include <iosfwd>
 #include <string>
 #include <string_view>
 

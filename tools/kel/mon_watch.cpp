@@ -1,7 +1,6 @@
 #include "mon_watch.h"
 
 #include <algorithm>
-#include <cmath>
 #include <iostream>
 #include <thread>
 #include <unordered_map>

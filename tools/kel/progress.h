@@ -5,7 +5,6 @@
 #pragma once
 
 #include <chrono>
-#include <string>
 
 #include <kelstdmt/filelib.h>
 
