@@ -33,9 +33,12 @@ install(FILES tools/wireshark/kelstdmt.lua DESTINATION ${CMAKE_INSTALL_DATADIR}/
 install(FILES ${PROJECT_BINARY_DIR}/kelstdmtConfig.cmake ${PROJECT_BINARY_DIR}/kelstdmtConfigVersion.cmake
   DESTINATION ${package_dir} COMPONENT development)
 
-# The .pc file finds its prefix from where it lies, so an installed tree may be moved.
+# The .pc file finds its prefix from where it lies, so an installed tree may be moved; folders that are not below the
+# prefix are told from there, too.
 file(RELATIVE_PATH KELSTDMT_PC_TO_PREFIX
   ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+file(RELATIVE_PATH KELSTDMT_PC_LIBDIR ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_LIBDIR})
+file(RELATIVE_PATH KELSTDMT_PC_INCLUDEDIR ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_INCLUDEDIR})
 if(KELSTDMT_STATIC)
   set(KELSTDMT_PC_CFLAGS "-DKELSTDMT_STATIC")
   set(KELSTDMT_PC_LIBS "-lstdc++ -lm -pthread")
