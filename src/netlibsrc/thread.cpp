@@ -111,6 +111,8 @@ ioStream *netThread::SignalStream() {
 }
 
 bool netThread::OnPreStart() {
+    // One that a failed start has left goes first: where descriptors are few, two pipes are too many.
+    m_pipe.reset();
     m_pipe.reset(ioPipe::Create());
     return m_pipe != nullptr;
 }

@@ -2,7 +2,6 @@
 // Clients of servers that misbehave are tests/tools/network_test.py.
 #include <arpa/inet.h>
 #include <sched.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <ctime>
@@ -12,6 +11,7 @@
 #include <kelstdmt/netlib_server.h>
 #include <kelstdmt/reglib.h>
 
+#include "scarce_descriptors.h"
 #include "scratch_folder.h"
 #include "timing.h"
 
@@ -49,29 +49,6 @@ bool soon(const std::function<bool()> &holds) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     return holds();
 }
-// Leaves that many descriptors to the process while it lives.
-struct Scarcity {
-    explicit Scarcity(int left) {
-        ::getrlimit(RLIMIT_NOFILE, &before);
-        const rlimit low{200, before.rlim_max};
-        ::setrlimit(RLIMIT_NOFILE, &low);
-        for (int fd; (fd = ::dup(0)) >= 0;)
-            taken.push_back(fd);
-        while (left-- > 0)
-            GiveOne();
-    }
-    ~Scarcity() {
-        while (!taken.empty())
-            GiveOne();
-        ::setrlimit(RLIMIT_NOFILE, &before);
-    }
-    void GiveOne() {
-        ::close(taken.back());
-        taken.pop_back();
-    }
-    rlimit before{};
-    std::vector<int> taken;
-};
 
 struct Server : ScratchFolder {
     Server() { ::setenv("KELSTDMT_REGISTRY", folder.c_str(), 1); }

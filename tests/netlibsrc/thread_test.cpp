@@ -7,6 +7,7 @@
 #include <kelstdmt/kel.h>
 #include <kelstdmt/netlib_thread.h>
 
+#include "scarce_descriptors.h"
 #include "scratch_folder.h"
 #include "services/observing.h"
 
@@ -115,6 +116,17 @@ TEST(ThreadObject, CallsItsHooksInOrderAndTellsItsEnd) {
     EXPECT_TRUE(threads[0].Start());
     EXPECT_EQ(threads[0].WaitExitCode(), kel::nil_int);
     EXPECT_TRUE(reports.take().starts_with("An exception left a thread: kellib::XNegativeIndex: "));
+}
+
+// Two for its pipe and one for its end: what a start that failed has taken does not stand in the way of the
+// next one.
+TEST(ThreadObject, StartsOnceThereAreThreeDescriptors) {
+    Scarcity few(0);
+    Recorder thread;
+    thread.body = [] { return 7; };
+    for (int left = 0; left <= 3; ++left, few.GiveOne())
+        EXPECT_EQ(thread.Start(), left == 3) << left;
+    EXPECT_EQ(thread.WaitExitCode(), 7);
 }
 
 }  // namespace
