@@ -133,7 +133,8 @@ private:
         }
     }
     void forward_input() {
-        if (!m_input || m_input_held || m_ended || m_forwarder.forward(*m_input, tag_input, m_wire)) return;
+        if (!m_input || m_input_held || m_ended || m_wire.is_over()) return;
+        if (m_forwarder.forward(*m_input, tag_input, m_wire)) return;
         m_wire.put(tag_input_end);
         m_input = nullptr;
     }

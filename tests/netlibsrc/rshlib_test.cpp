@@ -50,6 +50,22 @@ TEST(RemoteShell, AWakeUpForNothingIsNoEnd) {
     EXPECT_EQ(wait_for(*process), 0);
 }
 
+// It stays the caller's where the server has gone.
+TEST(RemoteShell, InputIsLeftWhereNobodyTakesIt) {
+    const std::unique_ptr<ioPipe> pipe(ioPipe::Create());
+    ioStream *in = kel_pipe_access::ReadStream(*pipe), *writer = kel_pipe_access::WriteStream(*pipe);
+    writer->WriteBytes("rest", 4);
+    writer->Close();
+    const Connected ends;
+    ends.far->WriteBytes("\0\0\0\0", 4);  // launched
+    ends.far->Flush();
+    ASSERT_EQ(::shutdown(ends.far->GetInheritHandle(), SHUT_WR), 0);
+    const Process process(rshProcess::Create(ends.near.get(), "", "", in, nullptr, nullptr, true, false));
+    EXPECT_EQ(wait_for(*process), rshProcess::NoExitCode);
+    char rest[4];
+    EXPECT_EQ(::read(in->GetInheritHandle(), rest, 4), 4) << "bytes are left";
+}
+
 TEST(RemoteShell, WhoeverEndsItLeavesNothingOpen) {
     const auto round = [] {
         const Session session, refused, closed, ended;
