@@ -183,12 +183,15 @@ private:
 
 bool refuse(relay_wire &wire, const kel::remote_shell_options &options, const kel::remote_command &command,
             const launch_failure &failure) {
-    trace(trace_area::relay, "refused: ", failure.reason.Str());
+    // No client takes a longer one.
+    const std::string_view told = kel::view(failure.reason).substr(0, answer_reader::longest_text);
+    const xstring reason = xstring::FromBytes(told.data(), told.size());
+    trace(trace_area::relay, "refused: ", reason.Str());
     wire.put(answer_refused);
     wire.put(failure.error);
-    wire.put(kel::view(failure.reason));
+    wire.put(told);
     wire.send();
-    if (options.refused) options.refused(command, failure.reason);
+    if (options.refused) options.refused(command, reason);
     return false;
 }
 

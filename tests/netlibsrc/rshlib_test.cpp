@@ -66,6 +66,26 @@ TEST(RemoteShell, InputIsLeftWhereNobodyTakesIt) {
     EXPECT_EQ(::read(in->GetInheritHandle(), rest, 4), 4) << "bytes are left";
 }
 
+// A client takes no more than 64 KiB of one.
+TEST(RemoteShell, AReasonOfAnyLengthIsOne) {
+    const Connected ends;
+    kel::remote_shell_options options;
+    options.permit = [](const auto &) { return xstring(std::string(70'000, 'n').c_str()); };
+    std::size_t logged = 0;
+    options.refused = [&](const auto &, const xstring &reason) { logged = kel::view(reason).size(); };
+    std::thread serving([&] { kel::serve_remote_command(ends.far.get(), options, nullptr); });
+    try {
+        Process(rshProcess::Create(ends.near.get(), "true", "", nullptr, nullptr, nullptr, true, false));
+        ADD_FAILURE() << "not refused";
+    } catch (xthrowable *thrown) {
+        const kel::caught error(thrown);
+        EXPECT_EQ(error.as<rshXProcess>()->getError(), rshDaemonError);
+        EXPECT_EQ(error.as<rshXProcess>()->getMsg(), xstring(std::string(65'536, 'n').c_str()));
+    }
+    serving.join();
+    EXPECT_EQ(logged, 65'536u);
+}
+
 TEST(RemoteShell, WhoeverEndsItLeavesNothingOpen) {
     const auto round = [] {
         const Session session, refused, closed, ended;
