@@ -30,7 +30,6 @@ public:
         const auto micros = std::max(ceil<microseconds>(m_end - clock::now()), microseconds(0)).count();
         return {micros / 1'000'000, static_cast<std::int32_t>(micros % 1'000'000)};
     }
-    friend auto operator<=>(const deadline &, const deadline &) noexcept = default;
 
 private:
     using clock = std::chrono::steady_clock;

@@ -6,7 +6,6 @@
 #pragma once
 
 #include <cstddef>
-#include <memory>
 #include <string_view>
 
 #include <kelstdmt/iolib.h>

@@ -2,7 +2,6 @@
 // the connection until the client has acknowledged the end.
 #include <string_view>
 
-#include <kelstdmt/filelib.h>
 #include <kelstdmt/kel.h>
 #include <kelstdmt/rshlib.h>
 
