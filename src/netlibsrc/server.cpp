@@ -207,5 +207,7 @@ netSocketStream *netBaseServer::Accept(double timeout) {
 netEvent *netBaseServer::AcceptEvent() {
     auto base = std::make_unique<accept_event>(m_socket->GetHandle(),
                                                [loop = m_loop.get()] { return loop->HasAccepted(); });
-    return kel::construct<netEvent>(this, base.release());
+    netEvent *event = kel::construct<netEvent>(this, base.get());
+    base.release();
+    return event;
 }
