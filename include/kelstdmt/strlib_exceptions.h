@@ -25,7 +25,7 @@ public:
             return kel::construct<T>(description, func);                          \
         }                                                                         \
         [[noreturn]] static void Throw(const char *description, kelXFunc *func) { \
-            xthrow(xrcunihandle<xthrowable>(Create(description, func)));          \
+            xthrow(Create(description, func));                                    \
         }                                                                         \
     };
 

@@ -50,7 +50,7 @@ public:
         return kel::construct<sysXException>(description, func);
     }
     [[noreturn]] static void Throw(const char *description, kelXFunc *func) {
-        xthrow(xrcunihandle<xthrowable>(Create(description, func)));
+        xthrow(Create(description, func));
     }
 };
 
@@ -63,7 +63,7 @@ public:
         return kel::construct<sysXCantGetHostName>(description, func);
     }
     [[noreturn]] static void Throw(const char *description, kelXFunc *func) {
-        xthrow(xrcunihandle<xthrowable>(Create(description, func)));
+        xthrow(Create(description, func));
     }
 };
 
@@ -76,7 +76,7 @@ public:
         return kel::construct<sysXCantGetUserName>(description, func);
     }
     [[noreturn]] static void Throw(const char *description, kelXFunc *func) {
-        xthrow(xrcunihandle<xthrowable>(Create(description, func)));
+        xthrow(Create(description, func));
     }
 };
 
@@ -89,7 +89,7 @@ public:
         return kel::construct<sysXCantPutEnv>(variable, description, func);
     }
     [[noreturn]] static void Throw(const char *variable, const char *description, kelXFunc *func) {
-        xthrow(xrcunihandle<xthrowable>(Create(variable, description, func)));
+        xthrow(Create(variable, description, func));
     }
     xstring getVar() const { return m_var; }
     void Print(std::ostream &out) const override;

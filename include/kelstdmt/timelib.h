@@ -79,7 +79,7 @@ public:
         return kel::construct<tmXException>(description, func);
     }
     [[noreturn]] static void Throw(const char *description, kelXFunc *func) {
-        xthrow(xrcunihandle<xthrowable>(Create(description, func)));
+        xthrow(Create(description, func));
     }
 };
 
@@ -94,7 +94,7 @@ public:
     }
     [[noreturn]] static void Throw(const char *text, const char *format, const char *description,
                                    kelXFunc *func) {
-        xthrow(xrcunihandle<xthrowable>(Create(text, format, description, func)));
+        xthrow(Create(text, format, description, func));
     }
     xstring getInvalString() const { return m_text; }
     xstring getFormat() const { return m_format; }
@@ -117,7 +117,7 @@ public:
     }
     [[noreturn]] static void Throw(int year, int month, int day, int hour, int minute, int second,
                                    const char *description, kelXFunc *func) {
-        xthrow(xrcunihandle<xthrowable>(Create(year, month, day, hour, minute, second, description, func)));
+        xthrow(Create(year, month, day, hour, minute, second, description, func));
     }
     int getYear() const { return m_year; }
     int getMonth() const { return m_month; }
@@ -143,7 +143,7 @@ public:
     }
     [[noreturn]] static void Throw(tmTime *time, const char *format, const char *description,
                                    kelXFunc *func) {
-        xthrow(xrcunihandle<xthrowable>(Create(time, format, description, func)));
+        xthrow(Create(time, format, description, func));
     }
     tmTime *getTime() { return m_time ? &*m_time : nullptr; }
     xstring getFormat() const { return m_format; }

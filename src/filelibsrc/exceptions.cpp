@@ -80,7 +80,7 @@ void fsXException::Print(std::ostream &out) const {
 template <class T>
 [[noreturn]] static void throw_new(const char *path, const char *description, kelXFunc *func) {
     xrchandle<T> thrown = T::Create(path, description, func);
-    xthrow(xrcunihandle<xthrowable>(thrown));
+    xthrow(thrown.get());
 }
 
 #define FS_EXCEPTION(T)                                                                 \

@@ -32,7 +32,7 @@ public:
         xrchandle<kelXFunc> function(construct<kelXFunc>("brtti::printvalue"));
         xrchandle<kelXExternFunc> thrown(
             construct<kelXExternFunc>("Values print each other without end.", function));
-        xthrow(xrcunihandle<xthrowable>(thrown));
+        xthrow(thrown.get());
     }
 
 private:

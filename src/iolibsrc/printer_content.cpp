@@ -26,7 +26,7 @@ constexpr std::size_t most_levels = 100'000;
 [[noreturn]] void throw_circle(brtti &type) {
     xrchandle<kelXFunc> function(construct<kelXFunc>(type.gettypename()));
     xrchandle<kelXExternFunc> thrown(construct<kelXExternFunc>("A type has no end of parents.", function));
-    xthrow(xrcunihandle<xthrowable>(thrown));
+    xthrow(thrown.get());
 }
 
 // Ahead of an item's value, and behind it.

@@ -31,5 +31,5 @@ netXException *netXException::Create(netError error, const char *message) {
 }
 
 void netXException::Throw(netError error, const char *message) {
-    xthrow(xrcunihandle<xthrowable>(Create(error, message)));
+    xthrow(Create(error, message));
 }

@@ -10,17 +10,13 @@ constexpr const char *messages[] = {"Remote shell server is not active on remote
                                     "Name Server not found", "No authorization to connect to remote shell",
                                     "Protocol mismatch", "Remote process launching error"};
 
-[[noreturn]] void fly(xthrowable *exception) {
-    xthrow(xrcunihandle<xthrowable>(exception));
-}
-
 }  // namespace
 
 rshXException *rshXException::Create(rshError error) {
     return kel::construct_with<rshXException>([&](void *at) { return ::new (at) rshXException(error); });
 }
 void rshXException::Throw(rshError error) {
-    fly(Create(error));
+    xthrow(Create(error));
 }
 xstring rshXException::getMsgImpl() const {
     const auto at = static_cast<unsigned>(m_error);
@@ -34,7 +30,7 @@ rshXProcess *rshXProcess::Create(rshError error, int create_error, const char *m
         [&](void *at) { return ::new (at) rshXProcess(error, create_error, message); });
 }
 void rshXProcess::Throw(rshError error, int create_error, const char *message) {
-    fly(Create(error, create_error, message));
+    xthrow(Create(error, create_error, message));
 }
 std::optional<pcCreateError> rshXProcess::getNamedError() const noexcept {
     if (m_create_error < 0 || m_create_error > pcBadProcessId) return std::nullopt;
@@ -48,12 +44,12 @@ rshXServer *rshXServer::Create(rshError error) {
     return kel::construct_with<rshXServer>([&](void *at) { return ::new (at) rshXServer(error); });
 }
 void rshXServer::Throw(rshError error) {
-    fly(Create(error));
+    xthrow(Create(error));
 }
 
 rshXConnection *rshXConnection::Create(rshError error) {
     return kel::construct_with<rshXConnection>([&](void *at) { return ::new (at) rshXConnection(error); });
 }
 void rshXConnection::Throw(rshError error) {
-    fly(Create(error));
+    xthrow(Create(error));
 }

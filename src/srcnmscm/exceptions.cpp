@@ -1,27 +1,18 @@
 // The exceptions of the client module.
 #include <kelstdmt/nmsclib.h>
 
-namespace {
-
-template <class T>
-[[noreturn]] void raise(T *exception) {
-    xthrow(xrcunihandle<xthrowable>(exception));
-}
-
-}  // namespace
-
 nmsXException *nmsXException::Create(const char *message, kelXFunc *func) {
     return kel::construct<nmsXException>(message, func);
 }
 void nmsXException::Throw(const char *message, kelXFunc *func) {
-    raise(Create(message, func));
+    xthrow(Create(message, func));
 }
 
 nmsXCantConnectLocal *nmsXCantConnectLocal::Create(const char *message, kelXFunc *func) {
     return kel::construct<nmsXCantConnectLocal>(message, func);
 }
 void nmsXCantConnectLocal::Throw(const char *message, kelXFunc *func) {
-    raise(Create(message, func));
+    xthrow(Create(message, func));
 }
 
 nmsXCantConnectByName::nmsXCantConnectByName(const char *server_name, const char *message, kelXFunc *func)
@@ -31,7 +22,7 @@ nmsXCantConnectByName *nmsXCantConnectByName::Create(const char *server_name, co
     return kel::construct<nmsXCantConnectByName>(server_name, message, func);
 }
 void nmsXCantConnectByName::Throw(const char *server_name, const char *message, kelXFunc *func) {
-    raise(Create(server_name, message, func));
+    xthrow(Create(server_name, message, func));
 }
 
 nmsXCantRegisterRecord::nmsXCantRegisterRecord(nmsRecord *record, const char *message, kelXFunc *func)
@@ -41,7 +32,7 @@ nmsXCantRegisterRecord *nmsXCantRegisterRecord::Create(nmsRecord *record, const 
     return kel::construct<nmsXCantRegisterRecord>(record, message, func);
 }
 void nmsXCantRegisterRecord::Throw(nmsRecord *record, const char *message, kelXFunc *func) {
-    raise(Create(record, message, func));
+    xthrow(Create(record, message, func));
 }
 
 nmsXCantDelete::nmsXCantDelete(nmsRecord *record_template, const char *message, kelXFunc *func)
@@ -50,7 +41,7 @@ nmsXCantDelete *nmsXCantDelete::Create(nmsRecord *record_template, const char *m
     return kel::construct<nmsXCantDelete>(record_template, message, func);
 }
 void nmsXCantDelete::Throw(nmsRecord *record_template, const char *message, kelXFunc *func) {
-    raise(Create(record_template, message, func));
+    xthrow(Create(record_template, message, func));
 }
 
 nmsXCantQuery::nmsXCantQuery(nmsRecord *record_template, const char *message, kelXFunc *func)
@@ -59,19 +50,19 @@ nmsXCantQuery *nmsXCantQuery::Create(nmsRecord *record_template, const char *mes
     return kel::construct<nmsXCantQuery>(record_template, message, func);
 }
 void nmsXCantQuery::Throw(nmsRecord *record_template, const char *message, kelXFunc *func) {
-    raise(Create(record_template, message, func));
+    xthrow(Create(record_template, message, func));
 }
 
 nmsXCantShutdown *nmsXCantShutdown::Create(const char *message, kelXFunc *func) {
     return kel::construct<nmsXCantShutdown>(message, func);
 }
 void nmsXCantShutdown::Throw(const char *message, kelXFunc *func) {
-    raise(Create(message, func));
+    xthrow(Create(message, func));
 }
 
 nmsXCantGetVersion *nmsXCantGetVersion::Create(const char *message, kelXFunc *func) {
     return kel::construct<nmsXCantGetVersion>(message, func);
 }
 void nmsXCantGetVersion::Throw(const char *message, kelXFunc *func) {
-    raise(Create(message, func));
+    xthrow(Create(message, func));
 }

@@ -20,17 +20,13 @@ constexpr message messages[] = {
     {pcErrorError, "Stream can not be passed to a process created as an error stream"},
 };
 
-[[noreturn]] void fly(xthrowable *exception) {
-    xthrow(xrcunihandle<xthrowable>(exception));
-}
-
 }  // namespace
 
 pcXException *pcXException::Create() {
     return kel::construct_with<pcXException>([](void *at) { return ::new (at) pcXException; });
 }
 void pcXException::Throw() {
-    fly(Create());
+    xthrow(Create());
 }
 xstring pcXException::getMsg() const {
     return xstring("Process manipulation error");
@@ -41,7 +37,7 @@ pcXCreate *pcXCreate::Create(int error, int system_error) {
         [&](void *at) { return ::new (at) pcXCreate(error, system_error); });
 }
 void pcXCreate::Throw(int error, int system_error) {
-    fly(Create(error, system_error));
+    xthrow(Create(error, system_error));
 }
 std::optional<pcCreateError> pcXCreate::getNamedError() const noexcept {
     if (m_error < 0 || m_error > pcBadProcessId) return std::nullopt;
@@ -57,7 +53,7 @@ pcXProcess *pcXProcess::Create(pcProcess *process) {
     return kel::construct_with<pcXProcess>([&](void *at) { return ::new (at) pcXProcess(process); });
 }
 void pcXProcess::Throw(pcProcess *process) {
-    fly(Create(process));
+    xthrow(Create(process));
 }
 
 // Launching and attaching ----------------------------------------------------------------------

@@ -150,7 +150,7 @@ TEST_F(Server, RequestsRunBesideTheLoopAndEndWithTheServer) {
     btkAbortHandler before = btkSetAbortHandler([](const char *, const char *, int) { ++reports; });
     callbacks.async = [&](Stream stream, evtEvent *stop) {
         const int asked = stream->ReadInt();
-        if (asked == 1) xthrow(xrcunihandle<xthrowable>(netXException::Create(netSocketError, "no")));
+        if (asked == 1) xthrow(netXException::Create(netSocketError, "no"));
         if (asked == 2) throw std::runtime_error("no");
         if (asked == 3) return netServerTerminate;
         stopped += stop->Wait(INFINITE) ? 1 : 100;
