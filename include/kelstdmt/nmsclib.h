@@ -125,8 +125,9 @@ public:
     xstring GetHost() const { return m_host; }
 
 private:
-    class request;
     nmsServerProxy(const char *host, bool local);
+    template <class Request>
+    nmsClientStatus *Ask(Request request);
     nmsClientStatus *Failed(nmscReturnCode code, StatusOrigin origin = ClientOrigin) const;
 
     xstring m_host;

@@ -1,20 +1,17 @@
-// Requests to a name server. The operations with a status do the work, each over a connection of its own; the
-// others turn a status into the exception of the operation, whose message is the line that the status prints.
+// Requests to a name server. The operations with a status ask it; the others turn a status into the exception
+// of the operation, whose message is the line that the status prints.
 #include <algorithm>
 #include <iostream>
 #include <memory>
-#include <optional>
 
 #include <kelstdmt/kel.h>
-#include <kelstdmt/netlib_server.h>
 #include <kelstdmt/nmsclib.h>
 #include <kelstdmt/syslib.h>
 
+#include "runtime/names_exchange.h"
 #include "runtime/names_status.h"
-#include "runtime/trace.h"
-#include "srcnmscm/wire.h"
 
-using kel::system::trace, kel::system::trace_area;
+using kel::system::asked_name_server;
 
 namespace {
 
@@ -34,79 +31,22 @@ std::string message_of(nmsClientStatus *owned) {
 
 }  // namespace
 
-// A request under way. What the stream throws is a connection that broke off.
-class nmsServerProxy::request {
-public:
-    explicit request(nmsServerProxy &proxy) : m_proxy(proxy) {}
-
-    // Sends the question and reads the status of the answer.
-    nmsClientStatus *ask(kel::name_request code, nmsRecord *record = nullptr) {
-        m_proxy.m_port = kel::name_service_port_of_environment();
-        const char *host = m_proxy.m_local ? "localhost" : m_proxy.m_host.Str();
-        trace(trace_area::names, "asks ", host, " port ", m_proxy.m_port, ": ",
-              kel::system::name_request_text(code));
-        const std::unique_ptr<netAddress> address(netAddress::Create(m_proxy.m_port, host));
-        m_stream.reset(netBaseServer::Connect(address.get(), INFINITE));
-        if (!m_stream) return m_proxy.Failed(nmscNoConnection);
-        if (!guarded([&] { return send(code, record); }))
-            return m_proxy.Failed(record ? nmscNotSent : nmscNoConnection);
-        char status = 0;
-        m_bounds.begin_answer();
-        m_reader.emplace(*m_stream, m_bounds);
-        if (!guarded([&] { return m_reader->read(&status, 1); })) return m_proxy.Failed(nmscNoConnection);
-        trace(trace_area::names, host, " answers ", kel::system::name_request_text(code), " with status ",
-              static_cast<unsigned char>(status));
-        if (status == 0) return nullptr;
-        return m_proxy.Failed(static_cast<nmscReturnCode>(static_cast<unsigned char>(status)), ServerOrigin);
-    }
-
-    bool read(int &value) {
-        char bytes[4];
-        if (!guarded([&] { return m_reader->read(bytes, sizeof bytes); })) return false;
-        value = kel::int_at(bytes);
-        return true;
-    }
-    bool read(nmsRecord &record) {
-        kel::name_record_reader wire;
-        if (!guarded([&] { return m_reader->read(wire); })) return false;
-        record.SetWire(wire.take());
-        return true;
-    }
-
-private:
-    template <class Step>
-    static bool guarded(Step step) {
-        try {
-            return step();
-        } catch (xthrowable *thrown) {
-            const kel::caught error(thrown);
-            return false;
-        }
-    }
-
-    bool send(kel::name_request code, nmsRecord *record) {
-        PutIndependentInt(m_stream.get(), kel::name_service_greeting);
-        m_stream->WriteByte(static_cast<int>(code));
-        netSocketStream *stream = m_stream.get();
-        if (record && !record->Send(stream)) return false;
-        m_stream->Flush();
-        return m_stream->getIsGood();
-    }
-
-    nmsServerProxy &m_proxy;
-    std::unique_ptr<netSocketStream> m_stream;
-    kel::detail::name_bounds m_bounds;
-    std::optional<kel::detail::name_stream_reader> m_reader;
-};
-
 nmsServerProxy::nmsServerProxy(const char *host, bool local)
     : m_host(kel::detail::stored(host)), m_local(local) {}
 nmsServerProxy::~nmsServerProxy() = default;
 
 nmsClientStatus *nmsServerProxy::Failed(nmscReturnCode code, StatusOrigin origin) const {
-    trace(trace_area::names, "fails with code ", static_cast<int>(code),
-          origin == ServerOrigin ? " of the name server" : " of its client");
     return new nmsClientStatus(code, m_host, m_port, m_local, origin);
+}
+
+template <class Request>
+nmsClientStatus *nmsServerProxy::Ask(Request request) {
+    const xstring host = m_host.IsNull() ? sysGetCurHostName() : m_host;
+    asked_name_server server(std::string(kel::view(host)), m_local);
+    const kel::system::name_outcome outcome = request(server);
+    if (server.port() != 0) m_port = server.port();
+    if (outcome.is_success()) return nullptr;
+    return Failed(static_cast<nmscReturnCode>(outcome.code), static_cast<StatusOrigin>(outcome.origin));
 }
 
 nmsServerProxy *nmsServerProxy::InitLocalProxy() {
@@ -133,59 +73,47 @@ nmsServerProxy *nmsServerProxy::ConnectByName(const char *host) {
 // With a status -------------------------------------------------------------------------------
 
 nmsClientStatus *nmsServerProxy::Ping() {
-    const std::unique_ptr<nmsClientStatus> status(request(*this).ask(kel::name_request::ping));
-    return status ? Failed(nmscNoConnection) : nullptr;
+    return Ask([](asked_name_server &server) { return server.ping(); });
 }
 
 nmsClientStatus *nmsServerProxy::ImplRegister(nmsRecord &record) {
-    if (record.IsAssociated() && !m_local) return Failed(nmscNotAuthorized);
-    return request(*this).ask(kel::name_request::add, &record);
+    return Ask([&](asked_name_server &server) { return server.add(record.GetWire()); });
 }
 
 nmsClientStatus *nmsServerProxy::ImplDelete(nmsRecord &record_template, int *count) {
-    request removal(*this);
-    std::unique_ptr<nmsClientStatus> status(removal.ask(kel::name_request::remove, &record_template));
     int deleted = 0;
-    const bool answered = !status || status->GetOrigin() == ServerOrigin;
-    const bool counted = answered && removal.read(deleted) && deleted >= 0;
-    if (!status && !counted) status.reset(Failed(nmscNoConnection));
-    if (count) *count = counted ? deleted : 0;
-    return status.release();
+    nmsClientStatus *status =
+        Ask([&](asked_name_server &server) { return server.remove(record_template.GetWire(), deleted); });
+    if (count) *count = deleted;
+    return status;
 }
 
 nmsClientStatus *nmsServerProxy::ImplQuery(nmsRecord &record_template, nmsRecordArray *records, int *count) {
     if (records) records->clear();
     if (count) *count = 0;
-    request query(*this);
-    if (nmsClientStatus *status = query.ask(kel::name_request::query, &record_template)) return status;
-    int told = 0;
-    bool whole = query.read(told) && told >= 0;
-    for (int at = 0; whole && at < told; ++at) {
+    std::vector<kel::name_record> found;
+    if (nmsClientStatus *status =
+            Ask([&](asked_name_server &server) { return server.query(record_template.GetWire(), found); }))
+        return status;
+    if (count) *count = static_cast<int>(found.size());
+    if (!records) return nullptr;
+    for (const kel::name_record &wire : found) {
         std::unique_ptr<nmsRecord> record(nmsRecord::Create(0));
-        whole = query.read(*record);
-        if (whole && records) records->append(record.release());
+        record->SetWire(wire);
+        records->append(record.release());
     }
-    trace(trace_area::names, whole ? "records that match: " : "the answer broke off; records told: ", told);
-    if (whole) {
-        if (count) *count = told;
-        return nullptr;
-    }
-    if (records) {
-        for (nmsRecord *record : *records)
-            delete record;
-        records->clear();
-    }
-    return Failed(nmscNoConnection);
+    return nullptr;
 }
 
 nmsClientStatus *nmsServerProxy::Version(nmsRecord &record) {
-    request version(*this);
-    if (nmsClientStatus *status = version.ask(kel::name_request::version)) return status;
-    return version.read(record) ? nullptr : Failed(nmscNoConnection);
+    kel::name_record answer;
+    nmsClientStatus *status = Ask([&](asked_name_server &server) { return server.version(answer); });
+    if (!status) record.SetWire(answer);
+    return status;
 }
 
 nmsClientStatus *nmsServerProxy::ImplShutdown() {
-    if (m_local) return request(*this).ask(kel::name_request::shutdown);
+    if (m_local) return Ask([](asked_name_server &server) { return server.shutdown(); });
     std::cerr << "ERROR  : NMS client: cannot shutdown nonlocal NameService." << std::endl;
     return Failed(nmscNotAuthorized);
 }

@@ -3,9 +3,8 @@
 #include <kelstdmt/nmsclib.h>
 #include <kelstdmt/vumrt_process.h>
 
+#include "runtime/names_exchange.h"
 #include "srcnmscm/wire.h"
-
-using kel::detail::name_bounds;
 
 namespace {
 
@@ -16,8 +15,7 @@ kel::name_record_limits limits_of(const char *key) {
 
 }  // namespace
 
-nmsRecord::nmsRecord(unsigned associated)
-    : m_process(associated == 1 ? static_cast<unsigned>(Process_GetCurrentId()) : associated) {}
+nmsRecord::nmsRecord(unsigned associated) : m_process(kel::system::associated_process(associated)) {}
 
 nmsRecord *nmsRecord::Create(int associated) {
     return kel::construct<nmsRecord>(static_cast<unsigned>(associated));
@@ -70,16 +68,14 @@ void nmsRecord::SetWire(const kel::name_record &wire) {
 bool nmsRecord::Send(netSocketStream *&stream) {
     std::string bytes;
     if (!stream || !kel::append_record(bytes, GetWire(), limits_of(nullptr))) return false;
-    name_bounds bounds;
-    return kel::detail::write_names(*stream, bytes, bounds);
+    return kel::detail::write_record(*stream, bytes);
 }
 
 bool nmsRecord::Receive(netSocketStream *&stream, const char *limits_key) {
     SetWire({});
     if (!stream) return false;
-    name_bounds bounds;
     kel::name_record_reader reader(limits_of(limits_key));
-    if (!kel::detail::name_stream_reader(*stream, bounds).read(reader)) return false;
+    if (!kel::detail::read_record(*stream, reader)) return false;
     SetWire(reader.take());
     return true;
 }
