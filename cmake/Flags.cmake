@@ -21,7 +21,8 @@ endif()
 
 add_library(kelstdmt_own INTERFACE)
 target_compile_options(kelstdmt_own INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
-  "$<$<COMPILE_LANGUAGE:C>:-Wstrict-prototypes;-Wc++-compat>")
+  "$<$<COMPILE_LANGUAGE:C>:-Wstrict-prototypes;-Wc++-compat>"
+  $<$<CXX_COMPILER_ID:Clang>:-Wno-sign-conversion>)  # which GCC does not count among conversions
 
 # What the sanitizers add to the code misleads GCC's search for uninitialised variables.
 if(KELSTDMT_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")

@@ -117,7 +117,7 @@ TEST_F(Folders, CurrentOneIsChangedAndTold) {
     fsChangeDir(caller.c_str());
     EXPECT_EQ(fs::current_path(), folder);
     for (auto &[path, number] : {std::pair("file", 267), {"file\\x", 3}, {"none\\", 2}, {"h::sub", 3}}) {
-        EXPECT_EQ(failure([&] { fsChangeDir(path); }), std::string("XDoesNotExist fsChangeDir ") + path);
+        EXPECT_EQ(failure([to = path] { fsChangeDir(to); }), std::string("XDoesNotExist fsChangeDir ") + path);
         EXPECT_EQ(Error_GetLast(), number) << path;
     }
     // Folders that callers cannot be told of: a name with a backslash, and one that is gone.

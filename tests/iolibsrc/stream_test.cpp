@@ -88,7 +88,7 @@ TEST(Stream, GuardsInTheirOrder) {
             else if (kind == Typed && timed)
                 expected = input ? "function \"ITimeout != INFINITE\" not supported"
                                  : "function \"OTimeout != INFINITE\" not supported";
-            EXPECT_EQ(failure([&] { run(stream); }, &stream), expected);
+            EXPECT_EQ(failure([&, call = run] { call(stream); }, &stream), expected);
             if (is_closed) continue;
             stream.setIsBad(false);
             const bool active = kind < Offer && expected.empty();

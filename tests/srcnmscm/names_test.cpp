@@ -177,17 +177,18 @@ TEST(NameRequests, WhoeverIsHeldUpGivesUp) {
         const int small = 4096;
         ::setsockopt(server.listener.GetHandle(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
         btkStreamSocket peer;
-        std::thread serving([&] {
+        std::thread serving([&, greeting = first, piece = again, most = times, rest = pause] {
             EXPECT_EQ(server.listener.Wait(btkTimeval(60, 0), btkSocket::ForInput), 1);
             EXPECT_TRUE(server.listener.Accept(peer));
-            Server::Say(peer, first);
+            Server::Say(peer, greeting);
             int said = 0;
-            while (said < times && Server::Say(peer, again))
-                ++said, std::this_thread::sleep_for(std::chrono::milliseconds(pause));
-            EXPECT_TRUE(times == 0 || said < times) << "took all of it";
+            while (said < most && Server::Say(peer, piece))
+                ++said, std::this_thread::sleep_for(std::chrono::milliseconds(rest));
+            EXPECT_TRUE(most == 0 || said < most) << "took all of it";
         });
         std::string saw;
-        const double lasted = seconds([&] { saw = ask(operation, operation == add ? longest : found); });
+        const Fields &fields = operation == add ? longest : found;
+        const double lasted = seconds([&, what = operation] { saw = ask(what, fields); });
         serving.join();
         EXPECT_TRUE(saw == "2" + by_client || (operation == add && saw == "8" + by_client)) << saw;
         EXPECT_TRUE((pause == 0 && times) || (lasted > patience - 0.1 && lasted < 60)) << lasted;
