@@ -286,6 +286,58 @@ TEST(Queries, RefuseIndexesOutsideTheCount) {
     thrown_by<kelXInvalidArrayIndex>([&] { numbers.getarrayelem(nullptr); });
 }
 
+// A type from outside that gives no more than its name and kinds, and one that can count: what they leave out
+// answers as absent.
+class Bare : public brtti {
+    xstring GiveTypeName() override { return "test::Bare"; }
+    xbool GiveIsEnum() override { return true; }
+    xbool GiveIsStruct() override { return true; }
+    xbool GiveIsArray() override { return true; }
+    xbool GiveIsSequence() override { return true; }
+    xbool GiveIsDictionary() override { return true; }
+    xbool GiveIsUnion() override { return true; }
+    void OnRoutePrint(ioStream *, xany, printData *) override {}
+};
+class Counting : public Bare {
+    int GiveNEnumValues() override { return 1; }
+    int GiveNFields() override { return 1; }
+    int GiveNParents() override { return 1; }
+    int GiveNDictElems(xany) override { return 1; }
+    int GiveNUnionCases() override { return 1; }
+    int GiveNArrayDims() override { return 1; }
+    int GiveNArrayElems(int) override { return 1; }
+    brtti *Clone() override { return new Counting; }
+};
+
+TEST(Queries, OfATypeThatLeavesThemOutAnswerAbsence) {
+    int place = 0, first[] = {0};
+    Bare bare;
+    EXPECT_TRUE(bare.getnenumvalues() == kel::uninit_int && bare.getnfields() == kel::uninit_int);
+    EXPECT_TRUE(bare.getnarraydims() == kel::nil_int && bare.getnparents() == 0 &&
+                bare.getnunioncases() == 0);
+    EXPECT_FALSE(bare.isclass() || bare.hasfield("x"));
+    EXPECT_FALSE(bare.getarraytype() || bare.getseqtype() || bare.getdicttype() || bare.getdiscrtype());
+    const xany alone(&place, new Bare);
+    EXPECT_EQ(text(thrown_by<kelXCannotCloneRTTI>([&] { xany copy(alone); })->getTypeName()), "test::Bare");
+
+    Counting type;
+    const xany value(&place, new Counting);
+    xstring key;
+    xany element;
+    EXPECT_EQ(text(type.getenumvaluebyindex(0)) + text(type.getfieldname(0)) + text(type.getcasename(0)),
+              "(null)(null)(null)");
+    EXPECT_TRUE(type.getenumindex(value) == kel::uninit_int && type.getnseqelems(value) == kel::nil_int);
+    EXPECT_FALSE(type.getparenttype(0) || type.getfieldtype(0) || type.getcasetype(0));
+    EXPECT_FALSE(type.hasindex(0, value) || type.haskey("k", value) || type.getdictkey(0, value, key) ||
+                 type.getdictelem(0, value, element));
+    for (const xany &got :
+         {type.getfield(0, value), type.lookupfield("x", value), type.lookupdict("k", value),
+          type.getcasevalue(0, value), type.getdiscrvalue(value)})
+        EXPECT_TRUE(got.isuninit());
+    for (const xany &got : {type.getarrayelem(first, value), type.getseqelem(0, value)})
+        EXPECT_TRUE(got.isnil());
+}
+
 // Kinship ----------------------------------------------------------------------------------------
 
 // A struct by name with its parents, and with nothing else.

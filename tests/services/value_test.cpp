@@ -155,14 +155,27 @@ TEST(Value, AWrongConversionIsReportedAndGivesUninit) {
         };
         EXPECT_EQ(static_cast<int>(value),
                   fits(kind == xany::Int || kind == xany::Enum, "xint") ? 1 : kel::uninit_int);
+        EXPECT_EQ(value.getbool(), fits(kind == xany::Bool, "xbool") ? xbool(true) : kel::uninit_bool);
+        EXPECT_EQ(value.getreal(), fits(kind == xany::Real, "xreal") ? 1.5 : kel::uninit_real);
         EXPECT_EQ(static_cast<xobject *>(value),
                   fits(kind == xany::Object, "xobject") ? &owned : kel::uninit_object());
         EXPECT_EQ(kel::is_uninit(static_cast<xrstring>(value)), !fits(kind == xany::String, "xrstring"));
+        EXPECT_EQ(text(value.getstring()), fits(kind == xany::String, "xrstring") ? "text" : "(null)");
         const xextern got = value;
         EXPECT_EQ(got.value, fits(kind == xany::Extern, "xextern") ? &place : kel::uninit_pointer());
         EXPECT_EQ(got.rtti, value.getrtti());
         EXPECT_EQ(errors.take() + "; ", expected);
     }
+    for (const bool is_nil : {true, false}) {  // which fit everywhere, as markers
+        const xany none = is_nil ? xany(kel::nil_int) : xany();
+        EXPECT_EQ(none.getbool(), is_nil ? kel::nil_bool : kel::uninit_bool);
+        EXPECT_EQ(none.getreal(), is_nil ? kel::nil_real : kel::uninit_real);
+        const xextern got = none;
+        EXPECT_TRUE(got.value == (is_nil ? nullptr : kel::uninit_pointer()) && !got.rtti);
+        EXPECT_TRUE(none.getstring().IsNull());
+        EXPECT_TRUE(thrown_by<kelXUnknownType>([&] { none.gettypename(); })->getObject() == none);
+    }
+    EXPECT_EQ(errors.take(), "");
 }
 
 TEST(Value, AsserttypeTellsUnknownFromMismatch) {
