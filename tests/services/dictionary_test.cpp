@@ -1,5 +1,7 @@
 // Dictionaries against a slow table that is written straight from the rules, slot by slot; and values,
 // exceptions and the typed interface.
+#include <algorithm>
+#include <functional>
 #include <map>
 #include <new>
 #include <optional>
@@ -7,6 +9,7 @@
 
 #include "living.h"
 #include "observing.h"
+#include "services/slot_bits.h"
 
 namespace {
 
@@ -173,7 +176,7 @@ void follow(std::size_t shape, xdictcontrol control, unsigned seed, int steps, b
     }
 }
 
-// Also full tables, tables that swing between two sizes, and tables that are nearly empty.
+// Also full tables, small and large, tables that swing between two sizes, and tables that are nearly empty.
 TEST(Slots, FollowTheRulesAndTheControl) {
     for (std::size_t shape = 0; shape < std::size(shapes); ++shape) {
         follow(shape, {}, 1, 3000);
@@ -181,6 +184,38 @@ TEST(Slots, FollowTheRulesAndTheControl) {
         follow(shape, {}, 4, 9000, true);
         for (xdictcontrol control : {xdictcontrol{70, 100}, {0, 200}, {95, 90}, {1, 3}})
             follow(shape, control, 5, 700);
+        if (shape >= 3) follow(shape, {60, 98}, 6, 2500);
+    }
+}
+
+// The set of live slots beside plain bits, nearly full, so that long runs end at each of its levels.
+TEST(Slots, AreFoundPastFullRuns) {
+    Random random(3);
+    for (const unsigned size : {128U, 4096U, 1U << 18}) {
+        kel::detail::slot_bits set(size);
+        std::vector<bool> model(size, true);
+        for (unsigned slot = 0; slot < size; ++slot)
+            set.add(slot);
+        for (int step = 0; step < 60; ++step) {
+            const auto changed = static_cast<unsigned>(random() % size),
+                       from = static_cast<unsigned>(random() % size);
+            model[changed] = step % 4 == 3;
+            model[changed] ? set.add(changed) : set.remove(changed);
+            unsigned missing = from, up = 0, down = 0;
+            while (model[missing])
+                missing = (missing + 1) % size;
+            const auto is_full = [&](unsigned word) {
+                return std::all_of(model.begin() + word * 64, model.begin() + (word + 1) * 64,
+                                   std::identity());
+            };
+            for (unsigned word = from / 64; word < size / 64 && is_full(word); ++word)
+                up = (word + 1) * 64 - from;
+            for (unsigned word = from / 64 + 1; word-- > 0 && is_full(word);)
+                down = from + 1 - word * 64;
+            ASSERT_EQ(set.next_missing(from), missing);
+            ASSERT_EQ(set.full_run(from, true), up) << from << " of " << size;
+            ASSERT_EQ(set.full_run(from, false), down) << from << " of " << size;
+        }
     }
 }
 
