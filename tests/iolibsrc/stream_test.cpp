@@ -63,6 +63,7 @@ const Operation operations[] = {
     {"TryWriteByte", false, Offer, [](Stream &s) { s.TryWriteByte(1); }},
     {"OutputEvent", false, Offer, [](Stream &s) { EXPECT_EQ(s.OutputEvent(), nullptr); }},
     {"SizeOf text", true, Free, [](Stream &s) { EXPECT_EQ(s.SizeOf("abc"), 7); }},
+    {"SizeOf numbers", true, Free, [](Stream &s) { EXPECT_EQ(s.SizeOf(1.5) + s.SizeOfByte(7), 9); }},
     {"setITimeout", true, Free, [](Stream &s) { s.setITimeout(INFINITE); }},
     {"setSerializer", true, Free, [](Stream &s) { s.setSerializer(ioSerializer::getBinary()); }},
 };
@@ -95,6 +96,20 @@ TEST(Stream, GuardsInTheirOrder) {
             EXPECT_EQ(failure([&] { stream.setSerializer(ioSerializer::getXDR()); }), active ? improper : "");
             EXPECT_TRUE(active || stream.buffer->plain.at + stream.written.size() == 0);
         }
+}
+
+TEST(Stream, RefusesWhatItsBufferCannotTell) {
+    const std::pair<const char *, std::function<void(Stream &)>> refused[] = {
+        {"getBufferSize", [](Stream &s) { s.getBufferSize(); }},
+        {"setBufferSize", [](Stream &s) { s.setBufferSize(1); }},
+        {"Ignore", [](Stream &s) { s.Ignore(); }},
+        {"getWouldDataLost", [](Stream &s) { s.getWouldDataLost(); }},
+    };
+    for (const auto &[function, call] : refused) {
+        Stream stream(true, true);
+        EXPECT_EQ(failure([&, run = call] { run(stream); }, &stream),
+                  "function \"" + std::string(function) + "\" not supported");
+    }
 }
 
 TEST(Stream, NeedsItsPartsAndFollowsItsEncoding) {

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
+#include <random>
 #include <thread>
 
 #include <kelstdmt/vumtext.h>
@@ -53,6 +54,50 @@ TEST_F(File, OpensByItsMode) {
     EXPECT_EQ(file.sputn("lost", 4), 4);
     EXPECT_TRUE(file.pubsync() == -1 && Error_GetLast() == 112) << Error_GetLast();
     EXPECT_FALSE(file.Close() || file.IsOpen());
+}
+
+// Pieces of all sizes read, written and put back at one position, beside the same bytes in memory.
+TEST_F(File, BehavesAsBytesInMemory) {
+    std::mt19937 random(5);
+    btkFileBuf file;
+    ASSERT_TRUE(file.Open(path.c_str(), 3 | 16));
+    std::string model;
+    std::size_t at = 0;
+    const auto up_to = [&](std::size_t most) { return static_cast<std::size_t>(random()) % (most + 1); };
+    for (int step = 0; step < 20000; ++step) {
+        SCOPED_TRACE(step);
+        const std::size_t size = up_to(step % 50 ? 40 : 200'000);
+        switch (random() % 5) {
+            case 0:
+                ASSERT_EQ(read(file, size), model.substr(at, size));
+                at = std::min(at + size, model.size());
+                break;
+            case 1: {
+                const std::string bytes(size, static_cast<char>('a' + step % 26));
+                ASSERT_EQ(file.sputn(bytes.data(), static_cast<std::streamsize>(size)), bytes.size());
+                model.replace(at, std::min(size, model.size() - at), bytes);
+                at += size;
+                break;
+            }
+            case 2: {
+                const int got = file.sungetc();
+                ASSERT_EQ(got, at > 0 ? model[--at] : -1);
+                break;
+            }
+            case 3: {
+                const char wanted = up_to(1) && at > 0 ? model[at - 1] : '?';
+                const int got = file.sputbackc(wanted);
+                ASSERT_EQ(got, at > 0 && model[at - 1] == wanted ? model[--at] : -1);
+                break;
+            }
+            default:
+                if (step % 4) break;
+                at = up_to(model.size());
+                ASSERT_EQ(file.pubseekpos(static_cast<std::streamoff>(at)), std::streamoff(at));
+        }
+    }
+    EXPECT_TRUE(file.Close());
+    EXPECT_TRUE(get() == model) << "of " << model.size() << " bytes";
 }
 
 TEST_F(File, SeesAndKeepsWhatOthersWrite) {
