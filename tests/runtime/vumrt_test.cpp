@@ -1,7 +1,9 @@
 // Locks, paths, and text in its neutral form.
 #include <random>
+#include <sstream>
 #include <thread>
 
+#include <kelstdmt/vumrt_stream.h>
 #include <kelstdmt/vumtext.h>
 
 #include "scratch_folder.h"
@@ -49,6 +51,42 @@ TEST_F(Paths, GoToTheHostAndBack) {
     EXPECT_FALSE(btkFileBuf().Open("F:\\x", btkFileBuf::Out));
     ::unsetenv("KELSTDMT_DRIVES");
     EXPECT_FALSE(fs::exists(btkHostPath("D:\\")));
+}
+
+// A view of foreign bytes, beside a standard buffer over a copy of them.
+TEST(Views, ReadAndSeekAsAStandardBuffer) {
+    const std::string bytes = "one two three";
+    std::mt19937 random(4);
+    xtrystreambuf view(bytes.data(), bytes.size());
+    std::stringbuf model(bytes, std::ios::in);
+    const std::ios_base::seekdir origins[] = {std::ios::beg, std::ios::cur, std::ios::end};
+    for (int step = 0; step < 2000; ++step) {
+        const auto origin = origins[random() % 3];
+        const auto offset = static_cast<std::streamoff>(random() % 40) - 20;
+        const auto way = random() % 8 ? std::ios::in : std::ios::out;
+        ASSERT_EQ(view.pubseekoff(offset, origin, way), model.pubseekoff(offset, origin, way)) << step;
+        char got[8] = "", expected[8] = "";
+        const auto count = static_cast<std::streamsize>(random() % 8);
+        ASSERT_EQ(view.sgetn(got, count), model.sgetn(expected, count));
+        ASSERT_STREQ(got, expected);
+        ASSERT_EQ(view.sungetc(), model.sungetc());
+        ASSERT_EQ(view.sputbackc('!'), -1) << "foreign bytes are written";
+    }
+    std::string first, second;
+    btkStrstream words("one two"), part("one two", 5), none(kel::nil_text());
+    EXPECT_TRUE(words >> first >> second && first == "one" && second == "two");
+    EXPECT_TRUE(part >> first >> second && second == "t" && part.eof());
+    EXPECT_FALSE(none >> first);
+}
+
+// What a buffer of one's own leaves out.
+TEST(Views, OfABufferWithNothingOfItsOwn) {
+    struct : xstreambuf {
+    } plain;
+    EXPECT_FALSE(plain.GetInputEvent() || plain.GetOutputEvent() || plain.GetTryIBuf() || plain.GetTryOBuf());
+    plain.FreeTryIBuf();
+    plain.FreeTryOBuf();
+    EXPECT_TRUE(plain.GetBufSize() == 0 && plain.SetBufSize(8) == 0);
 }
 
 using wide = std::basic_string<char16_t>;

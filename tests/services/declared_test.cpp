@@ -149,4 +149,40 @@ TEST(Declared, ExceptionsAreThrownByCallersToo) {
     }
 }
 
+// Texts that neither give nor take.
+struct Mute : xncstr {};
+
+TEST(Declared, OperationsThatAreNotProvidedAreReported) {
+    strSegments segments;
+    xauto<nmsRecord> record(0u);
+    dsArray<int> array;
+    Mute mute;
+    int value = 0;
+    const std::pair<std::function<bool()>, std::string> rows[] = {
+        {[] { return ioStream::setStdin(nullptr), false; }, "- (iolibsrc/xiolib)"},
+        {[] { return ioStream::setStdout(nullptr), false; }, "- (iolibsrc/xiolib)"},
+        {[] { return ioStream::setStderr(nullptr), false; }, "- (iolibsrc/xiolib)"},
+        {[&] { return segments.insert(0, nullptr), false; },
+         "strSegments::insert is not provided. (strlibsrc/xstrlib)"},
+        {[&] { return segments.insertseq(0, nullptr), false; },
+         "strSegments::insertseq is not provided. (strlibsrc/xstrlib)"},
+        {[&] { return segments.removerange(0, 1), false; },
+         "strSegments::removerange is not provided. (strlibsrc/xstrlib)"},
+        {[&] { return record.Clear(), false; }, "nmsRecord::Clear not implemented. (srcnmscm/recnms)"},
+        {[&] { return mute.Str() != nullptr; }, "- (strlibsrc/xstring)"},
+        {[&] { return mute.Set(static_cast<const unsigned short *>(nullptr)), false; },
+         "- (strlibsrc/xstring)"},
+        {[&] { return array.dsDataMap::Add(0, 1); }, "dsDataMap::Add () (containers/dsarray)"},
+        {[&] { return array.dsDataMap::Remove(0); }, "dsDataMap::Remove () (containers/dsarray)"},
+        {[&] { return array.dsDataMap::Find(0, value); }, "dsDataMap::Find () (containers/dsarray)"},
+        {[] { return dsIter<int>().Current() != 0; }, "dsIter::Current (containers/dsiter)"},
+        {[] { return dsIter<int>().Reproduce() != nullptr; }, "dsIter::Reproduce (containers/dsiter)"},
+    };
+    internal_errors errors;
+    for (const auto &[call, report] : rows) {
+        EXPECT_FALSE(call()) << report;
+        EXPECT_EQ(errors.take(), report);
+    }
+}
+
 }  // namespace
