@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <chrono>
+#include <map>
 #include <random>
 #include <vector>
 
@@ -43,6 +44,28 @@ TEST_F(ConfigFile, RefusesWhatItCannotKeep) {
     EXPECT_TRUE(fresh.GetValue("b") == "x" && fresh.GetValue("c") == "default");
     EXPECT_TRUE(fresh.Close() && fresh.IsEmpty());
     EXPECT_EQ(get(), "a:\nb:x\n") << "defaults alone are no change";
+}
+
+// Names that are equal for long, in any order, some of them again: in order afterwards, and the last line
+// counts.
+TEST_F(ConfigFile, KeepsThousandsOfLines) {
+    std::mt19937 random(8);
+    std::map<std::string, std::string> model;
+    std::string lines;
+    for (int i = 0; i < 5000; ++i) {
+        const std::string name = std::string(random() % 3 * 8, 'n') + std::to_string(random() % 4000);
+        model[name] = std::to_string(i);
+        lines += name + ":" + model[name] + "\n";
+    }
+    put(lines);
+    ovkConfigFile file;
+    ASSERT_TRUE(open(file));
+    std::vector<std::pair<std::string, std::string>> read, expected(model.begin(), model.end());
+    for (const auto &entry : file)
+        read.emplace_back(kel::view(entry.value->name), kel::view(entry.value->value));
+    EXPECT_TRUE(read == expected) << read.size() << " of " << expected.size();
+    for (const auto &[name, value] : model)
+        ASSERT_EQ(kel::view(file.GetValue(name.c_str())), value) << name;
 }
 
 TEST_F(ConfigFile, LeavesTheFileWhenTheDiskIsFull) {

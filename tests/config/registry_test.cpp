@@ -200,6 +200,7 @@ TEST_F(Registry, ObjectsWithTypedValues) {
                 key->GetBoolValue("int") == 128);
     EXPECT_TRUE(kel::is_nil(key->GetRealValue("none")) && key->GetIntValue("none") == INT_MIN);
     EXPECT_EQ(thrown([&] { key->OpenSubkey("a.b"); }), "reglib::XNameInvalida.b");
+    EXPECT_TRUE(key->DeleteValue("int") && !key->DeleteValue("int") && key->GetStringValue("int").IsNull());
     EXPECT_TRUE(user->DeleteSubkey("typed"));
     EXPECT_EQ(thrown([&] { key->SetValue("v", 1.5); }), "reglib::XAccess");
     key->Close();

@@ -117,7 +117,8 @@ TEST_F(Folders, CurrentOneIsChangedAndTold) {
     fsChangeDir(caller.c_str());
     EXPECT_EQ(fs::current_path(), folder);
     for (auto &[path, number] : {std::pair("file", 267), {"file\\x", 3}, {"none\\", 2}, {"h::sub", 3}}) {
-        EXPECT_EQ(failure([to = path] { fsChangeDir(to); }), std::string("XDoesNotExist fsChangeDir ") + path);
+        EXPECT_EQ(failure([to = path] { fsChangeDir(to); }),
+                  std::string("XDoesNotExist fsChangeDir ") + path);
         EXPECT_EQ(Error_GetLast(), number) << path;
     }
     // Folders that callers cannot be told of: a name with a backslash, and one that is gone.
@@ -142,6 +143,20 @@ TEST_F(Folders, HomeIsTheCallersOrTheHosts) {
         {"C:", nullptr}, {nullptr, "\\x"}, {"C:\\\\", "\\x"}};
     for (const auto &[drive, path] : refused)
         EXPECT_EQ(home(drive, path), "XOther fsGetHomeDir (null)");
+}
+
+TEST(Failures, AreDescribed) {
+    EXPECT_STREQ(fsErrorDescription(fsErrDiskFull), "Disk Full");
+    EXPECT_STREQ(fsErrorDescription(-1), "No description");
+    EXPECT_STREQ(fsErrorDescription(fsErrOther + 1), "No description");
+    std::ostringstream out;
+    try {
+        fsThrow(fsErrDiskFull, "f", "a\\b");
+    } catch (xthrowable *thrown) {
+        const kel::caught held(thrown);
+        fsXException::cast(thrown)->Print(out);
+    }
+    EXPECT_EQ(out.str(), "Exception: \"Disk Full\"\n\tin function \"f\"\n\t( Path: \"a\\b\" )\n");
 }
 
 TEST(Failures, OfTheHostGetTheirClass) {

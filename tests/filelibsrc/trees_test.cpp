@@ -111,6 +111,13 @@ TEST(Trees, LinksInATreeAreMadeFollowedOrLeft) {
     EXPECT_FALSE(fs::exists(in.at("to")));
     in.link("../from/a", "far/a");  // below the top it leads into another tree
     EXPECT_EQ(in.copy("from", "far", fsMerge, fsNewLink), R"(XFileExists fsCopy from\a)");
+    in.folder("links");
+    in.link("elsewhere", "links/one");
+    in.link("nowhere", "links/two");
+    in.file("onto/one", "a file");
+    in.link("before", "onto/two");
+    EXPECT_EQ(in.copy("links", "onto", fsMerge, fsNewLink), "");
+    EXPECT_EQ(snapshot(in.at("onto")), snapshot(in.at("links"))) << "in place of what was there";
 }
 
 TEST(Trees, NothingIsCopiedIntoItselfOrOverWhatHoldsIt) {
@@ -218,6 +225,8 @@ TEST(Trees, RefuseWhatMakesNoSense) {
     EXPECT_EQ(failure([&] { fsCopy(text(in.at("a")), "D:\\", fsReplace, fsExpand, fsSimple); }),
               R"(XInvalidPath fsCopy D:\)");
     ::unsetenv("KELSTDMT_DRIVES");
+    EXPECT_EQ(failure([&] { fsCreateSoftLink("a", "b", fsSimple); }),
+              "XLinksNotSupported fsCreateSoftLink (null)");
     EXPECT_EQ(failure([&] { fsReadLink("a/b"); }), R"(XLinksNotSupported fsReadLink a\b)");
     in.folder("b");
     ::mkfifo(text(in.at("b/fifo")), 0600);  // as a device would be
@@ -240,6 +249,8 @@ TEST(Trees, TellAnObserverAndEndWithIt) {
     kel::file_progress last{};
     copy([&](const kel::file_progress &now) { last = now; });
     EXPECT_TRUE(last.files == 200 && last.bytes == 200.0 * (4 << 20));
+    kel::remove_tree(text(in.at("to")), fsRecursive, [&](const kel::file_progress &now) { last = now; });
+    EXPECT_TRUE(last.files >= 200 && !fs::exists(in.at("to"))) << last.files;
 }
 
 }  // namespace

@@ -39,7 +39,18 @@ TEST(Strings, TellNullFromEmpty) {
     }
     EXPECT_STREQ(xstring(no_text, 5) + xstring("abc", UINT_MAX) + null + xstring("y", no_text) + no_text,
                  "abcy");
+    EXPECT_TRUE(null.ToLong() == 0 && null.ToDouble() == 0 && null.GetSize() == 1);
     EXPECT_TRUE(null.ToInt() == 0 && null.ToLower().IsNull() && null.ToUpper().IsNull());
+}
+
+TEST(Strings, AreNumbersAndJoinAnyTexts) {
+    const xstring number(" -12.5e1x");
+    EXPECT_TRUE(number.ToLong() == -12 && number.ToInt() == -12 && number.ToDouble() == -125);
+    EXPECT_EQ(number.GetSize(), 10U);
+    const xstrbase &left = number, &right = number;
+    EXPECT_STREQ("a" + left, "a -12.5e1x");
+    EXPECT_STREQ(left + "b", " -12.5e1xb");
+    EXPECT_STREQ(left + right, " -12.5e1x -12.5e1x");
 }
 
 TEST(Strings, ReportANullPointerAndBecomeEmpty) {

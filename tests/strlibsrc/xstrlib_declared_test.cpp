@@ -16,6 +16,20 @@ TEST(Segments, WhatIsNotThereIsReported) {
     EXPECT_EQ(std::ranges::count(reports, ';'), 2) << reports;
 }
 
+TEST(Segments, ArePrinted) {
+    strSegments list;
+    strSegment segment(4, 7);
+    segment.setFrom(segment.setTo(9) - 4);
+    list.append(&segment);
+    list.append(nullptr);
+    testing::internal::CaptureStdout();
+    list.Print();
+    const std::string unset = std::to_string(strUnsetPos);
+    EXPECT_EQ(
+        testing::internal::GetCapturedStdout(),
+        "Segments\n Number 0 Segment: From 5 To 9\n Number 1 Segment: From " + unset + " To " + unset + "\n");
+}
+
 TEST(Segments, ConsistencyIsChecked) {
     constexpr int unset = strUnsetPos;
     const std::string order = "From is greater than To", overlap = "Overlapping segments are found";
@@ -66,6 +80,11 @@ TEST(Members, ForwardTheirText) {
                  "twotwoone");
     EXPECT_STREQ(text.Substitute("TWO", "2", strLitIC, 5, strUnsetPos), "one two 2");
     EXPECT_STREQ(text.SubstituteAll("two", "2", strLit, 5, strUnsetPos), "one two 2");
+    EXPECT_STREQ(text.Substitute(4, 7, "2"), "one 2 two");
+    EXPECT_TRUE(text.ExactMatch("T?O", strShellIC, 4, 7) && text.Cmp("ONE TWO TWO", 1) == 0);
+    strSegment range(5, strUnsetPos);
+    EXPECT_STREQ(strSubstitute(text, "two", "2", strLit, &range), "one two 2");
+    EXPECT_STREQ(strLower("ONE"), "one");
     EXPECT_EQ(text.Schar("T", strBackward, strUnsetPos, strUnsetPos, 1), 8);
     EXPECT_TRUE(text.Match("t?o", start, end, strShell, 5, 11) && start == 8 && end == 11);
     EXPECT_TRUE(text.CmnPfxLen("ONLY", 1) == 2 && text.CmnSfxLen("too", 0) == 1);

@@ -1,5 +1,6 @@
 // The environment, and commands under signals.
 #include <gtest/gtest.h>
+#include <sys/utsname.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -25,6 +26,25 @@ TEST(System, Environment) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "Exception: \"Can't set environment variable\"\n\tin function \"sysPutEnv\"\n"
               "\t( Environment variable: \"A=B\" )\n");
+}
+
+TEST(System, TellsOfItselfAndOfItsErrors) {
+    utsname told{};
+    ASSERT_EQ(::uname(&told), 0);
+    EXPECT_STREQ(sysGetPlatform(), told.machine);
+    EXPECT_STREQ(sysGetOSType(), told.sysname);
+    EXPECT_STREQ(sysGetCurHostName(), told.nodename);
+    const std::pair<sysErrorCode, std::string> errors[] = {{sysErrHostName, "Can't get host name"},
+                                                           {sysErrUserName, "Can't get user name"},
+                                                           {sysErrInternal, "Internal error"},
+                                                           {static_cast<sysErrorCode>(99), "No description"}};
+    for (const auto &[code, message] : errors) {
+        testing::internal::CaptureStderr();
+        sysHandleKnownError(code, "f", xstrNullStr);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                  "Exception: \"" + message + "\"\n\tin function \"f\"\n");
+    }
+    EXPECT_GT(seconds([] { sysSleep(1), sysSleep(-1); }), 0.99);
 }
 
 TEST(System, CommandsAnswerTheirExitCode) {
