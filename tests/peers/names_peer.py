@@ -1,6 +1,7 @@
 # The protocol of the name service, both sides of it, by doc/name-service.md and the rules of doc/kelnmsd.md alone.
 # Fields are texts; bytes that are none stand in them as surrogates.
 
+import contextlib
 import os
 import select
 import socket
@@ -142,9 +143,9 @@ class Server:
                 pass
 
     def end(self):
-        if self.thread.is_alive():
+        with contextlib.suppress(OSError):  # it may have ended by itself
             self.listener.shutdown(socket.SHUT_RDWR)
-            self.thread.join()
+        self.thread.join()
         with self.guard:
             while self.records.watched:
                 self.records.watched.popitem()[1].close()
