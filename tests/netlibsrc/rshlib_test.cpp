@@ -86,6 +86,32 @@ TEST(RemoteShell, AReasonOfAnyLengthIsOne) {
     EXPECT_EQ(logged, 65'536u);
 }
 
+// Into memory as it comes, and into a pipe no faster than somebody reads.
+TEST(RemoteShell, OutputGoesIntoTheCallersStreams) {
+    const std::unique_ptr<ioStringStream> memory(ioStringStream::Create());
+    const std::unique_ptr<ioPipe> pipe(ioPipe::Create());
+    ioStream *slow = kel_pipe_access::WriteStream(*pipe), *reader = kel_pipe_access::ReadStream(*pipe);
+    const Session session;
+    const Process process(rshProcess::Create(session.near.get(), "seq 40000 >&2; seq 3; exit 5", nullptr,
+                                             nullptr, memory.get(), slow, true, false));
+    EXPECT_FALSE(process->getStdout() || process->getStderr());
+    std::string expected;
+    for (int line = 1; line <= 40000; ++line)
+        expected += std::to_string(line) + "\n";
+    std::string errors(expected.size(), '\0');
+    reader->ReadBytes(errors.data(), static_cast<unsigned>(errors.size()));
+    EXPECT_TRUE(errors == expected);
+    EXPECT_EQ(wait_for(*process), 5);
+    EXPECT_EQ(kel::view(memory->getStr()), "1\n2\n3\n");
+    EXPECT_TRUE(slow->getIsGood()) << "it stays the caller's";
+    // Where nobody reads any more, the command still comes to its end.
+    const Session again;
+    reader->Close();
+    const Process unread(rshProcess::Create(again.near.get(), "seq 40000; exit 6", nullptr, nullptr, slow,
+                                            memory.get(), true, false));
+    EXPECT_EQ(wait_for(*unread), 6);
+}
+
 TEST(RemoteShell, WhoeverEndsItLeavesNothingOpen) {
     const auto round = [] {
         const Session session, refused, closed, ended;

@@ -142,6 +142,29 @@ TEST_F(Server, WhoeverAcceptsByItselfWaitsForNoWord) {
     EXPECT_EQ(server->Accept(0.01), nullptr);
 }
 
+// After each slice without anybody, and never without somebody to call.
+TEST_F(Server, CallsOutWhileNothingArrives) {
+    struct : netBaseServer_OnIdle_cb {
+        int calls = 0;
+        Action OnIdle(netBaseServer *) override {
+            return ++calls < 3 ? netServerContinue : netServerTerminate;
+        }
+    } idle;
+    server->setOnIdle(&idle);
+    for (const double slice : {0.1, -1.0, 0.0}) {
+        idle.calls = 0;
+        server->setTimeSlice(slice);
+        EXPECT_GT(seconds([&] { server->Run(); }), 3 * slice - 0.01);
+        EXPECT_EQ(idle.calls, 3) << server->getTimeSlice();
+    }
+    Scarcity none(1);
+    const Socket peer = Peer();
+    EXPECT_TRUE(server->Accept(0.2) == nullptr && Error_GetLast() == 4)
+        << "nothing is left for the connection";
+    none.GiveOne();
+    EXPECT_TRUE(Stream(server->Accept(20)));
+}
+
 // One that fails ends nothing but itself, one that says so ends the loop, and the others end with the server,
 // each told once.
 TEST_F(Server, RequestsRunBesideTheLoopAndEndWithTheServer) {
