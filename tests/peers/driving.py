@@ -89,7 +89,15 @@ class KelCase(unittest.TestCase):
         while (line := daemon.stdout.readline()) not in (b"ready\n", b""):
             daemon.told.append(line)
         daemon.is_ready = line != b""
+        self.addCleanup(self.expect_orderly_end, daemon)
         return daemon
+
+    def expect_orderly_end(self, daemon):
+        # Of one that the test has left running; a sanitizer tells by the code what it has found.
+        if daemon.poll() is None:
+            daemon.send_signal(signal.SIGCONT)
+            daemon.terminate()
+            self.assertEqual(daemon.wait(60), 0, f"{daemon.args} does not end as it should")
 
     def name_server(self, *arguments):
         # A name server of our own, on a port that was free a moment ago.

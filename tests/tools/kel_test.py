@@ -77,6 +77,10 @@ class Registry(KelCase):
         self.run_kel("reg", "set", "a/b", "Port", "-5")
         self.run_kel("reg", "set", "a", "", "x\033[2J")
         self.assertEqual(self.run_kel("reg", "ls", "A"), b"b\\\n(default) = x\\x1B[2J\n")
+        self.run_kel("reg", "set", "--stdin", "--type", "3", "a/b", "bytes", input=b"\0\1")
+        self.assertEqual(self.run_kel("reg", "ls", "a/b"), b"bytes = (type 3, 2 bytes) \\x00\\x01\nport = -5\n")
+        self.assertEqual(self.json_of("reg", "get", "a/b", "Port"), {"name": "Port", "type": 1, "value": "-5"})
+        self.assertEqual([value["name"] for value in self.json_of("reg", "ls", "a/b")["values"]], ["bytes", "port"])
         for line, complaint in [("get a/b none", "no such value: none"), ("ls c", "no such key: user: c"),
                                 ("get a.b c", "not a key"), ("get a c/d", "not a name"), ("del a", "has subkeys"),
                                 ("del /", "the root"), ("import none", "No such file")]:

@@ -42,6 +42,13 @@ class Network(KelCase):
                          "adder   4711  -        owner=ann\nzeta    99    PID\n")
         self.assertEqual(self.run_kel("nms", "query", "zeta").decode(),
                          f"_ServerName = zeta\n_PortNumber = 99\n(process) = {child.pid}\n")
+        [record] = self.json_of("nms", "query", "zeta")["records"]
+        fields = [{"name": "_ServerName", "value": "zeta"}, {"name": "_PortNumber", "value": "99"}]
+        self.assertEqual(record, {"server": "zeta", "port": 99, "process": child.pid, "fields": fields})
+        self.assertIs(self.json_of("nms", "ping")["alive"], True)
+        self.assertRegex(self.json_of("nms", "version")["version"], r"kelnmsd \d+\.\d+")
+        self.fails("has no such record", "nms", "delete", "none")
+        self.fails("not a record: at most 256 fields", "nms", "register", "x" * 300, "1")
         self.fails("has such a record already", "nms", "register", "adder", "1")
         child.kill()
         child.wait()
@@ -73,6 +80,8 @@ class Network(KelCase):
             self.assertEqual(len(self.asked), len(answers) - answers.count(None), f"answers to {command}")
             self.run_kel("nms", "delete", "adder")
         self.assertTrue(self.json_of("server", "ping", f":{self.peer(bytes([1]))}@127.0.0.1")["alive"])
+        port = self.peer(b"\1", b"\1\4v.1\0")
+        self.assertEqual(self.json_of("server", "version", f":{port}@127.0.0.1")["version"], "v.1")
         for line in ("nms query =a", "nms register a 1 2", "nms register a 70000", "nms ping --host=", "nms list -t 0",
                      "nms register a 1 --process 1", "server ping", "server ping @a", "server ping a@"):
             self.run_kel(*line.split(), code=2)

@@ -42,7 +42,8 @@ class AtATerminal(KelCase):
         for number in range(19):
             self.set(f"p{number}", str(number), "--type", "int")
         terminal = self.watch(rows=10, columns=40)
-        for keys, first in [(b"", b"1"), (b"\033[B", b"2"), (b"\033[6~", b"8"), (b"\033[F", b"17")]:
+        for keys, first in [(b"", b"1"), (b"\033[B", b"2"), (b"\033[6~", b"8"), (b"k", b"7"), (b"\033[5~", b"1"), (b"j", b"2"),
+                            (b"\033[A", b"1"), (b"\033[F", b"17"), (b"\033[H", b"1"), (b"\033[F", b"17")]:
             terminal.await_bytes(first + rb" to \d+ of 22", keys)
         terminal.resize(12, 20)
         frame = terminal.await_bytes(rb"\033\[H((?:[^\033]*\033\[K\r*\n){10})\033\[J\033\[12;1H15 to 22").group(1)
