@@ -9,27 +9,18 @@
 #include "runtime/characters.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstdlib>
-#include <cstring>
 #include <cwchar>
 #include <limits>
 
 #include "runtime/posix/system.h"
+#include "runtime/words.h"
 
 namespace kel::detail {
 
 namespace {
 
-using word = std::uint64_t;
-
-constexpr std::size_t in_word = sizeof(word);
-constexpr word ones = 0x0101010101010101;
 constexpr word high_bits = ones << 7;
-
-bool continues(char byte) noexcept {
-    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
-}
 
 // Of the valid character at `at`; 0 for none. As the C library has it, characters end at F7 BF BF BF.
 std::size_t utf8_bytes(const char *at, std::size_t left) noexcept {
@@ -40,14 +31,6 @@ std::size_t utf8_bytes(const char *at, std::size_t left) noexcept {
     if (left < 3 || !continues(at[2])) return 0;
     if (lead < 0xF0) return (lead == 0xE0 && second < 0xA0) || (lead == 0xED && second > 0x9F) ? 0 : 3;
     return left < 4 || !continues(at[3]) || (lead == 0xF0 && second < 0x90) ? 0 : 4;
-}
-
-word load(const char *at) noexcept {
-    word bytes;
-    std::memcpy(&bytes, at, in_word);
-    // The first byte of the text is the lowest one of the word.
-    if constexpr (std::endian::native == std::endian::big) bytes = __builtin_bswap64(bytes);
-    return bytes;
 }
 
 std::size_t marked(word high) noexcept {
@@ -89,8 +72,10 @@ private:
     word m_e0 = 0, m_ed = 0, m_f0 = 0;             // a second byte that is restricted
 };
 
-bool is_ascii(const char *at) noexcept {
-    return !((load(at) | load(at + in_word) | load(at + 2 * in_word) | load(at + 3 * in_word)) & high_bits);
+bool are_ascii(const char *at) noexcept {
+    return !((load_word(at) | load_word(at + in_word) | load_word(at + 2 * in_word) |
+              load_word(at + 3 * in_word)) &
+             high_bits);
 }
 
 constexpr std::size_t in_block = 64;
@@ -166,10 +151,10 @@ place pass_words(place from, const char *end, std::size_t limit) noexcept {
     utf8_words words;
     bool pending = false, blocks = true;
     while (room(in_word)) {
-        const word bytes = load(at);
+        const word bytes = load_word(at);
         if (!pending && !(bytes & high_bits)) {
             at += in_word, count += in_word;
-            for (; room(stride) && is_ascii(at); at += stride)
+            for (; room(stride) && are_ascii(at); at += stride)
                 count += stride;
             continue;
         }

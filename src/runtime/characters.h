@@ -18,6 +18,14 @@ enum class encoding : std::uint8_t {
 
 inline constexpr std::size_t longest_character = 4;  // bytes; a longer one is invalid
 
+constexpr bool is_ascii(char byte) noexcept {
+    return static_cast<unsigned char>(byte) < 0x80;
+}
+// In UTF-8: it can only lie inside a character.
+constexpr bool continues(char byte) noexcept {
+    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
+}
+
 // Of the current locale, which may change between any two calls: ask once for an operation.
 encoding locale_encoding() noexcept;
 
@@ -39,7 +47,7 @@ private:
 std::size_t multibyte_bytes(encoding form, const char *at, const char *end, bool *valid = nullptr) noexcept;
 
 inline std::size_t character_bytes(encoding form, const char *at, const char *end) noexcept {
-    if (form == encoding::single || static_cast<unsigned char>(*at) < 0x80) return 1;
+    if (form == encoding::single || is_ascii(*at)) return 1;
     return multibyte_bytes(form, at, end);
 }
 

@@ -9,11 +9,11 @@
 #include <array>
 #include <bit>
 #include <cstdint>
-#include <cstring>
 #include <string_view>
 #include <vector>
 
 #include "runtime/characters.h"
+#include "runtime/words.h"
 
 namespace kel::detail {
 
@@ -24,7 +24,7 @@ public:
     void add(char value) noexcept {
         if (holds(value)) return;
         m_member[index(value) / 64] |= std::uint64_t{1} << index(value) % 64;
-        if (m_count < m_few.size()) m_few[m_count] = ones * index(value);
+        if (m_count < m_few.size()) m_few[m_count] = repeated(value);
         ++m_count;
     }
     bool holds(char value) const noexcept { return bit(value) != 0; }
@@ -38,8 +38,6 @@ public:
     std::uint64_t members(const char *bytes) const noexcept { return members(bytes, block); }
 
 private:
-    static constexpr std::uint64_t ones = 0x0101010101010101;
-
     static std::size_t index(char value) noexcept { return static_cast<unsigned char>(value); }
     std::uint64_t bit(char value) const noexcept {
         return m_member[index(value) / 64] >> index(value) % 64 & 1;
@@ -55,15 +53,14 @@ private:
     // Eight bytes together. Places in m_few that are not taken ask for NUL, which no text has.
     template <std::size_t Count>
     std::uint64_t few_members(const char *bytes, std::size_t count) const noexcept {
-        constexpr std::uint64_t low = 0x7F * ones;
+        constexpr word low = 0x7F * ones;
         std::uint64_t result = 0;
         std::size_t at = 0;
-        for (; at + 8 <= count; at += 8) {
-            std::uint64_t word, other = ~std::uint64_t{0};
-            std::memcpy(&word, bytes + at, sizeof word);
-            if constexpr (std::endian::native == std::endian::big) word = __builtin_bswap64(word);
+        for (; at + in_word <= count; at += in_word) {
+            const word own = load_word(bytes + at);
+            word other = ~word{0};
             for (std::size_t i = 0; i < Count; ++i) {
-                const std::uint64_t different = word ^ m_few[i];
+                const word different = own ^ m_few[i];
                 other &=
                     ((different & low) + low) | different;  // keeps the top bit where the byte is another
             }
@@ -74,7 +71,7 @@ private:
     }
 
     std::array<std::uint64_t, 4> m_member{};  // a bit for each byte
-    std::array<std::uint64_t, 4> m_few{};     // each of the first members, eight times
+    std::array<word, 4> m_few{};              // each of the first members, eight times
     std::size_t m_count = 0;
 };
 

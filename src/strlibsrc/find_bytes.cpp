@@ -4,28 +4,13 @@
 #include "strlibsrc/find_bytes.h"
 
 #include <bit>
-#include <cstdint>
 #include <cstring>
+
+#include "runtime/words.h"
 
 namespace kel::detail {
 
 namespace {
-
-using word = std::uint64_t;
-
-constexpr std::size_t in_word = sizeof(word);
-constexpr word ones = 0x0101010101010101;
-
-word load(const char *at) noexcept {
-    word bytes;
-    std::memcpy(&bytes, at, in_word);
-    if constexpr (std::endian::native == std::endian::big) bytes = __builtin_bswap64(bytes);
-    return bytes;
-}
-
-constexpr word repeated(char byte) noexcept {
-    return ones * static_cast<unsigned char>(byte);
-}
 
 const char *library_find(const char *at, const char *end, std::string_view wanted) noexcept {
     return static_cast<const char *>(
@@ -47,7 +32,7 @@ const char *find_bytes(const char *at, const char *end, std::string_view wanted)
     const char *const begin = at;
     // The top bit of each byte where both are right, and maybe of some above one.
     auto candidates = [&](std::size_t offset) {
-        const word different = (load(at + offset) ^ first) | (load(at + offset + to_last) ^ last);
+        const word different = (load_word(at + offset) ^ first) | (load_word(at + offset + to_last) ^ last);
         return (different - ones) & ~different & (ones << 7);
     };
     for (; static_cast<std::size_t>(stop - at) >= in_word; at += in_word) {

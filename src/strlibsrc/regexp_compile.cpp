@@ -21,13 +21,14 @@
 
 #include <kelstdmt/xtypes.h>
 
+#include "runtime/characters.h"
+
 namespace {
 
 constexpr unsigned too_big = 65535;       // bytes of a program
 constexpr unsigned longest_link = 32767;  // bytes
 constexpr unsigned node_bytes = 3;        // of an opcode and its link
 constexpr unsigned most_groups = 9;
-constexpr std::size_t longest_character = 4;  // bytes
 constexpr std::string_view metacharacters = "^$.[()|?+*\\";
 
 // Of a piece, a branch or an expression.
@@ -59,7 +60,7 @@ character decode(const char *at, const char *end) {
     if (static_cast<unsigned char>(*at) < 0x80) return {1, static_cast<unsigned char>(*at)};
     std::mbstate_t state{};
     wchar_t value = 0;
-    const std::size_t bytes = std::min(longest_character, static_cast<std::size_t>(end - at));
+    const std::size_t bytes = std::min(kel::detail::longest_character, static_cast<std::size_t>(end - at));
     const std::size_t used = std::mbrtowc(&value, at, bytes, &state);
     if (used == 0 || used > bytes) return {0, 0};
     return {static_cast<unsigned>(used), static_cast<std::uint32_t>(value)};

@@ -23,11 +23,6 @@ namespace {
 constexpr std::size_t longest_text = 16 * 1024 * 1024;  // bytes of a converted wide text
 constexpr auto not_convertible = static_cast<std::size_t>(-1);
 
-// An ASCII byte that opens a character is one in every encoding that a locale may have.
-bool is_ascii(char byte) {
-    return static_cast<unsigned char>(byte) < 0x80;
-}
-
 // What a character, or a text of n characters, may extend to. No byte behind the terminator is looked at.
 const char *reach(const char *text, std::size_t characters) {
     constexpr std::size_t most = std::numeric_limits<std::size_t>::max() / longest_character;

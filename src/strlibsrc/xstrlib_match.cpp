@@ -205,7 +205,7 @@ using segments_holder = std::unique_ptr<strSegments, delete_segments>;
 
 // Whether the place lies between characters, as far as its bytes tell.
 bool between_characters(encoding form, const char *at, const char *end) noexcept {
-    if (form == encoding::utf8) return at == end || (static_cast<unsigned char>(*at) & 0xC0) != 0x80;
+    if (form == encoding::utf8) return at == end || !continues(*at);
     return form == encoding::single;
 }
 

@@ -36,10 +36,6 @@ xstring strUpper(const char *text) {
 
 namespace {
 
-constexpr bool continues(char byte) {
-    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
-}
-
 // The last place at or before `at` at which a character surely begins.
 const char *character_start(encoding form, const char *begin, const char *at) {
     if (form == encoding::single) return at;

@@ -21,17 +21,6 @@ constexpr char any_run = '*';
 constexpr char any_one = '?';
 constexpr std::ptrdiff_t most_bytes = longest_character;
 
-std::string_view between(const char *begin, const char *end) noexcept {
-    return {begin, static_cast<std::size_t>(end - begin)};
-}
-
-bool is_ascii(char byte) noexcept {
-    return static_cast<unsigned char>(byte) < 0x80;
-}
-bool continues(char byte) noexcept {
-    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
-}
-
 // What lies between two stars.
 struct piece {
     std::string_view text;
@@ -44,7 +33,7 @@ piece read_piece(const char *at, const char *end) noexcept {
     const char *stop = at;
     for (; stop < end && *stop != any_run; ++stop)
         result.plain &= *stop != any_one;
-    result.text = between(at, stop);
+    result.text = std::string_view(at, stop);
     return result;
 }
 
@@ -73,7 +62,7 @@ private:
     text_range find_plain(std::string_view wanted);
     text_range find_around(std::string_view wanted);
     text_range find_steadily(std::string_view wanted) {
-        return find_by_bits(m_form.get(), between(m_begin, m_end), wanted);
+        return find_by_bits(m_form.get(), std::string_view(m_begin, m_end), wanted);
     }
 
     lazy_encoding m_form;
@@ -125,7 +114,7 @@ bool subject::take_back(const char *&end) noexcept {
     while (end[-1] != any_run)
         --end;
     const char *const begin = back(m_end, count_characters(m_form.get(), end, pattern_end));
-    if (!begin || !match(begin, between(end, pattern_end))) return false;
+    if (!begin || !match(begin, std::string_view(end, pattern_end))) return false;
     m_end = begin;
     return true;
 }
