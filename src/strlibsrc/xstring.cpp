@@ -5,6 +5,7 @@
 #include <kelstdmt/xstring.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -16,6 +17,7 @@
 #include <kelstdmt/vumtext.h>
 
 #include "runtime/characters.h"
+#include "runtime/sizes.h"
 
 using kel::is_text;
 
@@ -35,8 +37,8 @@ char *create(std::size_t size, std::size_t room) {
 }
 
 char *buffer_of(std::string_view a, std::string_view b = "", std::size_t spare = 0) {
-    std::size_t size = a.size() + b.size();
-    char *text = create(size, size + spare);
+    const std::size_t size = kel::detail::add_sizes(a.size(), b.size());
+    char *text = create(size, kel::detail::add_sizes(size, spare));
     std::memcpy(text, a.data(), a.size());
     std::memcpy(text + a.size(), b.data(), b.size());
     return text;
@@ -269,10 +271,12 @@ xstring &xstring::AssignOther(std::string_view text) {
 }
 
 xstring &xstring::AppendNew(std::string_view text) {
-    // Who appends once is likely to append again.
-    constexpr std::size_t least_spare = 32;
-    std::string_view present = *this;
-    std::size_t spare = m_text ? std::max(present.size() + text.size(), least_spare) : 0;
+    // Who appends once is likely to append again; but what is spare never fills an address space.
+    constexpr std::size_t least_spare = 32, most_room = PTRDIFF_MAX / 2;
+    const std::string_view present = *this;
+    const std::size_t size = kel::detail::add_sizes(present.size(), text.size());
+    const std::size_t spare =
+        m_text ? std::min(std::max(size, least_spare), most_room - std::min(size, most_room)) : 0;
     Replace(buffer_of(present, text, spare));
     return *this;
 }

@@ -9,12 +9,12 @@
 #include <cstring>
 #include <limits>
 #include <memory>
-#include <new>
 #include <string_view>
 
 #include <kelstdmt/strlib.h>
 
 #include "runtime/characters.h"
+#include "runtime/sizes.h"
 
 namespace kel::detail {
 
@@ -46,18 +46,6 @@ inline const char *place(encoding form, const char *begin, const char *end, std:
 
 inline std::string_view between(const char *begin, const char *end) noexcept {
     return {begin, static_cast<std::size_t>(end - begin)};
-}
-
-// Sizes of results; std::bad_alloc for what no memory can hold.
-inline std::size_t add_sizes(std::size_t a, std::size_t b) {
-    std::size_t sum;
-    if (__builtin_add_overflow(a, b, &sum)) throw std::bad_alloc();
-    return sum;
-}
-inline std::size_t multiply_sizes(std::size_t a, std::size_t b) {
-    std::size_t product;
-    if (__builtin_mul_overflow(a, b, &product)) throw std::bad_alloc();
-    return product;
 }
 
 // As memcpy, without its call for few bytes: two overlapping words take them.
