@@ -196,8 +196,9 @@ KELSTDMT_API xstring strSubstituteAll(const char *text, const char *pattern, con
 // decide, not the characters. The empty pattern occurs before every character and at the end.
 KELSTDMT_API xstring strSubstitute(const char *text, const char *pattern, const char *replacement, int count);
 // Every segment, from the last to the first, each in the text as the others have left it: the order and
-// overlaps matter, positions beyond the end are the end. The second form checks them first (error 1 for
-// another number of replacements, checkConsistency), and then replaces as many as there are replacements for.
+// overlaps matter, positions beyond the end are the end. Sorted ones cost least, for a change costs what lies
+// between it and the one before. The second form checks them first (error 1 for another number of
+// replacements, checkConsistency), and then replaces as many as there are replacements for.
 KELSTDMT_API xstring strSubstitute(const char *text, strSegments *segments, const char *replacement);
 KELSTDMT_API xstring strSubstitute(const char *text, strSegments *segments, xstringsequence *replacements);
 

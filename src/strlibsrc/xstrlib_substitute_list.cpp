@@ -2,12 +2,13 @@
 //
 // The text is a list of pieces of the texts that it is made of, and its bytes are copied once, at the end. So
 // sorted segments cost no more than the text and the result, and segments that overlap or lie out of order
-// still mean what replacing them one by one means. Only where invalid bytes meet that might make a character
-// together are the characters counted anew.
+// still mean what replacing them one by one means. Only where invalid bytes meet that make a character
+// together are characters counted anew.
 #include <kelstdmt/strlib.h>
 
 #include <cstdint>
-#include <optional>
+#include <deque>
+#include <utility>
 #include <vector>
 
 #include "strlibsrc/xstrlib_index.h"
@@ -24,6 +25,16 @@ struct piece {
 
     std::size_t characters() const { return to - from; }
     std::string_view bytes() const { return between(source->at(from), source->at(to)); }
+    // Puts the bytes from 0x80 on that are characters by themselves at its end before `begin`, down to
+    // `least`; whether there are no other characters.
+    bool add_stray_bytes(const char *least, char *&begin) const {
+        for (std::size_t n = to; n > from && begin != least; --n) {
+            const char *at = source->at(n - 1);
+            if (is_ascii(*at) || source->at(n) - at != 1) return false;
+            *--begin = *at;
+        }
+        return true;
+    }
 };
 
 // Two stacks hold the pieces before and behind a cursor, those next to it on top; a change costs the pieces
@@ -47,22 +58,18 @@ public:
         put_behind(replacement);
         m_total = add_sizes(m_total, replacement.characters());
         if (m_total > std::numeric_limits<std::uint32_t>::max()) throw std::bad_alloc();
-        if (may_join_at_cursor(replacement)) count_anew();
+        if (m_form == encoding::single) return;
+        seek(from + replacement.characters());
+        join_at_cursor();
+        // Else the first seam is gone, too.
+        if (m_cursor < from) return;
+        seek(from);
+        join_at_cursor();
     }
 
     xstring text() {
         seek(0);
-        std::vector<std::string_view> parts;
-        parts.reserve(m_behind.size());
-        std::size_t bytes = 0;
-        for (auto part = m_behind.rbegin(); part != m_behind.rend(); ++part) {
-            parts.push_back(part->bytes());
-            bytes = add_sizes(bytes, parts.back().size());
-        }
-        string_writer writer(bytes);
-        for (std::string_view part : parts)
-            writer << part;
-        return std::move(writer).take();
+        return text_behind(m_total);
     }
 
 private:
@@ -70,27 +77,36 @@ private:
         if (text.characters() > 0) m_behind.push_back({&text, 0, text.characters()});
     }
 
-    // Whether the last byte of one is no character of its own for sure when the first of the other follows.
-    bool may_join(const piece &left, const piece &right) const {
-        const char first = *right.source->at(right.from);
-        if (m_form == encoding::utf8 && (static_cast<unsigned char>(first) & 0xC0) != 0x80) return false;
-        const char *last = left.source->at(left.to - 1);
-        return static_cast<unsigned char>(*last) >= 0x80 && left.source->at(left.to) - last == 1;
+    // Where bytes on both sides of the cursor make a character together, they become one; the cursor is
+    // before it then. What is a character keeps its bytes, so the left side gives such as were alone.
+    void join_at_cursor() {
+        constexpr std::size_t most = longest_character - 1;
+        char window[2 * most];
+        char *const seam = window + most;
+        char *begin = seam, *end = seam;
+        for (auto part = m_before.rbegin(); part != m_before.rend() && begin != window; ++part)
+            if (!part->add_stray_bytes(window, begin)) break;
+        if (begin == seam) return;
+        for (auto part = m_behind.rbegin(); part != m_behind.rend() && end != seam + most; ++part)
+            end += part->bytes().copy(end, static_cast<std::size_t>(seam + most - end));
+        for (; begin != seam; ++begin) {
+            const auto before = static_cast<std::size_t>(seam - begin);
+            const std::size_t bytes = character_bytes(m_form, begin, end);
+            if (bytes <= before) continue;
+            // In UTF-8 each byte of it was alone. Other encodings may read all that follows otherwise now.
+            if (m_form == encoding::utf8) return count_anew(before, bytes - before);
+            return count_anew(m_cursor, m_total - m_cursor);
+        }
     }
-    bool may_join_at_cursor(const indexed_text &inserted) const {
-        if (m_form == encoding::single || m_behind.empty()) return false;
-        if (!m_before.empty() && may_join(m_before.back(), m_behind.back())) return true;
-        const std::size_t behind = m_behind.size();
-        return inserted.characters() > 0 && behind > 1 && may_join(m_behind.back(), m_behind[behind - 2]);
-    }
-    void count_anew() {
-        m_joined = text();
-        m_index.emplace(std::string_view(m_joined), m_form);
-        m_before.clear();
-        m_behind.clear();
-        m_cursor = 0;
-        m_total = m_index->characters();
-        put_behind(*m_index);
+    // The characters before and behind the cursor become a text of their own, behind it.
+    void count_anew(std::size_t before, std::size_t behind) {
+        seek(m_cursor - before);
+        xstring bytes = text_behind(before + behind);
+        drop(before + behind);
+        if (m_before.empty() && m_behind.empty()) m_joined.clear();
+        const indexed_text &joined = m_joined.emplace_back(std::move(bytes), m_form).index;
+        put_behind(joined);
+        m_total += joined.characters();
     }
 
     void seek(std::size_t target) {
@@ -112,7 +128,20 @@ private:
         }
     }
 
-    // Behind the cursor.
+    xstring text_behind(std::size_t characters) const {
+        std::vector<std::string_view> parts;
+        std::size_t bytes = 0;
+        for (auto part = m_behind.rbegin(); characters > 0; ++part) {
+            const std::size_t taken = std::min(part->characters(), characters);
+            parts.push_back(piece{part->source, part->from, part->from + taken}.bytes());
+            bytes = add_sizes(bytes, parts.back().size());
+            characters -= taken;
+        }
+        string_writer writer(bytes);
+        for (std::string_view part : parts)
+            writer << part;
+        return std::move(writer).take();
+    }
     void drop(std::size_t characters) {
         m_total -= characters;
         while (characters > 0) {
@@ -137,9 +166,15 @@ private:
     encoding m_form;
     std::vector<piece> m_before;
     std::vector<piece> m_behind;
-    xstring m_joined;  // what pieces may lie in beside the texts of the caller
-    std::optional<indexed_text> m_index;
-    std::size_t m_cursor = 0;  // characters before it
+    struct joined_text {
+        joined_text(xstring given, encoding form)
+            : bytes(std::move(given)), index(std::string_view(bytes), form) {}
+
+        xstring bytes;
+        indexed_text index;
+    };
+    std::deque<joined_text> m_joined;  // what pieces may lie in beside the texts of the caller
+    std::size_t m_cursor = 0;          // characters before it
     std::size_t m_total;
 };
 

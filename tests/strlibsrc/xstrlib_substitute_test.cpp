@@ -129,6 +129,16 @@ TEST(Substitute, LongListsInAnyOrder) {
     EXPECT_TRUE(strSubstitute(text.c_str(), &forwards, "\xE2\x82\xAC") == expected.c_str());
     EXPECT_TRUE(strSubstitute(text.c_str(), &backwards, "\xE2\x82\xAC") == expected.c_str());
     forwards.delallsegs();
+
+    // Bytes that are no characters, some of which make one when what is between them goes.
+    std::string broken, joined;
+    for (int i = 0; i < count; ++i) {
+        broken += i % 2 ? "\x80=" : "\xC3=";
+        joined += i % 2 ? "\x80" : "\xC3";
+        forwards.append(new strSegment(2 * i + 1, 2 * i + 2));
+    }
+    EXPECT_TRUE(strSubstitute(broken.c_str(), &forwards, "") == joined.c_str());
+    forwards.delallsegs();
 }
 
 TEST(Split, AroundTheFirstMatch) {
