@@ -122,8 +122,8 @@ KELSTDMT_API pattern_error check_pattern(const char *pattern);
 
 // As regexec for a text whose end is known, for the first match that begins at byte `from`, the beginning of
 // a character, or later: ^ is the beginning of the text all the same. So all matches of a text are found
-// without going over it again and again. Where a match is, groupStart and groupEnd tell. The text holds no
-// NUL.
+// without going over it again and again, unless the pattern looks far ahead in vain at each of them, as
+// `a.*b|a` does. Where a match is, groupStart and groupEnd tell. The text holds no NUL.
 KELSTDMT_API bool search(regexp &program, std::string_view text, std::size_t from = 0);
 
 // What regsub writes, as a string; null after a reported error.

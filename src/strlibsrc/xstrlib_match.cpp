@@ -1,7 +1,7 @@
 // Matching by the six modes. Every function here cuts its range out of the text as two pointers, brings text
 // and pattern to upper case where the mode says so, and hands them to the search of its mode; positions are
 // counted only when a match is there. Repeated searches go on from the place where they stand, so that their
-// work is in proportion to the text.
+// work is in proportion to the text, unless an expression looks far ahead in vain at each of its matches.
 #include <kelstdmt/strlib.h>
 
 #include <algorithm>
