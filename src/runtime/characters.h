@@ -5,8 +5,10 @@
 // ASCII bytes at the beginning of a character are characters in every encoding.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 
 namespace kel::detail {
 
@@ -54,6 +56,10 @@ inline std::size_t character_bytes(encoding form, const char *at, const char *en
 std::size_t count_characters(encoding form, const char *begin, const char *end) noexcept;
 // The position behind n characters, `end` when there are fewer.
 const char *skip_characters(encoding form, const char *begin, const char *end, std::size_t n) noexcept;
+// Positions that come back to callers are ints.
+inline int position_of(std::size_t characters) noexcept {
+    return static_cast<int>(std::min<std::size_t>(characters, std::numeric_limits<int>::max()));
+}
 
 // What each byte is in upper or in lower case, as std::toupper and std::tolower have it, without a call for
 // each. Of the current locale: ask once for an operation.

@@ -97,7 +97,7 @@ int regexec(regexp *program, const char *text, int &start, int &end) {
     if (!kel::detail::search(*program, {text, text + std::strlen(text)}, text, form)) return 0;
     const char *match = program->groupStart[0];
     const std::size_t before = count_characters(form, text, match);
-    start = static_cast<int>(before);
-    end = static_cast<int>(before + count_characters(form, match, program->groupEnd[0]));
+    start = position_of(before);
+    end = position_of(before + count_characters(form, match, program->groupEnd[0]));
     return 1;
 }

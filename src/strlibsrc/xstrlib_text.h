@@ -25,10 +25,6 @@ inline std::size_t position(int given, std::size_t unset) noexcept {
     if (given == strUnsetPos) return unset;
     return given < 0 ? 0 : static_cast<std::size_t>(given);
 }
-// Positions that come back are ints.
-inline int position_of(std::size_t characters) noexcept {
-    return static_cast<int>(std::min<std::size_t>(characters, std::numeric_limits<int>::max()));
-}
 
 inline int from_of(strSegment *segment) {
     return segment ? segment->getFrom() : strUnsetPos;
