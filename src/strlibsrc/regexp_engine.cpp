@@ -6,6 +6,8 @@
 #include <cstring>
 #include <vector>
 
+#include "strlibsrc/find_bytes.h"
+
 namespace kel::detail {
 
 regexp_engine::regexp_engine(const regexp &from, encoding form)
@@ -26,7 +28,7 @@ bool regexp_engine::is_of(const regexp &program, encoding form) const noexcept {
 
 bool regexp_engine::search_text(const char *from, const char *end, match_slots &slots) const {
     const std::string &wanted = m_start->text();
-    const char *found = find_text(from, end, wanted.data(), wanted.size());
+    const char *found = find_bytes(from, end, wanted);
     if (found == nullptr) return false;
     slots[0] = found;
     slots[1] = found + wanted.size();

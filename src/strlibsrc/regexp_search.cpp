@@ -11,6 +11,7 @@
 
 #include <kelstdmt/xtypes.h>
 
+#include "strlibsrc/find_bytes.h"
 #include "strlibsrc/regexp_engine.h"
 
 namespace kel::detail {
@@ -44,8 +45,9 @@ stErrorCode check_record(const regexp &program) {
 }
 
 bool must_text_occurs(const regexp &program, const char *from, const char *end) {
-    if (program.mustText == nullptr || program.mustLength == 0) return true;
-    return find_text(from, end, program.mustText, static_cast<std::size_t>(program.mustLength)) != nullptr;
+    if (program.mustText == nullptr) return true;
+    const std::string_view wanted(program.mustText, static_cast<std::size_t>(program.mustLength));
+    return find_bytes(from, end, wanted) != nullptr;
 }
 
 void clear_groups(regexp &program) {

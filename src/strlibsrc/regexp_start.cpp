@@ -6,23 +6,9 @@
 #include <cstring>
 #include <vector>
 
-namespace kel::detail {
+#include "strlibsrc/find_bytes.h"
 
-const char *find_text(const char *at, const char *end, const char *text, std::size_t length) noexcept {
-    const auto left = static_cast<std::size_t>(end - at);
-    if (left < length) return nullptr;
-    // memmem prepares tables, which short texts do not pay back.
-    constexpr std::size_t short_text = 200;
-    if (left > short_text) return static_cast<const char *>(memmem(at, left, text, length));
-    const char *last = end - length + 1;
-    while (at < last) {
-        at = static_cast<const char *>(std::memchr(at, text[0], static_cast<std::size_t>(last - at)));
-        if (at == nullptr) return nullptr;
-        if (std::memcmp(at, text, length) == 0) return at;
-        ++at;
-    }
-    return nullptr;
-}
+namespace kel::detail {
 
 regexp_start::regexp_start(const regexp_program &program) {
     if (program.alphabet().form() == encoding::other) return;
@@ -131,7 +117,7 @@ const char *regexp_start::pass_blocks(const char *at, const char *end) const noe
 const char *regexp_start::look(const char *at, const char *end) const noexcept {
     if (at == end) return end;
     if (m_text.size() > 1) {
-        const char *found = find_text(at, end, m_text.data(), m_text.size());
+        const char *found = find_bytes(at, end, m_text);
         return found ? found : end;
     }
     if (m_one_byte) {

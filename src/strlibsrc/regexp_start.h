@@ -10,9 +10,6 @@
 
 namespace kel::detail {
 
-// The first place of a text that is not empty in [at, end), null when there is none.
-const char *find_text(const char *at, const char *end, const char *text, std::size_t length) noexcept;
-
 class regexp_start {
 public:
     // For a search that may begin anywhere.
