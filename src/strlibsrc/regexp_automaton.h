@@ -31,7 +31,11 @@ public:
     // no more than a simulation would.
     outcome run(subject text, const char *from);
 
-    std::size_t memory() const noexcept { return m_table.memory(); }
+    std::size_t memory() const noexcept {
+        const std::size_t numbers =
+            m_starters.capacity() + m_list.capacity() + m_met.capacity() + m_open.capacity();
+        return m_table.memory() + numbers * sizeof(std::uint32_t);
+    }
 
 private:
     // A step leads to the row of the next state, with the high bit when a way succeeds there. The two largest

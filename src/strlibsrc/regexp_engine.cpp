@@ -73,7 +73,7 @@ bool regexp_engine::search_long(subject text, const char *from, search_room &roo
 }
 
 std::size_t regexp_engine::memory() const noexcept {
-    return sizeof *this + m_bytes.capacity() + m_program.memory() +
+    return sizeof *this + m_bytes.capacity() + m_program.memory() + (m_attempt ? m_attempt->memory() : 0) +
            (m_automaton ? m_automaton->memory() : 0) + (m_path ? m_path->memory() : 0);
 }
 

@@ -32,7 +32,10 @@ public:
     // drives the automaton into too many states. The slots are null before, and then still are.
     bool trace(subject text, const char *from, const char *end, path_notes &notes, match_slots &slots);
 
-    std::size_t memory() const noexcept { return m_table.memory() + m_pieces.capacity() * sizeof(piece); }
+    std::size_t memory() const noexcept {
+        const std::size_t numbers = m_takers.capacity() + m_place.capacity() + m_list.capacity();
+        return m_table.memory() + numbers * sizeof(std::uint32_t) + m_pieces.capacity() * sizeof(piece);
+    }
 
 private:
     // A step leads to the row of the state before, with the high bit when the match may begin there.
