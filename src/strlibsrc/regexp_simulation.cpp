@@ -24,6 +24,13 @@ void regexp_simulation::prepare(const regexp_program &program) {
     m_slots.assign(m_slot_count, nullptr);
 }
 
+// What is met from here on stands at the next position.
+void regexp_simulation::begin_step() noexcept {
+    if (++m_step != 0) return;
+    std::fill(m_met.begin(), m_met.end(), 0);
+    m_step = 1;
+}
+
 bool regexp_simulation::may_begin(const char *at) const noexcept {
     const std::string &first = m_program->extra_first();
     return static_cast<std::size_t>(m_text.end - at) >= first.size() &&
@@ -79,7 +86,7 @@ bool regexp_simulation::search(const regexp_program &program, subject text, cons
     prepare(program);
     m_text = text;
     bool found = false;
-    ++m_step;
+    begin_step();
     for (const char *at = from;;) {
         if (!found && (!program.anchored() || at == text.begin) && may_begin(at)) {
             m_slots.assign(m_slot_count, nullptr);
@@ -89,8 +96,7 @@ bool regexp_simulation::search(const regexp_program &program, subject text, cons
         if (m_now.waiting.empty() && (found || program.anchored())) break;
         const char *next = at;
         const symbol character = at == text.end ? symbol{} : program.alphabet().read(next, text.end);
-        // What is met from here on stands at the next position.
-        ++m_step;
+        begin_step();
         for (std::size_t i = 0; i < m_now.waiting.size(); ++i) {
             const std::uint32_t number = m_now.waiting[i];
             const char *const *filled = m_now.slots.data() + i * m_slot_count;

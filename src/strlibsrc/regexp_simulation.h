@@ -47,6 +47,7 @@ private:
     void prepare(const regexp_program &program);
     void add(ways &to, std::uint32_t number, const char *at);
     void follow(ways &to, std::uint32_t number, const char *at);
+    void begin_step() noexcept;
     bool may_begin(const char *at) const noexcept;
 
     const regexp_program *m_program = nullptr;
