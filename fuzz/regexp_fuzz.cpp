@@ -14,7 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t siz
     setErrReport(true);
     std::setlocale(LC_ALL, bytes[0] & 1 ? "C.UTF-8" : "C");
     fuzz::Input input(bytes + head, size - head);
-    const regexp_machines::program_holder compiled(regcomp(input.text().c_str()));
+    const kel::owned_regexp compiled(regcomp(input.text().c_str()));
     if (!compiled) return 0;
     const std::string once = input.text();
     std::string text = once;

@@ -6,22 +6,16 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
 
 namespace regexp_machines {
 
-struct release {
-    void operator()(regexp *program) const { std::free(program); }
-};
-using program_holder = std::unique_ptr<regexp, release>;
-
 // In a block exactly as long as its program, so that the sanitizers see a look beyond it.
-inline program_holder exact_copy(const regexp &program) {
+inline kel::owned_regexp exact_copy(const regexp &program) {
     const auto header = static_cast<std::size_t>(program.program - reinterpret_cast<const char *>(&program));
-    program_holder copy(static_cast<regexp *>(std::malloc(header + program.programSize)));
+    kel::owned_regexp copy(static_cast<regexp *>(std::malloc(header + program.programSize)));
     std::memcpy(static_cast<void *>(copy.get()), &program, header + program.programSize);
     if (program.mustText) copy->mustText = copy->program + (program.mustText - program.program);
     return copy;

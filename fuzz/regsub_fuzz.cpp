@@ -20,7 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t siz
     fuzz::Input input(bytes + places, size - places);
     const std::string pattern = input.text(), text = input.text(), format = input.text();
     setErrSeen("Success");
-    regexp_machines::program_holder program(regcomp(pattern.c_str()));
+    kel::owned_regexp program(regcomp(pattern.c_str()));
     const kel::pattern_error error = kel::check_pattern(pattern.c_str());
     require((error.code == stSuccess) == (program != nullptr), "another verdict on:", pattern);
     require(std::strcmp(error.message, getErrSeen()) == 0, "another message:", error.message);

@@ -1,8 +1,6 @@
 // Our expressions and shell patterns.
 #include <kelstdmt/strlib.h>
 
-#include <cstdlib>
-#include <memory>
 #include <stdexcept>
 
 #include "engines.h"
@@ -32,10 +30,7 @@ public:
     void expand(const char *format, char *out) { regsub(m_program.get(), format, out); }
 
 private:
-    struct Free {
-        void operator()(regexp *program) const { std::free(program); }
-    };
-    std::unique_ptr<regexp, Free> m_program;
+    kel::owned_regexp m_program;
 };
 
 void find_any_case(benchmark::State &state, Letters letters) {

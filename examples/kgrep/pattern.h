@@ -4,8 +4,6 @@
 // are upper-cased one by one, so that a place in the one text is the same place in the other.
 #pragma once
 
-#include <cstdlib>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -75,11 +73,6 @@ public:
     void Expand(const std::string &replacement, const Line &line, std::string &out);
 
 private:
-    struct Free {
-        void operator()(regexp *program) const { std::free(program); }
-    };
-    using Program = std::unique_ptr<regexp, Free>;
-
     std::optional<Span> First(const Line &line);
     std::optional<Span> Next(const Line &line, const Span &last);
     std::optional<Span> Search(const Line &line, std::size_t from);
@@ -90,8 +83,8 @@ private:
     strMatchMode m_mode;  // as asked for
     bool m_whole_line;
     char m_folding[256];
-    xstring m_pattern;       // upper-cased where the mode ignores case
-    std::string m_required;  // part of every match
-    Program m_program;       // of a regular expression
+    xstring m_pattern;            // upper-cased where the mode ignores case
+    std::string m_required;       // part of every match
+    kel::owned_regexp m_program;  // of a regular expression
     bool m_stays_in_line = false;
 };

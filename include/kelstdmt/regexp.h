@@ -11,13 +11,15 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdlib>
+#include <memory>
 #include <string_view>
 
 #include <kelstdmt/export.h>
 
 class xstring;
 
-// A compiled program, one block of memory: release it with std::free.
+// A compiled program, one block of memory: release it with std::free, or let kel::owned_regexp do it.
 struct regexp {
     // Where the whole match (0) and the groups 1 to 9 of the last search begin and end, in the text that was
     // searched; null for a group that took no part.
@@ -105,6 +107,11 @@ KELSTDMT_API const char *getErrSeen();
 KELSTDMT_API void setErrSeen(const char *message);
 
 namespace kel {
+
+struct regexp_release {
+    void operator()(regexp *program) const noexcept { std::free(program); }
+};
+using owned_regexp = std::unique_ptr<regexp, regexp_release>;
 
 // What stHandleKnownError calls the code; "No description" for an unknown one.
 KELSTDMT_API const char *error_message(stErrorCode code) noexcept;

@@ -475,15 +475,10 @@ void find_shortcuts(regexp &program, unsigned flags) {
     }
 }
 
-struct release {
-    void operator()(regexp *program) const { std::free(program); }
-};
-using program_holder = std::unique_ptr<regexp, release>;
-
-program_holder make_program(parser &source) {
+kel::owned_regexp make_program(parser &source) {
     const unsigned bytes = source.measure();
     const std::size_t block = std::max(sizeof(regexp), offsetof(regexp, program) + bytes);
-    program_holder program(static_cast<regexp *>(std::malloc(block)));
+    kel::owned_regexp program(static_cast<regexp *>(std::malloc(block)));
     if (!program) throw failure{stOutofSpace};
     *program = regexp{};
     program->programSize = bytes;
@@ -493,7 +488,7 @@ program_holder make_program(parser &source) {
 }
 
 struct outcome {
-    program_holder program;
+    kel::owned_regexp program;
     stErrorCode code = stSuccess;
     const char *at = nullptr;  // of the error
 };

@@ -51,14 +51,9 @@ struct range {
     const char *end;
 };
 
-struct free_program {
-    void operator()(regexp *program) const noexcept { std::free(program); }
-};
-using program_holder = std::unique_ptr<regexp, free_program>;
-
 // Null after the errors of a search that has no program.
-program_holder compile(const char *pattern, const char *function) {
-    program_holder program(regcomp(pattern));
+kel::owned_regexp compile(const char *pattern, const char *function) {
+    kel::owned_regexp program(regcomp(pattern));
     if (!program) {
         stHandleKnownError(stCorruptedRegExp, function);
         stHandleKnownError(stNullArgRegExp, "regexec");
@@ -98,7 +93,7 @@ private:
     kind m_how;
     bool m_nothing = false;
     std::string_view m_pattern;
-    program_holder m_program;
+    kel::owned_regexp m_program;
 };
 
 struct positions {
@@ -172,7 +167,7 @@ bool find_whole(const char *text, const char *pattern, kind how, int &start, int
 
 bool exact(lazy_encoding form, const char *begin, const char *end, const char *pattern, kind how) {
     if (how == kind::expression) {
-        const program_holder program = compile(pattern, "strExactMatchRegExp");
+        const kel::owned_regexp program = compile(pattern, "strExactMatchRegExp");
         return program && regexp_search(*program, begin, end) && program->groupStart[0] == begin &&
                program->groupEnd[0] == end;
     }

@@ -4,7 +4,7 @@
 
 namespace {
 
-using text_model::locale_scope, text_model::owned_program;
+using text_model::locale_scope;
 
 // Each node: its place, its name, where its link leads, its operand.
 std::string listing(const regexp &program) {
@@ -43,7 +43,7 @@ struct RegexpCompile : testing::Test {
     // The error; regcomp and check_pattern must agree on it.
     static stErrorCode error_of(const std::string &pattern) {
         setErrSeen("Success");
-        const owned_program program(regcomp(pattern.c_str()));
+        const kel::owned_regexp program(regcomp(pattern.c_str()));
         const kel::pattern_error found = kel::check_pattern(pattern.c_str());
         EXPECT_STREQ(found.message, getErrSeen()) << pattern.substr(0, 80);
         EXPECT_EQ(found.code == stSuccess, program != nullptr);
@@ -76,7 +76,7 @@ TEST_F(RegexpCompile, Layout) {
          "1 BRANCH 20; 4 ANYOF 20 '\xED\x9F\xBE\xED\x9F\xBF\xEE\x80\x80\xEE\x80\x81'; 20 END"},
     };
     for (const auto &[pattern, nodes] : cases)
-        EXPECT_EQ(listing(*owned_program(regcomp(pattern))), nodes) << pattern;
+        EXPECT_EQ(listing(*kel::owned_regexp(regcomp(pattern))), nodes) << pattern;
 }
 
 // What the search asks first: the first character or ^, and the text that must occur.
@@ -86,7 +86,7 @@ TEST_F(RegexpCompile, Shortcuts) {
         {"(a*b|x)cd", ", cd"}, {"x|^a", ", "}, {"^?a", ", "},   {"a*bc|d", ", "}, {"a\\+b", "a, "},
     };
     for (const auto &[pattern, expected] : cases) {
-        const owned_program program(regcomp(pattern));
+        const kel::owned_regexp program(regcomp(pattern));
         const std::string must(program->mustText ? program->mustText : "",
                                static_cast<std::size_t>(program->mustLength));
         EXPECT_EQ(program->firstChar + std::string(program->anchored ? "^, " : ", ") + must, expected)

@@ -8,11 +8,11 @@
 
 namespace {
 
-using text_model::chance, text_model::characters, text_model::exact, text_model::owned_program;
+using text_model::chance, text_model::characters, text_model::exact;
 
-owned_program compiled(const std::string &pattern) {
+kel::owned_regexp compiled(const std::string &pattern) {
     setErrReport(true);
-    return owned_program(regcomp(pattern.c_str()));
+    return kel::owned_regexp(regcomp(pattern.c_str()));
 }
 
 struct random_pattern {
@@ -68,7 +68,7 @@ TEST_P(in_locale, AllMachinesFindTheSame) {
     int answers = 0, errors = 0;
     for (int round = 0; round < 8000; ++round) {
         const std::string pattern = random_pattern{random, round % 2 ? few : many}.alternatives(3);
-        const owned_program whole = compiled(pattern), wide = compiled(pattern + many_symbols);
+        const kel::owned_regexp whole = compiled(pattern), wide = compiled(pattern + many_symbols);
         if (!whole) continue;
         const auto program = exact_copy(*whole);
         for (int each = 0; each < 8; ++each) {
@@ -125,7 +125,7 @@ TEST(regexp_search, TheWorkIsBoundedByProgramTimesText) {
 }
 
 TEST(regexp_search, ChecksComeInTheirOrder) {
-    const owned_program one = compiled("a*bc");
+    const kel::owned_regexp one = compiled("a*bc");
     int start = 0, end = 0;
     const auto error_of = [&](regexp *each, const char *text) {
         setErrSeen("");
@@ -144,7 +144,7 @@ TEST(regexp_search, ChecksComeInTheirOrder) {
 
 // Its destructor searches once more.
 struct late_search {
-    owned_program program = compiled("(a+)b");
+    kel::owned_regexp program = compiled("(a+)b");
     bool &found;
     ~late_search() { found = kel::search(*program, "caab"); }
 };
@@ -164,7 +164,7 @@ TEST(regexp_search, ThreadsCompileAndSearchProgramsOfTheirOwn) {
     for (int i = 0; i < 4; ++i)
         threads.emplace_back([last = std::string(1, static_cast<char>('c' + i)), i] {
             for (int n = 0; n < 300; ++n) {
-                const owned_program one = compiled("(a|b)*" + last + "+");
+                const kel::owned_regexp one = compiled("(a|b)*" + last + "+");
                 const std::string text = std::string(static_cast<std::size_t>(n), 'a') + "cdefg";
                 ASSERT_TRUE(kel::search(*one, text));
                 ASSERT_EQ(one->groupStart[0] - text.data(), i == 0 ? 0 : n + i);

@@ -31,8 +31,6 @@ inline std::unique_ptr<char[]> exact(const std::string &text) {
     return copy;
 }
 
-using owned_program = regexp_machines::program_holder;
-
 // Valid characters after mbrlen, single bytes otherwise.
 inline characters decode(const std::string &text) {
     characters result;

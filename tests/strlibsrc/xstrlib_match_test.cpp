@@ -35,7 +35,7 @@ std::optional<span> search(const characters &text, const std::string &pattern, i
         return span{start, start + static_cast<int>(wanted.size())};
     }
     if (mode == strRegExp) {
-        const owned_program program(regcomp(pattern.c_str()));
+        const kel::owned_regexp program(regcomp(pattern.c_str()));
         span at;
         if (!regexec(program.get(), join(text).c_str(), at.first, at.second)) return {};
         return at;
