@@ -34,6 +34,9 @@ encoding locale_encoding() noexcept;
 // The same, asked when it is needed first: many an answer about a short text does not depend on it.
 class lazy_encoding {
 public:
+    lazy_encoding() = default;
+    explicit lazy_encoding(encoding known) noexcept : m_form(known), m_known(true) {}
+
     encoding get() noexcept {
         if (!m_known) m_form = locale_encoding(), m_known = true;
         return m_form;
