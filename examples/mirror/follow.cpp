@@ -23,8 +23,7 @@ struct Values {
 };
 
 std::string Text(monStringParam *parameter) {
-    const xstring text = parameter ? parameter->getValue() : xstring();
-    return kel::is_text(text) ? text.Str() : "";
+    return std::string(kel::view(parameter ? parameter->getValue() : xstring()));
 }
 int Number(monIntParam *parameter) {
     return parameter ? parameter->getValue() : 0;

@@ -33,10 +33,6 @@ constexpr bool in_one_line(long long at, unsigned count) {
     return at / line == (at + count - 1) / line;
 }
 
-const char *text_or_empty(const char *text) {
-    return kel::is_text(text) ? text : "";
-}
-
 // Appends `length` bytes of a text, or those up to a NUL, which can only end it. Memory is taken for what is
 // there. False when the file ends before.
 bool read_text(ioFileStream &stream, long long at, int length, std::string &text) {
@@ -67,7 +63,7 @@ monFile *monFile::Create(const char *path, const char *title) {
     if (!stream) return nullptr;
     std::unique_ptr<monFile> file(kel::construct_with<monFile>([](void *at) { return ::new (at) monFile; }));
     file->m_stream = std::move(stream);
-    return file->WriteHeader(text_or_empty(title)) ? file.release() : nullptr;
+    return file->WriteHeader(kel::detail::any_view(title).data()) ? file.release() : nullptr;
 }
 
 monFile *monFile::Open(const char *path) {
@@ -470,7 +466,7 @@ xstring monStringParam::getValue() {
 }
 
 xstring monStringParam::setValue(const char *text) {
-    std::string_view view(text_or_empty(text));
+    std::string_view view = kel::detail::any_view(text);
     if (view.size() > static_cast<unsigned>(m_size)) {
         _Abort("monStringParam::setValue: Value too long", source, __LINE__);
         return xstrNullStr;

@@ -3,55 +3,54 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <iostream>
 
 #include <kelstdmt/strlib_exceptions.h>
+
+#include "services/print_exception.h"
 
 namespace {
 
 std::atomic<bool> reports{false};
 std::atomic<const char *> seen{nullptr};
 
-using maker = strXException *(const char *description, kelXFunc *func);
-
-// The codes without a class of their own take the base.
-template <class T>
-strXException *make(const char *description, kelXFunc *func) {
-    return kel::construct<T>(description, func);
-}
+using printer = void (*)(const char *function, const char *description);
 
 struct known_error {
     const char *message;
-    maker *create;
+    printer print;
 };
+
+// The codes without a class of their own take the base.
+template <class Exception>
+constexpr printer print_as = kel::detail::print_exception<Exception, const char *>;
 
 constexpr known_error known_errors[] = {
-    {"Success", make<strXException>},
-    {"The number of replacements does not match the number of segments", make<strXReplMatch>},
-    {"From is greater than To", make<strXFromTo>},
-    {"Overlapping segments are found", make<strXIntersectSegm>},
-    {"NULL argument", make<strXNullArgRegExp>},
-    {"Corrupted regular expression", make<strXCorruptedRegExp>},
-    {"Corrupted pointers", make<strXCorruptedPointers>},
-    {"Regular Expression is too big", make<strXRegExpTooBig>},
-    {"Out of space", make<strXOutofSpace>},
-    {"Too many ()", make<strXTooManyBrackets>},
-    {"Unterminated ()", make<strXUnterminatedBrackets>},
-    {"Unmatched ()", make<strXUnmatchedBrackets>},
-    {"Internal error: junk on end", make<strXJunkOnEnd>},
-    {"*+ operand could be empty", make<strXOperEmpty>},
-    {"Nested *?+", make<strXNested>},
-    {"Invalid [] range", make<strXInvalidRange>},
-    {"Unmatched []", make<strXUnmatchedSqBrackets>},
-    {"Internal error: \\0|) unexpected", make<strXUnexpectedSymbol>},
-    {"?+* follows nothing", make<strXFollowsNothing>},
-    {"Trailing \\", make<strXTrailingSymbol>},
-    {"Internal error: strcspn 0", make<strXStringZeroLen>},
-    {"Damaged match string", make<strXDamagedMatchStr>},
-    {"Internal Error", make<strXOther>},
+    {"Success", print_as<strXException>},
+    {"The number of replacements does not match the number of segments", print_as<strXReplMatch>},
+    {"From is greater than To", print_as<strXFromTo>},
+    {"Overlapping segments are found", print_as<strXIntersectSegm>},
+    {"NULL argument", print_as<strXNullArgRegExp>},
+    {"Corrupted regular expression", print_as<strXCorruptedRegExp>},
+    {"Corrupted pointers", print_as<strXCorruptedPointers>},
+    {"Regular Expression is too big", print_as<strXRegExpTooBig>},
+    {"Out of space", print_as<strXOutofSpace>},
+    {"Too many ()", print_as<strXTooManyBrackets>},
+    {"Unterminated ()", print_as<strXUnterminatedBrackets>},
+    {"Unmatched ()", print_as<strXUnmatchedBrackets>},
+    {"Internal error: junk on end", print_as<strXJunkOnEnd>},
+    {"*+ operand could be empty", print_as<strXOperEmpty>},
+    {"Nested *?+", print_as<strXNested>},
+    {"Invalid [] range", print_as<strXInvalidRange>},
+    {"Unmatched []", print_as<strXUnmatchedSqBrackets>},
+    {"Internal error: \\0|) unexpected", print_as<strXUnexpectedSymbol>},
+    {"?+* follows nothing", print_as<strXFollowsNothing>},
+    {"Trailing \\", print_as<strXTrailingSymbol>},
+    {"Internal error: strcspn 0", print_as<strXStringZeroLen>},
+    {"Damaged match string", print_as<strXDamagedMatchStr>},
+    {"Internal Error", print_as<strXOther>},
 };
 
-constexpr known_error unknown_error = {"No description", make<strXException>};
+constexpr known_error unknown_error = {"No description", print_as<strXException>};
 
 const known_error &find(stErrorCode code) {
     const auto number = static_cast<unsigned>(code);
@@ -83,11 +82,6 @@ void stHandleKnownError(stErrorCode code, const char *function) {
         seen = error.message;
         return;
     }
-    {
-        const xrchandle<kelXFunc> func(kel::construct<kelXFunc>(function));
-        const xrchandle<strXException> exception(error.create(error.message, func.get()));
-        exception->Print(std::cerr);
-        std::cerr.flush();
-    }
+    error.print(function, error.message);
     std::exit(1);
 }

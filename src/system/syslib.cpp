@@ -3,22 +3,17 @@
 
 #include <algorithm>
 #include <chrono>
-#include <iostream>
+#include <ostream>
 #include <thread>
 
 #include <kelstdmt/vumtext.h>
 
 #include "runtime/machine.h"
+#include "services/print_exception.h"
+
+using kel::detail::print_exception;
 
 namespace {
-
-template <class Exception, class... Variable>
-void print(const char *message, const char *function, Variable... variable) {
-    const xrchandle<kelXFunc> func(kel::construct<kelXFunc>(function));
-    const xauto<Exception> exception(variable..., message, func.get());
-    exception.Print(std::cerr);
-    std::cerr.flush();
-}
 
 xstring name_or_report(bool (*ask)(std::string &), sysErrorCode code, const char *function) {
     std::string name;
@@ -63,15 +58,15 @@ void sysSleep(int seconds) {
 void sysHandleKnownError(sysErrorCode code, const char *function, const char *variable) {
     switch (code) {
         case sysErrHostName:
-            return print<sysXCantGetHostName>("Can't get host name", function);
+            return print_exception<sysXCantGetHostName>(function, "Can't get host name");
         case sysErrUserName:
-            return print<sysXCantGetUserName>("Can't get user name", function);
+            return print_exception<sysXCantGetUserName>(function, "Can't get user name");
         case sysErrPutEnv:
-            return print<sysXCantPutEnv>("Can't set environment variable", function, variable);
+            return print_exception<sysXCantPutEnv>(function, variable, "Can't set environment variable");
         case sysErrInternal:
-            return print<sysXException>("Internal error", function);
+            return print_exception<sysXException>(function, "Internal error");
     }
-    print<sysXException>("No description", function);
+    print_exception<sysXException>(function, "No description");
 }
 
 sysXCantPutEnv::sysXCantPutEnv(const char *variable, const char *description, kelXFunc *func)
@@ -79,5 +74,5 @@ sysXCantPutEnv::sysXCantPutEnv(const char *variable, const char *description, ke
 
 void sysXCantPutEnv::Print(std::ostream &out) const {
     sysXException::Print(out);
-    out << "\t( Environment variable: \"" << (kel::is_text(m_var) ? m_var.Str() : "") << "\" )\n";
+    out << "\t( Environment variable: \"" << kel::view(m_var) << "\" )\n";
 }

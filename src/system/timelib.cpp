@@ -14,6 +14,7 @@
 #include <kelstdmt/kel.h>
 
 #include "runtime/calendar.h"
+#include "services/print_exception.h"
 #include "system/timelib_text.h"
 
 namespace {
@@ -45,12 +46,7 @@ void flush_output() {
 template <class Exception, class... Fields>
 [[noreturn]] void end_process(error_code code, const char *operation, Fields... fields) {
     flush_output();
-    {
-        const xrchandle<kelXFunc> func(kel::construct<kelXFunc>(operation));
-        const xauto<Exception> exception(fields..., messages[code], func.get());
-        exception.Print(std::cerr);
-        std::cerr.flush();
-    }
+    kel::detail::print_exception<Exception>(operation, fields..., messages[code]);
     std::exit(1);
 }
 
@@ -89,10 +85,6 @@ xstring format_time(tmTime &time, const char *format) {
 
 bool is_written(const char *text) {
     return kel::is_text(text) && *text;
-}
-// For reports: none is empty.
-const char *shown(const char *text) {
-    return kel::is_text(text) ? text : "";
 }
 
 }  // namespace
@@ -191,8 +183,8 @@ tmXInvalTimeString::tmXInvalTimeString(const char *text, const char *format, con
 
 void tmXInvalTimeString::Print(std::ostream &out) const {
     tmXException::Print(out);
-    out << "\t( Invalid time string: \"" << shown(m_text) << "\" given the format \"" << shown(m_format)
-        << "\" )\n";
+    out << "\t( Invalid time string: \"" << kel::view(m_text) << "\" given the format \""
+        << kel::view(m_format) << "\" )\n";
 }
 
 tmXCantMakeTime::tmXCantMakeTime(int year, int month, int day, int hour, int minute, int second,
@@ -231,5 +223,5 @@ void tmXCantMakeTimeString::Print(std::ostream &out) const {
         if (!is_written(text)) text = std::to_string(whole_seconds(time.getAbsTime())).c_str();
     }
     out << "\t( Can't make string from time object: \"" << text << "\" given the format string: \""
-        << shown(m_format) << "\" )\n";
+        << kel::view(m_format) << "\" )\n";
 }

@@ -21,10 +21,6 @@ constexpr std::array<std::pair<MonitorType, const char *>, 4> type_names = {{{Mo
                                                                              {MonitorType::real, "real"},
                                                                              {MonitorType::text, "string"}}};
 
-std::string BytesOf(const xstring &text) {
-    return kel::is_text(text) ? text.Str() : "";
-}
-
 unsigned char ToBoolean(const std::string &text) {
     if (text == "true" || text == "1") return 1;
     if (text == "false" || text == "0") return 0;
@@ -150,11 +146,11 @@ void SetValue(monParam &parameter, const std::string &text) {
 }
 
 std::string NameOf(monParam &parameter) {
-    return BytesOf(parameter.getName());
+    return std::string(kel::view(parameter.getName()));
 }
 
 std::string TitleOf(const monFile &file) {
-    return BytesOf(file.getTitle());
+    return std::string(kel::view(file.getTitle()));
 }
 
 std::unique_ptr<monFile> OpenForReading(const std::string &path) {

@@ -47,8 +47,7 @@ public:
     Json Document() const {
         Json document;
         if (!m_name.starts_with(':')) PutBytes(document, "server", m_name);
-        const xstring host = m_address->getHostName();
-        PutBytes(document, "host", kel::is_text(host) ? host.Str() : "");
+        PutBytes(document, "host", kel::view(m_address->getHostName()));
         document["port"] = m_port;
         return document;
     }
@@ -116,10 +115,7 @@ ExitCode Version(const Asked &options) {
     Server server(options);
     server.CheckAlive();
     std::string version;
-    server.Ask([&](netAddress *address) {
-        const xstring answer = netServer::GetVersion(address);
-        if (kel::is_text(answer)) version = answer.Str();
-    });
+    server.Ask([&](netAddress *address) { version = kel::view(netServer::GetVersion(address)); });
     if (options.json) {
         Json document = server.Document();
         PutBytes(document, "version", version);
