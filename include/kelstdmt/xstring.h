@@ -220,7 +220,7 @@ public:
         return *this;
     }
     // The lengths of the rule above are characters here. A text that the locale cannot show gives the null
-    // string.
+    // string, one of more than 16,777,216 bytes as many of them.
     xstring &operator=(const unsigned short *wide);
 
     // A null pointer, the marker and a null string add nothing. Room for more is taken in growing portions.

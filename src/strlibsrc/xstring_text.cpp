@@ -151,12 +151,15 @@ xstring &xstring::operator=(const unsigned short *wide) {
 }
 
 xstring strNeutralToNative(const char *neutral) {
-    xstring result;
-    if (!is_text(neutral)) return result;
+    if (!is_text(neutral)) return xstring();
     std::vector<unsigned short> wide(std::strlen(neutral) + 1);
     mbxNeutToWide(neutral, wide.data());
-    result = wide.data();
-    return result;
+    const std::size_t bytes = btkWideToNative(wide.data(), nullptr, 0);
+    if (bytes == not_convertible) return xstring();
+    char *native = buffer_create(bytes);
+    btkWideToNative(wide.data(), native, bytes);
+    head(native).size = buffer_head::measured(bytes);
+    return xstring::Adopt(native);
 }
 
 xstring strNativeToNeutral(const char *native) {

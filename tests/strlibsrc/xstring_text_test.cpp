@@ -128,6 +128,8 @@ TEST(WideTexts, WithoutACounterpartGiveNull) {
     locale_scope locale("C.UTF-8");
     EXPECT_TRUE(strNeutralToNative(xstrNullStr).IsNull() && strNativeToNeutral(nullptr).IsNull());
     EXPECT_TRUE(strNativeToNeutral("a\xFF").IsNull());
+    const std::string longest((16 << 20) + 1, 'a');
+    EXPECT_TRUE(strNeutralToNative(longest.c_str()) == longest.c_str()) << "a long text is cut";
     EXPECT_STREQ(strNeutralToNative("a\xFF"), "a\xEF\xBF\xBD") << "a malformed neutral byte becomes U+FFFD";
 }
 
