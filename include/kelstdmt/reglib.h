@@ -123,7 +123,7 @@ public:
         SetValue(name, static_cast<unsigned char>(value));
     }
     // Without a text value: the null string and the nil values of each type. A text that begins with no
-    // number is 0, one that is neither "true" nor "false" is nil.
+    // number is 0 (ints are as atoi has them), one that is neither "true" nor "false" is nil.
     virtual xstring GetStringValue(const char *name);
     virtual int GetIntValue(const char *name);
     virtual double GetRealValue(const char *name);

@@ -42,6 +42,7 @@ public:
 
     // Bytes of the text with its terminator; a null string counts as empty here and in the numbers.
     unsigned GetSize() const;
+    // As atoi, atol and atof have them.
     int ToInt() const;
     long ToLong() const;
     double ToDouble() const;
