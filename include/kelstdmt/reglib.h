@@ -82,7 +82,7 @@ public:
     static ovkRegistry *System();
     static ovkRegistry *User();
 
-    // They count, and do nothing else; both answer true.
+    // They do nothing, and answer true.
     bool Open();
     bool Close();
     // Its folder is looked for whenever it is used: the environment says where it lies.
@@ -93,7 +93,6 @@ private:
     bool IsKeyValid(const char *key) const;
     bool IsNameValid(const char *name) const;
 
-    int m_opened = 0;
     ovkRegistryKey m_root;
     char m_separator;
     xstring m_forbidden;

@@ -83,12 +83,10 @@ ovkRegistry *ovkRegistry::User() {
 }
 
 bool ovkRegistry::Open() {
-    ++m_opened;
     return true;
 }
 
 bool ovkRegistry::Close() {
-    if (m_opened > 0) --m_opened;
     return true;
 }
 
