@@ -70,7 +70,7 @@ private:
     using dsStringMap::Clear;
     using dsStringMap::Remove;
 
-    void AddNode(xstring name, xstring value);
+    void AddNode(const char *name, xstring value);
     void InsertNode(const char *name, xstring value);
     bool Load(lockFileBuf &file);
     bool Save();
@@ -79,7 +79,6 @@ private:
     const char *CopyKey(const char *key) override;
     void FreeKey(const char *key) override;
 
-    xstring m_file_name;
     std::unique_ptr<lockFileBuf> m_file;
     bool m_modified = false;
     OpenMode m_mode = ReadWrite;

@@ -178,9 +178,9 @@ bool ovkConfigFile::Open(const char *file_name, OpenMode mode) {
     if (!written) return false;
     const int access = mode == ReadOnly ? lockFileBuf::In : lockFileBuf::In | lockFileBuf::Out;
     try {
-        m_file_name = kel::is_text(file_name) ? xstring(file_name) : xstring();
         auto file = std::make_unique<lockFileBuf>();
-        if (file->Open(m_file_name, access) || !Load(*file)) return false;
+        if (file->Open(kel::is_text(file_name) ? file_name : xstrNullStr, access) || !Load(*file))
+            return false;
         m_file = std::move(file);
         return true;
     } catch (const std::exception &) {
@@ -269,8 +269,8 @@ bool ovkConfigFile::DeleteValue(const char *name) {
     return true;
 }
 
-void ovkConfigFile::AddNode(xstring name, xstring value) {
-    StrPress(name);
+// The name has no blanks.
+void ovkConfigFile::AddNode(const char *name, xstring value) {
     if (const auto *entry = Locate(name)) {
         entry->value->value = std::move(value);
     } else {
