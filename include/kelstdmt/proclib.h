@@ -150,7 +150,7 @@ private:
 // Of any process of this machine.
 KELSTDMT_API pcProcessStatus pcGetProcessStatus(int id);
 // What stands before a command line that the user's command interpreter is to run: "/bin/sh -c"; the null
-// string when neither SHELL nor COMSPEC is set.
+// string when neither SHELL nor COMSPEC names one.
 KELSTDMT_API xstring pcGetShellCommand();
 
 // Ctrl+C and Ctrl+Break, which do not end the program while one of these lives. All of them wait for one

@@ -164,7 +164,8 @@ pcProcessStatus pcGetProcessStatus(int id) {
 
 xstring pcGetShellCommand() {
     dsString value;
-    if (Getenv("SHELL", value)) return xstring((std::string(value.Str()) + " -c").c_str());
-    if (Getenv("COMSPEC", value)) return xstring((std::string(value.Str()) + " /c").c_str());
+    const auto is_given = [&value](const char *name) { return Getenv(name, value) && *value.Str(); };
+    if (is_given("SHELL")) return xstring((std::string(value.Str()) + " -c").c_str());
+    if (is_given("COMSPEC")) return xstring((std::string(value.Str()) + " /c").c_str());
     return xstring();
 }
