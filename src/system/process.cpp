@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 
+#include <kelstdmt/kel.h>
 #include <kelstdmt/proclib.h>
 #include <kelstdmt/vumtext.h>
 
@@ -66,6 +67,15 @@ struct channel {
     int handle = -1;
 };
 
+// A stream of the caller's own class may throw; the process runs all the same.
+void close_quietly(ioStream &stream) {
+    try {
+        stream.Close();
+    } catch (xthrowable *thrown) {
+        const kel::caught unheard(thrown);
+    }
+}
+
 }  // namespace
 
 pcProcess *pcProcess::Create(const char *command_line, const char *working_directory, ioStream *in,
@@ -78,14 +88,14 @@ pcProcess *pcProcess::Create(const char *command_line, const char *working_direc
         if (each.handle == -1) pcXCreate::Throw(each.error, 0);
     }
     const unsigned options = (own_group ? btkLaunchGroup : 0U) | (own_session ? btkLaunchSession : 0U);
-    // Made first: nothing can fail once the program runs.
+    // Made first: the program that runs is not to be lost.
     std::unique_ptr<pcProcess> process(New());
     if (!Process_Launch(&process->m_handle, &process->m_id, command_line, working_directory,
                         channels[0].handle, channels[1].handle, channels[2].handle, options))
         pcXCreate::Throw(pcErrorSystem, Error_GetLast());
     process->m_closed = false;
     for (const channel &each : channels)
-        if (each.handle != -1) each.stream->Close();
+        if (each.handle != -1) close_quietly(*each.stream);
     return process.release();
 }
 
