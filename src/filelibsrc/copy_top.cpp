@@ -120,10 +120,12 @@ fsErrorCode tree_copy::copy_to_move() {
     const source what{system::here, from.c_str(), links::seen};
     const target where{target_place.folder(), target_place.name(), arrival::anew};
     if (const fsErrorCode code = copy_entry(what, system::entry_kind::untold, where, 0)) return code;
+    // Where the new name stands. Not every file system waits for a folder, nor may everybody open it.
     system::owned_descriptor folder;
-    if (system::open_folder(target_place.folder(), ".", links::seen, folder) == outcome::done)
-        system::settle(folder.get(), false);
-    return fsErrSuccess;
+    if (system::open_folder(target_place.folder(), ".", links::seen, folder) != outcome::done)
+        return fsErrSuccess;
+    const outcome settled = system::settle(folder.get(), false);
+    return settled == outcome::done || settled == outcome::unsupported ? fsErrSuccess : fail(m_to);
 }
 
 }  // namespace kel::detail

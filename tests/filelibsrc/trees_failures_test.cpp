@@ -200,6 +200,15 @@ TEST(TreeFailures, MovesToAnotherFileSystemKeepAll) {
     EXPECT_EQ(::getxattr(text(far.at("new/tree/sub/file")), "security.capability", kept, sizeof kept),
               is_root ? 20 : -1);
 
+    // The source stays until the name of its copy is on the disk.
+    in.file("last/file", "content");
+    EXPECT_EQ(in_child([&] {
+                  forbid(__NR_fsync, EIO);
+                  EXPECT_NE(move(in.at("last"), far.at("last")), "");
+              }),
+              0);
+    EXPECT_EQ(content_of(in.at("last/file")), "content");
+
     // What others add meanwhile is in one of the two places.
     for (int round = 0; round < 10; ++round) {
         fill(in, "busy/sub", 100);
