@@ -209,10 +209,12 @@ TEST(TreeFailures, MovesToAnotherFileSystemKeepAll) {
               0);
     EXPECT_EQ(content_of(in.at("last/file")), "content");
 
-    // What others add meanwhile is in one of the two places.
+    // What others add or turn meanwhile is in one of the two places.
     for (int round = 0; round < 10; ++round) {
         fill(in, "busy/sub", 100);
+        in.link("old", "busy/sub/link");
         std::atomic<bool> ends = false;
+        bool is_turned = false;
         int added = 100;
         std::thread writer([&] {
             std::error_code gone;
@@ -220,6 +222,10 @@ TEST(TreeFailures, MovesToAnotherFileSystemKeepAll) {
                 in.file("whole", "more");
                 fs::rename(in.at("whole"), in.at("busy/sub/" + std::to_string(added)), gone);
                 if (!gone) ++added;
+                if (gone || is_turned || !fs::exists(far.at("busy"))) continue;
+                in.link("new", "turned" + std::to_string(round));
+                fs::rename(in.at("turned" + std::to_string(round)), in.at("busy/sub/link"), gone);
+                is_turned = !gone;
             }
         });
         ::usleep(2000);
@@ -229,6 +235,10 @@ TEST(TreeFailures, MovesToAnotherFileSystemKeepAll) {
         for (int i = 100; i < added; ++i) {
             const std::string name = "busy/sub/" + std::to_string(i);
             EXPECT_EQ(content_of(fs::exists(in.at(name)) ? in.at(name) : far.at(name)), "more") << name;
+        }
+        const std::string link = "busy/sub/link";
+        if (is_turned) {
+            EXPECT_EQ(fs::read_symlink(fs::is_symlink(in.at(link)) ? in.at(link) : far.at(link)), "new");
         }
         fs::remove_all(in.at("busy"));
         fs::remove_all(far.at("busy"));
