@@ -126,7 +126,7 @@ fsErrorCode tree_copy::copy_file(const source &from, target to) {
         return system::close_written(std::move(file)) == outcome::done ? fsErrSuccess : fail(m_to);
     }
     if (const fsErrorCode code = resolve(to, false)) return code;
-    for (;;) {
+    for (const double files = m_files, bytes = m_bytes;; m_files = files, m_bytes = bytes) {
         new_entry made(to.folder, to.name, m_to.text());
         if (made.make_file(m_may_be_unnamed) != outcome::done) return fail(m_to);
         if (const fsErrorCode code = fill_file(opened.get(), told, made.descriptor())) return code;
