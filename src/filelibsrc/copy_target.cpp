@@ -47,6 +47,7 @@ outcome make_hidden(std::string &name, Make make) {
 }  // namespace
 
 new_entry::~new_entry() {
+    if (m_hidden.empty() && !m_mark) return;
     const int reason = Error_GetLast();
     tree_path path(m_path);
     const bool is_gone =
