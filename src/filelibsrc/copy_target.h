@@ -16,7 +16,7 @@ namespace kel::detail {
 enum class putting : unsigned char {
     anew,    // nothing may be there
     over,    // a file or a link goes
-    instead  // whatever was there is under the hidden name then, and goes with this object or by take_back
+    instead  // whatever was there is under the hidden name then, and goes with this object or by remove_old
 };
 
 class new_entry {

@@ -1,8 +1,4 @@
 // Measuring and comparing texts, and taking pieces out of them.
-//
-// Words and sets of characters are sought byte by byte through a table where a byte cannot lie inside a
-// longer character: in a locale of single bytes, and in UTF-8 when all that is sought is ASCII. Otherwise the
-// walk goes from character to character.
 #include <kelstdmt/strlib.h>
 
 #include <algorithm>
