@@ -1,7 +1,6 @@
 // Single nodes: what they are, what is in them, and the names in a folder.
 #pragma once
 
-#include <cstddef>
 #include <functional>
 #include <memory>
 

@@ -17,7 +17,6 @@
 #include <functional>
 #include <iosfwd>
 #include <string_view>
-#include <type_traits>
 #include <utility>
 
 #include <kelstdmt/export.h>

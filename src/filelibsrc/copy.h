@@ -6,7 +6,6 @@
 #pragma once
 
 #include <deque>
-#include <functional>
 #include <string>
 
 #include "filelibsrc/copy_target.h"

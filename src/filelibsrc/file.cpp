@@ -1,5 +1,5 @@
 // fsiFile: a file of the host, each call one call there.
-#include <cmath>
+#include <utility>
 
 #include <kelstdmt/filelib_nodes.h>
 #include <kelstdmt/vumrt_stream.h>

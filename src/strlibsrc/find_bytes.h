@@ -1,7 +1,6 @@
 // The first occurrence of some bytes among others, without a terminator and without preparation.
 #pragma once
 
-#include <cstddef>
 #include <string_view>
 
 namespace kel::detail {

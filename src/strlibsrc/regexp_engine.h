@@ -4,7 +4,6 @@
 // else by the path. Where that meets too many states, the simulation goes on.
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <string>
 

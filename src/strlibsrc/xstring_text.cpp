@@ -8,7 +8,6 @@
 #include <cstring>
 #include <cwchar>
 #include <limits>
-#include <memory>
 #include <vector>
 
 #include <kelstdmt/vumtext.h>
