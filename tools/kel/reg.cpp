@@ -1,5 +1,4 @@
 // kel reg: looks at the registry and changes it.
-#include <algorithm>
 #include <iostream>
 #include <iterator>
 #include <limits>
@@ -81,21 +80,13 @@ struct Wanted {
     bool json = false;
 };
 
-bool SameName(const std::string &a, const std::string &b) {
-    auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 'a' - 'A') : c; };
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [&](char left, char right) { return lower(left) == lower(right); });
-}
-
-// A text is asked for by name, anything else found among the values of the key.
 kel::registry_value Find(const ovkRegistryKey &key, const std::string &name) {
+    constexpr int no_value = 2, bad_value = 13;
     Error_SetLast(0);
-    xstring text = key.GetValue(name.c_str());
-    if (kel::is_text(text)) return {name, registry_text, text.Str()};
-    std::vector<kel::registry_value> values;
-    if (!kel::registry_values(key, values)) throw LastErrorFailure("cannot read the value", name);
-    for (kel::registry_value &value : values)
-        if (SameName(value.name, name)) return std::move(value);
+    kel::registry_value value;
+    if (kel::get_registry_value(key, name.c_str(), value)) return value;
+    if (Error_GetLast() != no_value && Error_GetLast() != bad_value)
+        throw LastErrorFailure("cannot read the value", name);
     throw Failure(name.empty() ? "the key has no default value" : "no such value: " + Printable(name));
 }
 
