@@ -98,8 +98,10 @@ class Registry(KelCase):
         bad = [{"key": "x"}, {"key": "a.b", "values": []}, {"key": "a\\\\b", "values": []}]
         bad += [{"key": "x", "values": [value]} for value in (
             {"name": "a/b", "value": ""}, {"name": "a", "type": 1.5, "value": ""}, {"name": "a", "value": 1},
-            {"name": "a", "value_base64": "abc"}, {"name": "a", "value": "a\0b"})]
-        for data in [b"", b"[1,]", b"null", b"\xff", b'"\\ud800"', b"[" * 100000, document(format="other"),
+            {"name": "a", "type": -3, "value": ""}, {"name": "a" * 251, "value": ""},
+            {"name": "a", "value": "a" * (16 << 20 | 1)}, {"name": "a", "value_base64": "abc"},
+            {"name": "a", "value": "a\0b"})]
+        for data in [b"", b"[1,]", b"[1e999]", b"null", b"\xff", b'"\\ud800"', b"[" * 100000, document(format="other"),
                      document(good) + b"x", *(document(good, key) for key in bad)]:
             with self.subTest(data[:200]):
                 self.run_kel("reg", "import", code=1, input=data)

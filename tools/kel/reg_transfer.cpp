@@ -80,8 +80,8 @@ kel::registry_value ValueOf(const Json &object) {
     kel::registry_value value{BytesOf(object, "name"), registry_text, BytesOf(object, "value")};
     if (const auto member = object.find("type"); member != object.end()) {
         const double type = member->is_number() ? member->get<double>() : 0.5;
-        if (type != std::floor(type) || std::abs(type) > std::numeric_limits<int>::max())
-            throw Failure("\"type\" is no whole number");
+        if (type != std::floor(type) || type < 0 || type > std::numeric_limits<int>::max())
+            throw Failure("\"type\" is no whole number from 0 on");
         value.type = static_cast<int>(type);
     }
     CheckValue(value);

@@ -86,6 +86,11 @@ void CheckValue(const kel::registry_value &value) {
     CheckValueName(value.name);
     if (value.type == registry_text && value.bytes.find('\0') != std::string::npos)
         throw Failure("a text cannot hold a NUL byte (another type can): " + Printable(value.name));
+    constexpr std::size_t longest_name = 250, largest_value = 16 << 20;
+    if (value.name.size() > longest_name)
+        throw Failure("a name has 250 bytes at most: " + Printable(value.name));
+    if (value.bytes.size() > largest_value)
+        throw Failure("a value has 16 MiB at most: " + Printable(value.name));
 }
 
 void SetRegistryValue(const ovkRegistryKey &key, const std::string &key_text,

@@ -25,7 +25,7 @@ std::string KeyText(std::string_view given);
 std::string JoinedKey(const std::string &parent, const std::string &name);
 void CheckKey(const std::string &key);
 void CheckValueName(const std::string &name);
-void CheckValue(const kel::registry_value &value);  // its name, and whether a text is one
+void CheckValue(const kel::registry_value &value);  // all that its writing would refuse
 
 const ovkRegistryKey &RegistryRoot(const RegistryPlace &place);
 ovkRegistryKey OpenKey(const RegistryPlace &place);    // throws Failure
