@@ -83,9 +83,16 @@ class Registry(KelCase):
         self.assertEqual([value["name"] for value in self.json_of("reg", "ls", "a/b")["values"]], ["bytes", "port"])
         for line, complaint in [("get a/b none", "no such value: none"), ("ls c", "no such key: user: c"),
                                 ("get a.b c", "not a key"), ("get a c/d", "not a name"), ("del a", "has subkeys"),
-                                ("del /", "the root"), ("import none", "No such file")]:
+                                ("del /", "the root"), ("import none", "No such file"),
+                                ("import .", "cannot read: .: Is a directory"),
+                                ("import /dev/null", "not an export: /dev/null")]:
             self.assertEqual(self.run_kel("reg", *line.split(), code=1), b"")
             self.assertIn(complaint, self.complaint)
+        for line in ("import", "set a b --stdin"):
+            folder = os.open("/", os.O_RDONLY)
+            kel = self.started(KEL, "reg", *line.split(), stdin=folder, stderr=subprocess.PIPE)
+            os.close(folder)
+            self.assertIn(b"cannot read: standard input: Is a directory", kel.communicate()[1])
         self.run_kel("reg", "del", "a/b", "port")
         self.run_kel("reg", "del", "-r", "a")
         self.assertEqual(self.run_kel("reg", "ls", "-r"), b"\n")

@@ -1,6 +1,5 @@
 // kel reg: looks at the registry and changes it.
 #include <iostream>
-#include <iterator>
 #include <limits>
 
 #include "reg_commands.h"
@@ -121,10 +120,7 @@ ExitCode Set(const Setting &options) {
     CheckKey(place.key);
     kel::registry_value value{options.name, options.type, options.value};
     CheckValueName(value.name);
-    if (options.from_input) {
-        value.bytes.assign(std::istreambuf_iterator<char>(std::cin), {});
-        if (std::cin.bad()) throw Failure("cannot read standard input");
-    }
+    if (options.from_input) value.bytes = ReadInput("");
     CheckValue(value);
     SetRegistryValue(CreateKey(place), place.key, value);
     return done;

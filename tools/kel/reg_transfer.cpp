@@ -11,7 +11,6 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <limits>
 #include <sstream>
 
@@ -58,17 +57,6 @@ struct Import {
     const CLI::Option *to = nullptr;
 };
 
-std::string ReadAll(const std::string &file) {
-    if (file.empty() || file == "-") return {std::istreambuf_iterator<char>(std::cin), {}};
-    std::ifstream in(btkHostPath(file.c_str()), std::ios::binary);
-    std::ostringstream bytes;
-    // An empty file sets the failure bit of the output, and is no JSON anyway.
-    if (!in || !(bytes << in.rdbuf()) || in.bad())
-        throw Failure("cannot read: " + Printable(file) +
-                      (errno ? std::string(": ") + std::strerror(errno) : ""));
-    return bytes.str();
-}
-
 const Json &ArrayOf(const Json &object, const char *name) {
     const auto member = object.find(name);
     if (member == object.end() || !member->is_array())
@@ -90,14 +78,12 @@ kel::registry_value ValueOf(const Json &object) {
 
 // Everything is looked at before the first key is made.
 ExitCode Read(const Import &options) {
-    const std::string bytes = ReadAll(options.file);
+    const std::string bytes = ReadInput(options.file);
     const Json document = [&] {
         try {
             return ReadJson(bytes);
         } catch (const Failure &failure) {
-            const bool named = !options.file.empty() && options.file != "-";
-            throw Failure("not an export: " + (named ? Printable(options.file) : "standard input") + ": " +
-                          failure.what());
+            throw Failure("not an export: " + InputName(options.file) + ": " + failure.what());
         }
     }();
     const auto format = document.find("format");
@@ -123,6 +109,25 @@ ExitCode Read(const Import &options) {
 }
 
 }  // namespace
+
+std::string InputName(const std::string &file) {
+    return file.empty() || file == "-" ? "standard input" : Printable(file);
+}
+
+std::string ReadInput(const std::string &file) {
+    std::ifstream named;
+    std::ostringstream bytes;
+    const bool is_named = !file.empty() && file != "-";
+    errno = 0;
+    if (is_named) named.open(btkHostPath(file.c_str()), std::ios::binary);
+    std::istream &in = is_named ? named : std::cin;
+    // Both turn what a buffer throws into a state. No bytes at all would set that of the output, too.
+    if (in.peek() != std::istream::traits_type::eof()) bytes << in.rdbuf();
+    if (in.bad() || !bytes || (is_named && !named.is_open()))
+        throw Failure("cannot read: " + InputName(file) +
+                      (errno ? std::string(": ") + std::strerror(errno) : ""));
+    return bytes.str();
+}
 
 void AddTransfer(CLI::App &group) {
     {
