@@ -112,6 +112,7 @@ class Registry(KelCase):
                      document(good) + b"x", *(document(good, key) for key in bad)]:
             with self.subTest(data[:200]):
                 self.run_kel("reg", "import", code=1, input=data)
+                self.assertNotIn("json.exception", self.complaint)
         self.assertEqual(self.run_kel("reg", "ls"), b"")
 
 

@@ -52,7 +52,7 @@ Json NumberOf(double number) {
 Json ReadJson(std::string_view document) {
     try {
         return Json::parse(document);
-    } catch (const Json::parse_error &error) {
+    } catch (const Json::exception &error) {
         // In front of what it says stands the library's own name for the error.
         const std::string_view what = error.what();
         throw Failure(Printable(what.substr(what.find(']') + 2)));
