@@ -161,8 +161,9 @@ class Files(KelCase):
         self.assertEqual(sorted(os.listdir(self.here / "deep")), ["file", "in ner", "tree"])
         self.run_kel("cp", "tree/file", "deep/file", "--new", code=1)
         self.assertIn("File exists: deep/file", self.complaint)
-        for line in ("tree/file deep/file none", "tree tree/in", "none x"):
+        for line in ("tree/file deep/file none", "tree tree/in", "none x", "/ deep/"):
             self.run_kel("cp", *line.split(), code=1)
+        self.assertTrue(self.complaint.endswith(": /\n"), self.complaint)
 
 
 run()

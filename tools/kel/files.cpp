@@ -28,12 +28,13 @@ bool EndsInSlash(const std::string &path) {
 }
 
 // The last component of a source; there is none in "/", "." or "..", whose copy needs a name of its own.
-std::string NameOf(std::string path) {
+std::string NameOf(const std::string &given) {
+    std::string path = given;
     while (EndsInSlash(path))
         path.pop_back();
     std::string name = path.substr(path.find_last_of("/\\") + 1);
     if (name.empty() || name == "." || name == "..")
-        throw Failure("the copy needs a name of its own: " + PrintablePath(path));
+        throw Failure("the copy needs a name of its own: " + PrintablePath(given));
     return name;
 }
 
