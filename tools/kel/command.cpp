@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <optional>
+
+#include "text.h"
 
 namespace tool {
 
@@ -103,6 +106,16 @@ CLI::Option *AddArguments(CLI::App &line, const char *name, std::vector<std::str
 
 CLI::Option *AddJson(CLI::App &line, bool &json) {
     return line.add_flag("--json", json, "Print JSON for programs");
+}
+
+// A range of CLI11 lets what is no number through.
+std::function<std::string(const std::string &)> SecondsFrom(double least) {
+    return [least](const std::string &text) {
+        constexpr double day = 86400;
+        const std::optional<double> number = ToNumber(text);
+        if (number && *number >= least && *number <= day) return std::string();
+        return "not between " + NumberText(least) + " and " + NumberText(day) + " seconds: " + text;
+    };
 }
 
 }  // namespace tool

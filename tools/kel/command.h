@@ -71,5 +71,7 @@ CLI::Option *AddArgument(CLI::App &line, const char *name, std::string &value, c
 CLI::Option *AddArguments(CLI::App &line, const char *name, std::vector<std::string> &values,
                           const char *description);
 CLI::Option *AddJson(CLI::App &line, bool &json);
+// What an option in seconds is checked by: at least so many, a day at most.
+std::function<std::string(const std::string &)> SecondsFrom(double least);
 
 }  // namespace tool

@@ -108,13 +108,6 @@ ExitCode Set(const Setting &options) {
 
 // ------------------------------------------------------------------------------------------------
 
-// A range of CLI11 lets what is no number through.
-std::string IsInterval(const std::string &text) {
-    std::optional<double> seconds = ToNumber(text);
-    return seconds && *seconds >= 0.02 && *seconds <= 86400 ? ""
-                                                            : "not between 0.02 and 86400 seconds: " + text;
-}
-
 void AddCommands(CLI::App &group) {
     group.require_subcommand(1);
     {
@@ -126,7 +119,7 @@ void AddCommands(CLI::App &group) {
         auto [line, options] = AddCommand(group, "watch", "Follow the values until Ctrl+C", Watch);
         AddArgument(line, "FILE", options.file, "The monitor file")->required();
         line.add_option("-n,--interval", options.interval, "Seconds between two looks")
-            ->check(IsInterval)
+            ->check(SecondsFrom(0.02))
             ->type_name("SECONDS")
             ->capture_default_str();
         line.add_option("--count", options.count, "End after this many looks")

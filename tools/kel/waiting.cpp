@@ -48,12 +48,7 @@ double Deadline::Elapsed() const {
 
 void AddTimeout(CLI::App &line, double &seconds) {
     line.add_option("-t,--timeout", seconds, "Give up when there is no answer for so long")
-        ->check([](const std::string &text) {
-            std::optional<double> number = ToNumber(text);
-            return number && *number >= 0.001 && *number <= 86400
-                       ? ""
-                       : "not between 0.001 and 86400 seconds: " + text;
-        })
+        ->check(SecondsFrom(0.001))
         ->type_name("SECONDS")
         ->capture_default_str();
 }
