@@ -3,8 +3,8 @@
 
 #include <kelstdmt/configfile.h>
 #include <kelstdmt/filelib.h>
+#include <kelstdmt/strlib.h>
 #include <kelstdmt/vumrt.h>
-#include <kelstdmt/xtypes.h>
 
 #include "command.h"
 #include "json.h"
@@ -37,19 +37,16 @@ void Close(ovkConfigFile &file, const std::string &path) {
 }
 
 // Blanks and tabs in names do not count.
-std::string Pressed(std::string name) {
-    std::erase_if(name, [](char c) { return c == ' ' || c == '\t'; });
-    return name;
-}
-
-std::string TextOf(const xstring &text) {
-    return kel::is_text(text) ? text.Str() : "";
+xstring Pressed(const std::string &name) {
+    xstring pressed(name.c_str());
+    StrPress(pressed);
+    return pressed;
 }
 
 Json JsonOf(const ovkConfigFile::Node &node) {
     Json object;
-    PutBytes(object, "name", TextOf(node.name));
-    PutBytes(object, "value", TextOf(node.value));
+    PutBytes(object, "name", kel::view(node.name));
+    PutBytes(object, "value", kel::view(node.value));
     return object;
 }
 
@@ -61,8 +58,8 @@ ExitCode List(const Entry &options) {
         if (options.json) {
             entries.push_back(JsonOf(*entry.value));
         } else {
-            std::cout << Printable(TextOf(entry.value->name)) << ':' << Printable(TextOf(entry.value->value))
-                      << '\n';
+            std::cout << Printable(kel::view(entry.value->name)) << ':'
+                      << Printable(kel::view(entry.value->value)) << '\n';
         }
     }
     if (options.json) PrintJson(entries);
@@ -73,20 +70,20 @@ ExitCode Get(const Entry &options) {
     ovkConfigFile file;
     Open(file, options.file, ovkConfigFile::ReadOnly);
     ovkConfigFile::Node *node = nullptr;
-    if (!file.Find(Pressed(options.name).c_str(), node))
-        throw Failure("no such name: " + Printable(options.name));
+    if (!file.Find(Pressed(options.name), node)) throw Failure("no such name: " + Printable(options.name));
     if (options.json) {
         PrintJson(JsonOf(*node));
     } else {
-        std::cout << TextOf(node->value) << '\n';
+        std::cout << kel::view(node->value) << '\n';
     }
     return done;
 }
 
 // Before the file is opened, which would make it.
 ExitCode Set(const Entry &options) {
-    std::string name = Pressed(options.name);
-    if (name.empty() || name.find_first_of(":\n") != std::string::npos)
+    const xstring pressed = Pressed(options.name);
+    const std::string_view name = pressed;
+    if (name.empty() || name.find_first_of(":\n") != name.npos)
         throw Failure("not a name for an entry: " + Printable(options.name));
     if (options.value.find('\n') != std::string::npos) throw Failure("a value is one line");
     ovkConfigFile file;
