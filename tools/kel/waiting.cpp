@@ -55,9 +55,9 @@ void AddTimeout(CLI::App &line, double &seconds) {
 
 std::string DurationText(double seconds) {
     // Two digits behind the point, and no more than have passed.
-    const long microseconds = std::lround(seconds * 1e6);
+    const long long microseconds = std::llround(seconds * 1e6);
     const bool is_long = microseconds >= 1000000;
-    const long hundredths = microseconds / (is_long ? 10000 : 10);
+    const long long hundredths = microseconds / (is_long ? 10000 : 10);
     return NumberText(static_cast<double>(hundredths) / 100) + (is_long ? " s" : " ms");
 }
 
