@@ -255,17 +255,20 @@ TEST_F(Registry, RefusalsLeaveTheOldValue) {
                   EXPECT_TRUE(key.GetValue("v").IsNull() && Error_GetLast() == 4);
               }),
               0);
-    // What the superuser writes into another's tree does not lock its owner out.
+    // What the superuser makes in another's folder, down to the tree and in it, does not lock its owner out.
     if (::geteuid() == 0) {
-        fs::remove(m_user / ".lock");
-        ASSERT_EQ(::chown(m_user.c_str(), 65534, 65534), 0);
+        fs::create_directory(at("home"));
+        ASSERT_EQ(::chown(at("home").c_str(), 65534, 65534), 0);
+        ::setenv("KELSTDMT_REGISTRY", at("home/data/in").c_str(), 1);
         EXPECT_TRUE(create("owned").SetValue("v", "by root"));
         EXPECT_EQ(in_child([&] {
                       ASSERT_EQ(::setgid(65534) + ::setuid(65534), 0);
                       EXPECT_EQ(read(create("owned"), "v"), "by root");
                       EXPECT_TRUE(create("owned\\sub").SetValue("v", "mine")) << Error_GetLast();
+                      EXPECT_EQ(::mkdir(at("home/data/other").c_str(), 0700), 0);
                   }),
                   0);
+        ::setenv("KELSTDMT_REGISTRY", at("in").c_str(), 1);
     }
     EXPECT_EQ(read(key, "v"), "old");
     EXPECT_TRUE(entries(m_place, ".new").empty());

@@ -145,10 +145,12 @@ place place_of(registry_kind kind) {
     return {data + "/kelstdmt/registry", 0700};
 }
 
-bool make_folder(const char *path, mode_t mode) noexcept {
+bool make_folder(const char *path, mode_t mode) {
     if (::mkdir(path, mode) != 0) return errno == EEXIST;
     owned_descriptor made(open_entry(AT_FDCWD, path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
-    return made && give_mode(made.get(), mode);
+    if (!made || !give_mode(made.get(), mode)) return false;
+    owned_descriptor above(open_entry(made.get(), "..", O_PATH | O_DIRECTORY));
+    return above && give_owner(made.get(), above.get());
 }
 
 // The folder and those above it.
