@@ -24,6 +24,19 @@ struct Own {
     evtEvent event;
 };
 
+// What another thread took, each time before it could be taken here.
+struct Taken : btkEVENTEvent {
+    using btkEVENTEvent::btkEVENTEvent;
+    bool Confirm(unsigned) override { return false; }
+};
+
+// Asks in a wait of its own.
+struct Asking : btkBaseEvent {
+    explicit Asking(evtEventArray &asked) : array(asked) {}
+    bool IsReady() override { return evtEvent::Wait(&array, 0.0) > 0; }
+    evtEventArray &array;
+};
+
 TEST(Event, TimeOuts) {
     {
         const Interruptions interruptions;  // a wait gets neither shorter nor longer
@@ -31,6 +44,8 @@ TEST(Event, TimeOuts) {
         EXPECT_FALSE(own.event.Wait(0.0) || own.event.Wait(-HUGE_VAL) || own.event.Wait(std::nan("")));
         EXPECT_GE(seconds([&] { EXPECT_FALSE(own.event.Wait(0.15)); }), 0.15);
         EXPECT_GT(Interruptions::ticks, 0);
+        Own set(true, true);
+        EXPECT_GE(seconds([&] { EXPECT_FALSE(evtEvent(new Taken(set.handle)).Wait(0.05)); }), 0.05);
     }
     for (double timeout : {1.0e9, std::nextafter(INFINITE, 0.0), HUGE_VAL}) {
         Own late;
@@ -69,6 +84,13 @@ TEST(Event, ArraysAnswerAPosition) {
     EXPECT_EQ(evtEvent::Wait(&all, 0.0), 0);
     Event_Set(many[899].handle);
     EXPECT_EQ(evtEvent::Wait(&all, 60), 900);
+    xauto<evtEventArray> some;
+    for (int one = 100; one < 200; ++one)
+        some.append(&many[one].event);
+    evtEvent asking(new Asking(some));
+    all.insert(899, &asking);
+    Event_Set(many[0].handle);
+    EXPECT_EQ(evtEvent::Wait(&all, 60), 1) << "a wait inside a wait";
 }
 
 // Each signal of an event without manual reset releases exactly one of the threads that wait for it.

@@ -31,33 +31,13 @@ btkEvent::~btkEvent() = default;
 
 // Asking ---------------------------------------------------------------------------------------
 
-namespace {
-
-// Room for the requests of one wait: on the stack, or kept by the thread from wait to wait.
-class request_room {
-public:
-    explicit request_room(std::size_t count) : m_requests(m_few) {
-        if (count <= few) return;
-        static thread_local std::vector<pollfd> many;
-        if (many.size() < count) many.resize(count);
-        m_requests = many.data();
-    }
-    pollfd *data() const { return m_requests; }
-
-private:
-    static constexpr std::size_t few = 64;
-    pollfd m_few[few];
-    pollfd *m_requests;
-};
-
-}  // namespace
-
 int btkEvent::Wait(List &list, const btkTimeval &timeout, const btkTimeval &) {
     std::size_t size = list.GetSize();
     std::int64_t nanos = to_nanos(timeout);
     std::int64_t deadline = deadline_in(nanos);
-    request_room room(size);
-    pollfd *requests = room.data();
+    pollfd few[64];  // a wait of one of the events may run within this one, so each has room of its own
+    std::vector<pollfd> many(size > std::size(few) ? size : 0);
+    pollfd *requests = many.empty() ? few : many.data();
     for (std::int64_t left = nanos;; left = left_until(deadline)) {
         // Events after one that is ready without asking cannot come first: they are not asked.
         std::size_t asked = 0;
@@ -81,7 +61,7 @@ int btkEvent::Wait(List &list, const btkTimeval &timeout, const btkTimeval &) {
         }
         if (ready) return static_cast<int>(asked);
         // Another thread took the signal.
-        if (nanos == 0) return 0;
+        if (left == 0) return 0;
     }
 }
 
