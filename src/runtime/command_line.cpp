@@ -85,8 +85,10 @@ bool is_interpreter(std::string_view program, const char *user_shell) {
     return std::find(std::begin(interpreters), std::end(interpreters), name) != std::end(interpreters);
 }
 
+// A slash begins a switch of one letter, such as /c and /t:0a, or else the path of a script.
 bool is_option(std::string_view word) {
-    return word.size() > 1 && std::string_view("-+/").find(word[0]) != std::string_view::npos && word != "--";
+    if (word.starts_with('/')) return word.size() == 2 || (word.size() > 2 && word[2] == ':');
+    return word.size() > 1 && (word[0] == '-' || word[0] == '+') && word != "--";
 }
 // -c, also among other letters (-lc), /c and /C.
 bool announces_inner_text(std::string_view option) {
@@ -95,6 +97,7 @@ bool announces_inner_text(std::string_view option) {
 }
 // Such as "-o pipefail" and "+O extglob".
 bool has_value(std::string_view option) {
+    if (option == "--rcfile" || option == "--init-file") return true;
     return option[0] != '/' && option[1] != '-' && (option.ends_with('o') || option.ends_with('O'));
 }
 

@@ -78,6 +78,7 @@ TEST_F(Processes, CommandLinesAreReadByTheRulesOfTheirPlatform) {
         EXPECT_EQ(output_of(line), expected) << line;
     }
     put("CMD.EXE", "#!/usr/bin/printf %s|\n");
+    const std::string script = put("script", "printf '%s|' \"$@\"\n");
     fs::permissions(cmd, fs::perms::owner_all);
     const std::pair<std::string, std::string> cases[] = {
         {show + "a\\\\b c\\\"d \"e f\"g \"\" h\\\\\\\"i", "a\\\\b|c\"d|e fg||h\\\"i|"},
@@ -86,7 +87,9 @@ TEST_F(Processes, CommandLinesAreReadByTheRulesOfTheirPlatform) {
         {"sh -c \"printf \"%s|\" \"a b\" \"\\\"\"\"", "a b|\"|"},
         {"sh -c \"printf '%s|' \"$0\" \"$1\"\" x  yz", "x|yz|"},
         {"bash --norc -eo pipefail -c printf '%s|' \"a  b\" | cat", "a  b|"},
-        {cmd + " /s /C \"say \"a b\" \\\"", cmd + "|/s|/C|say \"a b\" \\|"},
+        {"bash --rcfile none -c printf '%s|' \"a  b\"", "a  b|"},
+        {"sh " + script + " -c \"a b\" \"c d\"", "-c|a b|c d|"},
+        {cmd + " /t:0a /s /C \"say \"a b\" \\\"", cmd + "|/t:0a|/s|/C|say \"a b\" \\|"},
         {"env printf %s| -c \"a\" \"b\"", "-c|a|b|"}};
     for (const auto &[line, expected] : cases)
         EXPECT_EQ(output_of(line), expected) << line;
