@@ -14,16 +14,16 @@ namespace kel::system {
 
 // A plain file to read from; anything else is refused without waiting, with the last error 50 unless it is
 // a folder or a link that is not to be followed.
-outcome open_source(int folder, const char *name, links way, owned_descriptor &opened, status &told) noexcept;
+outcome open_source(int folder, const char *name, links way, owned_descriptor &opened, status &told);
 // To be written by its maker alone.
-outcome make_file(int folder, const char *name, owned_descriptor &made) noexcept;
-outcome make_unnamed(int folder, owned_descriptor &made) noexcept;
+outcome make_file(int folder, const char *name, owned_descriptor &made);
+outcome make_unnamed(int folder, owned_descriptor &made);
 // The name must be free.
 outcome give_name(int file, int folder, const char *name) noexcept;
 // What the descriptor alone can know: late failures of what was written.
 outcome close_written(owned_descriptor file) noexcept;
 // Waits until it is on the disk: a file, or all that was written to the file system of a folder.
-outcome settle(int node, bool with_all) noexcept;
+outcome settle(int node, bool with_all);
 
 // Knows which ways have turned out to be closed, so it is kept for many files. For one thread.
 class content_copier {

@@ -48,11 +48,11 @@ void give_back_share(int file) noexcept;
 
 // Answers how many bytes were moved; fewer than asked are the end of what there is to read at the time, or a
 // failure. -1: failed, nothing was read.
-long long read_bytes(int file, void *to, std::size_t count) noexcept;
+long long read_bytes(int file, void *to, std::size_t count);
 // For a plain file; others raise the signal of pipes here.
-std::size_t write_bytes(int file, const void *from, std::size_t count) noexcept;
+std::size_t write_bytes(int file, const void *from, std::size_t count);
 // For others.
-std::size_t write_stream(int file, const void *from, std::size_t count) noexcept;
+std::size_t write_stream(int file, const void *from, std::size_t count);
 
 enum class seek_from : unsigned char { start, current, end };
 bool seek(int file, seek_from from, long long offset) noexcept;
@@ -66,6 +66,6 @@ bool next_data(int file, long long position, stretch &found) noexcept;
 
 // From one size to a larger one: with zeros that have their room on the disk. On failure the size is as
 // before.
-bool grow_file(int file, long long from, long long to) noexcept;
+bool grow_file(int file, long long from, long long to);
 
 }  // namespace kel::system

@@ -16,9 +16,9 @@ void enlarge_pipe(int fd) noexcept;
 
 // read_now, for a pipe's end as above, and receive_now, for any socket: 0 at the end of the data. write_now,
 // while this thread has no_pipe_signals: how many bytes were taken.
-std::ptrdiff_t read_now(int fd, char *to, std::size_t room) noexcept;
-std::ptrdiff_t receive_now(int socket, char *to, std::size_t room) noexcept;
-std::ptrdiff_t write_now(int fd, const char *bytes, std::size_t count) noexcept;
+std::ptrdiff_t read_now(int fd, char *to, std::size_t room);
+std::ptrdiff_t receive_now(int socket, char *to, std::size_t room);
+std::ptrdiff_t write_now(int fd, const char *bytes, std::size_t count);
 
 // While one lives, writes of this thread to a pipe that nobody reads raise no signal.
 class no_pipe_signals {
@@ -41,6 +41,6 @@ void shut_down_connection(int socket) noexcept;
 
 // As Process_Wait without waiting, but the end is not collected, so that what is left of the process's group
 // can still be ended.
-bool peek_exit_code(int process, long &exit_code) noexcept;
+bool peek_exit_code(int process, long &exit_code);
 
 }  // namespace kel::system

@@ -54,9 +54,9 @@ outcome look(int file, status &told) noexcept;
 
 // A folder to work in: its entries can be reached and made, not listed, so that reading it need not be
 // allowed. Of an empty name: the folder itself.
-outcome reach_folder(int folder, const char *name, links way, owned_descriptor &opened) noexcept;
+outcome reach_folder(int folder, const char *name, links way, owned_descriptor &opened);
 // The same for all that a folder is good for; it must be readable.
-outcome open_folder(int folder, const char *name, links way, owned_descriptor &opened) noexcept;
+outcome open_folder(int folder, const char *name, links way, owned_descriptor &opened);
 // `mode` is narrowed by the process's mask.
 outcome make_folder(int folder, const char *name, unsigned mode) noexcept;
 outcome make_link(const char *text, int folder, const char *name) noexcept;
@@ -73,7 +73,7 @@ outcome rename_over(int folder, const char *from, const char *to) noexcept;
 outcome exchange(int folder, const char *one, const char *other) noexcept;
 
 // Whether the folder is this one or stands below it.
-bool stands_in(int folder, const identity &above) noexcept;
+bool stands_in(int folder, const identity &above);
 // The host path without links; empty, with the last error, when there is no such node.
 std::string real_path(const char *host_path);
 

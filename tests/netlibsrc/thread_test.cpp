@@ -6,6 +6,9 @@
 
 #include <kelstdmt/kel.h>
 #include <kelstdmt/netlib_thread.h>
+#include <kelstdmt/vumrt_process.h>
+#include <kelstdmt/vumrt_socket.h>
+#include <kelstdmt/vumtext.h>
 
 #include "scarce_descriptors.h"
 #include "scratch_folder.h"
@@ -26,28 +29,64 @@ struct Telltale {
 };
 thread_local Telltale telltale;
 
-TEST(StrictThread, TellsItsEndBehindItsThreadLocalObjectsHoweverItEnds) {
-    enum way { returned, left, cancelled };
-    for (way ending : {returned, left, cancelled}) {
+struct StrictThread : ScratchFolder {};
+
+TEST_F(StrictThread, TellsItsEndBehindItsThreadLocalObjectsHoweverItEnds) {
+    btkAcceptSocket listener;
+    btkStreamSocket here, there;
+    ASSERT_TRUE(listener.Listen(0) && here.Connect("127.0.0.1", listener.GetPort(), btkTimeval(60, 0)));
+    ASSERT_TRUE(listener.Wait(btkTimeval(60, 0), 1) == 1 && listener.Accept(there));
+    lockFileBuf holder, other;
+    ASSERT_FALSE(holder.Open(path.c_str(), lockFileBuf::Out));
+    btkOutputPipe out, full;
+    btkInputPipe in, silent;
+    btkProcessHandle process = -1;
+    unsigned long id = 0;
+    ASSERT_TRUE(Process_Launch(&process, &id, "sleep 30", nullptr, -1, -1, -1, 0));
+    std::string large(10'000'000, 'x');
+    const auto size = static_cast<unsigned>(large.size());
+    btkEvent *told;
+    // A thread that was cancelled ends in the first wait of the library that it comes to.
+    const std::pair<const char *, std::function<void()>> endings[] = {
+        {"returned", [] {}},
+        {"left", [] { ::pthread_exit(nullptr); }},
+        {"cancelled", [] { ::pthread_testcancel(); }},
+        {"in a wait", [] { evtEvent(nullptr).Wait(INFINITE); }},
+        {"in a set", [&] { btkEventSet().Wait(btkTimeval(1 << 20, 0), &told, 1); }},
+        {"reading a pipe", [&] { xipipebuf(silent).GetStreamBuf()->sgetc(); }},
+        {"writing a pipe", [&] { xopipebuf(full).GetStreamBuf()->sputn(large.data(), size); }},
+        {"receiving", [&] { here.Recv(large.data(), size); }},
+        {"sending", [&] { here.Send(large.data(), size); }},
+        {"locking", [&] { other.Open(path.c_str(), lockFileBuf::Out, 0666, 1000); }},
+        {"awaiting a process", [&] { Process_Wait(process, nullptr, true, false); }}};
+    for (const auto &[name, ending] : endings) {
+        SCOPED_TRACE(name);
+        const bool returns = &ending == &endings[0].second, left = &ending == &endings[1].second;
         std::atomic<bool> gone{false}, go{false};
+        ASSERT_TRUE(btkAnonymousPipe::Create(out, in) && btkAnonymousPipe::Create(full, silent));
+        auto unsent = std::make_unique<xopipebuf>(::dup(out.GetHandle()));
+        auto unwritten = std::make_unique<btkFileBuf>();
+        ASSERT_TRUE(unwritten->Open(at("kept").c_str(), btkFileBuf::Out) && unwritten->sputc('x') == 'x');
+        unsent->GetStreamBuf()->sputc('x');
         Work work = [&] {
             telltale.gone = &gone;
             go.wait(false);
-            if (ending == left) ::pthread_exit(nullptr);
-            if (ending == cancelled) ::pthread_cancel(::pthread_self());
+            if (!returns && !left) ::pthread_cancel(::pthread_self());
             // These outlast it: they come to their end, and none of them ends the program.
             const btkEventHandle event = Event_Create();
             Event_Set(event), Event_Reset(event), Event_Free(event);
-            return ::pthread_testcancel(), 3;
+            unsent.reset(), unwritten.reset();
+            return ending(), 3;
         };
         const btkThreadHandle thread = launch(work);
         btkEvent end(new btkPROCESSEvent(thread));
         EXPECT_TRUE(StrictThread_CheckRunning(thread) && !end.IsSignaled());
         go = true, go.notify_all();
         int code = 0;
-        EXPECT_TRUE(StrictThread_Wait(thread, nullptr) && gone) << "ending " << ending;
+        EXPECT_TRUE(StrictThread_Wait(thread, nullptr) && gone);
         EXPECT_TRUE(StrictThread_Wait(thread, &code) && end.IsSignaled());
-        EXPECT_EQ(code, ending == returned ? 3 : kel::nil_int) << "ending " << ending;
+        EXPECT_EQ(code, returns ? 3 : kel::nil_int);
+        EXPECT_TRUE(xipipebuf(in).GetStreamBuf()->sgetc() == 'x' && get("kept") == "x");
         StrictThread_Free(thread);
         // The handle is nothing now, even where its number has come to something else.
         const int taken = ::dup(0);
@@ -55,9 +94,10 @@ TEST(StrictThread, TellsItsEndBehindItsThreadLocalObjectsHoweverItEnds) {
         EXPECT_FALSE(StrictThread_Wait(thread, &code));
         EXPECT_EQ(::close(taken), 0) << "letting go twice closed another descriptor";
     }
+    EXPECT_TRUE(Process_Kill(process) && Process_Wait(process, nullptr, true, true));
 }
 
-TEST(StrictThread, LeavesNothingBehind) {
+TEST_F(StrictThread, LeavesNothingBehind) {
     const auto before = open_descriptors();
     for (int launched = 0; launched < 10'000; launched += 100) {
         std::latch done(100);

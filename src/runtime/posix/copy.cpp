@@ -21,6 +21,7 @@
 #include <kelstdmt/vumrt.h>
 
 #include "runtime/posix/tree_outcome.h"
+#include "runtime/posix/uncancelled.h"
 
 namespace kel::system {
 
@@ -37,8 +38,7 @@ bool is_closed_way(int error) noexcept {
 
 }  // namespace
 
-outcome open_source(int folder, const char *name, links way, owned_descriptor &opened,
-                    status &found) noexcept {
+outcome open_source(int folder, const char *name, links way, owned_descriptor &opened, status &found) {
     const int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | (way == links::seen ? O_NOFOLLOW : 0);
     opened.reset(through_signals([&] { return ::openat(folder, name, flags); }));
     if (!opened) {
@@ -51,13 +51,13 @@ outcome open_source(int folder, const char *name, links way, owned_descriptor &o
     return told(false);
 }
 
-outcome make_file(int folder, const char *name, owned_descriptor &made) noexcept {
+outcome make_file(int folder, const char *name, owned_descriptor &made) {
     constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
     made.reset(through_signals([&] { return ::openat(folder, name, flags, maker_alone); }));
     return told(static_cast<bool>(made));
 }
 
-outcome make_unnamed(int folder, owned_descriptor &made) noexcept {
+outcome make_unnamed(int folder, owned_descriptor &made) {
     constexpr int flags = O_WRONLY | O_TMPFILE | O_CLOEXEC;
     made.reset(through_signals([&] { return ::openat(folder, ".", flags, maker_alone); }));
     return told(static_cast<bool>(made));
@@ -75,10 +75,11 @@ outcome give_name(int file, int folder, const char *name) noexcept {
 }
 
 outcome close_written(owned_descriptor file) noexcept {
+    const uncancelled scope;
     return told(::close(file.release()) == 0 || errno == EINTR);
 }
 
-outcome settle(int node, bool with_all) noexcept {
+outcome settle(int node, bool with_all) {
     return told(with_all ? ::syncfs(node) == 0 : ::fsync(node) == 0);
 }
 

@@ -11,6 +11,7 @@
 #include <kelstdmt/vumrt.h>
 
 #include "runtime/posix/pipe_signal.h"
+#include "runtime/posix/uncancelled.h"
 
 namespace kel::system {
 
@@ -31,7 +32,7 @@ two_parts::two_parts(std::string_view first, std::string_view second, std::size_
     if (!second.empty()) add(second.substr(done > first.size() ? done - first.size() : 0));
 }
 
-std::size_t write_all(int fd, std::string_view first, std::string_view second) noexcept {
+std::size_t write_all(int fd, std::string_view first, std::string_view second) {
     no_pipe_signal guard;
     const std::size_t count = first.size() + second.size();
     std::size_t done = 0;
@@ -51,7 +52,7 @@ std::size_t write_all(int fd, std::string_view first, std::string_view second) n
     return done;
 }
 
-std::ptrdiff_t read_some(int fd, char *bytes, std::size_t count) noexcept {
+std::ptrdiff_t read_some(int fd, char *bytes, std::size_t count) {
     for (;;) {
         ssize_t got = ::read(fd, bytes, count);
         if (got >= 0) return got;
@@ -95,6 +96,7 @@ descriptor_buffer::descriptor_buffer(int fd, std::unique_ptr<byte_channel> chann
       m_through(through) {}
 
 descriptor_buffer::~descriptor_buffer() {
+    const system::uncancelled scope;
     flush_out();
     m_link->buffer = nullptr;
 }

@@ -25,13 +25,13 @@ struct two_parts {
 // All of the bytes, those of the second text behind those of the first, also through signals and on
 // descriptors that do not block by themselves. Answers how many were taken; fewer than asked is a failure,
 // told by the last error. Never raises SIGPIPE.
-std::size_t write_all(int fd, std::string_view first, std::string_view second) noexcept;
-inline std::size_t write_all(int fd, const char *bytes, std::size_t count) noexcept {
+std::size_t write_all(int fd, std::string_view first, std::string_view second);
+inline std::size_t write_all(int fd, const char *bytes, std::size_t count) {
     return write_all(fd, {bytes, count}, {});
 }
 
 // At least one byte; 0 at the end, -1 on failure with the last error set.
-std::ptrdiff_t read_some(int fd, char *bytes, std::size_t count) noexcept;
+std::ptrdiff_t read_some(int fd, char *bytes, std::size_t count);
 
 }  // namespace kel::system
 

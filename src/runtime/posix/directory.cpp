@@ -22,7 +22,7 @@ namespace {
 constexpr std::size_t block_size = 65536;
 constexpr int folder_flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 
-int open_folder(int folder, const char *name, int flags) noexcept {
+int open_folder(int folder, const char *name, int flags) {
     int fd;
     do {
         fd = ::openat(folder, name, folder_flags | flags);

@@ -12,6 +12,7 @@
 #include <kelstdmt/xtypes.h>
 
 #include "runtime/owned_descriptor.h"
+#include "runtime/posix/uncancelled.h"
 
 bool Putenv(const char *name, const char *value) {
     const char *known_name = kel::is_text(name) ? name : "";
@@ -39,9 +40,12 @@ public:
         ::pthread_sigmask(SIG_BLOCK, &m_signals, &m_before);
     }
     ~deaf_to_terminal() {
+        const kel::system::uncancelled scope;
+        const int before = errno;
         const timespec at_once{};
         while (::sigtimedwait(&m_signals, nullptr, &at_once) > 0) {
         }
+        errno = before;
         restore();
     }
     void restore() const { ::pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }

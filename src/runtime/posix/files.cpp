@@ -20,7 +20,12 @@
 
 #include <kelstdmt/vumrt_stream.h>
 
+#include "runtime/nodes.h"
 #include "runtime/posix/descriptor.h"
+#include "runtime/posix/through_signals.h"
+#include "runtime/posix/uncancelled.h"
+
+using namespace kel::system;
 
 static_assert(sizeof(off_t) == 8);
 
@@ -32,20 +37,18 @@ constexpr std::size_t first_read = 4096;  // after a seek: a far seek may be for
 // As ::open, but through interruptions, and with the last error set. -1 on failure and for folders; with
 // O_NONBLOCK for all but plain files.
 int open_host(const std::string &host_path, int flags, int protection) {
-    int fd;
-    do {
-        fd = ::open(host_path.c_str(), flags | O_CLOEXEC | O_NOCTTY, static_cast<mode_t>(protection));
-    } while (fd < 0 && errno == EINTR);
-    if (fd < 0) {
+    owned_descriptor fd(through_signals([&] {
+        return ::open(host_path.c_str(), flags | O_CLOEXEC | O_NOCTTY, static_cast<mode_t>(protection));
+    }));
+    if (!fd) {
         const bool is_socket = errno == ENXIO && (flags & O_NONBLOCK);
         Error_SetLastFromSystem(is_socket ? ENOTSUP : errno, host_path.c_str());
         return -1;
     }
     struct stat node {};
-    const bool found = ::fstat(fd, &node) == 0, is_plain = found && S_ISREG(node.st_mode);
-    if (is_plain || (found && !S_ISDIR(node.st_mode) && !(flags & O_NONBLOCK))) return fd;
+    const bool found = ::fstat(fd.get(), &node) == 0, is_plain = found && S_ISREG(node.st_mode);
+    if (is_plain || (found && !S_ISDIR(node.st_mode) && !(flags & O_NONBLOCK))) return fd.release();
     Error_SetLastFromSystem(S_ISDIR(node.st_mode) ? EISDIR : ENOTSUP);
-    ::close(fd);
     return -1;
 }
 
@@ -74,6 +77,7 @@ int open_flags(int mode) {
 btkFileBuf::btkFileBuf() = default;
 
 btkFileBuf::~btkFileBuf() {
+    const uncancelled scope;
     Close();
 }
 
@@ -97,13 +101,9 @@ bool btkFileBuf::Open(const char *path, int mode, int protection) {
 bool btkFileBuf::Close() {
     if (!IsOpen()) return false;
     Settle();
-    bool kept = FlushDirty();
-    if (::close(std::exchange(m_fd, -1)) != 0 && errno != EINTR) {
-        Error_SetLastFromSystem(errno);
-        kept = false;
-    }
+    const bool written = FlushDirty(), closed = close_file(owned_descriptor(std::exchange(m_fd, -1)));
     m_valid = m_dirty_from = m_dirty_to = m_at = 0;
-    return kept;
+    return written && closed;
 }
 
 // The window -----------------------------------------------------------------------------------
@@ -170,7 +170,7 @@ bool btkFileBuf::BeginWriting() {
 // The system -----------------------------------------------------------------------------------
 
 std::streamsize btkFileBuf::Read(char *to, std::size_t count, long long at) {
-    if (!m_seekable) return kel::system::read_some(m_fd, to, count);
+    if (!m_seekable) return read_some(m_fd, to, count);
     for (;;) {
         ssize_t got = ::pread(m_fd, to, count, at);
         if (got >= 0) return got;
@@ -182,7 +182,7 @@ std::streamsize btkFileBuf::Read(char *to, std::size_t count, long long at) {
 
 // Answers how many bytes were taken; fewer than asked is a failure.
 std::streamsize btkFileBuf::Write(const char *from, std::size_t count, long long at) {
-    if (!m_seekable) return static_cast<std::streamsize>(kel::system::write_all(m_fd, from, count));
+    if (!m_seekable) return static_cast<std::streamsize>(write_all(m_fd, from, count));
     return static_cast<std::streamsize>(File_WriteAt(m_fd, from, count, at));
 }
 
@@ -376,21 +376,15 @@ void File_AwaitWrite(int handle) noexcept {
 }
 
 bool File_Truncate(int handle, long long size) {
-    int result;
-    do {
-        result = ::ftruncate(handle, size);
-    } while (result != 0 && errno == EINTR);
-    if (result != 0) Error_SetLastFromSystem(errno);
-    return result == 0;
+    const bool done = through_signals([&] { return ::ftruncate(handle, size); }) == 0;
+    if (!done) Error_SetLastFromSystem(errno);
+    return done;
 }
 
 bool File_Sync(int handle) {
-    int result;
-    do {
-        result = ::fdatasync(handle);
-    } while (result != 0 && errno == EINTR);
-    if (result != 0) Error_SetLastFromSystem(errno);
-    return result == 0;
+    const bool done = through_signals([&] { return ::fdatasync(handle); }) == 0;
+    if (!done) Error_SetLastFromSystem(errno);
+    return done;
 }
 
 int File_OpenInherit(const char *path, bool read, bool write) {
@@ -399,5 +393,5 @@ int File_OpenInherit(const char *path, bool read, bool write) {
 }
 
 void File_Close(int handle) {
-    if (handle >= 0) ::close(handle);
+    owned_descriptor{handle};
 }

@@ -24,8 +24,11 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <utility>
 
 #include <kelstdmt/vumtext.h>
+
+#include "runtime/posix/uncancelled.h"
 
 namespace {
 
@@ -45,22 +48,23 @@ class lock_wait {
 public:
     lock_wait(int fd, bool exclusive) : m_fd(fd), m_lock(whole_file(exclusive)) {}
 
+    ~lock_wait() { End(); }
+    lock_wait(const lock_wait &) = delete;
+    lock_wait &operator=(const lock_wait &) = delete;
+
     // 0 or an errno value; EAGAIN when the time was over.
     int Until(time_point end) {
-        pthread_t thread;
-        if (int refused = Start(thread)) return refused;
-        bool in_time;
+        if (int refused = Start()) return refused;
         {
             std::unique_lock guard(m_mutex);
-            in_time = m_done.wait_until(guard, end, [this] { return m_result >= 0; });
+            m_done.wait_until(guard, end, [this] { return m_result >= 0; });
         }
-        if (!in_time) ::pthread_cancel(thread);
-        ::pthread_join(thread, nullptr);
+        End();
         return m_result >= 0 ? m_result : EAGAIN;
     }
 
 private:
-    int Start(pthread_t &thread) {
+    int Start() {
         constexpr std::size_t little_stack = 256 * 1024;
         pthread_attr_t attributes;
         if (int refused = ::pthread_attr_init(&attributes)) return refused;
@@ -68,10 +72,18 @@ private:
         sigset_t all, before;  // the program's handlers are not for this thread
         ::sigfillset(&all);
         ::pthread_sigmask(SIG_SETMASK, &all, &before);
-        int refused = ::pthread_create(&thread, &attributes, &lock_wait::Run, this);
+        int refused = ::pthread_create(&m_thread, &attributes, &lock_wait::Run, this);
+        m_runs = refused == 0;
         ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
         ::pthread_attr_destroy(&attributes);
         return refused;
+    }
+
+    void End() noexcept {
+        if (!std::exchange(m_runs, false)) return;
+        const kel::system::uncancelled scope;
+        ::pthread_cancel(m_thread);  // nothing to one that has its result
+        ::pthread_join(m_thread, nullptr);
     }
 
     // Only the wait itself can be cancelled, and it holds nothing. The address sanitizer is not told of
@@ -90,6 +102,8 @@ private:
     std::mutex m_mutex;
     std::condition_variable m_done;
     int m_result = -1;  // until there is one
+    pthread_t m_thread{};
+    bool m_runs = false;
     int m_fd;
     struct flock m_lock;
 };

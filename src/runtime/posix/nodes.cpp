@@ -19,6 +19,7 @@
 
 #include "runtime/posix/descriptor.h"
 #include "runtime/posix/through_signals.h"
+#include "runtime/posix/uncancelled.h"
 
 namespace kel::system {
 
@@ -70,7 +71,7 @@ bool set_lock(int file, short kind) noexcept {
     return through_signals([&] { return ::fcntl(file, F_OFD_SETLK, &lock); }) == 0;
 }
 
-bool write_zeros(int file, long long from, long long to) noexcept {
+bool write_zeros(int file, long long from, long long to) {
     static constexpr char zeros[65536] = {};
     while (from < to) {
         const auto part = static_cast<std::size_t>(std::min<long long>(sizeof zeros, to - from));
@@ -131,6 +132,7 @@ owned_descriptor make_file(const char *host_path) {
 }
 
 bool close_file(owned_descriptor file) noexcept {
+    const uncancelled scope;
     return done(::close(file.release()) == 0 || errno == EINTR);
 }
 
@@ -146,7 +148,7 @@ void give_back_share(int file) noexcept {
     errno = before;
 }
 
-long long read_bytes(int file, void *to, std::size_t count) noexcept {
+long long read_bytes(int file, void *to, std::size_t count) {
     std::size_t got = 0;
     for (;;) {
         const std::size_t part = std::min(count - got, largest_read);
@@ -158,7 +160,7 @@ long long read_bytes(int file, void *to, std::size_t count) noexcept {
     }
 }
 
-std::size_t write_bytes(int file, const void *from, std::size_t count) noexcept {
+std::size_t write_bytes(int file, const void *from, std::size_t count) {
     std::size_t written = 0;
     while (written < count) {
         const char *rest = static_cast<const char *>(from) + written;
@@ -172,7 +174,7 @@ std::size_t write_bytes(int file, const void *from, std::size_t count) noexcept 
     return written;
 }
 
-std::size_t write_stream(int file, const void *from, std::size_t count) noexcept {
+std::size_t write_stream(int file, const void *from, std::size_t count) {
     return write_all(file, static_cast<const char *>(from), count);
 }
 
@@ -196,7 +198,7 @@ bool next_data(int file, long long position, stretch &found) noexcept {
     return true;
 }
 
-bool grow_file(int file, long long from, long long to) noexcept {
+bool grow_file(int file, long long from, long long to) {
     if (is_beyond_limit(to)) {
         errno = EFBIG;
         return done(false);

@@ -5,6 +5,8 @@
 
 #include <cerrno>
 
+#include "runtime/posix/uncancelled.h"
+
 namespace kel::system {
 
 // While one lives, a write by this thread to a pipe that nobody reads raises no signal. The program's own
@@ -22,6 +24,7 @@ public:
         m_was_pending = m_was_blocked && ::sigpending(&pending) == 0 && ::sigismember(&pending, SIGPIPE) == 1;
     }
     ~no_pipe_signal() {
+        const uncancelled scope;
         int saved = errno;
         if (m_caused && !m_was_pending) {
             timespec at_once{};

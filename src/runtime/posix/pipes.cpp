@@ -7,6 +7,7 @@
 
 #include <kelstdmt/vumrt_stream.h>
 
+#include "runtime/owned_descriptor.h"
 #include "runtime/posix/descriptor.h"
 #include "runtime/posix/through_signals.h"
 
@@ -15,7 +16,7 @@ using kel::detail::descriptor_buffer;
 // Ends -----------------------------------------------------------------------------------------
 
 void btkPipeEnd::Close() noexcept {
-    if (m_fd >= 0) ::close(Release());
+    kel::system::owned_descriptor{Release()};
 }
 
 bool btkAnonymousPipe::Create(btkOutputPipe &output, btkInputPipe &input) {

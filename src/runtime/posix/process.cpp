@@ -17,6 +17,7 @@
 
 #include "runtime/posix/process_handles.h"
 #include "runtime/posix/through_signals.h"
+#include "runtime/posix/uncancelled.h"
 #include "runtime/relay.h"
 
 namespace kel::system {
@@ -172,7 +173,7 @@ void collect_some() {
 
 }  // namespace
 
-bool peek_exit_code(int process, long &exit_code) noexcept {
+bool peek_exit_code(int process, long &exit_code) {
     MT_LIBRARY_GUARD_USE(process_guard);
     const process_entry *entry = handles().find(process);
     if (!entry || !has_ended(process, false)) return false;
@@ -226,6 +227,7 @@ prepared_entry prepare_process() {
 }
 
 int remember_process(prepared_entry &entry, owned_descriptor &&descriptor) noexcept {
+    const uncancelled scope;
     const int handle = entry.front().handle = descriptor.release();
     MT_LIBRARY_GUARD_USE(process_guard);
     if (entry.front().own_child) collect_some();
@@ -311,6 +313,7 @@ bool Process_Interrupt(unsigned long id) {
 
 void Process_Free(btkProcessHandle handle) noexcept {
     if (handle < 0) return;
+    const uncancelled scope;
     MT_LIBRARY_GUARD_USE(process_guard);
     // All under the guard: the number may be given out again at once.
     prepared_entry removed = handles().remove(handle);

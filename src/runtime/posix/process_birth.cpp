@@ -15,6 +15,7 @@
 
 #include "runtime/owned_descriptor.h"
 #include "runtime/posix/through_signals.h"
+#include "runtime/posix/uncancelled.h"
 
 namespace {
 
@@ -62,6 +63,7 @@ bool start_of_process(std::string_view told, std::uint64_t &ticks) {
 
 unsigned long long Process_GetBirth(unsigned long id) noexcept {
     if (id == 0 || id > INT_MAX) return 0;
+    const kel::system::uncancelled scope;
     // Threads have entries there too.
     const owned_descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, static_cast<pid_t>(id), 0)));
     char path[48] = "/proc/", room[1024];

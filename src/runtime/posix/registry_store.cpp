@@ -106,11 +106,11 @@ bool is_folder(int folder, const directory_entry &entry) noexcept {
     return ::fstatat(folder, entry.name, &node, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(node.st_mode);
 }
 
-int open_key(int folder, const char *name) noexcept {
+int open_key(int folder, const char *name) {
     return open_entry(folder, name, O_PATH | O_DIRECTORY | O_NOFOLLOW);
 }
 
-bool write_whole(int fd, std::string_view bytes) noexcept {
+bool write_whole(int fd, std::string_view bytes) {
     while (!bytes.empty()) {
         const ssize_t written = ::write(fd, bytes.data(), bytes.size());
         if (written > 0)
@@ -142,7 +142,7 @@ void cut_text(std::string &bytes) {
 }
 
 // Gives the key its name when it has its mode, whatever the umask and however the process ends.
-int make_key(int above, const char *name, mode_t mode) noexcept {
+int make_key(int above, const char *name, mode_t mode) {
     constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
     if (::mkdirat(above, unfinished_name, mode) != 0) {
         if (errno != EEXIST) return -1;

@@ -22,7 +22,7 @@ bool give_mode(int fd, mode_t mode) noexcept;
 
 // An openat, on through signals; errno tells a failure. It never waits, and its result never reaches a
 // program that is executed.
-int open_entry(int folder, const char *name, int flags, mode_t mode = 0) noexcept;
+int open_entry(int folder, const char *name, int flags, mode_t mode = 0);
 
 // The lock of a tree, for as long as it lives. The file of the lock is opened for writing, so that who may
 // only read cannot hold it; the lock belongs to the open file, so that threads exclude each other too.
@@ -34,7 +34,7 @@ public:
     registry_lock &operator=(const registry_lock &) = delete;
 
     // False with errno set: EAGAIN when others held it all the time.
-    bool take(const registry_root &root) noexcept;
+    bool take(const registry_root &root);
 
 private:
     owned_descriptor m_file;

@@ -22,7 +22,7 @@
 
 namespace kel::system {
 
-int open_entry(int folder, const char *name, int flags, mode_t mode) noexcept {
+int open_entry(int folder, const char *name, int flags, mode_t mode) {
     int fd;
     do {
         fd = ::openat(folder, name, flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, mode);
@@ -56,7 +56,7 @@ bool set_lock(int fd, short type) noexcept {
 }
 
 // Only what was made here gets an owner and a mode: another file may have been put there meanwhile.
-int open_lock(const registry_root &root) noexcept {
+int open_lock(const registry_root &root) {
     constexpr int flags = O_RDWR | O_NOFOLLOW;
     const int folder = root.folder.get();
     const int fd = open_entry(folder, ".lock", flags);
@@ -77,7 +77,7 @@ bool has_name(int fd) noexcept {
 
 // It is held for some calls that rename, hardly ever longer, and a wait in the system would have no end: so
 // it is asked for again, ever less often.
-bool registry_lock::take(const registry_root &root) noexcept {
+bool registry_lock::take(const registry_root &root) {
     using clock = std::chrono::steady_clock;
     constexpr auto longest_wait = std::chrono::seconds(5);
     constexpr std::chrono::microseconds first_pause(50), longest_pause(2000);

@@ -41,17 +41,17 @@ void enlarge_pipe(int fd) noexcept {
     ::fcntl(fd, F_SETPIPE_SZ, large_pipe);
 }
 
-std::ptrdiff_t read_now(int fd, char *to, std::size_t room) noexcept {
+std::ptrdiff_t read_now(int fd, char *to, std::size_t room) {
     const ssize_t got = through_signals([&] { return ::read(fd, to, room); });
     return got >= 0 ? got : failure();
 }
 
-std::ptrdiff_t receive_now(int socket, char *to, std::size_t room) noexcept {
+std::ptrdiff_t receive_now(int socket, char *to, std::size_t room) {
     const ssize_t got = through_signals([&] { return ::recv(socket, to, room, MSG_DONTWAIT); });
     return got >= 0 ? got : failure();
 }
 
-std::ptrdiff_t write_now(int fd, const char *bytes, std::size_t count) noexcept {
+std::ptrdiff_t write_now(int fd, const char *bytes, std::size_t count) {
     const ssize_t written = through_signals([&] { return ::write(fd, bytes, count); });
     return written >= 0 ? written : failure();
 }

@@ -27,6 +27,7 @@
 #include "runtime/posix/descriptor.h"
 #include "runtime/posix/system.h"
 #include "runtime/posix/through_signals.h"
+#include "runtime/posix/uncancelled.h"
 #include "runtime/service.h"
 
 namespace kel::system {
@@ -215,6 +216,7 @@ bool become_daemon(const char *name, std::string &reason) {
 
 void daemon_ready() noexcept {
     if (!begun) return;
+    const uncancelled scope;
     std::fflush(stdout);
     ::dup2(begun->nowhere.get(), STDOUT_FILENO);
     ::dup2(begun->nowhere.get(), STDERR_FILENO);

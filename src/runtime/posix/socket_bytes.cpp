@@ -33,7 +33,7 @@ bool has_input(btkStreamSocket &socket) {
     return urgent->has_input(socket.GetHandle());
 }
 
-std::size_t send_all(int fd, std::string_view first, std::string_view second) noexcept {
+std::size_t send_all(int fd, std::string_view first, std::string_view second) {
     const std::size_t count = first.size() + second.size();
     std::size_t done = 0;
     while (done < count) {

@@ -15,6 +15,6 @@ struct socket_access {
 // As byte_channel.
 std::ptrdiff_t receive(btkStreamSocket &socket, char *to, std::size_t room, bool wait);
 bool has_input(btkStreamSocket &socket);
-std::size_t send_all(int fd, std::string_view first, std::string_view second) noexcept;
+std::size_t send_all(int fd, std::string_view first, std::string_view second);
 
 }  // namespace kel::detail

@@ -34,7 +34,7 @@ bool would_wait() noexcept {
 }
 
 // False when the time ran out.
-bool wait_for_input(int fd, std::int64_t nanos) noexcept {
+bool wait_for_input(int fd, std::int64_t nanos) {
     pollfd request{fd, POLLIN, 0};
     return poll_until(&request, 1, nanos, deadline_in(nanos)) > 0;
 }
@@ -46,7 +46,7 @@ void keep_in_place(int fd, bool on) noexcept {
 
 }  // namespace
 
-std::ptrdiff_t receive_some(int fd, char *to, std::size_t room, bool wait) noexcept {
+std::ptrdiff_t receive_some(int fd, char *to, std::size_t room, bool wait) {
     for (;;) {
         const ssize_t got = through_signals([&] { return ::recv(fd, to, room, wait ? 0 : MSG_DONTWAIT); });
         if (got >= 0) return got;
@@ -59,7 +59,7 @@ std::ptrdiff_t receive_some(int fd, char *to, std::size_t room, bool wait) noexc
     }
 }
 
-bool urgent_input::is_announced(int fd) noexcept {
+bool urgent_input::is_announced(int fd) {
     char byte;
     const ssize_t got = ::recv(fd, &byte, 1, MSG_OOB | MSG_PEEK | MSG_DONTWAIT);
     return got > 0 || (got < 0 && would_wait());

@@ -20,7 +20,7 @@ public:
     static constexpr std::size_t held_size = message_size - 1;
 
     // Whether a mark is announced; asked after every read.
-    static bool is_announced(int fd) noexcept;
+    static bool is_announced(int fd);
 
     // Nothing of the ordinary bytes is here, and they may be read past this.
     bool is_idle() const noexcept { return m_bytes.empty() && !m_at_mark; }
@@ -51,6 +51,6 @@ private:
 };
 
 // One read of the system, as byte_channel.
-std::ptrdiff_t receive_some(int fd, char *to, std::size_t room, bool wait) noexcept;
+std::ptrdiff_t receive_some(int fd, char *to, std::size_t room, bool wait);
 
 }  // namespace kel::detail

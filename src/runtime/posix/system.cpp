@@ -13,10 +13,12 @@
 #include <kelstdmt/vumrt.h>
 
 #include "runtime/large_memory.h"
+#include "runtime/posix/uncancelled.h"
 
 namespace kel::system {
 
 void write_error(const char *bytes, std::size_t count) noexcept {
+    const uncancelled scope;
     int saved = errno;
     while (count > 0) {
         ssize_t written = ::write(STDERR_FILENO, bytes, count);
@@ -29,6 +31,7 @@ void write_error(const char *bytes, std::size_t count) noexcept {
 }
 
 std::uint64_t random_bits() noexcept {
+    const uncancelled scope;
     std::uint64_t bits = 0;
     if (::getrandom(&bits, sizeof bits, GRND_NONBLOCK) == static_cast<ssize_t>(sizeof bits)) return bits;
     // Too early in the machine's life, or forbidden: the clock and the address space's own randomness.

@@ -7,7 +7,7 @@ namespace kel::system {
 
 // `call` answers a negative number and sets errno on failure.
 template <class Call>
-auto through_signals(Call call) noexcept {
+auto through_signals(Call call) {
     decltype(call()) result;
     do {
         result = call();

@@ -11,6 +11,7 @@
 #include "runtime/owned_descriptor.h"
 #include "runtime/posix/pipe_signal.h"
 #include "runtime/posix/through_signals.h"
+#include "runtime/posix/uncancelled.h"
 
 const char *kel::system::trusted_environment(const char *name) noexcept {
     return ::secure_getenv(name);
@@ -21,6 +22,7 @@ long kel::system::thread_number() noexcept {
 }
 
 bool kel::system::append_line(const char *path, std::string_view line) noexcept {
+    const uncancelled scope;
     // A fifo that nobody reads is an error then, not a wait.
     constexpr int how = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
     const owned_descriptor file(*path ? through_signals([&] { return ::open(path, how, 0600); }) : -1);

@@ -37,7 +37,7 @@ outcome opened_as(int fd, owned_descriptor &opened) noexcept {
     return result;
 }
 
-int open_entry(int folder, const char *name, int flags) noexcept {
+int open_entry(int folder, const char *name, int flags) {
     return through_signals([&] { return ::openat(folder, name, flags | O_CLOEXEC); });
 }
 
@@ -129,12 +129,12 @@ outcome look(int file, status &found) noexcept {
     return fill(::fstat(file, &node) == 0, node, found);
 }
 
-outcome reach_folder(int folder, const char *name, links way, owned_descriptor &opened) noexcept {
+outcome reach_folder(int folder, const char *name, links way, owned_descriptor &opened) {
     const int flags = O_PATH | O_DIRECTORY | (way == links::seen ? O_NOFOLLOW : 0);
     return opened_as(open_entry(folder, *name ? name : ".", flags), opened);
 }
 
-outcome open_folder(int folder, const char *name, links way, owned_descriptor &opened) noexcept {
+outcome open_folder(int folder, const char *name, links way, owned_descriptor &opened) {
     const int flags = O_RDONLY | O_DIRECTORY | (way == links::seen ? O_NOFOLLOW : 0);
     return opened_as(open_entry(folder, name, flags), opened);
 }
@@ -180,7 +180,7 @@ outcome exchange(int folder, const char *one, const char *other) noexcept {
     return exchange_by_steps(folder, one, other);
 }
 
-bool stands_in(int folder, const identity &above) noexcept {
+bool stands_in(int folder, const identity &above) {
     status at, before;
     owned_descriptor step;
     if (look(folder, ".", links::seen, at) != outcome::done) return false;

@@ -1,6 +1,6 @@
 // No cancellation of the calling thread in this scope: what is under way here must be completed. Calls of the
 // system that a cancelled thread may not survive, such as close and write, end the program where nothing may
-// be thrown.
+// be thrown; so what waits for others throws, and what may not throw has such a scope.
 #pragma once
 
 #include <pthread.h>

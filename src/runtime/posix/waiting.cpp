@@ -49,7 +49,7 @@ std::int64_t left_until(std::int64_t deadline) noexcept {
     return deadline == never ? unlimited : std::max<std::int64_t>(0, deadline - monotonic_nanos());
 }
 
-int poll_until(pollfd *requests, std::size_t count, std::int64_t left, std::int64_t deadline) noexcept {
+int poll_until(pollfd *requests, std::size_t count, std::int64_t left, std::int64_t deadline) {
     for (;;) {
         timespec timeout{static_cast<time_t>(left / nanos_per_second),
                          static_cast<long>(left % nanos_per_second)};

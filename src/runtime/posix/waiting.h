@@ -26,6 +26,6 @@ std::int64_t left_until(std::int64_t deadline) noexcept;
 
 // Polls until the deadline, which is `left` nanoseconds away; an interrupted poll goes on with what is
 // left of the time by then.
-int poll_until(pollfd *requests, std::size_t count, std::int64_t left, std::int64_t deadline) noexcept;
+int poll_until(pollfd *requests, std::size_t count, std::int64_t left, std::int64_t deadline);
 
 }  // namespace kel::system
