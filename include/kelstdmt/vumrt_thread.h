@@ -1,4 +1,5 @@
-// Threads whose end can be awaited beside sockets and processes.
+// Threads whose end can be awaited beside sockets and processes. One that is cancelled ends in the next wait
+// of the library that it comes to, and lets go of what it held there.
 #pragma once
 
 #include <kelstdmt/export.h>

@@ -96,6 +96,25 @@ TEST(Socket, TheTimeOutHoldsAndDeafAddressesArePassedBy) {
     EXPECT_TRUE(socket.Connect("localhost", deaf.GetPort(), no_limit)) << "the second address answers";
 }
 
+// A peer that sends one message after the other, and leaves no mark where it was.
+TEST(Socket, AMarkThatMovesOnIsNotFollowedForEver) {
+    pair made;
+    constexpr std::size_t most = std::size_t{200} << 20;
+    std::atomic<std::size_t> sent = 0;
+    std::thread flood([&] {
+        const std::string bytes(60000, 'x');
+        for (ssize_t some = 0; some >= 0 && sent < most; sent += static_cast<std::size_t>(some))
+            some = ::send(made.client.GetHandle(), bytes.data(), bytes.size(), MSG_OOB | MSG_NOSIGNAL);
+    });
+    while (sent < (std::size_t{1} << 20))
+        std::this_thread::yield();
+    char message[4];
+    made.server.RecvOutOfBand(message, sizeof message);
+    EXPECT_LT(sent, most / 2) << "taken in by one call";
+    made.server.Close();
+    flood.join();
+}
+
 // Every way to write meets a peer that is gone; SIGPIPE would end this program.
 TEST(Socket, AVanishedPeerIsAFailure) {
     ::signal(SIGPIPE, SIG_DFL);

@@ -23,6 +23,9 @@ constexpr std::size_t piece = 16384;
 // Messages that nobody takes: beyond this the oldest are forgotten.
 constexpr std::size_t most_messages = 65536;
 constexpr btkTimeval patience(1, 0);
+// More than a receive buffer holds: a mark that is not met by then is moved on by a peer that sends one
+// message after the other.
+constexpr std::size_t farthest_mark = std::size_t{16} << 20;
 
 bool is_at_mark(int fd) noexcept {
     int at_mark = 0;
@@ -34,9 +37,9 @@ bool would_wait() noexcept {
 }
 
 // False when the time ran out.
-bool wait_for_input(int fd, std::int64_t nanos) {
+bool wait_for_input(int fd, std::int64_t deadline) {
     pollfd request{fd, POLLIN, 0};
-    return poll_until(&request, 1, nanos, deadline_in(nanos)) > 0;
+    return poll_until(&request, 1, left_until(deadline), deadline) > 0;
 }
 
 void keep_in_place(int fd, bool on) noexcept {
@@ -55,7 +58,7 @@ std::ptrdiff_t receive_some(int fd, char *to, std::size_t room, bool wait) {
             return byte_channel::failed;
         }
         if (!wait) return byte_channel::nothing_yet;
-        wait_for_input(fd, unlimited);
+        wait_for_input(fd, never);
     }
 }
 
@@ -137,11 +140,12 @@ std::ptrdiff_t urgent_input::receive(int fd, char *to, std::size_t room, bool wa
 }
 
 void urgent_input::seek_message(int fd) {
-    while (!has_message() && (m_at_mark || is_announced(fd))) {
+    const std::int64_t deadline = deadline_in(to_nanos(patience));
+    while (!has_message() && (m_at_mark || is_announced(fd)) && m_bytes.size() - m_begin < farthest_mark) {
         const std::ptrdiff_t got = fill(fd, false);
         if (got == byte_channel::nothing_yet) {
             // All of it was sent at once: what is missing is on its way, or the peer is gone.
-            if (!wait_for_input(fd, to_nanos(patience))) return;
+            if (!wait_for_input(fd, deadline)) return;
         } else if (got <= 0) {
             return;
         }

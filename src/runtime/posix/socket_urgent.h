@@ -31,7 +31,7 @@ public:
     void hold(int fd, const char *bytes, std::size_t count);
     // As byte_channel.
     std::ptrdiff_t receive(int fd, char *to, std::size_t room, bool wait);
-    // Reads up to the mark, if one is announced.
+    // Reads up to the mark, if one is announced and not out of all proportion.
     void seek_message(int fd);
     bool take_message(char *to) noexcept;
     // Whether a read would find something, where the system says that there is input.
