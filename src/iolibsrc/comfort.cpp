@@ -15,6 +15,7 @@
 #include <kelstdmt/printlib.h>
 
 #include "iolibsrc/printer.h"
+#include "services/object_access.h"
 
 // A std::ostream as a stream -------------------------------------------------------------------
 
@@ -113,12 +114,8 @@ std::string printed_value::str() const {
 
 // A caught exception ---------------------------------------------------------------------------
 
-// An exception of a class that is not counted has the count -1; it was thrown to be deleted.
 void caught::release(xthrowable *thrown) noexcept {
-    if (xrcgetcount(thrown) == -1)
-        xdelete(thrown);
-    else
-        xrcrelease(thrown);
+    kel::detail::release_flight(thrown);
 }
 
 void caught::rethrow() {

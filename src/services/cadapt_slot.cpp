@@ -31,21 +31,6 @@ bool is_counted(xthrowable *exception) noexcept {
     return xrcgetcount(exception) > 0;
 }
 
-// Gives up the slot's part in an exception that was taken out of it. What its end throws is of no interest:
-// who empties the slot finds it empty.
-void dispose(xthrowable *exception) noexcept {
-    if (exception == nullptr) return;
-    try {
-        if (is_counted(exception))
-            xrcrelease(exception);
-        else
-            xdelete(exception);
-    } catch (xthrowable *thrown) {
-        const caught unwanted(thrown);
-    } catch (...) {
-    }
-}
-
 // A reference on an exception. One without a descriptor is not counted: nothing says that it is.
 void attach(xthrowable *exception) noexcept {
     try {
@@ -61,8 +46,8 @@ void attach(xthrowable *exception) noexcept {
 void keep(xthrowable *exception) noexcept {
     // Thrown without xthrow: nobody has asked yet whether it is counted.
     if (xrcgetcount(exception) == 0) attach(exception);
-    dispose(exception_slot.exchange(nullptr));
-    dispose(exception_slot.exchange(exception));
+    release_flight(exception_slot.exchange(nullptr));
+    release_flight(exception_slot.exchange(exception));
 }
 
 void keep_native(const char *text) noexcept {
@@ -84,7 +69,7 @@ public:
     slot_reader() : m_error(static_cast<xthrowable *>(xgetexc_c())) {}
     ~slot_reader() {
         xthrowable *seen = m_error.detach();
-        if (is_counted(seen)) dispose(seen);  // no other was given a hold
+        if (is_counted(seen)) release_flight(seen);  // no other was given a hold
     }
     slot_reader(const slot_reader &) = delete;
     slot_reader &operator=(const slot_reader &) = delete;
@@ -131,7 +116,7 @@ void xsetexc_c(xobject *exception) {
         }
         xthrowable *before = exception_slot.exchange(nullptr);
         // What is there already and is not counted stays what it is.
-        if (before != fresh || is_counted(before)) dispose(before);
+        if (before != fresh || is_counted(before)) release_flight(before);
         if (fresh) keep(fresh);
     });
 }
@@ -142,7 +127,7 @@ xobject *xgetexc_c() {
         if (seen == nullptr) return nullptr;
         if (is_counted(seen)) xrcattach(seen);
         xthrowable *none = nullptr;
-        if (!exception_slot.compare_exchange_strong(none, seen)) dispose(seen);
+        if (!exception_slot.compare_exchange_strong(none, seen)) release_flight(seen);
         return seen;
     });
 }
@@ -156,7 +141,7 @@ xobject *xextractexc_c() {
 }
 
 void xcleanupexc_c() {
-    dispose(exception_slot.exchange(nullptr));
+    release_flight(exception_slot.exchange(nullptr));
 }
 
 const char *xgetexctypename_c() {

@@ -3,6 +3,8 @@
 
 #include <ostream>
 
+#include "services/object_access.h"
+
 xthrowable::~xthrowable() = default;
 
 void xthrow(xrcunihandle<xthrowable> exception) {
@@ -51,6 +53,19 @@ xrchandle<kelXNativeException> kelCreateNativeException(const char *stringrep) {
 }
 
 namespace kel::detail {
+
+void release_flight(xthrowable *flight) noexcept {
+    if (!is_object(flight)) return;
+    try {
+        if (xrcgetcount(flight) == -1)
+            xdelete(flight);
+        else
+            xrcrelease(flight);
+    } catch (xthrowable *thrown) {
+        release_flight(thrown);
+    } catch (...) {
+    }
+}
 
 void throw_unknown(xobject *object) {
     kelXUnknownType::Throw(object);

@@ -9,6 +9,8 @@
 
 #include <kelstdmt/xexception.h>
 
+#include "services/object_access.h"
+
 // Lists ----------------------------------------------------------------------------------------
 
 namespace {
@@ -80,25 +82,15 @@ namespace {
 class caught {
 public:
     explicit caught(xthrowable *flight) noexcept : m_flight(flight) {}
-    ~caught() {
-        if (m_flight == nullptr) return;
-        if (xrcgetcount(m_flight) > 0)
-            xrcrelease(m_flight);
-        else
-            xdelete(m_flight);
-    }
+    ~caught() { kel::detail::release_flight(m_flight); }
     caught(const caught &) = delete;
     caught &operator=(const caught &) = delete;
 
     bool says_absent() {
-        xrtticlass *type = m_flight->getrtti();
+        xrtticlass *type = kel::is_object(m_flight) ? m_flight->getrtti() : nullptr;
         return type != nullptr && type->getname() == "kellib::XNoField";
     }
-    [[noreturn]] void pass_on() {
-        xrcunihandle<xthrowable> exception(m_flight);
-        xrcunirelease(std::exchange(m_flight, nullptr));
-        xthrow(std::move(exception));
-    }
+    [[noreturn]] void pass_on() { throw std::exchange(m_flight, nullptr); }
 
 private:
     xthrowable *m_flight;

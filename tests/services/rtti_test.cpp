@@ -7,6 +7,8 @@
 #include <optional>
 #include <thread>
 
+#include <kelstdmt/kel.h>
+
 #include "failing_memory.h"
 #include "observing.h"
 
@@ -28,6 +30,15 @@ public:
     static demoPeople *getFamily() { return nullptr; }
 };
 
+KEL_DECLARE_STRUCT(demoBare)
+class demoBare : public xthrowable {
+    KEL_ROOT_EXCEPTION(demoBare)
+public:
+    demoBare(const demoBare &) = delete;
+    ~demoBare() override { ++died; }
+    static inline int died = 0;
+};
+
 KEL_DECLARE_STRUCT(demoAdmin)
 KEL_SEQUENCE(demoAdmins, xrchandle<demoAdmin>)
 class demoAdmin : public demoPerson {
@@ -40,6 +51,7 @@ public:
     xany getSecret() { kelXNoField::Throw("Secret", this); }
     static demoAdmins *getTeam() { return nullptr; }
     static int getTimeout() { xportXTimeout::Throw("op"); }
+    static int getBare() { throw static_cast<xthrowable *>(demoBare::Create()); }
 };
 int initial_of(demoAdmin &admin);
 
@@ -76,7 +88,8 @@ KEL_DEFINE_STRUCT(demoAdmin, "demo::Admin", kel::counted, kel::field<&demoAdmin:
                   kel::field<&demoAdmin::Motto>("Motto"), kel::field<&initial_of>("Initial"),
                   kel::field<&demoAdmin::getTeam>("Team"), kel::field<&demoAdmin::Extra>("Extra"),
                   kel::optional_field<&demoAdmin::getSecret>("Secret"),
-                  kel::field<&demoAdmin::getTimeout>("Timeout"))
+                  kel::field<&demoAdmin::getTimeout>("Timeout"), kel::field<&demoAdmin::getBare>("Bare"))
+KEL_DEFINE_EXCEPTION(demoBare, "demo::Bare", kel::counted)
 KEL_DEFINE_SEQUENCE(demoPeople, "demo::People", kel::counted)
 KEL_DEFINE_SEQUENCE(demoAdmins, "demo::Admins", kel::counted)
 KEL_DEFINE_SEQUENCE(demoMaybes, "demo::Maybes", kel::counted, kel::optional_elements)
@@ -150,7 +163,7 @@ TEST(Structs, ReadEveryKindOfField) {
     admin->Age = 36;
     admin->Friend = kel::construct<demoPerson>();
     auto *person = xrtti_get_p_demoPerson(), *type = xrtti_get_p_demoAdmin();
-    EXPECT_TRUE(admin->getrtti() == type && type->getnfields() == 7) << "without those of the parent";
+    EXPECT_TRUE(admin->getrtti() == type && type->getnfields() == 8) << "without those of the parent";
     expect_fields(admin, person, "Name Age Friend Length Family ",
                   {"ada", 36, admin->Friend.get(), 3, nullptr});
     expect_fields(admin, type, "Shell Motto Initial Team ",
@@ -177,6 +190,10 @@ TEST(Structs, AbsenceReadsAsUninit) {
     xthrowable *flight = flight_of([&] { admin->getfield(6); });
     EXPECT_EQ(text(flight->gettypename()), "keljava::XTimeout");
     xdelete(flight);
+    // One that was thrown without xthrow, which nobody has counted yet.
+    flight = flight_of([&] { admin->getfield(7); });
+    EXPECT_TRUE(demoBare::died == 0 && kel::caught(flight).is<demoBare>());
+    EXPECT_EQ(demoBare::died, 1);
 }
 
 TEST(Containers, ReadTheirElements) {
