@@ -132,6 +132,11 @@ TEST_F(File, WaitsForAPlaceInTheNewFileToo) {
     EXPECT_TRUE(holder.Open(path.c_str(), lockFileBuf::Out, 0666, 0)) << "a writer waits for readers";
     EXPECT_EQ(get(), "old") << "it is not emptied without the lock";
     other.Close();
+    // A name that leads to a file, while no path does.
+    const int nameless = ::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    const std::string by_number = "/proc/self/fd/" + std::to_string(nameless);
+    EXPECT_TRUE(holder.Open(by_number.c_str(), both, 0666, 60) && Error_GetLast() == 2) << Error_GetLast();
+    ::close(nameless);
     ASSERT_FALSE(holder.Open(path.c_str(), both));
     std::string seen(100, ' ');
     std::thread waits([&] {

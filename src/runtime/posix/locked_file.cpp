@@ -163,6 +163,12 @@ bool lockFileBuf::Open(const char *name, int mode, int protection, double wait) 
         if (!btkFileBuf::Open(name, gentle, protection)) return true;
         if (!lock_until(GetHandle(), writes, end)) break;
         if (writes) m_path = without_links(host.c_str());
+        const int reason = errno;
+        // The name leads here, and nothing says where that is.
+        if (writes && m_path.empty() && leads_to(host.c_str(), GetHandle())) {
+            Error_SetLastFromSystem(reason);
+            break;
+        }
         if (leads_to(writes ? m_path.c_str() : host.c_str(), GetHandle())) {
             if (empties && !File_Truncate(GetHandle(), 0)) break;
             // While it waited, others may have changed the end.
