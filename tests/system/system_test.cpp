@@ -1,5 +1,6 @@
 // The environment, and commands under signals.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/utsname.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -9,6 +10,7 @@
 #include <kelstdmt/kel.h>
 #include <kelstdmt/syslib.h>
 
+#include "scratch_folder.h"
 #include "timing.h"
 
 namespace {
@@ -56,6 +58,15 @@ TEST(System, CommandsAnswerTheirExitCode) {
                                                   {"", 0},
                                                   {"false | true", 0},
                                                   {interrupt.c_str(), 9}};
+    // For want of processes, which the superuser has always.
+    EXPECT_EQ(in_child([] {
+                  ::signal(SIGCHLD, SIG_IGN);
+                  const rlimit none{};
+                  ASSERT_TRUE(::geteuid() != 0 || ::setuid(65534) == 0);
+                  ASSERT_EQ(::setrlimit(RLIMIT_NPROC, &none), 0);
+                  EXPECT_TRUE(sysOSCall("true") == -1 && Error_GetLast() == 1816) << Error_GetLast();
+              }),
+              0);
     const Interruptions interruptions;
     for (const auto handling : {SIG_DFL, SIG_IGN}) {
         const auto before = ::signal(SIGCHLD, handling);

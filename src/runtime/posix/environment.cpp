@@ -12,6 +12,7 @@
 #include <kelstdmt/xtypes.h>
 
 #include "runtime/owned_descriptor.h"
+#include "runtime/posix/fork_reason.h"
 #include "runtime/posix/uncancelled.h"
 
 bool Putenv(const char *name, const char *value) {
@@ -111,6 +112,6 @@ int System(const char *command_line) {
         command_line = (shielded = std::string(" ") + command_line).c_str();
     const int status = ends_of_children_are_lost() ? run_apart(command_line) : ::system(command_line);
     if (status >= 0) return exit_code(status);
-    Error_SetLastFromSystem(errno);
+    Error_SetLastFromSystem(kel::system::fork_reason(errno));
     return -1;
 }

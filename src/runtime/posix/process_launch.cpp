@@ -26,6 +26,7 @@
 #include <kelstdmt/xtypes.h>
 
 #include "runtime/command_line.h"
+#include "runtime/posix/fork_reason.h"
 #include "runtime/posix/process_handles.h"
 #include "runtime/posix/through_signals.h"
 
@@ -41,7 +42,7 @@ extern "C" int __clone(int (*body)(void *), void *stack, int flags, void *argume
 
 namespace {
 
-constexpr int no_such_folder = 267, wrong_argument = 87, no_memory = 8, too_many_processes = 1816;
+constexpr int no_such_folder = 267, wrong_argument = 87, no_memory = 8;
 constexpr int channels = 3;
 
 struct launch_plan {
@@ -136,7 +137,6 @@ KEL_BARE int run_child(void *argument) {
         // another group; here they are meant for it.
         forget_signal_handlers(plan.options & btkLaunchGroup);
         become_program(plan);
-        plan.number = errno == EAGAIN ? too_many_processes : 0;
     }
     plan.system_error = errno;
     for (;;)
@@ -175,7 +175,6 @@ int start_child(launch_plan &plan, kel::system::owned_descriptor &descriptor) {
     }
     if (id < 0) {
         plan.system_error = errno;
-        plan.number = errno == EAGAIN ? too_many_processes : 0;
         return 0;
     }
     descriptor.reset(fd);
@@ -249,7 +248,7 @@ bool launch(btkProcessHandle *handle, unsigned long *id, const char *command_lin
         if (plan.number)
             Error_SetLast(plan.number);
         else
-            Error_SetLastFromSystem(plan.system_error);
+            Error_SetLastFromSystem(kel::system::fork_reason(plan.system_error));
         return false;
     }
     entry.front().id = started;

@@ -25,6 +25,7 @@
 
 #include "runtime/owned_descriptor.h"
 #include "runtime/posix/descriptor.h"
+#include "runtime/posix/fork_reason.h"
 #include "runtime/posix/system.h"
 #include "runtime/posix/through_signals.h"
 #include "runtime/posix/uncancelled.h"
@@ -153,25 +154,26 @@ int outcome_of(pid_t daemon, int ready) {
     return signalled + WTERMSIG(status);
 }
 
+bool failed(std::string &reason) {
+    Error_SetLastFromSystem(fork_reason(errno));
+    reason = std::string("The daemon cannot be started: ") + Error_GetText(Error_GetLast());
+    reason.pop_back();
+    return false;
+}
+
 // In the caller's child. Comes back in the daemon only.
 void leave_session(owned_descriptor ready_in, beginning &with) {
     ::setsid();
     const pid_t daemon = ::fork();
     if (daemon == 0) return;
     if (daemon < 0) {
-        Error_SetLastFromSystem(errno);
-        complain(std::string("The daemon cannot be started: ") + Error_GetText(Error_GetLast()));
+        std::string reason;
+        failed(reason);
+        complain(reason + ".");
         ::_exit(EXIT_FAILURE);
     }
     with.ready.reset();
     ::_exit(outcome_of(daemon, ready_in.get()));
-}
-
-bool failed(std::string &reason) {
-    Error_SetLastFromSystem(errno);
-    reason = std::string("The daemon cannot be started: ") + Error_GetText(Error_GetLast());
-    reason.pop_back();
-    return false;
 }
 
 }  // namespace
