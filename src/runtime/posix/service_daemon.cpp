@@ -131,7 +131,7 @@ private:
 };
 
 int status_of(pid_t child) {
-    int status = 0;
+    int status = EXIT_FAILURE << 8;  // where nobody tells
     through_signals([&] { return ::waitpid(child, &status, 0); });
     return status;
 }
