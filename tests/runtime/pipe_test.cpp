@@ -59,6 +59,8 @@ TEST_F(Pipe, TrialsTakeNothingAndEventsKnowTheBuffer) {
     EXPECT_TRUE(look().empty() && in->IsEofReached() && input.IsSignaled());
     in.reset();
     EXPECT_TRUE(input.IsSignaled()) << "an event that outlives its buffer";
+    Error_SetLast(0);
+    EXPECT_TRUE(xipipebuf(::open("/", O_RDONLY)).GetTryIBuf() && Error_GetLast() == 5) << "no input";
 }
 
 int handled = 0;

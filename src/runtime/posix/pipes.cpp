@@ -47,7 +47,10 @@ public:
         const int told = kel::system::through_signals([&] { return ::poll(&request, 1, 0); });
         if (told <= 0) return nothing_yet;
         const ssize_t got = kel::system::through_signals([&] { return ::read(m_fd, to, room); });
-        return got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) ? nothing_yet : got;
+        if (got >= 0) return got;
+        if (errno == EAGAIN || errno == EWOULDBLOCK) return nothing_yet;
+        Error_SetLastFromSystem(errno);
+        return failed;
     }
     std::size_t send(std::string_view first, std::string_view second) override {
         return kel::system::write_all(m_fd, first, second);
