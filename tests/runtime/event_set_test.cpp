@@ -12,6 +12,8 @@
 
 #include <kelstdmt/vumrt_socket.h>
 
+#include "failing_memory.h"
+
 namespace {
 
 // Something to wait for, with the events on it and the ways in which it changes.
@@ -142,6 +144,26 @@ TEST(EventSet, TellsWhatItsEventsTell) {
         }
     }
     ::close(file);
+}
+
+TEST(EventSet, AddsAnEventWholeOrNotAtAll) {
+    const btkEventHandle handle = Event_Create(true, true);
+    btkEvent event(new btkEVENTEvent(handle)), *told = nullptr;
+    int failures = 0;
+    for (bool added = false; !added; ++failures) {
+        btkEventSet set;
+        failing_memory::allocations_left = failures;
+        try {
+            added = set.Add(&event);
+        } catch (const std::bad_alloc &) {
+        }
+        failing_memory::allocations_left = -1;
+        ASSERT_TRUE(added || set.Add(&event)) << failures << ": " << Error_GetLast();
+        ASSERT_TRUE(set.Wait(btkTimeval(), &told, 1) == 1 && told == &event) << failures;
+        set.Remove(&event);
+    }
+    EXPECT_GT(failures, 1);
+    Event_Free(handle);
 }
 
 // What is told of a descriptor that lives on in a copy makes the set begin anew: where the set then stands at

@@ -84,21 +84,26 @@ std::size_t btkEventSet::GetSize() const noexcept {
 
 bool btkEventSet::Add(btkEvent *event) {
     if (!event) return true;
-    auto [at, is_new] = m_state->entries.try_emplace(event);
+    const auto [at, is_new] =
+        m_state->entries.try_emplace(event, std::make_unique<entry>(event, event->GetBaseEvent()));
     if (!is_new) {
         Error_SetLast(exists);
         return false;
     }
-    at->second = std::make_unique<entry>(event, event->GetBaseEvent());
     entry &one = *at->second;
     if (!one.base) return true;
     one.request = one.base->GetPollRequest();
-    if (!m_state->place(one)) {
+    bool placed = false;
+    try {
+        placed = m_state->place(one);
+        if (placed) m_state->queue(one);
+    } catch (...) {
+        if (placed) m_state->displace(one);
         m_state->entries.erase(at);
-        return false;
+        throw;
     }
-    m_state->queue(one);
-    return true;
+    if (!placed) m_state->entries.erase(at);
+    return placed;
 }
 
 void btkEventSet::Remove(btkEvent *event) {
@@ -131,9 +136,9 @@ bool btkEventSet::state::place(entry &one) {
     for (entry *other = descriptors[fd].first; other;) {
         entry *next = other->next;
         if (other->base->GetPollRequest().fd != one.request.fd) {
+            queue(*other);
             displace(*other);
             other->request = {};
-            queue(*other);
         }
         other = next;
     }
