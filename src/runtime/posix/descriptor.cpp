@@ -38,8 +38,9 @@ std::size_t write_all(int fd, std::string_view first, std::string_view second) {
     std::size_t done = 0;
     while (done < count) {
         const two_parts parts(first, second, done);
-        ssize_t written = ::writev(fd, parts.parts, parts.count);
-        if (written >= 0) {
+        const ssize_t written = ::writev(fd, parts.parts, parts.count);
+        if (written == 0) errno = ENOSPC;
+        if (written > 0) {
             done += static_cast<std::size_t>(written);
         } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
             wait_for(fd, POLLOUT);
