@@ -70,8 +70,10 @@ ioFileStream *ioFileStream::CreateFS(const char *path, ioOpenMode mode, int extr
     bool canread = mode == ioReadOnly || mode == ioReadWrite;
     bool canwrite = mode == ioWriteOnly || mode == ioReadWrite;
     int direction = (canread ? btkFileBuf::In : 0) | (canwrite ? btkFileBuf::Out : 0);
-    auto *file = new btkFileBuf;
+    auto owned = std::make_unique<btkFileBuf>();
+    btkFileBuf *file = owned.get();
     auto buffer = std::make_unique<xfilebuf>(file);
+    owned.release();
     if (!file->Open(path, extrabits | direction)) return nullptr;
     auto *stream = kel::construct_with<ioFileStream>(
         [&](void *at) { return ::new (at) ioFileStream(buffer.get(), file, path, canwrite, canread); });
