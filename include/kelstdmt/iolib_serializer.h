@@ -18,8 +18,8 @@ class ioStream;
 // The outcome of reading or writing one value.
 enum ioTryCode : int {
     ioSuccess,
-    ioWouldBlock,    // not all of it has arrived, and more may come
-    ioEndOfFile,     // the data ends before the value does
+    ioWouldBlock,    // a text whose end has not arrived, and more may come
+    ioEndOfFile,     // what there is ends before the value does; more may come where it was a trial
     ioIOError,       // the bytes were not taken
     ioFormatError,   // what stands there is no value of this type; a length that cannot be
     ioNotSupported,  // the stream's buffer cannot try
