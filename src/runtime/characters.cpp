@@ -13,7 +13,7 @@
 #include <cwchar>
 #include <limits>
 
-#include "runtime/posix/system.h"
+#include "runtime/system.h"
 #include "runtime/words.h"
 
 namespace kel::detail {

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "runtime/characters.h"
-#include "runtime/posix/system.h"
+#include "runtime/system.h"
 
 // Memory ---------------------------------------------------------------------------------------
 

@@ -22,7 +22,7 @@
 
 #include "runtime/posix/descriptor.h"
 #include "runtime/posix/locked_file.h"
-#include "runtime/posix/system.h"
+#include "runtime/system.h"
 
 namespace kel::system {
 

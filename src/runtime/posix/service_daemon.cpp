@@ -26,10 +26,10 @@
 #include "runtime/owned_descriptor.h"
 #include "runtime/posix/descriptor.h"
 #include "runtime/posix/fork_reason.h"
-#include "runtime/posix/system.h"
 #include "runtime/posix/through_signals.h"
 #include "runtime/posix/uncancelled.h"
 #include "runtime/service.h"
+#include "runtime/system.h"
 
 namespace kel::system {
 

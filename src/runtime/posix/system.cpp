@@ -1,4 +1,4 @@
-#include "runtime/posix/system.h"
+#include "runtime/system.h"
 
 #include <ctype.h>
 #include <langinfo.h>
