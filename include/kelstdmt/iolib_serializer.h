@@ -156,7 +156,4 @@ protected:
     ioTryCode RdReal(double &value, std::streambuf *from) override;
     ioTryCode WrReal(double value, std::streambuf *to) override;
     unsigned SzReal(double value) override;
-
-private:
-    bool m_hostorder;  // the host's byte order is the network's
 };

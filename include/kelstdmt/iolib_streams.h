@@ -28,8 +28,6 @@ public:
     ~xfilebuf() override;
 
     btkBaseEvent *GetInputEvent() override;  // always signalled
-    int GetBufSize() override;
-    int SetBufSize(int bytes) override;
 
 protected:
     std::streambuf *OnGetTryIBuf() override;
@@ -73,9 +71,6 @@ public:
     xstringbuf();
     explicit xstringbuf(const char *text);
     ~xstringbuf() override;
-
-    int GetBufSize() override;
-    int SetBufSize(int bytes) override;
 
 protected:
     std::streambuf *OnGetTryIBuf() override;

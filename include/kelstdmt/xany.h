@@ -162,8 +162,6 @@ private:
 
     Kind m_kind;
     Payload m_payload;
-
-    friend struct kel_any_access;
 };
 
 static_assert(sizeof(void *) != 4 || sizeof(xany) == 16, "the 32-bit record is 16 bytes");

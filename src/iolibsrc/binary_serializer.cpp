@@ -94,15 +94,14 @@ unsigned ioBinarySerializer::SzReal(double) {
 
 // XDR ------------------------------------------------------------------------------------------------
 
-ioXDRSerializer::ioXDRSerializer() noexcept
-    : ioByteSerializer(true), m_hostorder(std::endian::native == std::endian::big) {}
+ioXDRSerializer::ioXDRSerializer() noexcept : ioByteSerializer(true) {}
 ioXDRSerializer::~ioXDRSerializer() = default;
 
 ioTryCode ioXDRSerializer::RdInt(int &value, std::streambuf *from) {
-    return read(value, from, !m_hostorder);
+    return read(value, from, true);
 }
 ioTryCode ioXDRSerializer::WrInt(int value, std::streambuf *to) {
-    return write(value, to, !m_hostorder);
+    return write(value, to, true);
 }
 unsigned ioXDRSerializer::SzInt(int) {
     return sizeof(int);
@@ -122,10 +121,10 @@ unsigned ioXDRSerializer::SzBool(unsigned char value) {
 }
 
 ioTryCode ioXDRSerializer::RdReal(double &value, std::streambuf *from) {
-    return read(value, from, !m_hostorder);
+    return read(value, from, true);
 }
 ioTryCode ioXDRSerializer::WrReal(double value, std::streambuf *to) {
-    return write(value, to, !m_hostorder);
+    return write(value, to, true);
 }
 unsigned ioXDRSerializer::SzReal(double) {
     return sizeof(double);

@@ -15,12 +15,6 @@ xfilebuf::~xfilebuf() = default;
 btkBaseEvent *xfilebuf::GetInputEvent() {
     return new btkAlwaysEvent;
 }
-int xfilebuf::GetBufSize() {
-    return 0;
-}
-int xfilebuf::SetBufSize(int) {
-    return 0;
-}
 
 // What cannot seek cannot go back and does not try. The bytes at hand are brought in first, so that
 // whoever counts them does not take a file that was only just opened for an empty one.

@@ -92,13 +92,6 @@ xstringbuf::xstringbuf(const char *text) : xmemorybuf(text) {
 }
 xstringbuf::~xstringbuf() = default;
 
-int xstringbuf::GetBufSize() {
-    return 0;
-}
-int xstringbuf::SetBufSize(int) {
-    return 0;
-}
-
 std::streambuf *xstringbuf::OnGetTryIBuf() {
     SetEofReached();
     std::size_t size;

@@ -38,8 +38,6 @@ public:
     // The next entry, without "." and "..", in the order of the file system. An entry that is removed while
     // the listing is open is told or not; each other one is told once.
     listing_step next(directory_entry &entry);
-    // From the beginning again.
-    bool rewind() noexcept;
 
     bool is_open() const noexcept { return static_cast<bool>(m_folder); }
     int descriptor() const noexcept { return m_folder.get(); }

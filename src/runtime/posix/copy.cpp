@@ -102,7 +102,7 @@ content_copier::side content_copier::copy(int source, const status &found, int t
         failed = copy_sparse(work, found.size);
     else if (found.size > 0)
         failed = copy_stretch(work);
-    if (failed != side::none || work.at > 0 || (found.size > 0 && work.at == found.size)) return failed;
+    if (failed != side::none || work.at > 0) return failed;
     // Files of the kernel's own tell no size, or a wrong one, and know no way but this.
     work.goal = std::numeric_limits<long long>::max();
     const step_way before = std::exchange(m_way, step_way::by_memory);

@@ -76,13 +76,6 @@ void directory::close() noexcept {
     m_at = m_filled = 0;
 }
 
-bool directory::rewind() noexcept {
-    m_at = m_filled = 0;
-    if (::lseek(m_folder.get(), 0, SEEK_SET) == 0) return true;
-    Error_SetLastFromSystem(errno);
-    return false;
-}
-
 listing_step directory::fill() {
     if (!m_block) m_block = std::make_unique_for_overwrite<char[]>(block_size);
     ssize_t got;
