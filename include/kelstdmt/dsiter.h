@@ -7,7 +7,6 @@
 #pragma once
 
 #include <memory>
-#include <utility>
 
 #include <kelstdmt/vumrt.h>
 

@@ -13,8 +13,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <compare>
-#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>

@@ -11,7 +11,6 @@
 // at a time.
 #pragma once
 
-#include <cstddef>
 #include <memory>
 
 #include <kelstdmt/export.h>
@@ -75,8 +74,8 @@ public:
     // Out-of-band messages have four bytes (another count: 0 and error 87). They overtake what the peer has
     // not read yet; the ordinary bytes on both sides of one arrive whole and in order. One is under way at a
     // time: one sent before the peer has taken the last can put bytes of that one among the ordinary ones.
-    // Recv takes the message that is there, without waiting for one to come; 0 when there is none. Of one that
-    // is announced, the bytes that are still on their way are awaited for up to a second.
+    // Recv takes the message that is there, without waiting for one to come; 0 when there is none. Of one
+    // that is announced, the bytes that are still on their way are awaited for up to a second.
     static constexpr unsigned OutOfBandSize = 4;
     int SendOutOfBand(const void *bytes, unsigned count);
     int RecvOutOfBand(void *bytes, unsigned room);

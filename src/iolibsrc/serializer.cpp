@@ -6,7 +6,6 @@
 // two billion ahead of ten bytes costs one small piece.
 #include <algorithm>
 #include <atomic>
-#include <cstdint>
 #include <limits>
 #include <string>
 

@@ -2,7 +2,6 @@
 #include <kelstdmt/vumrt_stream.h>
 
 #include <algorithm>
-#include <climits>
 #include <cstring>
 
 xtrystreambuf::~xtrystreambuf() = default;

@@ -9,7 +9,6 @@
 #include <concepts>
 #include <initializer_list>
 #include <string_view>
-#include <utility>
 
 namespace kel::system {
 

@@ -3,9 +3,7 @@
 
 #include <chrono>
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
-#include <cwchar>
 #include <string>
 
 #include "runtime/characters.h"

@@ -8,7 +8,6 @@
 #include <charconv>
 #include <climits>
 #include <cstdint>
-#include <string>
 #include <string_view>
 
 #include <kelstdmt/vumrt_process.h>

@@ -15,7 +15,6 @@
 #include <charconv>
 #include <climits>
 #include <cstdio>
-#include <cstring>
 
 #include <kelstdmt/vumrt.h>
 
