@@ -133,6 +133,9 @@ private:
     xany field_of(int index, xany self);  // of an object whose own descriptor this is
     xany field_of(const char *name, xany self);
 
+    // The case that a discriminator of the value names.
+    static int case_index(const xany &value, const xany &discriminator);
+
     friend class xany;
     friend class kel::detail::printer;
     friend class xobject;

@@ -334,19 +334,7 @@ bool printer::BeginCase(frame &at, xany &value, brtti *&declared) {
         value = xany(*at.discriminator);
         return true;
     }
-    const xany &discriminator = *at.discriminator;
-    int chosen = 0;
-    switch (discriminator.getkind()) {
-        case xany::Bool:
-            chosen = discriminator.getbool() ? 1 : 0;
-            break;
-        case xany::Int:
-        case xany::Enum:
-            chosen = discriminator;
-            break;
-        default:
-            kelXInvalidUnionDiscr::Throw(at.value, discriminator);
-    }
+    const int chosen = brtti::case_index(at.value, *at.discriminator);
     Indentation(at.indent);
     m_out.text(at.type->getcasename(chosen));
     m_out.text(colon);

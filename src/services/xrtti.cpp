@@ -280,20 +280,20 @@ xany brtti::getdiscrvalue(xany value) {
 }
 
 xany brtti::getcurcasevalue(xany value) {
-    xany discriminator = getdiscrvalue(value);
-    int index;
+    const int index = case_index(value, getdiscrvalue(value));
+    return getcasevalue(index, std::move(value));
+}
+
+int brtti::case_index(const xany &value, const xany &discriminator) {
     switch (discriminator.getkind()) {
         case xany::Bool:
-            index = discriminator.getbool() != 0;
-            break;
+            return discriminator.getbool() != 0;
         case xany::Int:
         case xany::Enum:
-            index = discriminator;
-            break;
+            return discriminator;
         default:
-            kelXInvalidUnionDiscr::Throw(std::move(value), std::move(discriminator));
+            kelXInvalidUnionDiscr::Throw(value, discriminator);
     }
-    return getcasevalue(index, std::move(value));
 }
 
 // Answers of a type that is of no kind ---------------------------------------------------------
