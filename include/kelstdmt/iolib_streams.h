@@ -178,10 +178,6 @@ private:
     ioPipeStream *m_readstream = nullptr;
 
     friend struct kel_pipe_access;
-    friend class pcProcess;
-    friend class netThread;
-    friend class rshProcess;
-    friend class rshServer;
 };
 
 // The two ends, which stay the pipe's.

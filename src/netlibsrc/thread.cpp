@@ -104,10 +104,10 @@ netThread::~netThread() {
 }
 
 ioStream *netThread::ControlStream() {
-    return m_pipe ? m_pipe->m_writestream : nullptr;
+    return m_pipe ? kel_pipe_access::WriteStream(*m_pipe) : nullptr;
 }
 ioStream *netThread::SignalStream() {
-    return m_pipe ? m_pipe->m_readstream : nullptr;
+    return m_pipe ? kel_pipe_access::ReadStream(*m_pipe) : nullptr;
 }
 
 bool netThread::OnPreStart() {
