@@ -26,14 +26,6 @@ struct dictionary_calls {
             return 1;
         });
     }
-    template <class Work>
-    static void change(xobject *dictionary, Work work) {
-        parking([&] {
-            empty_exception_slot();
-            const called_container<D> called(dictionary);
-            work(*called);
-        });
-    }
 
     static xbool find(xobject *dictionary, const char *key, out *value) {
         return search<value_type>(dictionary, value, [=](D &d, value_type &to) { return d.find(key, to); });
@@ -46,16 +38,16 @@ struct dictionary_calls {
         return search<xstring>(dictionary, key, [=](D &d, xstring &to) { return d.getkeybyindex(slot, to); });
     }
     static void set(xobject *dictionary, const char *key, in value) {
-        change(dictionary, [=](D &d) { d.set(key, element::take(value)); });
+        change<D>(dictionary, [=](D &d) { d.set(key, element::take(value)); });
     }
     static void setbyindex(xobject *dictionary, int slot, in value) {
-        change(dictionary, [=](D &d) { d.setbyindex(slot, element::take(value)); });
+        change<D>(dictionary, [=](D &d) { d.setbyindex(slot, element::take(value)); });
     }
     static void remove(xobject *dictionary, const char *key) {
-        change(dictionary, [=](D &d) { d.remove(key); });
+        change<D>(dictionary, [=](D &d) { d.remove(key); });
     }
     static void removebyindex(xobject *dictionary, int slot) {
-        change(dictionary, [=](D &d) { d.removebyindex(slot); });
+        change<D>(dictionary, [=](D &d) { d.removebyindex(slot); });
     }
 };
 

@@ -21,14 +21,6 @@ struct sequence_calls {
             return work(*called);
         });
     }
-    template <class Work>
-    static void change(xobject *sequence, Work work) {
-        parking([&] {
-            empty_exception_slot();
-            const called_container<S> called(sequence);
-            work(*called);
-        });
-    }
 
     static int getarraysize(xobject *sequence) {
         return ask<int>(sequence, [](S &s) { return s.getarraysize(); });
@@ -63,7 +55,7 @@ struct sequence_calls {
         return ask<out>(sequence, [=](S &s) { return element::give(std::as_const(s)[index]); });
     }
     [[gnu::noinline]] static void set_checked(xobject *sequence, int index, in value) {
-        change(sequence, [=](S &s) {
+        change<S>(sequence, [=](S &s) {
             if (index == s.getarraysize())
                 s.append(element::take(value));
             else
@@ -72,16 +64,16 @@ struct sequence_calls {
     }
 
     static void insert(xobject *sequence, int index, in value) {
-        change(sequence, [=](S &s) { s.insert(index, element::take(value)); });
+        change<S>(sequence, [=](S &s) { s.insert(index, element::take(value)); });
     }
     static void insertseq(xobject *sequence, int index, xobject *other) {
-        change(sequence, [=](S &s) {
+        change<S>(sequence, [=](S &s) {
             const called_container<S> from(other);
             s.insertseq(index, *from);
         });
     }
     static void removerange(xobject *sequence, int a, int b) {
-        change(sequence, [=](S &s) { s.removerange(a, b); });
+        change<S>(sequence, [=](S &s) { s.removerange(a, b); });
     }
 };
 

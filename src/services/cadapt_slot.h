@@ -88,6 +88,16 @@ private:
     std::optional<call_hold> m_hold;
 };
 
+// Runs the work on a container of class T, without an answer.
+template <class T, class Work>
+void change(xobject *container, Work work) {
+    parking([&] {
+        empty_exception_slot();
+        const called_container<T> called(container);
+        work(*called);
+    });
+}
+
 // A text as C callers get it: with a hold of their own.
 inline const char *handed_out(const xstring &text) noexcept {
     const char *buffer = text.Str();
