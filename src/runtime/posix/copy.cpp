@@ -19,6 +19,7 @@
 #include <utility>
 
 #include <kelstdmt/vumrt.h>
+#include <kelstdmt/vumrt_stream.h>
 
 #include "runtime/posix/tree_outcome.h"
 #include "runtime/posix/uncancelled.h"
@@ -179,15 +180,7 @@ long long content_copier::step_by_memory(job &work, std::size_t count, side &fai
         errno = EFBIG;
         return -1;
     }
-    for (ssize_t written = 0; written < got;) {
-        const ssize_t some = through_signals([&] {
-            return ::pwrite(work.target, m_memory.get() + written, static_cast<std::size_t>(got - written),
-                            work.at + written);
-        });
-        if (some == 0) errno = ENOSPC;
-        if (some <= 0) return -1;
-        written += some;
-    }
+    if (File_WriteAt(work.target, m_memory.get(), static_cast<std::size_t>(got), work.at) != got) return -1;
     work.is_sought = false;
     return got;
 }

@@ -357,14 +357,16 @@ long long File_ReadAt(int handle, void *to, std::size_t count, long long positio
 long long File_WriteAt(int handle, const void *from, std::size_t count, long long position) {
     std::size_t done = 0;
     while (done < count) {
-        ssize_t written = ::pwrite(handle, static_cast<const char *>(from) + done, count - done,
-                                   position + static_cast<long long>(done));
-        if (written > 0) {
-            done += static_cast<std::size_t>(written);
-        } else if (written == 0 || errno != EINTR) {
-            Error_SetLastFromSystem(written == 0 ? ENOSPC : errno);
+        const ssize_t written = through_signals([&] {
+            return ::pwrite(handle, static_cast<const char *>(from) + done, count - done,
+                            position + static_cast<long long>(done));
+        });
+        if (written <= 0) {
+            if (written == 0) errno = ENOSPC;
+            Error_SetLastFromSystem(errno);
             break;
         }
+        done += static_cast<std::size_t>(written);
     }
     return static_cast<long long>(done);
 }

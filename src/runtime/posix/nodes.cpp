@@ -166,7 +166,8 @@ std::size_t write_bytes(int file, const void *from, std::size_t count) {
         const char *rest = static_cast<const char *>(from) + written;
         const ssize_t some = through_signals([&] { return ::write(file, rest, count - written); });
         if (some <= 0) {
-            Error_SetLastFromSystem(some == 0 ? ENOSPC : errno);
+            if (some == 0) errno = ENOSPC;
+            Error_SetLastFromSystem(errno);
             break;
         }
         written += static_cast<std::size_t>(some);

@@ -14,11 +14,12 @@
 #include <cerrno>
 #include <charconv>
 #include <climits>
-#include <cstdio>
 
 #include <kelstdmt/vumrt.h>
 
+#include "runtime/copy.h"
 #include "runtime/directory.h"
+#include "runtime/nodes.h"
 #include "runtime/posix/descriptor.h"
 #include "runtime/posix/registry_store_lock.h"
 
@@ -109,21 +110,6 @@ int open_key(int folder, const char *name) {
     return open_entry(folder, name, O_PATH | O_DIRECTORY | O_NOFOLLOW);
 }
 
-bool write_whole(int fd, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t written = ::write(fd, bytes.data(), bytes.size());
-        if (written > 0)
-            bytes.remove_prefix(static_cast<std::size_t>(written));
-        else if (written == 0 || errno != EINTR)
-            return written == 0 ? (errno = ENOSPC, false) : false;
-    }
-    int result;
-    do {
-        result = ::fdatasync(fd);
-    } while (result != 0 && errno == EINTR);
-    return result == 0;
-}
-
 bool parse_data(std::string &bytes, int &type) {
     const std::string_view all = bytes;
     const std::size_t line = all.find('\n');
@@ -208,19 +194,19 @@ bool registry_folder::failed(int system_error) const noexcept {
 int registry_folder::walk(const registry_folder &parent, const std::vector<std::string_view> &names,
                           bool make) {
     const mode_t mode = folder_mode(*parent.m_root);
-    owned_descriptor here(names.empty() ? open_key(parent.at(), ".") : -1);
-    if (names.empty() && !here) return errno;
+    owned_descriptor reached(names.empty() ? open_key(parent.at(), ".") : -1);
+    if (names.empty() && !reached) return errno;
     if (names.empty() && parent.is_deleted()) return ENOENT;
     for (std::string_view name : names) {
-        const int above = here ? here.get() : parent.at();
+        const int above = reached ? reached.get() : parent.at();
         entry_name entry;
         if (!entry.set(name, "")) return refused;
         int fd = open_key(above, entry.text());
         if (fd < 0 && errno == ENOENT && make) fd = make_key(above, entry.text(), mode);
         if (fd < 0) return errno;
-        here.reset(fd);
+        reached.reset(fd);
     }
-    m_folder = std::move(here);
+    m_folder = std::move(reached);
     m_root = parent.m_root;
     return 0;
 }
@@ -337,7 +323,8 @@ owned_descriptor registry_folder::stage(std::string_view bytes, bool with_name) 
         file.reset(open_entry(at(), staged_name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode));
     }
     if (!file) return file;
-    if (give_owner(file.get(), at()) && give_mode(file.get(), mode) && write_whole(file.get(), bytes))
+    if (give_owner(file.get(), at()) && give_mode(file.get(), mode) &&
+        write_bytes(file.get(), bytes.data(), bytes.size()) == bytes.size() && File_Sync(file.get()))
         return file;
     const int reason = errno;
     if (with_name) ::unlinkat(at(), staged_name, 0);
@@ -348,17 +335,11 @@ owned_descriptor registry_folder::stage(std::string_view bytes, bool with_name) 
 namespace {
 
 // Gives a staged file the hidden name. One that is taken was left by a writer that was killed.
-bool give_name(int file, int folder) noexcept {
-    char path[32];
-    std::snprintf(path, sizeof path, "/proc/self/fd/%d", file);
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        // The first way needs a right or a newer system, the second a /proc.
-        if (::linkat(file, "", folder, staged_name, AT_EMPTY_PATH) == 0) return true;
-        if (errno == ENOENT && ::linkat(AT_FDCWD, path, folder, staged_name, AT_SYMLINK_FOLLOW) == 0)
-            return true;
-        if (errno != EEXIST || ::unlinkat(folder, staged_name, 0) != 0) return false;
-    }
-    return false;
+bool give_staged_name(int file, int folder) noexcept {
+    outcome result = give_name(file, folder, staged_name);
+    if (result == outcome::exists && ::unlinkat(folder, staged_name, 0) == 0)
+        result = give_name(file, folder, staged_name);
+    return result == outcome::done;
 }
 
 }  // namespace
@@ -382,7 +363,7 @@ bool registry_folder::write(std::string_view name, int type, std::string_view by
     registry_lock lock;
     if (!lock.take(*m_root)) return failed(errno);
     if (is_deleted()) return refuse(key_deleted);
-    if (!staged || !give_name(staged.get(), at())) staged = stage(content, true);
+    if (!staged || !give_staged_name(staged.get(), at())) staged = stage(content, true);
     if (!staged) return failed(errno);
     if (::renameat(at(), staged_name, at(), entry.text()) != 0) {
         const int reason = errno;
