@@ -81,7 +81,7 @@ outcome close_written(owned_descriptor file) noexcept {
 }
 
 outcome settle(int node, bool with_all) {
-    return told(with_all ? ::syncfs(node) == 0 : ::fsync(node) == 0);
+    return told(through_signals([&] { return with_all ? ::syncfs(node) : ::fsync(node); }) == 0);
 }
 
 content_copier::content_copier() {

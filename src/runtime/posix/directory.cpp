@@ -15,6 +15,8 @@
 
 #include <kelstdmt/vumrt.h>
 
+#include "runtime/posix/through_signals.h"
+
 namespace kel::system {
 
 namespace {
@@ -23,11 +25,7 @@ constexpr std::size_t block_size = 65536;
 constexpr int folder_flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 
 int open_folder(int folder, const char *name, int flags) {
-    int fd;
-    do {
-        fd = ::openat(folder, name, folder_flags | flags);
-    } while (fd < 0 && errno == EINTR);
-    return fd;
+    return through_signals([&] { return ::openat(folder, name, folder_flags | flags); });
 }
 
 entry_kind kind_of(unsigned char told) noexcept {
@@ -78,10 +76,8 @@ void directory::close() noexcept {
 
 listing_step directory::fill() {
     if (!m_block) m_block = std::make_unique_for_overwrite<char[]>(block_size);
-    ssize_t got;
-    do {
-        got = ::getdents64(m_folder.get(), m_block.get(), block_size);
-    } while (got < 0 && errno == EINTR);
+    const ssize_t got =
+        through_signals([&] { return ::getdents64(m_folder.get(), m_block.get(), block_size); });
     m_at = 0;
     m_filled = got > 0 ? static_cast<std::size_t>(got) : 0;
     if (got > 0) return listing_step::entry;

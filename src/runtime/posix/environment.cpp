@@ -13,7 +13,10 @@
 
 #include "runtime/owned_descriptor.h"
 #include "runtime/posix/fork_reason.h"
+#include "runtime/posix/through_signals.h"
 #include "runtime/posix/uncancelled.h"
+
+using namespace kel::system;
 
 bool Putenv(const char *name, const char *value) {
     const char *known_name = kel::is_text(name) ? name : "";
@@ -41,7 +44,7 @@ public:
         ::pthread_sigmask(SIG_BLOCK, &m_signals, &m_before);
     }
     ~deaf_to_terminal() {
-        const kel::system::uncancelled scope;
+        const uncancelled scope;
         const int before = errno;
         const timespec at_once{};
         while (::sigtimedwait(&m_signals, nullptr, &at_once) > 0) {
@@ -67,9 +70,7 @@ private:
         ::_exit(127);
     }
     int status = -1;
-    if (command > 0)
-        while (::waitpid(command, &status, 0) < 0 && errno == EINTR) {
-        }
+    if (command > 0) through_signals([&] { return ::waitpid(command, &status, 0); });
     const int result[] = {status, command < 0 ? errno : 0};
     static_cast<void>(!::write(pipe_end, result, sizeof result));
     ::_exit(0);
@@ -79,18 +80,16 @@ private:
 int run_apart(const char *line) {
     int ends[2];
     if (::pipe2(ends, O_CLOEXEC) != 0) return -1;
-    const kel::system::owned_descriptor read_end(ends[0]);
-    kel::system::owned_descriptor write_end(ends[1]);
+    const owned_descriptor read_end(ends[0]);
+    owned_descriptor write_end(ends[1]);
     const deaf_to_terminal deaf;
     const pid_t helper = ::fork();
     if (helper == 0) run_and_tell(line, deaf, write_end.get());
     if (helper < 0) return -1;
     write_end.reset();
     int result[2] = {-1, ECHILD};
-    while (::read(read_end.get(), result, sizeof result) < 0 && errno == EINTR) {
-    }
-    while (::waitpid(helper, nullptr, 0) < 0 && errno == EINTR) {
-    }
+    through_signals([&] { return ::read(read_end.get(), result, sizeof result); });
+    through_signals([&] { return ::waitpid(helper, nullptr, 0); });
     errno = result[1];
     return result[0];
 }
@@ -112,6 +111,6 @@ int System(const char *command_line) {
         command_line = (shielded = std::string(" ") + command_line).c_str();
     const int status = ends_of_children_are_lost() ? run_apart(command_line) : ::system(command_line);
     if (status >= 0) return exit_code(status);
-    Error_SetLastFromSystem(kel::system::fork_reason(errno));
+    Error_SetLastFromSystem(fork_reason(errno));
     return -1;
 }

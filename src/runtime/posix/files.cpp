@@ -171,13 +171,9 @@ bool btkFileBuf::BeginWriting() {
 
 std::streamsize btkFileBuf::Read(char *to, std::size_t count, long long at) {
     if (!m_seekable) return read_some(m_fd, to, count);
-    for (;;) {
-        ssize_t got = ::pread(m_fd, to, count, at);
-        if (got >= 0) return got;
-        if (errno == EINTR) continue;
-        Error_SetLastFromSystem(errno);
-        return -1;
-    }
+    const ssize_t got = through_signals([&] { return ::pread(m_fd, to, count, at); });
+    if (got < 0) Error_SetLastFromSystem(errno);
+    return got;
 }
 
 // Answers how many bytes were taken; fewer than asked is a failure.
@@ -341,15 +337,16 @@ long long File_GetSize(int handle) {
 long long File_ReadAt(int handle, void *to, std::size_t count, long long position) {
     std::size_t done = 0;
     while (done < count) {
-        ssize_t got = ::pread(handle, static_cast<char *>(to) + done, count - done,
-                              position + static_cast<long long>(done));
+        const ssize_t got = through_signals([&] {
+            return ::pread(handle, static_cast<char *>(to) + done, count - done,
+                           position + static_cast<long long>(done));
+        });
         if (got == 0) break;
-        if (got > 0) {
-            done += static_cast<std::size_t>(got);
-        } else if (errno != EINTR) {
+        if (got < 0) {
             Error_SetLastFromSystem(errno);
             return -1;
         }
+        done += static_cast<std::size_t>(got);
     }
     return static_cast<long long>(done);
 }

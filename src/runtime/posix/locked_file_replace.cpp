@@ -22,6 +22,7 @@
 
 #include "runtime/posix/descriptor.h"
 #include "runtime/posix/locked_file.h"
+#include "runtime/posix/through_signals.h"
 #include "runtime/system.h"
 
 namespace kel::system {
@@ -80,11 +81,7 @@ bool copy_owner_and_permissions(int from, int to) {
 }
 
 bool make_durable(int file) {
-    int result;
-    do {
-        result = ::fsync(file);
-    } while (result != 0 && errno == EINTR);
-    return result == 0;
+    return through_signals([&] { return ::fsync(file); }) == 0;
 }
 
 // The new file while it stands aside; one that was not put in place is removed.

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 
+#include "runtime/posix/through_signals.h"
 #include "runtime/posix/uncancelled.h"
 
 namespace kel::system {
@@ -28,8 +29,7 @@ public:
         int saved = errno;
         if (m_caused && !m_was_pending) {
             timespec at_once{};
-            while (::sigtimedwait(&m_pipe, nullptr, &at_once) < 0 && errno == EINTR) {
-            }
+            through_signals([&] { return ::sigtimedwait(&m_pipe, nullptr, &at_once); });
         }
         if (!m_was_blocked) ::pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
         errno = saved;

@@ -16,6 +16,7 @@
 #include <climits>
 
 #include <kelstdmt/vumrt.h>
+#include <kelstdmt/vumrt_stream.h>
 
 #include "runtime/copy.h"
 #include "runtime/directory.h"
@@ -273,16 +274,9 @@ int read_file(int folder, const char *name, std::string &bytes) {
     constexpr auto largest = static_cast<off_t>(registry_folder::largest_value + longest_addition);
     if (!S_ISREG(node.st_mode) || node.st_size > largest) return no_value;
     bytes.resize(static_cast<std::size_t>(node.st_size));
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t got = ::read(file.get(), bytes.data() + done, bytes.size() - done);
-        if (got == 0) break;
-        if (got > 0)
-            done += static_cast<std::size_t>(got);
-        else if (errno != EINTR)
-            return errno;
-    }
-    bytes.resize(done);
+    const long long got = File_ReadAt(file.get(), bytes.data(), bytes.size(), 0);
+    if (got < 0) return errno;
+    bytes.resize(static_cast<std::size_t>(got));
     return 0;
 }
 

@@ -18,15 +18,13 @@
 #include <kelstdmt/vumrt.h>
 
 #include "runtime/posix/registry_store_lock.h"
+#include "runtime/posix/through_signals.h"
 
 namespace kel::system {
 
 int open_entry(int folder, const char *name, int flags, mode_t mode) {
-    int fd;
-    do {
-        fd = ::openat(folder, name, flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, mode);
-    } while (fd < 0 && errno == EINTR);
-    return fd;
+    return through_signals(
+        [&] { return ::openat(folder, name, flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, mode); });
 }
 
 bool give_owner(int fd, int folder) noexcept {
