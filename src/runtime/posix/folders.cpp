@@ -2,13 +2,13 @@
 #include "runtime/folders.h"
 
 #include <climits>
-#include <vector>
 
-#include <pwd.h>
 #include <unistd.h>
 #include <cerrno>
 
 #include <kelstdmt/vumrt.h>
+
+#include "runtime/posix/user_entry.h"
 
 namespace kel::system {
 
@@ -31,15 +31,7 @@ bool change_folder(const std::string &host_path) {
 }
 
 std::string home_folder() {
-    std::vector<char> texts(1024);
-    for (;;) {
-        passwd entry{}, *found = nullptr;
-        int error = ::getpwuid_r(::geteuid(), &entry, texts.data(), texts.size(), &found);
-        if (error == ERANGE && texts.size() < 1 << 20)
-            texts.resize(2 * texts.size());
-        else if (error != EINTR)
-            return found && entry.pw_dir ? entry.pw_dir : std::string();
-    }
+    return user_entry(::geteuid(), &passwd::pw_dir);
 }
 
 }  // namespace kel::system

@@ -1,11 +1,11 @@
 #include "runtime/machine.h"
 
-#include <pwd.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <vector>
+#include <utility>
+
+#include "runtime/posix/user_entry.h"
 
 bool kel::system::host_name(std::string &name) {
     utsname told{};
@@ -19,14 +19,8 @@ bool kel::system::is_superuser() noexcept {
 }
 
 bool kel::system::user_name(std::string &name) {
-    constexpr std::size_t most = 1 << 20;
-    passwd entry{}, *found = nullptr;
-    for (std::vector<char> texts(1024); texts.size() <= most; texts.resize(texts.size() * 2)) {
-        const int error = ::getpwuid_r(::geteuid(), &entry, texts.data(), texts.size(), &found);
-        if (error == ERANGE || error == EINTR) continue;
-        if (!found || !*found->pw_name) return false;
-        name = found->pw_name;
-        return true;
-    }
-    return false;
+    std::string told = user_entry(::geteuid(), &passwd::pw_name);
+    if (told.empty()) return false;
+    name = std::move(told);
+    return true;
 }

@@ -5,7 +5,6 @@
 #define _FILE_OFFSET_BITS 64
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,12 +12,12 @@
 #include <cerrno>
 #include <chrono>
 #include <thread>
-#include <vector>
 
 #include <kelstdmt/vumrt.h>
 
 #include "runtime/posix/registry_store_lock.h"
 #include "runtime/posix/through_signals.h"
+#include "runtime/posix/user_entry.h"
 
 namespace kel::system {
 
@@ -118,15 +117,6 @@ std::string variable(const char *name) {
     return value ? value : "";
 }
 
-std::string home_folder() {
-    if (std::string home = variable("HOME"); !home.empty()) return home;
-    passwd entry{}, *found = nullptr;
-    std::vector<char> texts(1024);
-    while (::getpwuid_r(::getuid(), &entry, texts.data(), texts.size(), &found) == ERANGE)
-        texts.resize(2 * texts.size());
-    return found && found->pw_dir ? found->pw_dir : "";
-}
-
 place place_of(registry_kind kind) {
     const bool user = kind == registry_kind::user;
     if (std::string chosen = variable("KELSTDMT_REGISTRY"); !chosen.empty())
@@ -135,7 +125,8 @@ place place_of(registry_kind kind) {
     // A relative folder for data is none.
     std::string data = variable("XDG_DATA_HOME");
     if (data.empty() || data[0] != '/') {
-        data = home_folder();
+        data = variable("HOME");
+        if (data.empty()) data = user_entry(::getuid(), &passwd::pw_dir);
         if (data.empty() || data[0] != '/') return {"", 0};
         data += "/.local/share";
     }
