@@ -28,6 +28,7 @@
 
 #include <kelstdmt/vumtext.h>
 
+#include "runtime/posix/file_lock.h"
 #include "runtime/posix/uncancelled.h"
 
 namespace {
@@ -35,18 +36,11 @@ namespace {
 using clock_type = std::chrono::steady_clock;
 using time_point = clock_type::time_point;
 
-struct flock whole_file(bool exclusive) noexcept {
-    struct flock lock {};
-    lock.l_type = static_cast<short>(exclusive ? F_WRLCK : F_RDLCK);
-    lock.l_whence = SEEK_SET;
-    return lock;
-}
-
 // A wait for a lock that ends at a time. The system's own wait has no end, and could only be broken by a
 // signal, whose handling is the program's; so a thread waits there, which can be told to end.
 class lock_wait {
 public:
-    lock_wait(int fd, bool exclusive) : m_fd(fd), m_lock(whole_file(exclusive)) {}
+    lock_wait(int fd, short kind) : m_fd(fd), m_lock(kel::system::whole_file(kind)) {}
 
     ~lock_wait() { End(); }
     lock_wait(const lock_wait &) = delete;
@@ -108,11 +102,11 @@ private:
     struct flock m_lock;
 };
 
-bool lock_until(int fd, bool exclusive, time_point end) {
-    if (kel::system::lock_at_once(fd, exclusive)) return true;
+bool lock_until(int fd, short kind, time_point end) {
+    if (kel::system::set_lock(fd, kind)) return true;
     int reason = errno;
     if (reason == EAGAIN || reason == EACCES)
-        reason = clock_type::now() < end ? lock_wait(fd, exclusive).Until(end) : EAGAIN;
+        reason = clock_type::now() < end ? lock_wait(fd, kind).Until(end) : EAGAIN;
     if (reason != 0) Error_SetLastFromSystem(reason);
     return reason == 0;
 }
@@ -137,11 +131,6 @@ std::string without_links(const char *path) {
 
 }  // namespace
 
-bool kel::system::lock_at_once(int fd, bool exclusive) noexcept {
-    struct flock lock = whole_file(exclusive);
-    return ::fcntl(fd, F_OFD_SETLK, &lock) == 0;
-}
-
 bool lockFileBuf::Open(const char *name, int mode, int protection, double wait) {
     bool writes = mode & (Out | Append);
     bool empties = writes && ((mode & Truncate) || !(mode & (In | AtEnd | Append)));
@@ -161,7 +150,7 @@ bool lockFileBuf::Open(const char *name, int mode, int protection, double wait) 
             return true;
         }
         if (!btkFileBuf::Open(name, gentle, protection)) return true;
-        if (!lock_until(GetHandle(), writes, end)) break;
+        if (!lock_until(GetHandle(), writes ? short{F_WRLCK} : short{F_RDLCK}, end)) break;
         if (writes) m_path = without_links(host.c_str());
         const int reason = errno;
         // The name leads here, and nothing says where that is.

@@ -1,4 +1,4 @@
-// What a locked file needs of the system: locks that belong to the open file, and its replacement.
+// The replacement of a locked file.
 #pragma once
 
 #include <string>
@@ -7,9 +7,6 @@
 #include "runtime/owned_descriptor.h"
 
 namespace kel::system {
-
-// The lock of a whole file, without waiting. False with errno set; EAGAIN when others hold it.
-bool lock_at_once(int fd, bool exclusive) noexcept;
 
 // Puts a new file with these bytes in the place of the open one, which must be locked exclusively, in one
 // step: whoever reads, and a machine that stops, finds the old bytes or the new ones. The new file has the

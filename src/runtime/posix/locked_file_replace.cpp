@@ -21,6 +21,7 @@
 #include <kelstdmt/vumrt.h>
 
 #include "runtime/posix/descriptor.h"
+#include "runtime/posix/file_lock.h"
 #include "runtime/posix/locked_file.h"
 #include "runtime/posix/through_signals.h"
 #include "runtime/system.h"
@@ -112,7 +113,7 @@ public:
             constexpr int flags = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
             m_file.reset(::openat(m_folder.get(), m_aside.c_str(), flags, 0600));
             m_made = static_cast<bool>(m_file);
-            if (m_made) return lock_at_once(m_file.get(), true);
+            if (m_made) return set_lock(m_file.get(), F_WRLCK);
             if (errno != EEXIST) return false;
             // What cannot be removed is not of our making.
             if (::unlinkat(m_folder.get(), m_aside.c_str(), 0) != 0)

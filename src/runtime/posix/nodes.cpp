@@ -18,6 +18,7 @@
 #include <kelstdmt/vumrt_stream.h>
 
 #include "runtime/posix/descriptor.h"
+#include "runtime/posix/file_lock.h"
 #include "runtime/posix/through_signals.h"
 #include "runtime/posix/uncancelled.h"
 
@@ -62,13 +63,6 @@ open_file open_node(const char *host_path, int flags, file_demand demand) {
     }
     fill(found, opened.told);
     return opened;
-}
-
-bool set_lock(int file, short kind) noexcept {
-    struct flock lock {};
-    lock.l_type = kind;
-    lock.l_whence = SEEK_SET;
-    return through_signals([&] { return ::fcntl(file, F_OFD_SETLK, &lock); }) == 0;
 }
 
 bool write_zeros(int file, long long from, long long to) {

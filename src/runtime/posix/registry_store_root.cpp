@@ -15,6 +15,7 @@
 
 #include <kelstdmt/vumrt.h>
 
+#include "runtime/posix/file_lock.h"
 #include "runtime/posix/registry_store_lock.h"
 #include "runtime/posix/through_signals.h"
 #include "runtime/posix/user_entry.h"
@@ -43,13 +44,6 @@ bool give_mode(int fd, mode_t mode) noexcept {
 // The lock -------------------------------------------------------------------------------------
 
 namespace {
-
-bool set_lock(int fd, short type) noexcept {
-    struct flock lock {};
-    lock.l_type = type;
-    lock.l_whence = SEEK_SET;
-    return ::fcntl(fd, F_OFD_SETLK, &lock) == 0;
-}
 
 // Only what was made here gets an owner and a mode: another file may have been put there meanwhile.
 int open_lock(const registry_root &root) {
@@ -84,7 +78,7 @@ bool registry_lock::take(const registry_root &root) {
         if (set_lock(m_file.get(), F_WRLCK)) {
             if (has_name(m_file.get())) return true;
             m_file.reset();  // somebody removed the file while we waited: others lock another one
-        } else if (errno != EAGAIN && errno != EACCES && errno != EINTR) {
+        } else if (errno != EAGAIN && errno != EACCES) {
             return false;
         }
         if (clock::now() >= deadline) {
