@@ -15,9 +15,9 @@ inline constexpr word ones = 0x0101010101010101;
 
 // The first byte of the text is the lowest one of the word.
 inline word load_word(const char *at) noexcept {
+    static_assert(std::endian::native == std::endian::little);
     word bytes;
     std::memcpy(&bytes, at, in_word);
-    if constexpr (std::endian::native == std::endian::big) bytes = __builtin_bswap64(bytes);
     return bytes;
 }
 constexpr word repeated(char byte) noexcept {
