@@ -1,6 +1,7 @@
 // Monitor files against the bytes that the format prescribes and beside writers in other processes, which are
 // killed at random moments or write without pause. tests/tools/mon_test.py is a peer in another language.
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <chrono>
@@ -69,6 +70,21 @@ TEST_F(Monitor, RefusesWhatTheFileCannotHold) {
     EXPECT_EQ(failure([&] { reader->String("msg", 0)->setValue("a"); }), "output denied");
     reader->Close();
     EXPECT_EQ(failure([&] { reader->Int("count"); }), "stream not open");
+}
+
+TEST_F(Monitor, IsAsBeforeWhenTheDiskIsFull) {
+    const Owned file = create(path);
+    file->Int("first")->setValue(5);
+    const std::string before = get();
+    EXPECT_EQ(in_child([&] {
+                  ::signal(SIGXFSZ, SIG_IGN);
+                  const rlimit little{before.size() + 20, before.size() + 20};
+                  ::setrlimit(RLIMIT_FSIZE, &little);
+                  EXPECT_NE(failure([&] { file->String("second", 100); }), "");
+              }),
+              0);
+    EXPECT_TRUE(get() == before);
+    EXPECT_EQ(file->String("second", 100)->setValue("room again"), xstring("room again"));
 }
 
 TEST_F(Monitor, ReportsDamageOnceAndKeepsWhatIsWhole) {
