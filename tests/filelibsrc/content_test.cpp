@@ -6,7 +6,9 @@
 
 #include <cmath>
 #include <cstdint>
+#include <fstream>
 #include <random>
+#include <thread>
 
 #include <kelstdmt/filelib.h>
 
@@ -65,6 +67,24 @@ TEST_F(Content, IsReadAndWrittenWhereOneStands) {
     ASSERT_TRUE(file.Open(at("f").c_str(), fsForWriting));  // beyond 4 GiB
     ASSERT_TRUE(file.Seek(fsFromStart, 5e9) && file.Write("end", 3) == fsIODone && file.Seek(fsFromEnd, -3));
     EXPECT_EQ(fshGetSize(at("f").c_str()), 5'000'000'003.0);
+}
+
+TEST_F(Content, GoesThroughPipesWhole) {
+    ASSERT_EQ(::mkfifo(at("fifo").c_str(), 0600), 0);
+    std::mt19937 random(2);
+    const std::string sent = random_bytes(random, 300'000);
+    std::string read;
+    std::thread reader([&] {
+        std::ifstream in(at("fifo"), std::ios::binary);
+        read.assign(std::istreambuf_iterator<char>(in), {});
+    });
+    fsiFile file;
+    unsigned done = 0;
+    EXPECT_TRUE(file.Open(at("fifo").c_str(), fsForWriting));
+    EXPECT_EQ(file.Write(sent.data(), static_cast<unsigned>(sent.size()), &done), fsIODone);
+    EXPECT_TRUE(file.Close());
+    reader.join();
+    EXPECT_TRUE(done == sent.size() && read == sent) << done << " " << read.size();
 }
 
 TEST_F(Content, IsSharedByReadersOnly) {

@@ -217,6 +217,16 @@ TEST(PrinterForm, ParentsFromTheLastToTheFirst) {
     EXPECT_EQ(on_one_line(&round), std::string("test::Circle {  ") + words);
 }
 
+// Deeper than the printer gathers at once.
+TEST(PrinterForm, IndentationOfAnyWidth) {
+    const std::unique_ptr<ioStringStream> stream(ioStringStream::Create());
+    xrchandle<Point>(kel::construct<Point>(1, 2))
+        ->print(stream.get(), Options(printData::Create(5000)).get());
+    const std::string wide(5002, ' ');
+    EXPECT_EQ(drain(*stream), "test::Point\n" + wide.substr(1) + "{\n" + wide + "x: 1;\n" + wide + "y: 2;\n" +
+                                  wide.substr(1) + "}");
+}
+
 // Texts as strings, the bytes between them as bytes.
 TEST(PrinterForm, OtherEncodingsGetTypedValues) {
     const std::unique_ptr<ioStringStream> typed(ioStringStream::Create()), expected(ioStringStream::Create());

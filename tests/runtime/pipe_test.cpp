@@ -67,6 +67,18 @@ int handled = 0;
 
 // A reader that has gone is a failed write. The program's own handling of the signal is neither called
 // nor changed, and a signal that someone else sent still arrives.
+// Its size may be set until it is in use.
+TEST_F(Pipe, BuffersHaveASize) {
+    EXPECT_TRUE(in->SetBufSize(100) == 100 && in->GetBufSize() == 100 && in->SetBufSize(0) == 100);
+    EXPECT_EQ(out->SetBufSize(3), 3);
+    for (const char byte : {'a', 'b', 'c', 'd', 'e'})
+        EXPECT_EQ(out->GetStreamBuf()->sputc(byte), byte);
+    EXPECT_EQ(look(), "abcd") << "the one that found no room went with the others";
+    EXPECT_EQ(in->SetBufSize(7), 100) << "in use";
+    EXPECT_EQ(out->GetStreamBuf()->pubsync(), 0);
+    EXPECT_EQ(read(5), "abcde");
+}
+
 TEST_F(Pipe, ALostReaderIsAnErrorAndNoSignal) {
     struct sigaction before {
     }, mine{}, after{};

@@ -160,6 +160,8 @@ TEST(Objects, CountTypePrintAndParkWhatTheyThrow) {
     xobject *error = kelXNegativeIndex::Create(-3).detach();
     xrcattach_c(error);
     EXPECT_EQ(xisobjkindof_c(error, kelXException::getclassrtti()), 1);
+    EXPECT_EQ(xgetrtti_c(error), kelXNegativeIndex::getclassrtti());
+    EXPECT_EQ(xgetrtti_c(nullptr), nullptr);
     EXPECT_EQ(taken(xprinttext_c(error)), kel::printed(error).str());
     EXPECT_EQ(xgetndictelems_c(error), XINT_UNINIT_C);
     EXPECT_EQ(taken(xgettypename_c(error)), "kellib::XNegativeIndex") << "the slot is left alone";

@@ -221,6 +221,9 @@ TEST(Reflection, CastsByDescriptor) {
     xauto<Virtual> far;
     xobject *object = &far;
     EXPECT_TRUE(Virtual::cast(object) == &far && object->getfield(0) == xany(3));
+    EXPECT_EQ(text(object->getfieldname(0)), text(object->getrtti()->getfieldname(0)));
+    EXPECT_FALSE(object->isarray() || object->issequence() || object->isdictionary());
+    thrown_by<kelXNotArrayType>([&] { object->getnarraydims(); });
     thrown_by<kelXTypeMismatch>([&] { object->dyndowncast(nullptr); });
     EXPECT_EQ(Counted::cast(nullptr), nullptr);
     EXPECT_EQ(text(thrown_by<kelXTypeMismatch>([&] { Owned::cast(&counted); })->getTypeName()), "Owned");

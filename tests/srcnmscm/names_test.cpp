@@ -139,6 +139,17 @@ TEST(NameRequests, AnswersAreTakenForWhatTheyAre) {
 }
 
 // What the client finds by itself: it does not even connect for what is no record.
+TEST(NameRequests, RecordsArePrinted) {
+    nmsRec *record = nmsRecCreate(0);
+    nmsRecAdd(record, "a", "1");
+    nmsRecAdd(record, "b", "");
+    testing::internal::CaptureStderr();
+    nmsRecPrint(nullptr);
+    nmsRecPrint(record);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "a = 1\nb = \n");
+    nmsRecDelete(record);
+}
+
 TEST(NameRequests, WhatIsNotSentIsTold) {
     Server server;
     EXPECT_EQ(ask(add, found, 1, "127.0.0.1"), "6" + by_client);
@@ -223,6 +234,17 @@ TEST_F(Records, LeaveWhatFollowsThemOnTheStream) {
     EXPECT_TRUE(received.Receive(in, nullptr) && GetIndependentInt(in) == 7 && !received.HasField("old"));
     EXPECT_EQ(received.GetAssociatedId(), 0x1267u);
     EXPECT_EQ(received.GetFieldValueByName("_ServerName"), xstring("abc"));
+}
+
+// More than the system takes at once.
+TEST_F(Records, OfTheLargestSizeArrive) {
+    xauto<nmsRecord> sent(0u), received(0u);
+    for (const auto &[name, value] : many(256))
+        sent.Add(name.c_str(), value.c_str());
+    std::thread sender([&] { EXPECT_TRUE(sent.Send(out) && !out->Flush()); });
+    EXPECT_TRUE(received.Receive(in, nullptr));
+    sender.join();
+    EXPECT_TRUE(received.Match(&sent) && sent.Match(&received));
 }
 
 TEST_F(Records, AreLimitedByTheMachinesRegistry) {

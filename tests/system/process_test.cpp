@@ -63,6 +63,19 @@ TEST_F(Processes, WhatCannotBeStartedIsToldAndLeavesTheStreams) {
     EXPECT_TRUE(in->getIsOpen() && out->getIsOpen() && err->getIsOpen() && !std::filesystem::exists(path));
 }
 
+TEST(Shell, IsWhatTheEnvironmentNames) {
+    const char *before = std::getenv("SHELL");
+    const std::string shell = before ? before : "";
+    ::setenv("SHELL", "/bin/x", 1);
+    EXPECT_EQ(kel::view(pcGetShellCommand()), "/bin/x -c");
+    ::setenv("SHELL", "", 1);
+    ::setenv("COMSPEC", "cmd", 1);
+    EXPECT_EQ(kel::view(pcGetShellCommand()), "cmd /c");
+    ::unsetenv("COMSPEC");
+    EXPECT_TRUE(pcGetShellCommand().IsNull());
+    before ? ::setenv("SHELL", shell.c_str(), 1) : ::unsetenv("SHELL");
+}
+
 TEST_F(Processes, ClosingLetsThemGoOnAndTerminatingEndsThemOnce) {
     Process first = create("sleep 1000", nullptr, nullptr, nullptr, true);
     const int id = first->getId();

@@ -10,7 +10,7 @@ import signal
 import socket
 import subprocess
 
-from driving import AS_ROOT, KelCase, await_end, peak, run
+from driving import AS_ROOT, KEL, KelCase, await_end, peak, run
 from peer import MIB, Peer, ints
 from rsh_peer import BREAK, CODE, END, ERROR, GO_ON_OUTPUT, HOLD_INPUT, HOLD_OUTPUT, INPUT, INPUT_END, KILL, NO_CODE
 from rsh_peer import OUTPUT, Command, data, request
@@ -204,6 +204,10 @@ class RemoteShellServer(KelCase):
         os.kill(process, signal.SIGTERM)
         await_end(process)
         self.assertFalse((self.here / "kelrshd.pid").exists())
+        for program in ("KELRSHD", "KELNMSD"):
+            done = subprocess.run([os.environ[program], "--port", "70000"], capture_output=True, text=True)
+            self.assertEqual((done.returncode, done.stdout), (2, ""))
+            self.assertRegex(done.stderr, r"\A(\w+): .*70000.*\nTry '\1 --help'\.\n\Z")
         if AS_ROOT:
             self.fails("every client would be root", "--foreground")
 
@@ -211,10 +215,18 @@ class RemoteShellServer(KelCase):
         self.server()
         self.names.kill()
         self.names.wait()
+        self.log("the name server does not answer, so no client finds this one")
         self.assertTrue(self.daemon("KELNMSD", "--port", self.environment["ORVNMSPORT"]).is_ready)
         port = self.awaits(self.ports, lambda ports: "kelrshd" in ports, "kelrshd")["kelrshd"]
         self.says((0, b"found\n", b""), "echo found", port=port)
         self.log("registered again: the name server had lost the name kelrshd")
+
+        def is_taken():
+            return not any(subprocess.run([KEL, "nms", *words], env=self.environment, capture_output=True).returncode
+                           for words in (("delete", "kelrshd"), ("register", "kelrshd", "1")))
+
+        self.awaits(is_taken, bool, "the name, which kelrshd takes again each time that it looks")
+        self.log("the name kelrshd has been taken by another server")
 
 
 run()
