@@ -10,6 +10,7 @@
 #include <kelstdmt/syslib.h>
 
 #include "registration.h"
+#include "service.h"
 #include "sessions.h"
 
 namespace {

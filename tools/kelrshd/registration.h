@@ -8,7 +8,7 @@
 
 #include <kelstdmt/eventlib.h>
 
-#include "service.h"
+#include "log.h"
 
 class registration {
 public:

@@ -8,7 +8,7 @@
 #include <kelstdmt/netlib_server.h>
 #include <kelstdmt/rshlib.h>
 
-#include "service.h"
+#include "log.h"
 
 class sessions final : public netBaseServer_OnRequest_cb, public netBaseServer_OnAsyncRequest_cb {
 public:

@@ -1,34 +1,20 @@
-// What the daemons have in common: the options that mean the same in each of them, the log, the request to
-// stop, and the way from main to the work.
+// What the daemons have in common: the options that mean the same in each of them, the request to stop, and
+// the way from main to the work.
 #pragma once
 
 #include <CLI/CLI.hpp>
-#include <fstream>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include <kelstdmt/eventlib.h>
 
+#include "log.h"
+
 namespace service {
 
 enum exit_code : int { done = 0, failed = 1, wrong_usage = 2 };
-
-// Lines with the time, at the end of a file; or without, on standard error, behind the program's name. Any
-// thread.
-class log_writer {
-public:
-    explicit log_writer(std::string program) : m_program(std::move(program)) {}
-    bool open(const std::string &path);  // "": standard error
-    void write(const std::string &line);
-
-private:
-    std::string m_program;
-    std::mutex m_guard;
-    std::ofstream m_file;
-};
 
 class work {
 public:
