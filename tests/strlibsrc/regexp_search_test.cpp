@@ -1,8 +1,7 @@
 // The search: its machines side by side, over random patterns and texts and over programs that were damaged;
-// work that is bounded where going back is not; threads. What a search must find is asked of another engine,
-// by tests/interop/kgrep_interop.py.
+// work that is bounded where going back is not. What a search must find is asked of another engine, by
+// tests/interop/kgrep_interop.py.
 #include <cstdint>
-#include <thread>
 
 #include "strlibsrc/text_model.h"
 
@@ -140,38 +139,6 @@ TEST(regexp_search, ChecksComeInTheirOrder) {
     EXPECT_STREQ(error_of(one.get(), "xyz"), "") << "the text that must occur is looked for first";
     one->program[0] = 0;
     EXPECT_STREQ(error_of(one.get(), "xyz"), "Corrupted regular expression");
-}
-
-// Its destructor searches once more.
-struct late_search {
-    kel::owned_regexp program = compiled("(a+)b");
-    bool &found;
-    ~late_search() { found = kel::search(*program, "caab"); }
-};
-
-TEST(regexp_search, AnObjectThatOutlivesTheThreadsTablesMaySearch) {
-    bool found = false;
-    std::thread([&found] {
-        // Older than the tables, which the first search makes.
-        static thread_local const late_search late{.found = found};
-        EXPECT_TRUE(kel::search(*late.program, "ab"));
-    }).join();
-    EXPECT_TRUE(found);
-}
-
-TEST(regexp_search, ThreadsCompileAndSearchProgramsOfTheirOwn) {
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i)
-        threads.emplace_back([last = std::string(1, static_cast<char>('c' + i)), i] {
-            for (int n = 0; n < 300; ++n) {
-                const kel::owned_regexp one = compiled("(a|b)*" + last + "+");
-                const std::string text = std::string(static_cast<std::size_t>(n), 'a') + "cdefg";
-                ASSERT_TRUE(kel::search(*one, text));
-                ASSERT_EQ(one->groupStart[0] - text.data(), i == 0 ? 0 : n + i);
-            }
-        });
-    for (std::thread &each : threads)
-        each.join();
 }
 
 }  // namespace
