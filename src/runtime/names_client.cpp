@@ -82,6 +82,7 @@ nmsErr *nmsServQuery(nmsServ *server, nmsRec *record_template, nmsRec ***records
     if (count) *count = static_cast<int>(found.size());
     if (!records || found.empty()) return nullptr;
     std::vector<std::unique_ptr<nmsRec>> owned;
+    owned.reserve(found.size());
     for (kel::name_record &record : found)
         owned.emplace_back(new nmsRec{std::move(record)});
     *records = new nmsRec *[owned.size()];
