@@ -77,7 +77,7 @@ TEST_F(StrictThread, TellsItsEndBehindItsThreadLocalObjectsHoweverItEnds) {
         auto unwritten = std::make_unique<btkFileBuf>();
         ASSERT_TRUE(unwritten->Open(at("kept").c_str(), btkFileBuf::Out) && unwritten->sputc('x') == 'x');
         unsent->GetStreamBuf()->sputc('x');
-        Work work = [&] {
+        Work work = [&, &end_of_it = ending] {
             telltale.gone = &gone;
             go.wait(false);
             if (!returns && !left) ::pthread_cancel(::pthread_self());
@@ -85,7 +85,7 @@ TEST_F(StrictThread, TellsItsEndBehindItsThreadLocalObjectsHoweverItEnds) {
             const btkEventHandle event = Event_Create();
             Event_Set(event), Event_Reset(event), Event_Free(event);
             unsent.reset(), unwritten.reset();
-            return ending(), 3;
+            return end_of_it(), 3;
         };
         const btkThreadHandle thread = launch(work);
         btkEvent end(new btkPROCESSEvent(thread));
