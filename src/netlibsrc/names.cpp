@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include <kelstdmt/netlib_server.h>
+#include <kelstdmt/vumrt_names.h>
 
 #include "runtime/trace.h"
 
@@ -14,7 +15,6 @@ using kel::system::trace, kel::system::trace_area;
 
 namespace {
 
-constexpr const char *name_field = "_ServerName", *port_field = "_PortNumber";
 constexpr int of_this_process = 1;
 
 struct record_release {
@@ -44,7 +44,7 @@ bool print(nmsErr *error) {
 // Null for a name that no record can have.
 owned_record record_of(const xstring &name, int associated) {
     owned_record record(nmsRecCreate(associated));
-    if (record && !nmsRecAdd(record.get(), name_field, name)) record.reset();
+    if (record && !nmsRecAdd(record.get(), kel::server_name_field, name)) record.reset();
     return record;
 }
 
@@ -58,8 +58,9 @@ int look_up(nmsServ *connection, const xstring &name) {
         return 0;
     }
     for (int at = 0; at < found.count; ++at) {
-        if (!nmsRecHasField(found.records[at], port_field)) continue;
-        const long port = std::strtol(nmsRecGetFieldValueByName(found.records[at], port_field), nullptr, 10);
+        if (!nmsRecHasField(found.records[at], kel::server_port_field)) continue;
+        const long port =
+            std::strtol(nmsRecGetFieldValueByName(found.records[at], kel::server_port_field), nullptr, 10);
         return port > 0 && port <= INT_MAX ? static_cast<int>(port) : 0;
     }
     return 0;
@@ -94,7 +95,7 @@ bool RegisterWithNMS(nmsServ *connection, int port, xstring name) {
     const owned_record record = record_of(name, of_this_process);
     xstring number;
     number.Sprintf("%d", port);
-    return connection && record && nmsRecAdd(record.get(), port_field, number) &&
+    return connection && record && nmsRecAdd(record.get(), kel::server_port_field, number) &&
            print(nmsServRegister(connection, record.get()));
 }
 
