@@ -126,8 +126,7 @@ TEST(Declared, ExceptionsAreThrownByCallersToo) {
          "rshlib::XProcess { Error: rshDaemonError; Msg: \"m\"; CreateError: pcBadWorkDir; }"},
         {[] { kelhThrowInvalidArrayIndex("t", 1, 2); },
          "kellib::XInvalidArrayIndex { Description: \"Array index is out of range\"; TypeName: \"t\"; "
-         "Dimension: 1; "
-         "Index: 2; }"},
+         "Dimension: 1; Index: 2; }"},
         {[] { kelXNotClassType::Throw("t"); },
          "kellib::XNotClassType { Description: \"Not a class type\"; TypeName: \"t\"; }"},
         {[] { kelXUninitDispMethod::Throw(1, "m"); },
